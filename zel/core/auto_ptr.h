@@ -1,0 +1,159 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "zel/core/exception.h"
+#include "zel/core/ref_obj.h"
+#include <cstddef>
+#include <functional>
+#include <type_traits>
+#include <utility>
+
+namespace zel {
+
+/// Shares an object that counts its own holders; the last `auto_ptr` to go deletes it.
+///
+/// One pointer wide, no control block, nothing of it in the library: a copy is one atomic step, a
+/// move none. Several threads may each have an `auto_ptr` to one object and copy and destroy those
+/// at will; one `auto_ptr` is a plain value, many readers or one writer.
+/// \tparam T  derives from `ref_obj`; an object held here must have come from `new`.
+/// \code
+///     zel::auto_ptr<zel::iprofile> settings(new zel::ini_file("settings.ini"));
+///     zel::sub_profile view(settings, "view");   // shares it
+/// \endcode
+template <typename T>
+class auto_ptr {
+public:
+    constexpr auto_ptr() noexcept = default;
+    constexpr auto_ptr(std::nullptr_t) noexcept { }
+
+    /// Takes a reference to `object`, which may be null.
+    auto_ptr(T * object) noexcept
+        : object_(object)
+    {
+        acquire();
+    }
+
+    auto_ptr(auto_ptr const & other) noexcept
+        : object_(other.object_)
+    {
+        acquire();
+    }
+
+    auto_ptr(auto_ptr && other) noexcept
+        : object_(std::exchange(other.object_, nullptr))
+    {
+    }
+
+    template <typename U>
+        requires std::is_convertible_v<U *, T *>
+    auto_ptr(auto_ptr<U> const & other) noexcept
+        : object_(other.get())
+    {
+        acquire();
+    }
+
+    template <typename U>
+        requires std::is_convertible_v<U *, T *>
+    auto_ptr(auto_ptr<U> && other) noexcept
+        : object_(other.get())
+    {
+        if constexpr (std::is_base_of_v<T, U>) {
+            other.object_ = nullptr; // the reference moves along
+        } else {
+            acquire();
+        }
+    }
+
+    ~auto_ptr() { release(object_); }
+
+    /// Shares what `other` holds. `other` may live inside the object that is released here, as in
+    /// `node = node->next`.
+    auto_ptr & operator=(auto_ptr const & other) noexcept
+    {
+        if (this != &other) {
+            auto_ptr copy(other);
+            release(std::exchange(object_, std::exchange(copy.object_, nullptr)));
+        }
+        return *this;
+    }
+
+    auto_ptr & operator=(auto_ptr && other) noexcept
+    {
+        if (this != &other) {
+            release(std::exchange(object_, std::exchange(other.object_, nullptr)));
+        }
+        return *this;
+    }
+
+    /// \throws memory_exception  `null_pointer` when nothing is held.
+    T * operator->() const
+    {
+        if (object_ == nullptr) [[unlikely]] {
+            raise_null_pointer("auto_ptr::operator->");
+        }
+        return object_;
+    }
+
+    /// \throws memory_exception  `null_pointer` when nothing is held.
+    T & operator*() const
+    {
+        if (object_ == nullptr) [[unlikely]] {
+            raise_null_pointer("auto_ptr::operator*");
+        }
+        return *object_;
+    }
+
+    /// The object, still owned by its holders; null when nothing is held.
+    T * get() const noexcept { return object_; }
+    explicit operator bool() const noexcept { return object_ != nullptr; }
+
+private:
+    template <typename U>
+    friend class auto_ptr;
+
+    [[noreturn, gnu::cold, gnu::noinline]] static void raise_null_pointer(char const * member)
+    {
+        throw memory_exception(memory_exception::null_pointer, member);
+    }
+
+    void acquire() noexcept
+    {
+        if (object_ != nullptr) {
+            object_->inc_ref();
+        }
+    }
+
+    static void release(T * object) noexcept
+    {
+        if (object != nullptr) {
+            object->dec_ref();
+        }
+    }
+
+    T * object_ = nullptr;
+};
+
+template <typename T, typename U>
+bool operator==(auto_ptr<T> const & a, auto_ptr<U> const & b) noexcept
+{
+    return a.get() == b.get();
+}
+
+template <typename T>
+bool operator==(auto_ptr<T> const & a, std::nullptr_t) noexcept
+{
+    return a.get() == nullptr;
+}
+
+static_assert(sizeof(auto_ptr<ref_obj>) == sizeof(ref_obj *));
+
+} // namespace zel
+
+/// By identity, as `==` compares.
+template <typename T>
+struct std::hash<zel::auto_ptr<T>> {
+    std::size_t operator()(zel::auto_ptr<T> const & pointer) const noexcept
+    {
+        return std::hash<T *>()(pointer.get());
+    }
+};

@@ -1,0 +1,15 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+// Everything public, subsystem by subsystem.
+
+#include "zel/core/api.h"
+#include "zel/core/auto_buffer.h"
+#include "zel/core/auto_ptr.h"
+#include "zel/core/exception.h"
+#include "zel/core/object.h"
+#include "zel/core/ref_obj.h"
+
+#include "zel/text/string.h"
+
+#include "zel/platform/last_error.h"
