@@ -6,4 +6,4 @@
 
 /// Has the compiler check the arguments of a member against its printf format. Positions count
 /// from 1, and the object itself is number 1; 0 for `arguments` where a `va_list` is passed.
-#define ZEL_PRINTF(format, arguments) __attribute__((format(printf, format, arguments)))
+#define ZEL_PRINTF(text, arguments) __attribute__((format(printf, text, arguments)))

@@ -10,8 +10,7 @@ namespace zel {
 /// An array of its own, made by array `new`, that moves on assignment.
 ///
 /// It does not know its length; whoever makes it does. Used as a local or a member.
-template <typename T>
-class auto_buffer : public ref_obj {
+template <typename T> class auto_buffer : public ref_obj {
 public:
     /// Makes `count` elements, default-initialised: bytes have no defined value. 0 is allowed.
     /// \throws std::bad_alloc  and `std::bad_array_new_length`, from `new`.

@@ -20,8 +20,7 @@ namespace zel {
 ///     zel::auto_ptr<zel::iprofile> settings(new zel::ini_file("settings.ini"));
 ///     zel::sub_profile view(settings, "view");   // shares it
 /// \endcode
-template <typename T>
-class auto_ptr {
+template <typename T> class auto_ptr {
 public:
     constexpr auto_ptr() noexcept = default;
     constexpr auto_ptr(std::nullptr_t) noexcept { }
@@ -45,16 +44,16 @@ public:
     }
 
     template <typename U>
-        requires std::is_convertible_v<U *, T *>
-    auto_ptr(auto_ptr<U> const & other) noexcept
+    requires std::is_convertible_v<U *, T *> auto_ptr(auto_ptr<U> const & other)
+    noexcept
         : object_(other.get())
     {
         acquire();
     }
 
     template <typename U>
-        requires std::is_convertible_v<U *, T *>
-    auto_ptr(auto_ptr<U> && other) noexcept
+    requires std::is_convertible_v<U *, T *> auto_ptr(auto_ptr<U> && other)
+    noexcept
         : object_(other.get())
     {
         if constexpr (std::is_base_of_v<T, U>) {
@@ -108,8 +107,7 @@ public:
     explicit operator bool() const noexcept { return object_ != nullptr; }
 
 private:
-    template <typename U>
-    friend class auto_ptr;
+    template <typename U> friend class auto_ptr;
 
     [[noreturn, gnu::cold, gnu::noinline]] static void raise_null_pointer(char const * member)
     {
@@ -139,8 +137,7 @@ bool operator==(auto_ptr<T> const & a, auto_ptr<U> const & b) noexcept
     return a.get() == b.get();
 }
 
-template <typename T>
-bool operator==(auto_ptr<T> const & a, std::nullptr_t) noexcept
+template <typename T> bool operator==(auto_ptr<T> const & a, std::nullptr_t) noexcept
 {
     return a.get() == nullptr;
 }
@@ -150,8 +147,7 @@ static_assert(sizeof(auto_ptr<ref_obj>) == sizeof(ref_obj *));
 } // namespace zel
 
 /// By identity, as `==` compares.
-template <typename T>
-struct std::hash<zel::auto_ptr<T>> {
+template <typename T> struct std::hash<zel::auto_ptr<T>> {
     std::size_t operator()(zel::auto_ptr<T> const & pointer) const noexcept
     {
         return std::hash<T *>()(pointer.get());

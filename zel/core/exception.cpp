@@ -8,19 +8,19 @@
 namespace zel {
 namespace {
 
-    string reason_text(std::uint32_t type, std::span<char const * const> texts)
-    {
-        // 0 wraps to the largest number and is no reason either.
-        return type - 1U < texts.size() ? string(texts[type - 1U]) : string();
-    }
+string reason_text(std::uint32_t type, std::span<char const * const> texts)
+{
+    // 0 wraps to the largest number and is no reason either.
+    return type - 1U < texts.size() ? string(texts[type - 1U]) : string();
+}
 
-    constexpr char const * memory_reasons[] = {
-        "Zel Memory Exception: Null Pointer",
-        "Zel Memory Exception: Allocation Failed",
-        "Zel Memory Exception: Not releated object",
-        "Zel Memory Exception: Invalid array boundary",
-        "Zel Memory Exception: Resource",
-    };
+constexpr char const * memory_reasons[] = {
+    "Zel Memory Exception: Null Pointer",
+    "Zel Memory Exception: Allocation Failed",
+    "Zel Memory Exception: Not releated object",
+    "Zel Memory Exception: Invalid array boundary",
+    "Zel Memory Exception: Resource",
+};
 
 } // namespace
 
@@ -75,10 +75,7 @@ memory_exception::memory_exception(exc_type type, string const & text)
 
 memory_exception::~memory_exception() = default;
 
-string get_last_error()
-{
-    return platform::error_text(platform::last_error());
-}
+string get_last_error() { return platform::error_text(platform::last_error()); }
 
 void char_buffer_copy(char * destination, char const * source, unsigned int count) noexcept
 {

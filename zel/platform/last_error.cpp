@@ -8,70 +8,64 @@
 namespace zel::platform {
 namespace {
 
-    constexpr std::size_t reason_size = 512;
+constexpr std::size_t reason_size = 512;
 
-    struct state {
-        std::uint32_t code;
-        std::uint32_t length; // of the host's reason, 0 when there is none
-        char reason[reason_size + 2]; // not terminated; room for the line end
-    };
+struct state {
+    std::uint32_t code;
+    std::uint32_t length; // of the host's reason, 0 when there is none
+    char reason[reason_size + 2]; // not terminated; room for the line end
+};
 
-    constinit thread_local state current{};
+constinit thread_local state current{};
 
-    struct text {
-        std::uint32_t code;
-        std::string_view words;
-    };
+struct text {
+    std::uint32_t code;
+    std::string_view words;
+};
 
-    // "System Error Codes", in ascending order.
-    constexpr text texts[] = {
-        {error_success, "The operation completed successfully.\r\n"},
-        {error_file_not_found, "The system cannot find the file specified.\r\n"},
-        {error_path_not_found, "The system cannot find the path specified.\r\n"},
-        {error_too_many_open_files, "The system cannot open the file.\r\n"},
-        {error_access_denied, "Access is denied.\r\n"},
-        {error_invalid_handle, "The handle is invalid.\r\n"},
-        {error_not_enough_memory,
-         "Not enough storage is available to process this command.\r\n"},
-        {error_not_same_device, "The system cannot move the file to a different disk drive.\r\n"},
-        {error_no_more_files, "There are no more files.\r\n"},
-        {error_write_protect, "The media is write protected.\r\n"},
-        {error_bad_length,
-         "The program issued a command but the command length is incorrect.\r\n"},
-        {error_write_fault, "The system cannot write to the specified device.\r\n"},
-        {error_read_fault, "The system cannot read from the specified device.\r\n"},
-        {error_sharing_violation,
-         "The process cannot access the file because it is being used by another process.\r\n"},
-        {error_file_exists, "The file exists.\r\n"},
-        {error_invalid_parameter, "The parameter is incorrect.\r\n"},
-        {error_disk_full, "There is not enough space on the disk.\r\n"},
-        {error_invalid_name,
-         "The filename, directory name, or volume label syntax is incorrect.\r\n"},
-        {error_mod_not_found, "The specified module could not be found.\r\n"},
-        {error_proc_not_found, "The specified procedure could not be found.\r\n"},
-        {error_dir_not_empty, "The directory is not empty.\r\n"},
-        {error_bad_pathname, "The specified path is invalid.\r\n"},
-        {error_already_exists, "Cannot create a file when that file already exists.\r\n"},
-        {error_filename_exced_range, "The filename or extension is too long.\r\n"},
-        {error_not_owner, "Attempt to release mutex not owned by caller.\r\n"},
-        {error_too_many_posts, "Too many posts were made to a semaphore.\r\n"},
-        {error_invalid_address, "Attempt to access invalid address.\r\n"},
-        {error_invalid_window_handle, "Invalid window handle.\r\n"},
-        {error_invalid_thread_id, "Invalid thread identifier.\r\n"},
-        {error_no_system_resources,
-         "Insufficient system resources exist to complete the requested service.\r\n"},
-        {error_timeout, "This operation returned because the timeout period expired.\r\n"},
-        {error_not_enough_quota, "Not enough quota is available to process this command.\r\n"},
-    };
-    static_assert(std::is_sorted(std::begin(texts), std::end(texts),
-                                 [](text const & a, text const & b) { return a.code < b.code; }));
+// "System Error Codes", in ascending order.
+constexpr text texts[] = {
+    {error_success, "The operation completed successfully.\r\n"},
+    {error_file_not_found, "The system cannot find the file specified.\r\n"},
+    {error_path_not_found, "The system cannot find the path specified.\r\n"},
+    {error_too_many_open_files, "The system cannot open the file.\r\n"},
+    {error_access_denied, "Access is denied.\r\n"},
+    {error_invalid_handle, "The handle is invalid.\r\n"},
+    {error_not_enough_memory, "Not enough storage is available to process this command.\r\n"},
+    {error_not_same_device, "The system cannot move the file to a different disk drive.\r\n"},
+    {error_no_more_files, "There are no more files.\r\n"},
+    {error_write_protect, "The media is write protected.\r\n"},
+    {error_bad_length, "The program issued a command but the command length is incorrect.\r\n"},
+    {error_write_fault, "The system cannot write to the specified device.\r\n"},
+    {error_read_fault, "The system cannot read from the specified device.\r\n"},
+    {error_sharing_violation,
+     "The process cannot access the file because it is being used by another process.\r\n"},
+    {error_file_exists, "The file exists.\r\n"},
+    {error_invalid_parameter, "The parameter is incorrect.\r\n"},
+    {error_disk_full, "There is not enough space on the disk.\r\n"},
+    {error_invalid_name, "The filename, directory name, or volume label syntax is incorrect.\r\n"},
+    {error_mod_not_found, "The specified module could not be found.\r\n"},
+    {error_proc_not_found, "The specified procedure could not be found.\r\n"},
+    {error_dir_not_empty, "The directory is not empty.\r\n"},
+    {error_bad_pathname, "The specified path is invalid.\r\n"},
+    {error_already_exists, "Cannot create a file when that file already exists.\r\n"},
+    {error_filename_exced_range, "The filename or extension is too long.\r\n"},
+    {error_not_owner, "Attempt to release mutex not owned by caller.\r\n"},
+    {error_too_many_posts, "Too many posts were made to a semaphore.\r\n"},
+    {error_invalid_address, "Attempt to access invalid address.\r\n"},
+    {error_invalid_window_handle, "Invalid window handle.\r\n"},
+    {error_invalid_thread_id, "Invalid thread identifier.\r\n"},
+    {error_no_system_resources,
+     "Insufficient system resources exist to complete the requested service.\r\n"},
+    {error_timeout, "This operation returned because the timeout period expired.\r\n"},
+    {error_not_enough_quota, "Not enough quota is available to process this command.\r\n"},
+};
+static_assert(std::is_sorted(std::begin(texts), std::end(texts),
+                             [](text const & a, text const & b) { return a.code < b.code; }));
 
 } // namespace
 
-std::uint32_t last_error() noexcept
-{
-    return current.code;
-}
+std::uint32_t last_error() noexcept { return current.code; }
 
 void set_last_error(std::uint32_t code) noexcept
 {
@@ -94,9 +88,9 @@ std::string_view error_text(std::uint32_t code) noexcept
     if (code == current.code && current.length != 0) {
         return {current.reason, current.length};
     }
-    auto const * const found
-        = std::lower_bound(std::begin(texts), std::end(texts), code,
-                           [](text const & row, std::uint32_t wanted) { return row.code < wanted; });
+    auto const * const found = std::lower_bound(
+        std::begin(texts), std::end(texts), code,
+        [](text const & row, std::uint32_t wanted) { return row.code < wanted; });
     return found != std::end(texts) && found->code == code ? found->words : std::string_view();
 }
 

@@ -1,0 +1,362 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "zel/core/api.h"
+#include <cstdarg>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <initializer_list>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+namespace zel {
+
+/// The text type of the library: the standard byte string, with a fixed rule for null pointers and
+/// with the text operations that the library needs.
+///
+/// It adds no field, so it is read wherever `std::string` is read, and what the standard class
+/// returns flows back into it. One character is one byte; NUL bytes are ordinary bytes unless a
+/// member says that it stops there. Building operations take a null `char const *` for the empty
+/// text; `replace`, `format`, the trim family and the operators raise `memory_exception` with
+/// `null_pointer` on it and leave the string as it was. Positions beyond the end raise
+/// `std::out_of_range`, exhausted memory `std::bad_alloc`, both from the standard class.
+/// A string is a plain value: many readers or one writer.
+/// \code
+///     zel::string line;
+///     line.format("%s=%d", "width", 120);
+///     for (auto const & field : line.split("=")) { use(field); }
+/// \endcode
+class ZEL_API string : public std::basic_string<char> {
+    using base = std::basic_string<char>;
+
+public:
+    /// Blank, tab, line feed, carriage return.
+    static char const ms_default_white_space_string[5];
+    /// White space and "[]{}(),.:;!%^&*+-=/?|".
+    static char const ms_default_delimeter_string[26];
+
+    string() noexcept = default;
+    string(char const * text)
+        : base(text == nullptr ? "" : text)
+    {
+    }
+    /// The first `count` bytes of `text`, NUL bytes included.
+    string(char const * text, unsigned int count)
+        : base(text == nullptr ? "" : text, text == nullptr ? 0 : count)
+    {
+    }
+    /// `count` copies of `c`.
+    string(unsigned int count, char c)
+        : base(count, c)
+    {
+    }
+    string(string const &) = default;
+    string(string &&) noexcept = default;
+    /// The part of `other` that starts at `position`, at most `count` bytes.
+    string(string const & other, unsigned int position, unsigned int count)
+        : base(other, position, count)
+    {
+    }
+    string(base const & text)
+        : base(text)
+    {
+    }
+    string(base && text) noexcept
+        : base(std::move(text))
+    {
+    }
+    string(std::string_view text)
+        : base(text)
+    {
+    }
+    string(std::initializer_list<char> characters)
+        : base(characters)
+    {
+    }
+    ~string() = default;
+
+    string & operator=(string const &) = default;
+    string & operator=(string &&) noexcept = default;
+    string & operator=(char const * text)
+    {
+        base::assign(text == nullptr ? "" : text);
+        return *this;
+    }
+    string & operator=(char c)
+    {
+        base::assign(1, c);
+        return *this;
+    }
+    string & operator=(base const & text)
+    {
+        base::assign(text);
+        return *this;
+    }
+    string & operator=(base && text) noexcept
+    {
+        base::operator=(std::move(text));
+        return *this;
+    }
+    string & operator=(std::string_view text)
+    {
+        base::assign(text);
+        return *this;
+    }
+    string & operator=(std::initializer_list<char> characters)
+    {
+        base::assign(characters);
+        return *this;
+    }
+
+    string & operator+=(string const & text)
+    {
+        base::append(text);
+        return *this;
+    }
+    string & operator+=(char const * text)
+    {
+        if (text != nullptr) {
+            base::append(text);
+        }
+        return *this;
+    }
+    string & operator+=(char c)
+    {
+        base::push_back(c);
+        return *this;
+    }
+    string & operator+=(base const & text)
+    {
+        base::append(text);
+        return *this;
+    }
+    string & operator+=(std::string_view text)
+    {
+        base::append(text);
+        return *this;
+    }
+
+    /// \throws memory_exception  `null_pointer` with the text "zel::string" when `p` is null.
+    static void validate_ptr(char const * p)
+    {
+        if (p == nullptr) [[unlikely]] {
+            throw_null_ptr_exception();
+        }
+    }
+
+    /// The first `count` bytes; the whole text when it has no more than that.
+    string left(unsigned int count) const { return string(base::substr(0, count)); }
+
+    /// The last `count` bytes.
+    /// \throws std::out_of_range  when the text is shorter than `count`.
+    string right(unsigned int count) const { return string(base::substr(size() - count)); }
+
+    /// The bytes from `first` up to, not including, `last`: an end position, not a length. A `last`
+    /// beyond the end or below `first` gives everything from `first` on.
+    /// \throws std::out_of_range  when `first` is above `size()`.
+    string mid(unsigned int first, unsigned int last) const;
+
+    /// Replaces `count` bytes at `position`, or those from `first` up to `last`.
+    /// \returns this string.
+    /// \throws std::out_of_range  when `position` is above `size()`.
+    string & replace(unsigned int position, unsigned int count, string const & text)
+    {
+        base::replace(position, count, text);
+        return *this;
+    }
+    string & replace(unsigned int position, unsigned int count, string const & text,
+                     unsigned int text_position, unsigned int text_count)
+    {
+        base::replace(position, count, text, text_position, text_count);
+        return *this;
+    }
+    string & replace(unsigned int position, unsigned int count, unsigned int n, char c)
+    {
+        base::replace(position, count, n, c);
+        return *this;
+    }
+    /// \throws memory_exception  `null_pointer` when `text` is null.
+    string & replace(unsigned int position, unsigned int count, char const * text)
+    {
+        validate_ptr(text);
+        base::replace(position, count, text);
+        return *this;
+    }
+    string & replace(unsigned int position, unsigned int count, char const * text,
+                     unsigned int text_count)
+    {
+        validate_ptr(text);
+        base::replace(position, count, text, text_count);
+        return *this;
+    }
+    string & replace(const_iterator first, const_iterator last, string const & text)
+    {
+        base::replace(first, last, text);
+        return *this;
+    }
+    string & replace(const_iterator first, const_iterator last, unsigned int n, char c)
+    {
+        base::replace(first, last, n, c);
+        return *this;
+    }
+    string & replace(const_iterator first, const_iterator last, const_iterator text_first,
+                     const_iterator text_last)
+    {
+        base::replace(first, last, text_first, text_last);
+        return *this;
+    }
+    string & replace(const_iterator first, const_iterator last, char const * text)
+    {
+        validate_ptr(text);
+        base::replace(first, last, text);
+        return *this;
+    }
+    string & replace(const_iterator first, const_iterator last, char const * text,
+                     unsigned int text_count)
+    {
+        validate_ptr(text);
+        base::replace(first, last, text, text_count);
+        return *this;
+    }
+
+    /// Replaces every occurrence of `from`, from left to right without overlaps; `to` is not
+    /// searched. An empty `from` is found nowhere.
+    /// \returns this string, which is unchanged when an exception leaves.
+    string & replace(string const & from, string const & to);
+
+    /// A 32-bit hash (Jenkins, one at a time, over signed bytes) of the first `count` bytes.
+    /// \param count  at most `size()`; anything above means the whole text.
+    std::uint32_t hash(std::uint32_t count) const noexcept;
+
+    /// A copy of at most `length` bytes whose last 8 are the hash of the whole text in upper-case
+    /// hexadecimal digits. Unchanged when it is short enough, or when `length` is 8 or less.
+    string truncate_hash(std::uint32_t length) const;
+
+    /// Deletes every byte that occurs in `set`, which ends at its first NUL.
+    void remove(string const & set);
+
+    /// Changes the ASCII letters; the text ends at its first NUL afterwards.
+    void to_lower();
+    void to_upper();
+
+    /// A copy in which tab, line feed, carriage return, `"`, `&`, `<` and `>` are escaped.
+    string normalize_for_xml() const;
+
+    /// \returns the position of the first byte that is in `set`, both up to their first NUL, or -1.
+    std::int32_t find_one_of(string const & set);
+
+    /// Strips the bytes of `set` from the start, the end or both.
+    /// \throws memory_exception  `null_pointer` when `set` is null.
+    void trim_left(char const * set = ms_default_white_space_string);
+    void trim_right(char const * set = ms_default_white_space_string);
+    void trim(char const * set = ms_default_white_space_string);
+
+    /// Replaces the text by what `printf` makes of the arguments, which may point into this string.
+    /// An empty result leaves the text as it was.
+    /// \throws memory_exception   `null_pointer` when `format_text` is null.
+    /// \throws std::length_error  when the result is longer than 0x7FFFFFFF bytes.
+    /// \throws std::invalid_argument  when the host cannot format it (`EILSEQ` of a wide text).
+    /// \returns this string, which is unchanged when an exception leaves.
+    string & format(char const * format_text, ...) ZEL_PRINTF(2, 3);
+    /// The same with a ready list, which is used up and still has to be ended by the caller.
+    string & format_v(char const * format_text, std::va_list arguments) ZEL_PRINTF(2, 0);
+
+    /// Word number `index` from 0: a run of bytes that are not in `delimiters`. Empty when there is
+    /// none. The text ends at its first NUL.
+    string word(std::int32_t index, string const & delimiters = ms_default_delimeter_string) const;
+
+    /// Field number `index` from 0; fields are parted by one `separator` each and may be empty. A
+    /// missing field is empty. The text ends at its first NUL.
+    string extract_sub_string(std::uint32_t index, char separator) const;
+
+    /// All pieces between occurrences of `separator`, empty ones too. An empty `separator` is found
+    /// nowhere.
+    /// \param skip_empty_tail  leaves out an empty last piece.
+    std::vector<string> split(string const & separator, bool skip_empty_tail = false) const;
+
+    /// Does nothing: this host has no string resources.
+    void load_string(std::uint32_t id) noexcept;
+
+protected:
+    [[noreturn]] static void throw_null_ptr_exception();
+};
+
+static_assert(sizeof(string) == sizeof(std::string));
+
+/// \throws memory_exception  `null_pointer` when a `char const *` is null.
+inline string operator+(string const & a, char const * b)
+{
+    string::validate_ptr(b);
+    std::size_t const length = std::char_traits<char>::length(b);
+    string result;
+    result.reserve(a.size() + length);
+    result.append(a).append(b, length);
+    return result;
+}
+inline string operator+(string && a, char const * b)
+{
+    string::validate_ptr(b);
+    a += b;
+    return std::move(a);
+}
+inline string operator+(string const & a, std::string_view b)
+{
+    string result;
+    result.reserve(a.size() + b.size());
+    result.append(a).append(b);
+    return result;
+}
+inline string operator+(string && a, std::string_view b)
+{
+    a += b;
+    return std::move(a);
+}
+inline string operator+(string const & a, string const & b) { return a + std::string_view(b); }
+inline string operator+(string && a, string const & b)
+{
+    return std::move(a) + std::string_view(b);
+}
+inline string operator+(string const & a, std::string const & b) { return a + std::string_view(b); }
+inline string operator+(string && a, std::string const & b)
+{
+    return std::move(a) + std::string_view(b);
+}
+inline string operator+(string const & a, std::string && b) { return a + std::string_view(b); }
+inline string operator+(string && a, std::string && b)
+{
+    return std::move(a) + std::string_view(b);
+}
+inline string operator+(string const & a, char b) { return a + std::string_view(&b, 1); }
+inline string operator+(string && a, char b) { return std::move(a) + std::string_view(&b, 1); }
+inline string operator+(char const * a, string const & b)
+{
+    string::validate_ptr(a);
+    return string(a) + std::string_view(b);
+}
+inline string operator+(char a, string const & b) { return string(1, a) + std::string_view(b); }
+inline string operator+(std::string const & a, string const & b)
+{
+    return string(a) + std::string_view(b);
+}
+inline string operator+(std::string && a, string const & b)
+{
+    return string(std::move(a)) + std::string_view(b);
+}
+
+inline bool operator==(string const & a, char const * b)
+{
+    string::validate_ptr(b);
+    return a.compare(b) == 0;
+}
+
+} // namespace zel
+
+template <> struct std::hash<zel::string> {
+    std::size_t operator()(zel::string const & text) const noexcept
+    {
+        return std::hash<std::string_view>()(text);
+    }
+};
