@@ -12,4 +12,6 @@
 
 #include "zel/text/string.h"
 
+#include "zel/naming/name_generator.h"
+
 #include "zel/platform/last_error.h"

@@ -1,0 +1,38 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <cstdint>
+#include <string_view>
+
+namespace zel::naming {
+
+/// A word that is worked on where it stands. No stage makes it longer.
+struct word_span {
+    char * text;
+    std::uint32_t size; // bytes
+
+    std::string_view view() const noexcept { return {text, size}; }
+};
+
+constexpr char lower(char c) noexcept
+{
+    return c >= 'A' && c <= 'Z' ? static_cast<char>(c + ('a' - 'A')) : c;
+}
+
+constexpr char upper(char c) noexcept
+{
+    return c >= 'a' && c <= 'z' ? static_cast<char>(c - ('a' - 'A')) : c;
+}
+
+bool vowel(char c) noexcept;
+
+/// The stages, each as the member of `name_generator` that it carries out.
+void optimize_combinations(word_span & word) noexcept;
+void truncate_common_suffix(word_span & word) noexcept;
+bool abbreviate_common_words(word_span & word) noexcept;
+void remove_vowels(word_span & word, std::uint32_t target) noexcept;
+
+/// All stages in their order.
+void abbreviate_word(word_span & word, std::uint32_t target) noexcept;
+
+} // namespace zel::naming
