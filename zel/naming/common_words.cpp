@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdint>
 #include <cstring>
 #include <iterator>
 
@@ -173,56 +174,113 @@ constexpr auto row_keys = [] {
     return keys;
 }();
 
-// Unsigned byte order of a word against a row: below 0, 0 or above 0.
-template <match how> int compare(std::string_view word, std::uint64_t key, int row) noexcept
+// The bytes of a key that belong to a text of that size.
+constexpr std::uint64_t key_mask(std::size_t size)
 {
-    auto const index = static_cast<std::size_t>(row);
-    std::string_view const other = rows[index].word;
-    std::uint64_t row_key = row_keys[index];
-    std::size_t const shared = std::min(word.size(), other.size());
-    if (how == match::prefix && shared < sizeof key) {
-        std::uint64_t const mask = ~(~std::uint64_t{0} >> (8 * shared));
-        key &= mask;
-        row_key &= mask;
-    }
-    if (key != row_key) {
-        return key < row_key ? -1 : 1;
-    }
-    if (shared > sizeof key) {
-        int const rest
-            = std::memcmp(word.data() + sizeof key, other.data() + sizeof key, shared - sizeof key);
-        if (rest != 0) {
-            return rest;
-        }
-    }
-    if (how == match::prefix || word.size() == other.size()) {
-        return 0;
-    }
-    return word.size() < other.size() ? -1 : 1;
+    return size >= sizeof(std::uint64_t) ? ~std::uint64_t{0} : ~(~std::uint64_t{0} >> (8 * size));
 }
 
-template <match how> int find(std::string_view word) noexcept
-{
-    std::uint64_t const key = leading_bytes(word);
-    int low = 0;
-    int high = row_count;
-    while (high - low > 1) {
-        int const probe = low + (high - low) / 2;
-        int const order = compare<how>(word, key, probe);
-        if (order == 0) {
-            return probe;
-        }
-        (order < 0 ? high : low) = probe;
+constexpr auto row_masks = [] {
+    std::array<std::uint64_t, row_count> masks{};
+    for (std::size_t i = 0; i < masks.size(); ++i) {
+        masks[i] = key_mask(rows[i].word.size());
     }
-    // The halving never lands on row 0.
-    return high == 1 && compare<how>(word, key, 0) == 0 ? 0 : -1;
+    return masks;
+}();
+
+// The same for a word at run time.
+std::uint64_t key_of(std::string_view word) noexcept
+{
+    char const * const text = word.data();
+    std::size_t const size = word.size();
+    std::uint64_t key = 0;
+    if (size >= sizeof key) {
+        std::memcpy(&key, text, sizeof key);
+    } else if (size >= 4) {
+        std::uint32_t front = 0;
+        std::uint32_t back = 0; // overlaps the front
+        std::memcpy(&front, text, sizeof front);
+        std::memcpy(&back, text + size - 4, sizeof back);
+        key = front | std::uint64_t{back} << 8 * (size - 4);
+    } else {
+        for (std::size_t i = 0; i < size; ++i) {
+            key |= std::uint64_t{static_cast<unsigned char>(text[i])} << 8 * i;
+        }
+    }
+    return __builtin_bswap64(key);
+}
+
+// Which first and second letters the rows have together: most words that are in no row end here.
+constexpr auto beginnings = [] {
+    std::array<std::uint32_t, 32> seconds{};
+    for (auto const & row : rows) {
+        seconds[row.word[0] & 31] |= 1U << (row.word[1] & 31);
+    }
+    return seconds;
+}();
+
+// False only for a word of two bytes or more that can equal or begin no row, nor begin with one.
+bool may_be_common(std::string_view word) noexcept
+{
+    if (word.size() < 2) {
+        return true;
+    }
+    auto const first = static_cast<unsigned char>(word[0]);
+    auto const second = static_cast<unsigned char>(word[1]);
+    return first - 0x60U < 32 && second - 0x60U < 32
+        && (beginnings[first & 31U] >> (second & 31U) & 1U) != 0;
+}
+
+// Unsigned byte order behind keys that are equal as far as both texts reach.
+int compare_rest(std::string_view word, std::string_view row) noexcept
+{
+    std::size_t const shared = std::min(word.size(), row.size());
+    constexpr std::size_t done = sizeof(std::uint64_t);
+    return shared <= done ? 0 : std::memcmp(word.data() + done, row.data() + done, shared - done);
 }
 
 } // namespace
 
-int find_common_word(std::string_view word, match how) noexcept
+found_word find_common_word(std::string_view word) noexcept
 {
-    return how == match::whole ? find<match::whole>(word) : find<match::prefix>(word);
+    found_word found{-1, false};
+    if (!may_be_common(word)) {
+        return found;
+    }
+    // One search for both answers: a word that is in no row takes the same way until it meets the
+    // first row of its prefix.
+    std::uint64_t const key = key_of(word);
+    std::uint64_t const mask = key_mask(word.size());
+    std::size_t low = 0;
+    std::size_t high = row_count;
+    std::size_t probe = high / 2;
+    for (;;) {
+        bool before = key < row_keys[probe];
+        if (((key ^ row_keys[probe]) & mask & row_masks[probe]) == 0) [[unlikely]] {
+            std::string_view const row = rows[probe].word;
+            int const rest = compare_rest(word, row);
+            if (rest == 0) {
+                if (word.size() == row.size()) {
+                    return {static_cast<int>(probe), true};
+                }
+                if (found.row < 0) {
+                    found.row = static_cast<int>(probe);
+                }
+            }
+            before = rest < 0 || (rest == 0 && word.size() < row.size());
+        }
+        high = before ? probe : high;
+        low = before ? low : probe;
+        // The halving never lands on row 0, which therefore comes last.
+        if (high - low <= 1) {
+            if (probe == 0 || high != 1) {
+                return found;
+            }
+            probe = 0;
+        } else {
+            probe = low + (high - low) / 2;
+        }
+    }
 }
 
 common_word const & common_word_at(int row) noexcept { return rows[static_cast<std::size_t>(row)]; }

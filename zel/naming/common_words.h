@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include <cstdint>
 #include <string_view>
 
 namespace zel::naming {
@@ -12,15 +11,16 @@ struct common_word {
     std::string_view abbreviation; // never longer than the word
 };
 
-/// How a row is compared with a word.
-enum class match : std::uint8_t {
-    whole, ///< the two texts are equal
-    prefix, ///< one begins with the other
+/// What the table has for a word.
+struct found_word {
+    int row; ///< -1 for nothing
+    bool whole; ///< the row's word equals the one looked for; else one of the two begins the other
 };
 
-/// The row of the table that a halving search meets first, or -1. With `match::prefix` that is
-/// neither the longest nor the first row that fits: "pointers" finds "point".
-int find_common_word(std::string_view word, match how) noexcept;
+/// The row of the word itself, or else the one that a halving search meets first among those that
+/// begin it or that it begins: neither the longest nor the first such row, "pointers" finds
+/// "point". At most eight rows are compared and nothing is allocated.
+found_word find_common_word(std::string_view word) noexcept;
 
 /// \param row  as `find_common_word` gave it.
 common_word const & common_word_at(int row) noexcept;

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "zel/naming/name_generator.h"
 
-#include "zel/naming/common_words.h"
 #include "zel/naming/word_stages.h"
 #include <algorithm>
 #include <array>
@@ -36,7 +35,9 @@ template <typename Stage> auto in_place(string & word, Stage stage)
 
 class byte_set {
 public:
-    explicit byte_set(string const & bytes) noexcept
+    constexpr explicit byte_set(std::string_view bytes) noexcept { add(bytes); }
+
+    constexpr void add(std::string_view bytes) noexcept
     {
         for (char const c : bytes) {
             auto const byte = static_cast<unsigned char>(c);
@@ -59,10 +60,12 @@ private:
 template <typename Take>
 void for_each_word(string const & name, string const & delimiters, Take take)
 {
-    byte_set const boundary(delimiters);
+    constexpr byte_set capitals("ABCDEFGHIJKLMNOPQRSTUVWXYZ");
+    byte_set boundary(capitals);
+    boundary.add(delimiters);
     std::size_t start = 0;
     for (std::size_t i = 1; i <= name.size(); ++i) {
-        if (i == name.size() || (name[i] >= 'A' && name[i] <= 'Z') || boundary[name[i]]) {
+        if (i == name.size() || boundary[name[i]]) {
             take(name.data() + start, name.data() + i);
             start = i;
         }
@@ -180,11 +183,6 @@ int name_generator::findWords(string const & name, std::vector<string> & words) 
         words.push_back(std::move(word));
     });
     return static_cast<int>(words.size());
-}
-
-int name_generator::findWord(string const & word, bool prefix) const
-{
-    return naming::find_common_word(word, prefix ? naming::match::prefix : naming::match::whole);
 }
 
 bool name_generator::abbreviateCommonWords(string & word) const

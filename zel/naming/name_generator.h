@@ -75,7 +75,6 @@ protected:
 
 private:
     char toUpper(char c) const;
-    int findWord(string const & word, bool prefix) const;
 
     std::uint32_t parameter1_;
     std::uint32_t parameter3_;

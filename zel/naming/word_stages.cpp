@@ -7,9 +7,20 @@
 namespace zel::naming {
 namespace {
 
+// The lower-case letters of a text, one bit each.
+constexpr std::uint32_t letters(std::string_view text)
+{
+    std::uint32_t bits = 0;
+    for (char const c : text) {
+        bits |= c >= 'a' && c <= 'z' ? 1U << (c & 31) : 0U;
+    }
+    return bits;
+}
+
 struct rewrite {
     std::string_view from;
     std::string_view to;
+    std::uint32_t needs = letters(from); // a word without one of them cannot hold `from`
 };
 
 // Each applied to the whole word before the next.
@@ -23,14 +34,6 @@ constexpr rewrite suffixes[] = {
     {"ough", "o"},    {"ies", "y"}, {"gue", "g"}, {"cal", "c"}, {"nal", "n"},
     {"ed", ""},       {"es", ""},   {"er", ""},
 };
-
-constexpr std::uint32_t vowel_bits = [] {
-    std::uint32_t bits = 0;
-    for (char const c : std::string_view("AEIOUY")) {
-        bits |= 1U << (c & 31);
-    }
-    return bits;
-}();
 
 std::uint32_t length(std::string_view text) noexcept
 {
@@ -47,19 +50,47 @@ void replace(word_span & word, std::uint32_t position, std::uint32_t count,
     word.size -= count - length(to);
 }
 
-void erase(word_span & word, std::uint32_t position) noexcept { replace(word, position, 1, {}); }
+// Removes the bytes from position 2 on that are `surplus`, from the back, until `word` has at most
+// `target` bytes. One pass to count and one to close up, instead of one for each byte that goes.
+template <typename Surplus>
+void remove_from_back(word_span & word, std::uint32_t target, Surplus surplus) noexcept
+{
+    if (word.size <= target || word.size <= 2) {
+        return;
+    }
+    std::uint32_t found = 0;
+    for (std::uint32_t i = 2; i < word.size; ++i) {
+        found += surplus(word.text[i - 1], word.text[i]);
+    }
+    if (found == 0) {
+        return;
+    }
+    std::uint32_t const wanted = word.size - target;
+    std::uint32_t stay = found > wanted ? found - wanted : 0; // those nearest to the front
+    std::uint32_t size = 2;
+    char before = word.text[1]; // the neighbour as it was, also when it has gone
+    for (std::uint32_t i = 2; i < word.size; ++i) {
+        char const c = word.text[i];
+        bool const hit = surplus(before, c);
+        before = c;
+        bool const goes = hit && stay == 0;
+        stay -= hit && stay != 0;
+        word.text[size] = c;
+        size += !goes;
+    }
+    word.size = size;
+}
 
 } // namespace
 
-bool vowel(char c) noexcept
-{
-    auto const byte = static_cast<unsigned char>(c);
-    return byte >= 'A' && byte < 0x80 && (vowel_bits >> (byte & 31U) & 1U) != 0;
-}
-
 void optimize_combinations(word_span & word) noexcept
 {
+    std::uint32_t const present = letters(word.view());
     for (auto const & row : combinations) {
+        // No row's text brings a letter that another row looks for.
+        if ((present & row.needs) != row.needs) {
+            continue;
+        }
         // The search goes on at the replacement, which may complete another hit: "aeee".
         std::size_t position = 0;
         while ((position = word.view().find(row.from, position)) != std::string_view::npos) {
@@ -72,7 +103,8 @@ void truncate_common_suffix(word_span & word) noexcept
 {
     for (auto const & row : suffixes) {
         std::uint32_t const suffix = length(row.from);
-        if (word.size > suffix + 1 && word.view().ends_with(row.from)) {
+        if (word.size > suffix + 1 && word.text[word.size - 1] == row.from.back()
+            && word.view().ends_with(row.from)) {
             replace(word, word.size - suffix, suffix, row.to);
             return;
         }
@@ -85,27 +117,22 @@ bool abbreviate_common_words(word_span & word) noexcept
     char * rest = word.text;
     std::uint32_t left = word.size;
     for (;;) {
-        std::string_view const piece(rest, left);
-        int row = find_common_word(piece, match::whole);
-        bool const whole = row >= 0;
-        if (!whole) {
-            row = find_common_word(piece, match::prefix);
-            if (row < 0) {
-                if (rest == word.text) {
-                    return false;
-                }
-                break; // what follows a common word and is none itself goes
+        found_word const hit = find_common_word({rest, left});
+        if (hit.row < 0) {
+            if (rest == word.text) {
+                return false;
             }
+            break; // what follows a common word and is none itself goes
         }
-        auto const & found = common_word_at(row);
-        if (!whole && left <= found.word.size()) {
+        auto const & found = common_word_at(hit.row);
+        if (!hit.whole && left <= found.word.size()) {
             std::memmove(word.text + written, rest, left);
             written += left;
             break;
         }
         std::memcpy(word.text + written, found.abbreviation.data(), found.abbreviation.size());
         written += length(found.abbreviation);
-        if (whole) {
+        if (hit.whole) {
             break;
         }
         rest += found.word.size();
@@ -117,20 +144,11 @@ bool abbreviate_common_words(word_span & word) noexcept
 
 void remove_vowels(word_span & word, std::uint32_t target) noexcept
 {
-    // The first two bytes always stay; positions below 2 are only passed over.
-    for (std::uint32_t i = word.size; i > 2 && word.size > target && vowel(word.text[i - 1]); --i) {
-        erase(word, i - 1);
+    while (word.size > 2 && word.size > target && vowel(word.text[word.size - 1])) {
+        --word.size;
     }
-    for (std::uint32_t i = word.size; i > 2 && word.size > target; --i) {
-        if (vowel(word.text[i - 1]) && vowel(word.text[i - 2])) {
-            erase(word, i - 1);
-        }
-    }
-    for (std::uint32_t i = word.size; i > 2 && word.size > target; --i) {
-        if (vowel(word.text[i - 1])) {
-            erase(word, i - 1);
-        }
-    }
+    remove_from_back(word, target, [](char before, char c) { return vowel(c) && vowel(before); });
+    remove_from_back(word, target, [](char, char c) { return vowel(c); });
 }
 
 void abbreviate_word(word_span & word, std::uint32_t target) noexcept

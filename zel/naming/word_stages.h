@@ -24,7 +24,14 @@ constexpr char upper(char c) noexcept
     return c >= 'a' && c <= 'z' ? static_cast<char>(c - ('a' - 'A')) : c;
 }
 
-bool vowel(char c) noexcept;
+/// One of "AEIOUYaeiouy".
+constexpr bool vowel(char c) noexcept
+{
+    constexpr std::uint32_t bits = 1U << ('A' & 31) | 1U << ('E' & 31) | 1U << ('I' & 31)
+        | 1U << ('O' & 31) | 1U << ('U' & 31) | 1U << ('Y' & 31);
+    auto const byte = static_cast<unsigned char>(c);
+    return byte - 0x40U < 0x40U && (bits >> (byte & 31U) & 1U) != 0;
+}
 
 /// The stages, each as the member of `name_generator` that it carries out.
 void optimize_combinations(word_span & word) noexcept;
