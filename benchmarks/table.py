@@ -1,0 +1,63 @@
+# SPDX-License-Identifier: MIT
+"""Prints benchmark results as a table: job, zel, best peer, limit, ratio of zel to the best peer.
+
+A benchmark is named job/whose; "zel" is ours, "limit" the least work that could be written by hand,
+everything else a peer. Times are medians of the repetitions.
+"""
+import collections
+import json
+import sys
+
+SCALE = {"ns": 1, "us": 1e3, "ms": 1e6, "s": 1e9}
+
+
+def medians(paths):
+    jobs = collections.OrderedDict()
+    for path in paths:
+        try:
+            with open(path) as file:
+                rows = json.load(file)["benchmarks"]
+        except (OSError, ValueError, KeyError):
+            continue  # a program in which no benchmark fits the filter
+        for row in rows:
+            if row.get("aggregate_name") != "median" or row.get("error_occurred"):
+                continue
+            # What the benchmark library appends to a name is not part of it.
+            name = "/".join(part for part in row["run_name"].split("/")
+                            if part not in ("real_time", "process_time")
+                            and not part.startswith(("threads:", "iterations:", "min_time:",
+                                                     "repeats:", "manual_time")))
+            job, _, whose = name.rpartition("/")
+            clock = "real_time" if "/real_time" in row["run_name"] else "cpu_time"
+            jobs.setdefault(job, {})[whose] = row[clock] * SCALE[row["time_unit"]]
+    return jobs
+
+
+def shown(nanoseconds):
+    for unit, size in (("s", 1e9), ("ms", 1e6), ("us", 1e3)):
+        if nanoseconds >= size * 10:
+            return f"{nanoseconds / size:.1f} {unit}"
+    return f"{nanoseconds:.1f} ns"
+
+
+def main(paths):
+    table = [("job", "zel", "best peer", "", "limit", "ratio")]
+    for job, times in medians(paths).items():
+        peers = {who: time for who, time in times.items() if who not in ("zel", "limit")}
+        best = min(peers, key=peers.get, default=None)
+        zel = times.get("zel")
+        table.append((
+            job,
+            shown(zel) if zel else "-",
+            shown(peers[best]) if best else "-",
+            best or "",
+            shown(times["limit"]) if "limit" in times else "",
+            f"{zel / peers[best]:.2f}" if zel and best else "",
+        ))
+    widths = [max(len(row[column]) for row in table) for column in range(6)]
+    for row in table:
+        print("  ".join(cell.ljust(width) if column in (0, 3) else cell.rjust(width)
+                        for column, (cell, width) in enumerate(zip(row, widths))).rstrip())
+
+
+main(sys.argv[1:])

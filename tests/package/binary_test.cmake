@@ -1,0 +1,51 @@
+# SPDX-License-Identifier: MIT
+# Loading the library runs nothing of its own, and only names of zel leave it.
+set(failures "")
+
+# An object file with a function to run at load has one of these sections.
+foreach(object IN LISTS OBJECTS)
+  execute_process(COMMAND ${READELF} --wide --sections ${object} OUTPUT_VARIABLE sections
+                          COMMAND_ERROR_IS_FATAL ANY)
+  if(sections MATCHES "\\.(init_array|preinit_array|ctors|init)[ .]")
+    list(APPEND failures "runs something at load: ${object}")
+  endif()
+endforeach()
+
+# The shared object: one entry, the C run-time's own frame_dummy.
+if(LIBRARY MATCHES "\\.so")
+  execute_process(COMMAND ${READELF} --wide --sections ${LIBRARY} OUTPUT_VARIABLE sections
+                          COMMAND_ERROR_IS_FATAL ANY)
+  if(NOT sections MATCHES "\\.init_array +INIT_ARRAY +[0-9a-f]+ [0-9a-f]+ ([0-9a-f]+)")
+    set(CMAKE_MATCH_1 "0")
+  endif()
+  math(EXPR bytes "0x${CMAKE_MATCH_1}")
+  if(bytes GREATER 8)
+    list(APPEND failures ".init_array holds ${bytes} bytes, more than the run-time's own entry")
+  endif()
+
+  execute_process(COMMAND ${NM} --dynamic --defined-only --demangle ${LIBRARY}
+                  OUTPUT_VARIABLE symbols COMMAND_ERROR_IS_FATAL ANY)
+  string(REPLACE ";" "," symbols "${symbols}")
+  string(REGEX REPLACE "\n$" "" symbols "${symbols}")
+  string(REPLACE "\n" ";" symbols "${symbols}")
+  list(LENGTH symbols count)
+  foreach(symbol IN LISTS symbols)
+    string(REGEX REPLACE "^[0-9a-f]* *[A-Za-z] " "" name "${symbol}")
+    if(NOT name MATCHES
+       "^((vtable|VTT|typeinfo|typeinfo name) for |(non-virtual|virtual) thunk to )?zel::")
+      list(APPEND failures "foreign symbol: ${name}")
+    endif()
+  endforeach()
+  if(count LESS 50)
+    list(APPEND failures "only ${count} symbols: the list was not read")
+  endif()
+endif()
+
+list(LENGTH OBJECTS count)
+if(count LESS 5)
+  list(APPEND failures "only ${count} objects were looked at")
+endif()
+if(failures)
+  list(JOIN failures "\n" text)
+  message(FATAL_ERROR "${text}")
+endif()
