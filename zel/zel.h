@@ -14,4 +14,8 @@
 
 #include "zel/naming/name_generator.h"
 
+#include "zel/values/color_ref.h"
+#include "zel/values/time.h"
+#include "zel/values/timer.h"
+
 #include "zel/platform/last_error.h"

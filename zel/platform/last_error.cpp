@@ -53,6 +53,7 @@ constexpr text texts[] = {
     {error_not_owner, "Attempt to release mutex not owned by caller.\r\n"},
     {error_too_many_posts, "Too many posts were made to a semaphore.\r\n"},
     {error_invalid_address, "Attempt to access invalid address.\r\n"},
+    {error_privilege_not_held, "A required privilege is not held by the client.\r\n"},
     {error_invalid_window_handle, "Invalid window handle.\r\n"},
     {error_invalid_thread_id, "Invalid thread identifier.\r\n"},
     {error_no_system_resources,

@@ -36,6 +36,7 @@ enum error : std::uint32_t {
     error_not_owner = 288,
     error_too_many_posts = 298,
     error_invalid_address = 487,
+    error_privilege_not_held = 1314,
     error_invalid_window_handle = 1400,
     error_invalid_thread_id = 1444,
     error_no_system_resources = 1450,

@@ -1,0 +1,259 @@
+// SPDX-License-Identifier: MIT
+#include "zel/values/time.h"
+
+#include "zel/core/auto_ptr.h"
+#include "zel/platform/last_error.h"
+#include <cmath>
+#include <cstdlib>
+#include <ctime>
+#include <gtest/gtest.h>
+#include <sstream>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace {
+
+using zel::time;
+using zel::timer;
+
+constexpr std::int64_t day_ticks = 864'000'000'000;
+
+time date(unsigned year, unsigned month, unsigned day, unsigned char hour = 0,
+          unsigned char minute = 0, unsigned char second = 0, std::uint16_t milliseconds = 0)
+{
+    return {static_cast<unsigned char>(day),
+            static_cast<time::month>(month),
+            static_cast<std::uint16_t>(year),
+            hour,
+            minute,
+            second,
+            milliseconds};
+}
+
+std::string written(auto const & value)
+{
+    std::ostringstream stream;
+    stream << value;
+    return stream.str();
+}
+
+class zone {
+public:
+    explicit zone(char const * rules)
+    {
+        ::setenv("TZ", rules, 1);
+        ::tzset();
+    }
+    zone(zone const &) = delete;
+    ~zone()
+    {
+        ::setenv("TZ", before_.c_str(), 1);
+        ::tzset();
+    }
+
+private:
+    std::string before_ = std::getenv("TZ") == nullptr ? "" : std::getenv("TZ");
+};
+
+TEST(time, counts_every_day_of_1601_to_9999)
+{
+    time const origin = date(1601, 1, 1);
+    std::int64_t days = 0;
+    for (unsigned year = 1601; year <= 9999; ++year) {
+        for (unsigned month = 1; month <= 12; ++month) {
+            bool const leap = year % 400 == 0 || (year % 4 == 0 && year % 100 != 0);
+            unsigned const length = time::ms_month_days[month] + (leap && month == 2);
+            for (unsigned day = 1; day <= length; ++day, ++days) {
+                time expected = date(year, month, day, 23, 59, 59, 999);
+                std::int64_t const ticks = (days + 1) * day_ticks - 10'000;
+                ASSERT_EQ(expected.to_100nanosecs(), ticks);
+                ASSERT_EQ((expected - origin).get_days(), days);
+                expected.set_day_of_week(static_cast<time::day_of_week>((days + 1) % 7));
+                ASSERT_EQ(time(ticks + 9'999), expected); // less than a millisecond is cut off
+            }
+            ASSERT_EQ(date(year, month, length + 1).to_100nanosecs(), 0);
+        }
+    }
+}
+
+TEST(time, gives_the_start_of_1601_for_what_is_no_date)
+{
+    time first = date(1601, 1, 1);
+    first.set_day_of_week(time::monday);
+    time last = date(30827, 12, 31, 23, 59, 59, 999);
+    EXPECT_EQ((time(last.to_100nanosecs()) - last), timer());
+    std::int64_t const counts[]
+        = {-1, INT64_MIN, INT64_MAX, last.to_100nanosecs() + 10'000, 0, 9'999};
+    for (std::int64_t const ticks : counts) {
+        EXPECT_EQ(time(ticks), first) << ticks;
+    }
+    EXPECT_EQ(time(static_cast<time::time_enum>(2)), first);
+    EXPECT_EQ(last + timer(1), first);
+    EXPECT_EQ(last + timer(24'800), first); // beyond 64 bits
+    EXPECT_EQ(first - timer(0, 0, 0, 0, 1), first);
+
+    time const bad[] = {date(1600, 12, 31),         date(30828, 1, 1),
+                        date(2023, 2, 29),          date(1900, 2, 29),
+                        date(2023, 0, 1),           date(2023, 13, 1),
+                        date(2023, 1, 0),           date(2023, 4, 31),
+                        date(2023, 1, 32),          date(2023, 1, 1, 24),
+                        date(2023, 1, 1, 0, 60),    date(2023, 65537, 1),
+                        date(2023, 1, 1, 0, 0, 60), date(2023, 1, 1, 0, 0, 0, 1000)};
+    for (time const & value : bad) {
+        SCOPED_TRACE(value.to_string());
+        zel::platform::set_last_error(0);
+        EXPECT_EQ(value.to_100nanosecs(), 0);
+        EXPECT_FALSE(value.write_system());
+        EXPECT_FALSE(value.write_local());
+        EXPECT_EQ(zel::platform::last_error(), zel::platform::error_invalid_parameter);
+    }
+}
+
+TEST(time, subtracts_in_the_calendar)
+{
+    struct {
+        time left, right;
+        timer span;
+    } const rows[] = {
+        {date(2004, 3, 1), date(2004, 2, 28), timer(2)},
+        {date(2003, 3, 1), date(2003, 2, 28), timer(1)},
+        {date(2007, 1, 1), date(2006, 12, 31, 23, 59, 59, 999), timer(0, 0, 0, 0, 1)},
+        {date(2007, 5, 5, 10), date(2007, 5, 5, 12), timer(-1, 22)},
+        {date(2000, 3, 1), date(1900, 3, 1), timer(36525)},
+        {date(2007, 5, 5, 1, 1, 1, 1), date(2007, 5, 4, 2, 2, 2, 2), timer(0, 22, 58, 58, 999)},
+        {date(1, 1, 1), date(0, 12, 31), timer(1)}, // year 0 has 366 days
+        {date(0, 3, 1), date(0, 2, 28), timer(2)},
+        {date(2007, 13, 1), date(2007, 1, 1), timer(365)},
+        {date(2007, 0x80000000, 1), date(2007, 0, 1), timer(365)}, // the table ends there
+        {date(2007, 1, 0), date(2007, 1, 255), timer(-255)},
+        {date(2007, 1, 1, 255), date(2007, 1, 1), timer(-1, 23)}, // a field counts in 8 bits
+        {date(2007, 1, 1, 0, 0, 0, 65535), date(2007, 1, 1), timer(-1, 23, 59, 59, 999)},
+    };
+    for (auto const & row : rows) {
+        SCOPED_TRACE(testing::Message() << row.left << " less " << row.right);
+        EXPECT_EQ(row.left - row.right, row.span) << row.left - row.right;
+        EXPECT_EQ(timer(row.right, row.left), row.span);
+    }
+}
+
+TEST(time, moves_by_a_span_and_finds_the_weekday)
+{
+    time value = date(2004, 2, 28, 23, 59, 59, 999);
+    value += timer(0, 0, 0, 0, 1);
+    EXPECT_EQ(value.get_day_of_week(), time::sunday);
+    EXPECT_EQ(value.to_string(), "Sunday February 29 00:00:00.000  2004");
+    value -= timer(1, 0, 0, 0, -1);
+    EXPECT_EQ(value - timer(), value);
+    EXPECT_EQ(value.to_string(), "Saturday February 28 00:00:00.001  2004");
+}
+
+TEST(time, has_a_text_for_every_field)
+{
+    time value = date(2007, 3, 1, 9, 5, 7, 42);
+    EXPECT_EQ(value.to_string(), "Unknown March 01 09:05:07.042  2007");
+    value.set_day_of_week(time::thursday);
+    EXPECT_EQ(written(value), "Thursday March 01 09:05:07.042  2007");
+    value.set_day_of_week(static_cast<time::day_of_week>(0xFFFFFFFF));
+    value.set_month(static_cast<time::month>(0));
+    EXPECT_EQ(value.to_string(), "Unknown Unknown 01 09:05:07.042  2007");
+    value = date(0, 13, 255, 255, 255, 255, 65535);
+    EXPECT_EQ(value.to_string(), "Unknown Unknown 255 255:255:255.65535  0");
+}
+
+TEST(time, copies_the_fields_and_not_the_count)
+{
+    zel::auto_ptr<time> const held(new time(time::system_time));
+    time copy(*held);
+    EXPECT_EQ(copy.ref_count(), 0U);
+    EXPECT_EQ(copy, *held);
+    copy.set_milliseconds(static_cast<std::uint16_t>(copy.get_milliseconds() + 1));
+    EXPECT_NE(copy, *held);
+    *held = copy;
+    EXPECT_EQ(held->ref_count(), 1U);
+    EXPECT_EQ(copy, *held);
+}
+
+TEST(time, reads_the_clock_in_the_zone_of_the_moment)
+{
+    auto const offset = [] { // of local time, in seconds; the clock goes on between the reads
+        std::int64_t const utc = time(time::system_time).to_100nanosecs();
+        std::int64_t const local = time(time::local_time).to_100nanosecs();
+        return std::lround(static_cast<double>(local - utc) / 1e7);
+    };
+    struct {
+        char const * rules;
+        std::int64_t seconds;
+    } const rows[]
+        = {{"UTC0", 0},
+           {"AAA-5:45", 20'700},
+           {"BBB3:30:01", -12'601},
+           {"", 0},
+           // too long a name to be kept
+           {"<ABCDEFGHIJKLMNOPQRSTUVWXYZABCDEFGHIJKLMNOPQRSTUVWXYZABCDEFGHIJKL>-1", 3600}};
+    for (auto const & row : rows) {
+        zone const here(row.rules);
+        EXPECT_EQ(offset(), row.seconds) << row.rules;
+        EXPECT_EQ(offset(), row.seconds) << row.rules; // from what was kept
+    }
+    std::int64_t const seconds
+        = (time(time::system_time).to_100nanosecs() - date(1970, 1, 1).to_100nanosecs())
+        / 10'000'000;
+    EXPECT_NEAR(static_cast<double>(std::time(nullptr)), static_cast<double>(seconds), 2);
+}
+
+TEST(time, reports_that_a_user_may_not_set_the_clock)
+{
+    pid_t const child = ::fork();
+    if (child == 0) {
+        // The superuser's rights go first: the clock of the machine is not to be changed.
+        if (::getuid() == 0 && (::setgid(65534) != 0 || ::setuid(65534) != 0)) {
+            ::_exit(2);
+        }
+        time const now(time::system_time);
+        time const local(time::local_time);
+        bool const refused = !now.write_system()
+            && zel::platform::last_error() == zel::platform::error_privilege_not_held
+            && !local.write_local()
+            && zel::platform::last_error() == zel::platform::error_privilege_not_held;
+        ::_exit(refused ? 0 : 1);
+    }
+    int status = -1;
+    ASSERT_EQ(::waitpid(child, &status, 0), child);
+    EXPECT_EQ(status, 0);
+}
+
+TEST(timer, counts_its_fields_as_they_stand)
+{
+    struct {
+        timer span;
+        std::int64_t ticks;
+        char const * text;
+    } const rows[] = {
+        {timer(), 0, "0 days, 0 hours, 0 minutes, 0.000 seconds"},
+        {timer(2, 3, 4, 5, 6), 1'838'450'060'000, "2 days, 3 hours, 4 minutes, 5.006 seconds"},
+        {timer(0, 24), day_ticks, "0 days, 24 hours, 0 minutes, 0.000 seconds"},
+        {timer(1), day_ticks, "1 days, 0 hours, 0 minutes, 0.000 seconds"},
+        {timer(-1, 22), -72'000'000'000, "-1 days, 22 hours, 0 minutes, 0.000 seconds"},
+        {timer(0, 0, 0, 0, -5), -50'000, "0 days, 0 hours, 0 minutes, 0.-005 seconds"},
+        {timer(24855, 3, 14, 7), 21'474'836'470'000'000,
+         "24855 days, 3 hours, 14 minutes, 7.000 seconds"},
+        {timer(24855, 3, 14, 8), -21'474'836'480'000'000, // 32 bits of seconds wrap
+         "24855 days, 3 hours, 14 minutes, 8.000 seconds"},
+        {timer(INT32_MIN, -128, -128, -128, INT16_MIN), -4'686'407'680'000, // all wrap
+         "-2147483648 days, -128 hours, -128 minutes, -128.-32768 seconds"},
+    };
+    for (auto const & row : rows) {
+        SCOPED_TRACE(row.text);
+        EXPECT_EQ(row.span.to_int64(), row.ticks);
+        EXPECT_EQ(row.span.to_string(), row.text);
+        EXPECT_EQ(written(row.span), row.text);
+    }
+    EXPECT_NE(timer(0, 24), timer(1));
+
+    zel::auto_ptr<timer> const held(new timer(1, 2, 3, 4, 5));
+    timer const copy(*held);
+    EXPECT_EQ(copy, *held);
+    EXPECT_EQ(copy.ref_count(), 0U);
+}
+
+} // namespace

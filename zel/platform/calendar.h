@@ -1,0 +1,34 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <cstdint>
+
+namespace zel::platform {
+
+/// A date and a time of day in the proleptic Gregorian calendar, as the platform lays it out.
+struct system_time {
+    std::uint16_t year; // 1601 to 30827
+    std::uint16_t month; // from 1
+    std::uint16_t day_of_week; // from 0, which is Sunday
+    std::uint16_t day; // from 1
+    std::uint16_t hour;
+    std::uint16_t minute;
+    std::uint16_t second; // to 59: there are no leap seconds
+    std::uint16_t milliseconds;
+};
+
+/// Ticks of 100 nanoseconds from the start of 1601 to the start of 1970.
+inline constexpr std::int64_t ticks_to_1970 = 116'444'736'000'000'000;
+
+/// Counts the ticks of 100 nanoseconds from the start of 1601; the day of the week is not looked
+/// at. \returns false with `error_invalid_parameter` when the fields name no moment of the years
+/// 1601
+///          to 30827; `ticks` is unchanged then.
+bool system_time_to_file_time(system_time const & time, std::int64_t & ticks) noexcept;
+
+/// The reverse, with the day of the week; what is less than a millisecond is cut off.
+/// \returns false with `error_invalid_parameter` for a negative count and for one beyond the year
+///          30827; `time` is unchanged then.
+bool file_time_to_system_time(std::int64_t ticks, system_time & time) noexcept;
+
+} // namespace zel::platform

@@ -1,0 +1,190 @@
+// SPDX-License-Identifier: MIT
+#include "zel/values/time.h"
+
+#include "zel/platform/calendar.h"
+#include "zel/platform/clock.h"
+#include <algorithm>
+#include <iterator>
+#include <ostream>
+#include <span>
+#include <string_view>
+
+namespace zel {
+
+constinit unsigned char const time::ms_month_days[13]
+    = {0, 31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
+constinit char const * const time::ms_month_names[13]
+    = {nullptr, "January", "February",  "March",   "April",    "May",     "June",
+       "July",  "August",  "September", "October", "November", "December"};
+constinit char const * const time::ms_day_names[7]
+    = {"Sunday", "Monday", "Tuesday", "Wednesday", "Thursday", "Friday", "Saturday"};
+
+namespace {
+
+platform::system_time to_platform(time const & value)
+{
+    // A month or a weekday beyond 16 bits becomes one that the calendar does not have either.
+    auto const number = [](std::uint32_t field) {
+        return static_cast<std::uint16_t>(std::min<std::uint32_t>(field, 0xFFFF));
+    };
+    return {.year = value.get_year(),
+            .month = number(value.get_month()),
+            .day_of_week = number(value.get_day_of_week()),
+            .day = value.get_day(),
+            .hour = value.get_hour(),
+            .minute = value.get_minute(),
+            .second = value.get_second(),
+            .milliseconds = value.get_milliseconds()};
+}
+
+time from_platform(platform::system_time const & fields)
+{
+    auto const byte = [](std::uint16_t field) { return static_cast<unsigned char>(field); };
+    time value(byte(fields.day), static_cast<time::month>(fields.month), fields.year,
+               byte(fields.hour), byte(fields.minute), byte(fields.second), fields.milliseconds);
+    value.set_day_of_week(static_cast<time::day_of_week>(fields.day_of_week));
+    return value;
+}
+
+// Days before each month of a year without a leap day; month 13 and all behind it have the whole
+// year in front of them, month 0 and 1 nothing.
+constexpr std::int32_t days_before_month[14]
+    = {0, 0, 31, 59, 90, 120, 151, 181, 212, 243, 273, 304, 334, 365};
+
+std::int32_t day_number(time const & value)
+{
+    std::int32_t const year = value.get_year();
+    std::uint32_t const month = std::min<std::uint32_t>(value.get_month(), 13);
+    bool const is_leap_year = year % 4 == 0 && (year % 100 != 0 || year % 400 == 0);
+    std::int32_t days
+        = value.get_day() - 1 + days_before_month[month] + (is_leap_year && month > 2 ? 1 : 0);
+    if (year != 0) {
+        std::int32_t const before = year - 1;
+        days += 365 * year + before / 4 - before / 100 + before / 400 + 1;
+    }
+    return days;
+}
+
+// Subtracts one field in the width `Field`. `borrow` is 0 or -1, for this field and then the next.
+template <typename Field>
+Field subtract(std::int32_t left, std::int32_t right, std::int32_t & borrow, std::int32_t base)
+{
+    auto const difference = static_cast<Field>(left - right + borrow);
+    borrow = difference < 0 ? -1 : 0;
+    return static_cast<Field>(difference + (borrow & base));
+}
+
+char * put(char * end, std::string_view text) { return std::copy(text.begin(), text.end(), end); }
+
+// Decimal digits, at least `width` of them.
+char * put(char * end, std::uint32_t number, int width)
+{
+    char digits[10];
+    char * first = std::end(digits);
+    for (; number != 0 || width > 0; number /= 10, --width) {
+        *--first = static_cast<char>('0' + number % 10);
+    }
+    return std::copy(first, std::end(digits), end);
+}
+
+std::string_view name_of(std::uint32_t index, std::span<char const * const> names)
+{
+    return index < names.size() && names[index] != nullptr ? names[index] : "Unknown";
+}
+
+} // namespace
+
+time::time(time_enum source) noexcept
+    : time(std::int64_t(0))
+{
+    switch (source) {
+    case local_time:
+        read_local();
+        break;
+    case system_time:
+        read_system();
+        break;
+    }
+}
+
+time::time(std::int64_t ticks) noexcept
+    : time(1, january, 1601, 0, 0, 0, 0)
+{
+    platform::system_time fields{1601, 1, monday, 1, 0, 0, 0, 0};
+    platform::file_time_to_system_time(ticks, fields);
+    copy(from_platform(fields));
+}
+
+time::~time() = default;
+
+void time::read_system() noexcept { copy(from_platform(platform::get_system_time())); }
+
+void time::read_local() noexcept { copy(from_platform(platform::get_local_time())); }
+
+bool time::write_system() const noexcept { return platform::set_system_time(to_platform(*this)); }
+
+bool time::write_local() const noexcept { return platform::set_local_time(to_platform(*this)); }
+
+std::int64_t time::to_100nanosecs() const noexcept
+{
+    std::int64_t ticks = 0;
+    platform::system_time_to_file_time(to_platform(*this), ticks);
+    return ticks;
+}
+
+string time::to_string() const
+{
+    char text[64]; // the longest has 46 bytes
+    char * end = put(text, name_of(day_of_week_, ms_day_names));
+    *end++ = ' ';
+    end = put(end, name_of(month_, ms_month_names));
+    *end++ = ' ';
+    end = put(end, day_, 2);
+    *end++ = ' ';
+    end = put(end, hour_, 2);
+    *end++ = ':';
+    end = put(end, minute_, 2);
+    *end++ = ':';
+    end = put(end, second_, 2);
+    *end++ = '.';
+    end = put(end, milliseconds_, 3);
+    end = put(end, "  ");
+    end = put(end, year_, 1);
+    return string(text, static_cast<unsigned>(end - text));
+}
+
+// Through unsigned numbers: a sum beyond 64 bits becomes a negative count, which is no date.
+time operator+(time const & value, timer const & span) noexcept
+{
+    return time(static_cast<std::int64_t>(static_cast<std::uint64_t>(value.to_100nanosecs())
+                                          + static_cast<std::uint64_t>(span.to_int64())));
+}
+
+time operator-(time const & value, timer const & span) noexcept
+{
+    return time(static_cast<std::int64_t>(static_cast<std::uint64_t>(value.to_100nanosecs())
+                                          - static_cast<std::uint64_t>(span.to_int64())));
+}
+
+time & time::operator+=(timer const & span) noexcept { return *this = *this + span; }
+
+time & time::operator-=(timer const & span) noexcept { return *this = *this - span; }
+
+timer operator-(time const & left, time const & right) noexcept
+{
+    std::int32_t borrow = 0;
+    auto const milliseconds
+        = subtract<std::int16_t>(left.get_milliseconds(), right.get_milliseconds(), borrow, 1000);
+    auto const seconds = subtract<signed char>(left.get_second(), right.get_second(), borrow, 60);
+    auto const minutes = subtract<signed char>(left.get_minute(), right.get_minute(), borrow, 60);
+    auto const hours = subtract<signed char>(left.get_hour(), right.get_hour(), borrow, 24);
+    return timer(day_number(left) - day_number(right) + borrow, hours, minutes, seconds,
+                 milliseconds);
+}
+
+std::ostream & operator<<(std::ostream & stream, time const & value)
+{
+    return stream << value.to_string();
+}
+
+} // namespace zel
