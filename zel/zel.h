@@ -18,4 +18,5 @@
 #include "zel/values/time.h"
 #include "zel/values/timer.h"
 
+#include "zel/platform/kernel_objects.h"
 #include "zel/platform/last_error.h"

@@ -1,0 +1,41 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+
+namespace zel::platform {
+
+/// Nanoseconds of the monotonic clock.
+std::int64_t monotonic_now() noexcept;
+
+/// The moment that lies `milliseconds` ahead; -1, no limit, for 0xFFFFFFFF.
+std::int64_t moment_after(std::uint32_t milliseconds) noexcept;
+
+/// Sleeps as long as `word` holds `expected`. Looking and falling asleep are one step: a change
+/// followed by a wake cannot slip in between. May return for no reason; look at the word again.
+/// \param until   nanoseconds of the monotonic clock; negative for no limit.
+/// \param shared  true for a word in memory that other processes map, or that the kernel wakes.
+/// \returns false when that moment has come, else true.
+bool wait_on_address(std::atomic<std::uint32_t> const & word, std::uint32_t expected,
+                     std::int64_t until, bool shared) noexcept;
+
+/// Wakes up to `count` of those that sleep on `word` with the same `shared`.
+/// \returns how many woke.
+int wake_address(std::atomic<std::uint32_t> const & word, int count, bool shared) noexcept;
+
+/// How `wait_interruptibly` came back.
+enum class wake_reason {
+    woken, // by a wake; it may have been meant for whoever sleeps here
+    changed, // the word held something else
+    interrupted, // by a signal, or because the thread is to stop
+    late, // the moment has come
+};
+
+/// The same for a thread inside `uninterrupted` (threads.h): ends as soon as somebody wants to
+/// suspend or terminate the calling thread, also when that wish comes between the caller's own
+/// look and the sleep. The caller then leaves whatever it had joined and calls `stop_if_told`.
+wake_reason wait_interruptibly(std::atomic<std::uint32_t> const & word, std::uint32_t expected,
+                               std::int64_t until, bool shared) noexcept;
+
+} // namespace zel::platform

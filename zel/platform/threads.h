@@ -1,0 +1,98 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+
+namespace zel::platform {
+
+/// The exit code of a thread that runs.
+constexpr std::uint32_t still_active = 259;
+/// What `get_thread_priority` returns when it fails.
+constexpr std::int32_t priority_error = 0x7FFFFFFF;
+
+/// Starts a thread. Both results are stored before `proc` runs, and are not touched once it does.
+/// \param proc    returns the exit code; nothing it raises may leave it.
+/// \param id      takes the host's number of the thread; may be null.
+/// \param handle  takes what is returned too; may be null.
+/// \returns a handle for `wait_for_single_object` and `close_handle`; null with the last error set.
+void * begin_thread(unsigned int (*proc)(void *), void * argument, std::uint32_t * id,
+                    void ** handle = nullptr) noexcept;
+
+/// Stores the exit code, 259 while the thread runs.
+bool get_exit_code_thread(void * handle, std::uint32_t & code) noexcept;
+
+/// Ends the thread where it is, suspended or not: no destructor, no handler, no cleaning up.
+/// Mutexes that it owned are abandoned; waiters for it wake. Returns when it has ended. A thread in
+/// the middle of the C library's own work (its heap) is given up to 20 ms to come out of it, so
+/// that it leaves no lock of that library behind. Harmless after the thread's end. For the calling
+/// thread it does not return.
+/// \returns false with last error 6, or 156 when the thread blocks the signal that this takes.
+bool terminate_thread(void * handle, std::uint32_t exit_code) noexcept;
+
+/// Stops the thread wherever it is and counts; returns when it has stopped, for the calling thread
+/// when it was resumed. A stopped thread waits for no object of this layer.
+/// \returns the count before, 0 to 126; 0xFFFFFFFF with last error 156 at a count of 127 or when
+/// the
+///          thread blocks the signal that this takes, 5 when it has ended, 6.
+std::uint32_t suspend_thread(void * handle) noexcept;
+/// \returns the count before; the thread runs on when it was 1 or 0.
+std::uint32_t resume_thread(void * handle) noexcept;
+
+/// -15, -2 to 2 or 15, which are the nice values 19, 10, 5, 0, -5, -10 and -20 of the host.
+/// \returns `priority_error` with the last error set.
+std::int32_t get_thread_priority(void * handle) noexcept;
+/// \returns false, with nothing changed, and last error 5 when the host refuses, 87 for another
+///          value, 6.
+bool set_thread_priority(void * handle, std::int32_t priority) noexcept;
+
+/// Names the calling thread where the host shows it, cut to 15 bytes.
+void set_thread_name(char const * name) noexcept;
+
+/// The host's number of the calling thread.
+std::uint32_t current_thread_id() noexcept;
+
+/// Has `function(data)` called once at the calling thread's end, whoever made the thread: on the
+/// thread itself after its own destructors, or by `terminate_thread` once it is gone. Not at the
+/// end of the process. One a thread; a null function takes it back.
+/// \returns false when the host is out of memory.
+bool set_thread_teardown(void (*function)(void *), void * data) noexcept;
+
+/// Waits in one call for the end of a thread or for a change of `word`, which its changer tells by
+/// `wake_address(word, 1, false)`.
+/// \returns 0: the thread has ended; 1: the word holds something else than `expected`; 258: the
+///          time was over; 0xFFFFFFFF with last error 6: no handle of a thread.
+std::uint32_t wait_for_thread_or_change(void * handle, std::atomic<std::uint32_t> const & word,
+                                        std::uint32_t expected,
+                                        std::uint32_t milliseconds) noexcept;
+
+/// While one lives, its thread is neither suspended nor terminated: that waits for the end of the
+/// outermost one. Every lock of the library is held inside one, and briefly.
+class uninterrupted {
+public:
+    uninterrupted() noexcept;
+    ~uninterrupted();
+    uninterrupted(uninterrupted const &) = delete;
+    uninterrupted & operator=(uninterrupted const &) = delete;
+};
+
+/// Whether somebody wants to suspend or terminate the calling thread, which is inside
+/// `uninterrupted` once.
+bool told_to_stop() noexcept;
+/// Stops here if told to, and returns after the resume.
+void stop_if_told() noexcept;
+
+/// A lock for short work on the library's own data, taken inside `uninterrupted`. It needs no
+/// memory and no initialisation.
+class brief_lock {
+public:
+    void lock() noexcept;
+    void unlock() noexcept;
+    /// In the child after a fork: free, whoever had it.
+    void reset() noexcept { word_.store(0, std::memory_order_relaxed); }
+
+private:
+    std::atomic<std::uint32_t> word_{0}; // 0 free, 1 held, 2 held and someone may sleep
+};
+
+} // namespace zel::platform
