@@ -20,7 +20,7 @@ protected:
 class ZEL_API object : public object_non_copy {
 protected:
     object() noexcept = default;
-    virtual ~object();
+    virtual ~object() = default;
 };
 
 } // namespace zel

@@ -19,7 +19,7 @@ namespace zel {
 class ZEL_API ref_obj : public object {
 public:
     ref_obj() noexcept = default;
-    ~ref_obj() override;
+    ~ref_obj() override = default;
 
     /// Takes a reference.
     /// \returns the count after it.

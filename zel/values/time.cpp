@@ -4,10 +4,9 @@
 #include "zel/platform/calendar.h"
 #include "zel/platform/clock.h"
 #include <algorithm>
-#include <iterator>
+#include <cstring>
 #include <ostream>
 #include <span>
-#include <string_view>
 
 namespace zel {
 
@@ -37,6 +36,15 @@ platform::system_time to_platform(time const & value)
             .milliseconds = value.get_milliseconds()};
 }
 
+constexpr platform::system_time start_of_1601{1601, 1, time::monday, 1, 0, 0, 0, 0};
+
+platform::system_time from_ticks(std::int64_t ticks)
+{
+    platform::system_time fields = start_of_1601;
+    platform::file_time_to_system_time(ticks, fields);
+    return fields;
+}
+
 time from_platform(platform::system_time const & fields)
 {
     auto const byte = [](std::uint16_t field) { return static_cast<unsigned char>(field); };
@@ -51,18 +59,20 @@ time from_platform(platform::system_time const & fields)
 constexpr std::int32_t days_before_month[14]
     = {0, 0, 31, 59, 90, 120, 151, 181, 212, 243, 273, 304, 334, 365};
 
-std::int32_t day_number(time const & value)
+// Days since the start of year 0, which has 366 of them.
+inline std::int32_t day_number(time const & value)
 {
-    std::int32_t const year = value.get_year();
+    std::uint32_t const year = value.get_year();
     std::uint32_t const month = std::min<std::uint32_t>(value.get_month(), 13);
-    bool const is_leap_year = year % 4 == 0 && (year % 100 != 0 || year % 400 == 0);
-    std::int32_t days
-        = value.get_day() - 1 + days_before_month[month] + (is_leap_year && month > 2 ? 1 : 0);
-    if (year != 0) {
-        std::int32_t const before = year - 1;
-        days += 365 * year + before / 4 - before / 100 + before / 400 + 1;
-    }
-    return days;
+    // The leap days before the year, counted from 400 years earlier so that nothing is negative.
+    std::uint32_t const before = year + 399;
+    std::uint32_t const century = before / 100;
+    std::uint32_t const days = 365 * year + before / 4 - century + century / 4 - 96;
+    // A year that 100 divides starts a century; 400 divides it when 16 does.
+    bool const starts_century = before - century * 100 == 99;
+    bool const has_leap_day = month > 2 && (year & (starts_century ? 15U : 3U)) == 0;
+    return static_cast<std::int32_t>(days) + days_before_month[month] + has_leap_day
+        + value.get_day() - 1;
 }
 
 // Subtracts one field in the width `Field`. `borrow` is 0 or -1, for this field and then the next.
@@ -74,20 +84,26 @@ Field subtract(std::int32_t left, std::int32_t right, std::int32_t & borrow, std
     return static_cast<Field>(difference + (borrow & base));
 }
 
-char * put(char * end, std::string_view text) { return std::copy(text.begin(), text.end(), end); }
-
-// Decimal digits, at least `width` of them.
-char * put(char * end, std::uint32_t number, int width)
+char * put(char * end, char const * text)
 {
-    char digits[10];
-    char * first = std::end(digits);
-    for (; number != 0 || width > 0; number /= 10, --width) {
-        *--first = static_cast<char>('0' + number % 10);
-    }
-    return std::copy(first, std::end(digits), end);
+    std::size_t const length = std::strlen(text);
+    std::memcpy(end, text, length);
+    return end + length;
 }
 
-std::string_view name_of(std::uint32_t index, std::span<char const * const> names)
+// Up to five decimal digits, with zeros in front to fill `width`.
+char * put(char * end, std::uint32_t number, std::uint32_t width)
+{
+    std::uint32_t const digits
+        = 1U + (number >= 10) + (number >= 100) + (number >= 1000) + (number >= 10'000);
+    std::uint32_t const length = std::max(digits, width);
+    for (std::uint32_t i = length; i-- != 0; number /= 10) {
+        end[i] = static_cast<char>('0' + number % 10);
+    }
+    return end + length;
+}
+
+char const * name_of(std::uint32_t index, std::span<char const * const> names)
 {
     return index < names.size() && names[index] != nullptr ? names[index] : "Unknown";
 }
@@ -95,27 +111,16 @@ std::string_view name_of(std::uint32_t index, std::span<char const * const> name
 } // namespace
 
 time::time(time_enum source) noexcept
-    : time(std::int64_t(0))
+    : time(from_platform(source == local_time        ? platform::get_local_time()
+                             : source == system_time ? platform::get_system_time()
+                                                     : start_of_1601))
 {
-    switch (source) {
-    case local_time:
-        read_local();
-        break;
-    case system_time:
-        read_system();
-        break;
-    }
 }
 
 time::time(std::int64_t ticks) noexcept
-    : time(1, january, 1601, 0, 0, 0, 0)
+    : time(from_platform(from_ticks(ticks)))
 {
-    platform::system_time fields{1601, 1, monday, 1, 0, 0, 0, 0};
-    platform::file_time_to_system_time(ticks, fields);
-    copy(from_platform(fields));
 }
-
-time::~time() = default;
 
 void time::read_system() noexcept { copy(from_platform(platform::get_system_time())); }
 
@@ -172,14 +177,14 @@ time & time::operator-=(timer const & span) noexcept { return *this = *this - sp
 
 timer operator-(time const & left, time const & right) noexcept
 {
+    std::int32_t const days = day_number(left) - day_number(right);
     std::int32_t borrow = 0;
     auto const milliseconds
         = subtract<std::int16_t>(left.get_milliseconds(), right.get_milliseconds(), borrow, 1000);
     auto const seconds = subtract<signed char>(left.get_second(), right.get_second(), borrow, 60);
     auto const minutes = subtract<signed char>(left.get_minute(), right.get_minute(), borrow, 60);
     auto const hours = subtract<signed char>(left.get_hour(), right.get_hour(), borrow, 24);
-    return timer(day_number(left) - day_number(right) + borrow, hours, minutes, seconds,
-                 milliseconds);
+    return timer(days + borrow, hours, minutes, seconds, milliseconds);
 }
 
 std::ostream & operator<<(std::ostream & stream, time const & value)

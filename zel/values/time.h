@@ -89,7 +89,7 @@ public:
         copy(other);
         return *this;
     }
-    ~time() override;
+    ~time() override = default;
 
     std::uint16_t get_year() const noexcept { return year_; }
     month get_month() const noexcept { return month_; }

@@ -12,8 +12,6 @@ timer::timer(time const & first, time const & second) noexcept
 {
 }
 
-timer::~timer() = default;
-
 std::int64_t timer::to_int64() const noexcept
 {
     auto const wide = [](std::int32_t field) { return static_cast<std::uint32_t>(field); };

@@ -45,7 +45,7 @@ public:
         copy(other);
         return *this;
     }
-    ~timer() override;
+    ~timer() override = default;
 
     /// Field by field.
     bool operator==(timer const & other) const noexcept
