@@ -10,6 +10,7 @@
 #include "zel/core/object.h"
 #include "zel/core/ref_obj.h"
 
+#include "zel/text/buffer.h"
 #include "zel/text/convert.h"
 #include "zel/text/string.h"
 

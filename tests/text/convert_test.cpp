@@ -5,6 +5,7 @@
 #include <charconv>
 #include <cmath>
 #include <cstdint>
+#include <cstdlib>
 #include <gtest/gtest.h>
 #include <limits>
 #include <random>
@@ -76,8 +77,8 @@ TYPED_TEST(convert_integers, reach_their_limits_and_no_further)
     if (std::is_signed_v<TypeParam>) {
         EXPECT_EQ(run([&] { return parse<TypeParam>(next(smallest).c_str()); }).reason,
                   refusal::out_of_range);
-        EXPECT_EQ(parse<TypeParam>("+7"), 7);
-        EXPECT_EQ(parse<TypeParam>("-0"), 0);
+        EXPECT_EQ(parse<TypeParam>("+7"), TypeParam{7});
+        EXPECT_EQ(parse<TypeParam>("-0"), TypeParam{0});
     }
 }
 
