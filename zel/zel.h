@@ -16,6 +16,8 @@
 
 #include "zel/naming/name_generator.h"
 
+#include "zel/profile/iprofile.h"
+
 #include "zel/values/color_ref.h"
 #include "zel/values/time.h"
 #include "zel/values/timer.h"

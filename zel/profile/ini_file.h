@@ -1,0 +1,71 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "zel/core/api.h"
+#include "zel/files/file_obj.h"
+#include "zel/profile/iprofile.h"
+
+namespace zel {
+
+/// Settings in a private-profile file: `[section]` heads with `key=value` lines under them.
+///
+/// Nothing is kept in memory. A read looks at the file as it is then; a write has reached it when
+/// the call returns, changes its one line and leaves every other byte as it was. Readers see the
+/// file before a write or after it, never in between, and writers in other threads and processes
+/// lose none of each other's entries. Names are found without regard to the case of ASCII letters.
+///
+/// Failures are not reported: reads give the default, 0 or an empty result when the file cannot be
+/// read, and a write is lost that the file system refuses or whose text could not be read back (a
+/// line break or a NUL, `=` in a key, `]` in a section). The one exception that leaves these
+/// members is `std::bad_alloc`. Texts are cut where they are read, never where they are written: at
+/// 1023 bytes, 127 for numbers and 63 for truth values.
+///
+/// One object may be used from any number of threads at once.
+class ZEL_API ini_file : public iprofile, public file_obj {
+public:
+    /// Touches nothing on disk.
+    /// \param file_name  becomes a `path`; without a folder it counts from the current one.
+    /// \throws std::length_error  and `std::invalid_argument`, as the constructor of `path` does.
+    explicit ini_file(string const & file_name);
+    ~ini_file() override;
+
+    // Each base brings a count; an object in an `auto_ptr` of this class or of `iprofile` has its
+    // holders counted by the first.
+    using iprofile::dec_ref;
+    using iprofile::inc_ref;
+    using iprofile::ref_count;
+
+    string read_string(string const & section, string const & key,
+                       string const & default_value) override;
+    std::int32_t read_int(string const & section, string const & key,
+                          std::int32_t default_value) override;
+    /// True for the text `true` in any case, false for every other one, `1` included.
+    bool read_bool(string const & section, string const & key, bool default_value) override;
+
+    void write_string(string const & section, string const & key, string const & value) override;
+    void write_int(string const & section, string const & key, std::int32_t value) override;
+    /// Writes `true` or `false`.
+    void write_bool(string const & section, string const & key, bool value) override;
+
+    void read_multiple(string const & section, string const & key, char separator,
+                       string const & base_key,
+                       std::list<std::pair<std::int32_t, string>> & result) override;
+
+    string read_by_index_string(string const & section, string const & key,
+                                std::int32_t index) override;
+    std::int32_t read_by_index_int(string const & section, string const & key,
+                                   std::int32_t index) override;
+    void write_by_index_string(string const & section, string const & key, std::int32_t index,
+                               string const & value) override;
+
+    /// Writes two hexadecimal digits a byte and two of a checksum. A null `data` with a size
+    /// removes the entry.
+    void write_binary(string const & section, string const & key, void * data,
+                      std::uint32_t size) override;
+    std::uint32_t get_binary_size(string const & section, string const & key) override;
+    /// Leaves `data` alone unless the entry is a sound block of exactly `size` bytes.
+    void read_binary(string const & section, string const & key, void * data,
+                     std::uint32_t size) override;
+};
+
+} // namespace zel
