@@ -22,5 +22,8 @@
 #include "zel/values/time.h"
 #include "zel/values/timer.h"
 
+#include "zel/files/native_path.h"
+#include "zel/files/path.h"
+
 #include "zel/platform/kernel_objects.h"
 #include "zel/platform/last_error.h"

@@ -79,6 +79,7 @@ public:
     path(special_folder folder);
     path(char const * source);
     path(string const & source);
+    /// Normalised like any text, so that a copy of the lone root `\` is `.\`.
     path(path const & source);
     /// Joins `name` to `folder` with `.` and `..` resolved. A `name` with a root of its own takes
     /// the place of `folder`; two empty texts give a lone backslash, the root.
@@ -89,11 +90,10 @@ public:
     path & operator=(char const * source);
     path & operator=(string const & source);
 
-    /// A `char const *` is normalised before it is compared.
+    /// A `char const *` is normalised before it is compared; one that is too long equals no path.
     bool operator==(path const & other) const noexcept;
     bool operator==(char const * other) const noexcept;
     std::weak_ordering operator<=>(path const & other) const noexcept;
-    std::weak_ordering operator<=>(char const * other) const noexcept;
 
     char const * c_str() const noexcept { return text; }
     unsigned int size() const noexcept;
@@ -108,7 +108,7 @@ public:
     /// Removes one backslash at the end, a root's too.
     void strip_final_slash() noexcept;
     /// Resolves `.` and `..`. A relative path stays relative and keeps the `..` in front; the root
-    /// of a rooted one is never left. An empty path becomes the root.
+    /// of a rooted one is never left.
     bool canonicalize() noexcept;
     /// Joins `more`, in which a leading separator counts for nothing. A network path or one with a
     /// drive takes the place of the text.
@@ -118,7 +118,7 @@ public:
     /// \returns false when nothing relative leads there, as between two drives.
     bool relative_path_to(char const * from, std::int32_t from_attributes, char const * to,
                           std::int32_t to_attributes) noexcept;
-    /// Becomes the components that both texts begin with, which may be none.
+    /// Becomes the components that both texts begin with.
     /// \returns false when there are none.
     bool common_prefix(char const * first, char const * second) noexcept;
 
@@ -161,7 +161,7 @@ public:
     /// Leaves the root alone; false and an empty text when there is none.
     bool strip_to_root() noexcept;
     void strip_path() noexcept;
-    /// Makes every letter small when none is; false when one was.
+    /// Makes every letter small when none is small yet; false when there was nothing to change.
     bool make_pretty() noexcept;
     /// Removes the blanks at both ends.
     void remove_blanks() noexcept;

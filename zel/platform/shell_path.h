@@ -6,12 +6,12 @@
 
 /// Operations on the text of a path; none of them looks at a disk.
 ///
-/// A text is zero-terminated, its separator is the backslash, and letters are compared as ASCII
-/// without regard to case. A root is `C:\`, `C:`, `\`, `\\server\share`, `\\server`, `\\?\C:\` or
-/// `\\?\UNC\server\share`. A text that is changed in place, and every `result`, is an array of
-/// `max_path` bytes; nothing is ever cut to fit, and an operation whose result would not fit fails
-/// and leaves the array as it was. A null text is taken for an empty one by those that only read
-/// it, and makes the others fail. Nothing is allocated and nothing raised.
+/// A text is zero-terminated, its separator is the backslash, and ASCII letters compare without
+/// regard to case. A root is `C:\`, `C:`, `\`, `\\server\share`, `\\server`, `\\?\C:\` or
+/// `\\?\UNC\server\share`. What is changed in place, and every `result`, is an array of `max_path`
+/// bytes. Nothing is ever cut to fit: what joins or resolves texts fails, and leaves the array as
+/// it was, when a text or the result is longer than that. A null text is read as an empty one; a
+/// null array makes the operation fail. Nothing is allocated and nothing raised.
 namespace zel::platform {
 
 /// Bytes of a path's array, the terminator among them.
@@ -30,9 +30,10 @@ char * path_combine(char * result, char const * folder, char const * name) noexc
 /// skipped unless it begins with two of them; what has a root takes the place of the text.
 bool path_append(char * text, char const * more) noexcept;
 
-/// Resolves `.` and `..` components. At the root of a rooted text `..` goes without effect; at the
-/// start of a relative one it stays. A relative text never becomes a rooted one, and a rooted one
-/// of which nothing else is left is its root. An empty text gives `\`.
+/// Resolves `.` and `..` components and folds doubled separators. At the root of a rooted text `..`
+/// has no effect; at the start of a relative one it stays. A relative text never becomes a rooted
+/// one: of `a\..` the `.` is left, and `.\c:` keeps its `.\`. A backslash at the end, the dots and
+/// blanks at the end of a name and the empty text stay as they are.
 /// \param result  may be `source`.
 bool path_canonicalize(char * result, char const * source) noexcept;
 
@@ -41,12 +42,10 @@ bool path_canonicalize(char * result, char const * source) noexcept;
 char * path_add_backslash(char * text) noexcept;
 
 /// Removes one backslash at the end, unless the text is a root with it.
-/// \returns the terminator when one was removed or there was none to remove; for a root the
-///          backslash that stays.
+/// \returns the terminator; of a root that ends in one, the backslash that stays.
 char * path_remove_backslash(char * text) noexcept;
 
-/// The last dot of the file name, or the terminator. A dot in front of a blank or of a backslash
-/// begins no extension.
+/// The last dot of the file name, or the terminator. An extension holds no blank.
 char const * path_find_extension(char const * text) noexcept;
 
 /// Cuts the extension off, its dot included.
@@ -56,7 +55,7 @@ void path_remove_extension(char * text) noexcept;
 bool path_rename_extension(char * text, char const * extension) noexcept;
 
 /// Puts the text in double quotes when it holds a blank.
-/// \returns false when there is no room for them.
+/// \returns false when it holds none, or when there is no room for the quotes.
 bool path_quote_spaces(char * text) noexcept;
 
 /// Removes double quotes when the text both begins and ends with one.
@@ -93,8 +92,8 @@ bool path_strip_to_root(char * text) noexcept;
 /// Leaves only the last component, as `path_find_file_name` finds it.
 void path_strip_path(char * text) noexcept;
 
-/// Makes every letter small when the text has no small letter.
-/// \returns false for a text that has one, which stays as it is.
+/// Makes every letter small, unless one is small already.
+/// \returns true when that changed something.
 bool path_make_pretty(char * text) noexcept;
 
 /// Removes the blanks at both ends; a tab is none.
@@ -109,8 +108,8 @@ bool path_is_relative(char const * text) noexcept;
 /// True for `\`, `X:\`, `\\server`, `\\server\share` and their `\\?\` forms.
 bool path_is_root(char const * text) noexcept;
 
-/// True when a URL scheme (a letter or digit, then letters, digits, `+`, `-` and `.`; two bytes at
-/// least, so that a drive is none) and a colon begin the text.
+/// True when the text begins with a scheme of RFC 3986 and a colon. A scheme has two bytes at
+/// least, so that a drive is none.
 bool path_is_url(char const * text) noexcept;
 
 /// What follows the first backslash, or the second of a leading pair; the terminator when there is
@@ -118,23 +117,27 @@ bool path_is_url(char const * text) noexcept;
 /// \returns null for an empty text.
 char const * path_find_next_component(char const * text) noexcept;
 
-/// Writes the relative path that leads from `from` to `to`. The attributes tell whether each is a
-/// folder; from a file the way begins in the folder that holds it.
-/// \returns false when the two have no component in common, `result` being left alone.
+/// Writes the relative path that leads from `from` to `to`, both taken as canonical. The attributes
+/// tell folders from files; from a file the way begins in the folder that holds it. Joined to where
+/// it begins, it gives `to` again.
+/// \returns false when there is none: the roots differ, or two texts without a drive or a server
+///          have no component in common.
 bool path_relative_path_to(char * result, char const * from, std::int32_t from_attributes,
                            char const * to, std::int32_t to_attributes) noexcept;
 
-/// Writes the components that both texts begin with.
+/// Writes the components that both texts begin with, a drive's root with its backslash. A lone
+/// backslash in front is none.
 /// \param result  may be null, for the length alone, or one of the texts.
 /// \returns its length.
 int path_common_prefix(char const * first, char const * second, char * result) noexcept;
 
-/// True when `name` matches one of the patterns in `spec`, parted by `;`, with blanks in front of
-/// each skipped. `*` stands for any bytes, `?` for one, `*.*` for every name, and a pattern that
-/// ends in `.` for what it says with no extension.
+/// True when `name` matches one of the patterns in `spec`, which are parted by `;`; blanks in front
+/// of each are skipped. `*` stands for any bytes and `?` for one. `*.*` matches every name, and the
+/// dot that ends a pattern also stands for the missing extension of a name without a dot.
 bool path_match_spec(char const * name, char const * spec) noexcept;
 
-/// Orders two texts byte by byte with ASCII capitals taken for small letters.
+/// Orders two texts, each in an array of `max_path` initialised bytes, byte by byte, with ASCII
+/// capitals taken for small letters.
 /// \returns below 0, 0 or above 0.
 int path_compare(char const * first, char const * second) noexcept;
 

@@ -1,0 +1,60 @@
+// SPDX-License-Identifier: MIT
+#include "zel/files/native_path.h"
+
+#include "zel/platform/shell_path.h"
+#include "zel/text/ascii.h"
+#include <algorithm>
+#include <stdexcept>
+
+namespace zel {
+namespace {
+
+constexpr bool begins_with_drive(std::string_view text) noexcept
+{
+    return text.size() >= 2 && text[1] == ':' && ascii::is_letter(text[0]);
+}
+
+} // namespace
+
+std::string to_native(path const & source)
+{
+    std::string_view text = source.c_str();
+    if (text.starts_with("\\\\?\\") && begins_with_drive(text.substr(4))) {
+        text.remove_prefix(4);
+    }
+    std::string result;
+    if (begins_with_drive(text)) {
+        if (ascii::lower(text[0]) != 'c') {
+            return result;
+        }
+        text.remove_prefix(2);
+        if (!text.starts_with('\\')) {
+            result = '/';
+        }
+    } else if (text.starts_with("\\\\")) {
+        return result;
+    }
+    result += text;
+    std::replace(result.begin(), result.end(), '\\', '/');
+    return result;
+}
+
+path from_native(std::string_view name)
+{
+    constexpr char refused[] = {'\\', '\0'};
+    if (name.find_first_of(std::string_view(refused, sizeof refused)) != std::string_view::npos) {
+        throw std::invalid_argument("zel::from_native: a backslash or a NUL inside");
+    }
+    // A relative name such as `c:x` would become a drive without something in front of it.
+    std::string_view const front = name.starts_with('/') ? "C:"
+        : begins_with_drive(name)                        ? ".\\"
+                                                         : "";
+    char text[platform::max_path];
+    if (front.size() + name.size() >= sizeof text) {
+        throw std::length_error("zel::from_native: longer than 259 bytes");
+    }
+    text[front.size() + name.copy(text + front.copy(text, front.size()), name.size())] = '\0';
+    return path(text);
+}
+
+} // namespace zel
