@@ -2,8 +2,171 @@
 #include "zel/text/string.h"
 
 #include "zel/core/exception.h"
+#include "zel/text/format.h"
+#include <algorithm>
+#include <array>
+#include <bit>
+#include <cstring>
+#include <emmintrin.h>
 
 namespace zel {
+namespace {
+
+// A set of bytes, one bit each.
+class byte_set {
+public:
+    constexpr explicit byte_set(std::string_view members) noexcept
+    {
+        for (char const c : members) {
+            auto const byte = static_cast<unsigned char>(c);
+            words_[byte / 64] |= std::uint64_t{1} << byte % 64;
+        }
+    }
+
+    constexpr void erase(unsigned char byte) noexcept
+    {
+        words_[byte / 64] &= ~(std::uint64_t{1} << byte % 64);
+    }
+
+    constexpr bool contains(char c) const noexcept
+    {
+        auto const byte = static_cast<unsigned char>(c);
+        return (words_[byte / 64] >> byte % 64 & 1) != 0;
+    }
+
+private:
+    std::array<std::uint64_t, 4> words_{};
+};
+
+constexpr byte_set white_space(" \t\n\r");
+
+byte_set trimmed_set(char const * set)
+{
+    string::validate_ptr(set);
+    return set == string::ms_default_white_space_string ? white_space : byte_set(set);
+}
+
+// The text up to its first NUL.
+std::string_view before_nul(std::string const & text) { return text.c_str(); }
+
+__m128i load(char const * p) { return _mm_loadu_si128(reinterpret_cast<__m128i const *>(p)); }
+
+// One bit a byte, the first byte lowest.
+std::uint32_t bits(__m128i comparison)
+{
+    return static_cast<std::uint32_t>(_mm_movemask_epi8(comparison));
+}
+
+// Changes the bytes from `first` to `first + 25` by 0x20, and leaves all others.
+void flip_letters(char * p, std::size_t size, char first)
+{
+    // Moved so that the letters are the 26 lowest signed bytes, one comparison finds them.
+    __m128i const move = _mm_set1_epi8(static_cast<char>(-128 - first));
+    __m128i const end = _mm_set1_epi8(-128 + 26);
+    __m128i const bit = _mm_set1_epi8(0x20);
+    std::size_t i = 0;
+    for (; i + 16 <= size; i += 16) {
+        __m128i const bytes = load(p + i);
+        __m128i const letters = _mm_cmplt_epi8(_mm_add_epi8(bytes, move), end);
+        _mm_storeu_si128(reinterpret_cast<__m128i *>(p + i),
+                         _mm_xor_si128(bytes, _mm_and_si128(letters, bit)));
+    }
+    for (; i < size; ++i) {
+        if (p[i] >= first && p[i] < first + 26) {
+            p[i] ^= 0x20;
+        }
+    }
+}
+
+// What XML text and attributes must not hold as such, and what is written for it.
+struct xml_escape {
+    char text[8]; // copied whole, its first `size` bytes count
+    unsigned char size;
+};
+
+constexpr xml_escape xml_escapes[] = {
+    {"#x9;", 4}, {"#xa", 3}, {"#xd", 3}, {"&quot;", 6}, {"&amp;", 5}, {"&lt;", 4}, {"&gt;", 4},
+};
+
+constexpr std::array<unsigned char, 64> xml_escape_index = [] {
+    std::array<unsigned char, 64> index{};
+    index.fill(255);
+    unsigned char next = 0;
+    for (char const c : {'\t', '\n', '\r', '"', '&', '<', '>'}) {
+        index[static_cast<unsigned char>(c)] = next++;
+    }
+    return index;
+}();
+
+xml_escape const * xml_escape_of(char c)
+{
+    auto const byte = static_cast<unsigned char>(c);
+    unsigned char const index = byte < 64 ? xml_escape_index[byte] : 255;
+    return index == 255 ? nullptr : xml_escapes + index;
+}
+
+// The bytes that are escaped, of 16.
+std::uint32_t xml_special_bits(__m128i bytes)
+{
+    auto const equal = [](__m128i a, char c) { return _mm_cmpeq_epi8(a, _mm_set1_epi8(c)); };
+    __m128i const breaks
+        = _mm_or_si128(equal(bytes, '\t'), _mm_or_si128(equal(bytes, '\n'), equal(bytes, '\r')));
+    // '<' and '>' differ in bit 1 alone, '"' and '&' in bit 2.
+    __m128i const angles = equal(_mm_or_si128(bytes, _mm_set1_epi8(2)), '>');
+    __m128i const marks = equal(_mm_or_si128(bytes, _mm_set1_epi8(4)), '&');
+    return bits(_mm_or_si128(breaks, _mm_or_si128(angles, marks)));
+}
+
+std::size_t xml_growth(char const * p, std::size_t size)
+{
+    std::size_t growth = 0;
+    std::size_t i = 0;
+    for (; i + 16 <= size; i += 16) {
+        for (std::uint32_t special = xml_special_bits(load(p + i)); special != 0;
+             special &= special - 1) {
+            growth += xml_escape_of(p[i + static_cast<unsigned>(std::countr_zero(special))])->size
+                - 1U;
+        }
+    }
+    for (; i < size; ++i) {
+        xml_escape const * const escape = xml_escape_of(p[i]);
+        growth += escape == nullptr ? 0 : escape->size - 1U;
+    }
+    return growth;
+}
+
+// Positions of `wanted` in the text, in order. `found` gets each.
+template <typename Found> void for_each_byte(std::string_view text, char wanted, Found && found)
+{
+    __m128i const pattern = _mm_set1_epi8(wanted);
+    std::size_t i = 0;
+    for (; i + 16 <= text.size(); i += 16) {
+        for (std::uint32_t hits = bits(_mm_cmpeq_epi8(load(text.data() + i), pattern)); hits != 0;
+             hits &= hits - 1) {
+            found(i + static_cast<unsigned>(std::countr_zero(hits)));
+        }
+    }
+    for (; i < text.size(); ++i) {
+        if (text[i] == wanted) {
+            found(i);
+        }
+    }
+}
+
+// The same for a text, without overlaps. An empty one is found nowhere.
+template <typename Found>
+void for_each_text(std::string_view text, std::string_view wanted, Found && found)
+{
+    if (wanted.empty()) {
+        return;
+    }
+    for (std::size_t hit = text.find(wanted); hit != std::string_view::npos;
+         hit = text.find(wanted, hit + wanted.size())) {
+        found(hit);
+    }
+}
+
+} // namespace
 
 constinit char const string::ms_default_white_space_string[5] = " \t\n\r";
 constinit char const string::ms_default_delimeter_string[26] = " \t\n\r[]{}(),.:;!%^&*+-=/?|";
@@ -18,5 +181,239 @@ string string::mid(unsigned int first, unsigned int last) const
     unsigned int const count = last - first; // wraps to a large number when last lies in front
     return string(base::substr(first, count));
 }
+
+std::uint32_t string::hash(std::uint32_t count) const noexcept
+{
+    std::uint32_t h = 0;
+    for (char const c : std::string_view(*this).substr(0, count)) {
+        // (h + byte) * 1025, with the byte's product off the chain from one h to the next.
+        std::uint32_t const byte = static_cast<std::uint32_t>(static_cast<signed char>(c)) * 1025;
+        h = (h << 10) + (h + byte);
+        h ^= h >> 6;
+    }
+    h *= 9;
+    h ^= h >> 11;
+    return h * 32769;
+}
+
+string string::truncate_hash(std::uint32_t length) const
+{
+    if (size() <= length || length <= 8) {
+        return *this;
+    }
+    string result;
+    result.reserve(length);
+    result.append(*this, 0, length - 8);
+    std::uint32_t const value = hash(0xFFFFFFFF);
+    for (int shift = 28; shift >= 0; shift -= 4) {
+        result += "0123456789ABCDEF"[value >> shift & 15];
+    }
+    return result;
+}
+
+void string::remove(string const & set)
+{
+    byte_set const members(before_nul(set));
+    base::erase(std::remove_if(begin(), end(), [&](char c) { return members.contains(c); }), end());
+}
+
+void string::to_lower()
+{
+    base::resize(before_nul(*this).size());
+    flip_letters(data(), size(), 'A');
+}
+
+void string::to_upper()
+{
+    base::resize(before_nul(*this).size());
+    flip_letters(data(), size(), 'a');
+}
+
+string string::normalize_for_xml() const
+{
+    std::size_t const growth = xml_growth(data(), size());
+    if (growth == 0) {
+        return *this;
+    }
+    string result;
+    result.resize(size() + growth);
+    char * to = result.data();
+    char const * from = data();
+    char const * const from_end = from + size();
+    char * const to_end = to + result.size();
+    // Copies of 16 bytes and escapes of 8 may write beyond their end, into what comes next.
+    while (from_end - from >= 16 && to_end - to >= 16) {
+        __m128i const bytes = load(from);
+        std::uint32_t const special = xml_special_bits(bytes);
+        _mm_storeu_si128(reinterpret_cast<__m128i *>(to), bytes);
+        if (special == 0) {
+            from += 16;
+            to += 16;
+            continue;
+        }
+        auto const plain = std::countr_zero(special);
+        from += plain;
+        to += plain;
+        if (to_end - to < 8) {
+            break;
+        }
+        xml_escape const * const escape = xml_escape_of(*from++);
+        std::memcpy(to, escape->text, sizeof(escape->text));
+        to += escape->size;
+    }
+    for (; from != from_end; ++from) {
+        if (xml_escape const * const escape = xml_escape_of(*from)) {
+            std::memcpy(to, escape->text, escape->size);
+            to += escape->size;
+        } else {
+            *to++ = *from;
+        }
+    }
+    return result;
+}
+
+string & string::replace(string const & from, string const & to)
+{
+    std::size_t hits = 0;
+    for_each_text(*this, from, [&](std::size_t) { ++hits; });
+    if (hits == 0) {
+        return *this;
+    }
+    string result;
+    result.reserve(size() - hits * from.size() + hits * to.size());
+    std::size_t start = 0;
+    for_each_text(*this, from, [&](std::size_t hit) {
+        result.append(*this, start, hit - start).append(to);
+        start = hit + from.size();
+    });
+    result.append(*this, start, npos);
+    return *this = std::move(result);
+}
+
+std::int32_t string::find_one_of(string const & set)
+{
+    std::size_t const plain = std::strcspn(c_str(), set.c_str());
+    return (*this)[plain] == '\0' ? -1 : static_cast<std::int32_t>(plain);
+}
+
+void string::trim_left(char const * set)
+{
+    byte_set const members = trimmed_set(set);
+    auto const first
+        = std::find_if_not(begin(), end(), [&](char c) { return members.contains(c); });
+    base::erase(begin(), first);
+}
+
+void string::trim_right(char const * set)
+{
+    byte_set const members = trimmed_set(set);
+    std::size_t last = size();
+    while (last != 0 && members.contains((*this)[last - 1])) {
+        --last;
+    }
+    base::resize(last);
+}
+
+void string::trim(char const * set)
+{
+    byte_set const members = trimmed_set(set);
+    std::size_t last = size();
+    while (last != 0 && members.contains((*this)[last - 1])) {
+        --last;
+    }
+    std::size_t first = 0;
+    while (first != last && members.contains((*this)[first])) {
+        ++first;
+    }
+    base::resize(last);
+    base::erase(0, first);
+}
+
+string & string::format(char const * format_text, ...)
+{
+    validate_ptr(format_text);
+    std::va_list arguments;
+    va_start(arguments, format_text);
+    try {
+        format_into(*this, format_text, arguments);
+    } catch (...) {
+        va_end(arguments);
+        throw;
+    }
+    va_end(arguments);
+    return *this;
+}
+
+string & string::format_v(char const * format_text, std::va_list arguments)
+{
+    validate_ptr(format_text);
+    format_into(*this, format_text, arguments);
+    return *this;
+}
+
+string string::word(std::int32_t index, string const & delimiters) const
+{
+    byte_set members(delimiters);
+    members.erase('\0');
+    std::string_view const text = before_nul(*this);
+    std::size_t end = 0;
+    for (; index >= 0; --index) {
+        std::size_t start = end;
+        while (start != text.size() && members.contains(text[start])) {
+            ++start;
+        }
+        end = start;
+        while (end != text.size() && !members.contains(text[end])) {
+            ++end;
+        }
+        if (index == 0) {
+            return string(text.substr(start, end - start));
+        }
+        if (end == text.size()) {
+            break;
+        }
+    }
+    return string();
+}
+
+string string::extract_sub_string(std::uint32_t index, char separator) const
+{
+    std::string_view text = before_nul(*this);
+    for (; index != 0; --index) {
+        std::size_t const hit = text.find(separator);
+        if (hit == std::string_view::npos) {
+            return string();
+        }
+        text.remove_prefix(hit + 1);
+    }
+    return string(text.substr(0, text.find(separator)));
+}
+
+std::vector<string> string::split(string const & separator, bool skip_empty_tail) const
+{
+    auto const for_each_hit = [&](auto && found) {
+        if (separator.size() == 1) {
+            for_each_byte(*this, separator[0], found);
+        } else {
+            for_each_text(*this, separator, found);
+        }
+    };
+    std::size_t hits = 0;
+    for_each_hit([&](std::size_t) { ++hits; });
+
+    std::vector<string> pieces;
+    pieces.reserve(hits + 1);
+    std::size_t start = 0;
+    for_each_hit([&](std::size_t hit) {
+        pieces.emplace_back(std::string_view(data() + start, hit - start));
+        start = hit + separator.size();
+    });
+    if (start != size() || !skip_empty_tail) {
+        pieces.emplace_back(std::string_view(data() + start, size() - start));
+    }
+    return pieces;
+}
+
+void string::load_string(std::uint32_t) noexcept { }
 
 } // namespace zel

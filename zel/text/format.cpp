@@ -1,0 +1,599 @@
+// SPDX-License-Identifier: MIT
+#include "zel/text/format.h"
+
+#include "zel/platform/locale.h"
+#include <bit>
+#include <cerrno>
+#include <charconv>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <new>
+#include <stdexcept>
+#include <utility>
+
+namespace zel {
+namespace {
+
+constexpr std::size_t longest_text = 0x7FFFFFFF; // what the runtime can report as a length
+constexpr std::size_t on_stack = 1024;
+
+[[noreturn, gnu::cold, gnu::noinline]] void raise_too_long()
+{
+    throw std::length_error("zel::string::format: longer than 0x7FFFFFFF bytes");
+}
+
+[[noreturn, gnu::cold, gnu::noinline]] void raise_runtime_failure(int code)
+{
+    switch (code) {
+    case EOVERFLOW:
+        raise_too_long();
+    case ENOMEM:
+        throw std::bad_alloc();
+    case EILSEQ:
+        throw std::invalid_argument("zel::string::format: a character has no encoding");
+    default:
+        throw std::invalid_argument("zel::string::format: not a format");
+    }
+}
+
+// The growing result: on the stack as long as it fits, then moved piece by piece to the heap.
+class collector {
+public:
+    void append(char const * text, std::size_t count)
+    {
+        if (count > room()) [[unlikely]] {
+            spill(count);
+            if (count > on_stack) {
+                heap_.append(text, count);
+                return;
+            }
+        }
+        std::memcpy(next_, text, count);
+        next_ += count;
+    }
+
+    void fill(char c, std::size_t count)
+    {
+        if (count == 0) {
+            return;
+        }
+        if (count > room()) [[unlikely]] {
+            spill(count);
+            if (count > on_stack) {
+                heap_.append(count, c);
+                return;
+            }
+        }
+        std::memset(next_, c, count);
+        next_ += count;
+    }
+
+    void put(char c)
+    {
+        if (room() == 0) [[unlikely]] {
+            spill(1);
+        }
+        *next_++ = c;
+    }
+
+    // At least `count` free bytes, at most `on_stack`; `advance` takes what was written into them.
+    char * reserve(std::size_t count)
+    {
+        if (count > room()) [[unlikely]] {
+            spill(count);
+        }
+        return next_;
+    }
+    void advance(std::size_t count) { next_ += count; }
+    std::size_t room() const { return static_cast<std::size_t>(buffer_ + on_stack - next_); }
+
+    std::size_t finish(std::string & target)
+    {
+        auto const staged = static_cast<std::size_t>(next_ - buffer_);
+        if (heap_.empty()) {
+            if (staged != 0) {
+                target.assign(buffer_, staged);
+            }
+            return staged;
+        }
+        spill(0);
+        std::size_t const size = heap_.size();
+        target = std::move(heap_);
+        return size;
+    }
+
+private:
+    [[gnu::noinline]] void spill(std::size_t wanted)
+    {
+        auto const staged = static_cast<std::size_t>(next_ - buffer_);
+        // `wanted` may be near the limit; the sum of the first two is known to be within it.
+        if (wanted > longest_text - heap_.size() - staged) {
+            raise_too_long();
+        }
+        std::size_t const size = heap_.size() + staged + wanted;
+        if (size > heap_.capacity()) {
+            heap_.reserve(size + 64); // what follows a long text is short as a rule
+        }
+        heap_.append(buffer_, staged);
+        next_ = buffer_;
+    }
+
+    std::string heap_;
+    char * next_ = buffer_;
+    char buffer_[on_stack];
+};
+
+// One conversion as it was read from the format.
+struct conversion {
+    bool left = false;
+    bool plus = false;
+    bool blank = false;
+    bool alternate = false;
+    bool zero = false;
+    int width = 0;
+    int precision = -1; // none
+    char length = '\0'; // 'H' for hh, 'L' for ll, 'D' for L, else the letter itself
+    char letter = '\0';
+
+    bool has_flags() const { return left || plus || blank || alternate || zero; }
+};
+
+struct argument_list {
+    explicit argument_list(std::va_list source) { va_copy(list, source); }
+    argument_list(argument_list const &) = delete;
+    argument_list & operator=(argument_list const &) = delete;
+    ~argument_list() { va_end(list); }
+
+    std::va_list list;
+};
+
+// Digits up to the first other byte; what exceeds an int is a text that is too long.
+int read_number(char const *& p)
+{
+    std::uint64_t number = 0;
+    for (; *p >= '0' && *p <= '9'; ++p) {
+        number = number * 10 + static_cast<std::uint64_t>(*p - '0');
+        if (number > longest_text) {
+            raise_too_long();
+        }
+    }
+    return static_cast<int>(number);
+}
+
+// Reads from behind the '%' to behind the letter. What is no plain conversion shows as a letter
+// that none of the writers takes.
+char const * read_conversion(char const * p, conversion & read, argument_list & arguments)
+{
+    for (;; ++p) {
+        switch (*p) {
+        case '-':
+            read.left = true;
+            continue;
+        case '+':
+            read.plus = true;
+            continue;
+        case ' ':
+            read.blank = true;
+            continue;
+        case '#':
+            read.alternate = true;
+            continue;
+        case '0':
+            read.zero = true;
+            continue;
+        default:
+            break;
+        }
+        break;
+    }
+    if (*p == '*') {
+        ++p;
+        read.width = va_arg(arguments.list, int);
+        if (read.width < 0) {
+            if (read.width < -static_cast<int>(longest_text)) {
+                raise_too_long();
+            }
+            read.left = true;
+            read.width = -read.width;
+        }
+    } else {
+        read.width = read_number(p);
+    }
+    if (*p == '.') {
+        ++p;
+        if (*p == '*') {
+            ++p;
+            read.precision = va_arg(arguments.list, int);
+            if (read.precision < 0) {
+                read.precision = -1;
+            }
+        } else {
+            read.precision = read_number(p);
+        }
+    }
+    switch (*p) {
+    case 'h':
+    case 'l':
+        read.length = *p++;
+        if (*p == read.length) {
+            read.length = *p++ == 'h' ? 'H' : 'L';
+        }
+        break;
+    case 'L':
+        read.length = 'D';
+        ++p;
+        break;
+    case 'j':
+    case 'z':
+    case 't':
+        read.length = *p++;
+        break;
+    default:
+        break;
+    }
+    read.letter = *p;
+    return *p == '\0' ? p : p + 1;
+}
+
+bool read_signed(argument_list & arguments, char length, std::int64_t & value)
+{
+    switch (length) {
+    case '\0':
+        value = va_arg(arguments.list, int);
+        return true;
+    case 'H':
+        value = static_cast<signed char>(va_arg(arguments.list, int));
+        return true;
+    case 'h':
+        value = static_cast<short>(va_arg(arguments.list, int));
+        return true;
+    case 'l':
+    case 'L':
+    case 'j':
+    case 'z':
+    case 't':
+        static_assert(sizeof(long) == 8 && sizeof(std::size_t) == 8);
+        value = va_arg(arguments.list, std::int64_t);
+        return true;
+    default:
+        return false;
+    }
+}
+
+bool read_unsigned(argument_list & arguments, char length, std::uint64_t & value)
+{
+    std::int64_t raw = 0;
+    if (!read_signed(arguments, length, raw)) {
+        return false;
+    }
+    value = static_cast<std::uint64_t>(raw);
+    switch (length) {
+    case '\0':
+        value = static_cast<std::uint32_t>(value);
+        break;
+    case 'H':
+        value = static_cast<std::uint8_t>(value);
+        break;
+    case 'h':
+        value = static_cast<std::uint16_t>(value);
+        break;
+    default:
+        break;
+    }
+    return true;
+}
+
+constexpr char digit_pairs[] = "00010203040506070809101112131415161718192021222324"
+                               "25262728293031323334353637383940414243444546474849"
+                               "50515253545556575859606162636465666768697071727374"
+                               "75767778798081828384858687888990919293949596979899";
+
+constexpr std::uint64_t powers_of_ten[] = {
+    0,
+    10,
+    100,
+    1'000,
+    10'000,
+    100'000,
+    1'000'000,
+    10'000'000,
+    100'000'000,
+    1'000'000'000,
+    10'000'000'000,
+    100'000'000'000,
+    1'000'000'000'000,
+    10'000'000'000'000,
+    100'000'000'000'000,
+    1'000'000'000'000'000,
+    10'000'000'000'000'000,
+    100'000'000'000'000'000,
+    1'000'000'000'000'000'000,
+    10'000'000'000'000'000'000U,
+};
+
+unsigned int decimal_digits(std::uint64_t value)
+{
+    // 1233 / 4096 is log10(2) from above, closely enough for 64 bits.
+    auto const guess = static_cast<unsigned int>(std::bit_width(value | 1)) * 1233 >> 12;
+    return guess + (value >= powers_of_ten[guess] ? 1 : 0);
+}
+
+void write_decimal(char * end, std::uint64_t value)
+{
+    while (value >= 100) {
+        end -= 2;
+        std::memcpy(end, digit_pairs + value % 100 * 2, 2);
+        value /= 100;
+    }
+    if (value >= 10) {
+        std::memcpy(end - 2, digit_pairs + value * 2, 2);
+    } else {
+        end[-1] = static_cast<char>('0' + value);
+    }
+}
+
+void write_integer(collector & out, conversion const & read, std::uint64_t value,
+                   char const * prefix, std::size_t prefix_size)
+{
+    unsigned int count = 0;
+    unsigned int shift = 0;
+    if (read.letter == 'x' || read.letter == 'X') {
+        shift = 4;
+    } else if (read.letter == 'o') {
+        shift = 3;
+    }
+    if (value == 0 && read.precision == 0) {
+        count = 0;
+    } else if (shift != 0) {
+        count = (static_cast<unsigned int>(std::bit_width(value | 1)) + shift - 1) / shift;
+    } else {
+        count = decimal_digits(value);
+    }
+
+    std::size_t zeros = read.precision > static_cast<int>(count)
+        ? static_cast<unsigned int>(read.precision) - count
+        : 0;
+    if (read.letter == 'o' && read.alternate && zeros == 0 && (value != 0 || count == 0)) {
+        zeros = 1; // the prefix of an octal number is a digit of it
+    }
+    std::size_t const body = prefix_size + zeros + count;
+    std::size_t const padding = static_cast<std::size_t>(read.width) > body
+        ? static_cast<std::size_t>(read.width) - body
+        : 0;
+    bool const pad_with_zeros = read.zero && !read.left && read.precision < 0;
+    if (!read.left && !pad_with_zeros) {
+        out.fill(' ', padding);
+    }
+    for (std::size_t i = 0; i < prefix_size; ++i) {
+        out.put(prefix[i]);
+    }
+    out.fill('0', pad_with_zeros ? zeros + padding : zeros);
+
+    char * const digits = out.reserve(32);
+    if (count != 0) {
+        if (shift == 0) {
+            write_decimal(digits + count, value);
+        } else {
+            char const * const symbols
+                = read.letter == 'X' ? "0123456789ABCDEF" : "0123456789abcdef";
+            for (unsigned int i = count; i-- > 0; value >>= shift) {
+                digits[i] = symbols[value & ((1U << shift) - 1)];
+            }
+        }
+        out.advance(count);
+    }
+    if (read.left) {
+        out.fill(' ', padding);
+    }
+}
+
+void write_text(collector & out, conversion const & read, char const * text, std::size_t count)
+{
+    std::size_t const padding = static_cast<std::size_t>(read.width) > count
+        ? static_cast<std::size_t>(read.width) - count
+        : 0;
+    if (!read.left) {
+        out.fill(' ', padding);
+    }
+    out.append(text, count);
+    if (read.left) {
+        out.fill(' ', padding);
+    }
+}
+
+// Leaves one conversion to the runtime.
+template <typename T> void write_by_runtime(collector & out, conversion const & read, T value)
+{
+    char text[16];
+    char * end = text;
+    *end++ = '%';
+    for (auto const & [set, flag] :
+         {std::pair(read.left, '-'), std::pair(read.plus, '+'), std::pair(read.blank, ' '),
+          std::pair(read.alternate, '#'), std::pair(read.zero, '0')}) {
+        if (set) {
+            *end++ = flag;
+        }
+    }
+    for (char const c : {'*', '.', '*'}) { // a negative precision is none
+        *end++ = c;
+    }
+    if (read.length == 'D') {
+        *end++ = 'L';
+    }
+    *end++ = read.letter;
+    *end = '\0';
+
+    auto const print = [&](char * to, std::size_t size) {
+        int const count = std::snprintf(to, size, text, read.width, read.precision, value);
+        if (count < 0) {
+            raise_runtime_failure(errno);
+        }
+        return static_cast<std::size_t>(count);
+    };
+    char * const to = out.reserve(64);
+    std::size_t const count = print(to, out.room());
+    if (count < out.room()) {
+        out.advance(count);
+    } else {
+        std::string whole(count, '\0');
+        print(whole.data(), count + 1);
+        out.append(whole.data(), count);
+    }
+}
+
+bool write_floating(collector & out, conversion const & read, argument_list & arguments)
+{
+    if (read.length == 'D') {
+        write_by_runtime(out, read, va_arg(arguments.list, long double));
+        return true;
+    }
+    if (read.length != '\0' && read.length != 'l') {
+        return false;
+    }
+    double const value = va_arg(arguments.list, double);
+    bool const plain
+        = read.letter == 'g' && !(read.plus || read.blank || read.alternate || read.zero);
+    if (plain && read.precision < 64 && platform::decimal_point_is_period()) {
+        char digits[128]; // sign, 63 digits, point, four zeros in front or an exponent
+        auto const end
+            = std::to_chars(digits, digits + sizeof(digits), value, std::chars_format::general,
+                            read.precision < 0 ? 6 : read.precision);
+        write_text(out, read, digits, static_cast<std::size_t>(end.ptr - digits));
+    } else {
+        write_by_runtime(out, read, value);
+    }
+    return true;
+}
+
+bool write_conversion(collector & out, conversion const & read, argument_list & arguments)
+{
+    switch (read.letter) {
+    case 'd':
+    case 'i': {
+        std::int64_t value = 0;
+        if (!read_signed(arguments, read.length, value)) {
+            return false;
+        }
+        auto const bits = static_cast<std::uint64_t>(value);
+        char const * const sign = value < 0 ? "-" : read.plus ? "+" : read.blank ? " " : "";
+        write_integer(out, read, value < 0 ? 0 - bits : bits, sign, *sign != '\0');
+        return true;
+    }
+    case 'u':
+    case 'x':
+    case 'X':
+    case 'o': {
+        std::uint64_t value = 0;
+        if (!read_unsigned(arguments, read.length, value)) {
+            return false;
+        }
+        bool const prefixed = read.alternate && value != 0 && (read.letter | 0x20) == 'x';
+        write_integer(out, read, value, read.letter == 'X' ? "0X" : "0x", prefixed ? 2 : 0);
+        return true;
+    }
+    case 's': {
+        if (read.length != '\0') {
+            return false;
+        }
+        char const * const text = va_arg(arguments.list, char const *);
+        if (text == nullptr || read.plus || read.blank || read.alternate || read.zero) {
+            write_by_runtime(out, read, text);
+            return true;
+        }
+        std::size_t count = 0;
+        if (read.precision < 0) {
+            count = std::strlen(text);
+        } else {
+            // Within the precision there may be no NUL, and nothing behind it may be read.
+            auto const limit = static_cast<std::size_t>(read.precision);
+            auto const * const end = static_cast<char const *>(std::memchr(text, '\0', limit));
+            count = end == nullptr ? limit : static_cast<std::size_t>(end - text);
+        }
+        write_text(out, read, text, count);
+        return true;
+    }
+    case 'c': {
+        if (read.length != '\0') {
+            return false;
+        }
+        int const value = va_arg(arguments.list, int);
+        if (read.plus || read.blank || read.alternate || read.zero) {
+            write_by_runtime(out, read, value);
+        } else {
+            char const c = static_cast<char>(value);
+            write_text(out, read, &c, 1);
+        }
+        return true;
+    }
+    case 'e':
+    case 'E':
+    case 'f':
+    case 'F':
+    case 'g':
+    case 'G':
+    case 'a':
+    case 'A':
+        return write_floating(out, read, arguments);
+    case 'p':
+        if (read.length != '\0') {
+            return false;
+        }
+        write_by_runtime(out, read, va_arg(arguments.list, void const *));
+        return true;
+    default:
+        return false;
+    }
+}
+
+// What is rare stays with the runtime altogether: positions, wide texts, %n, %m, grouping.
+[[gnu::noinline]] std::size_t format_by_runtime(std::string & target, char const * format_text,
+                                                std::va_list arguments)
+{
+    argument_list again(arguments);
+    char buffer[on_stack];
+    int const count = std::vsnprintf(buffer, sizeof(buffer), format_text, arguments);
+    if (count < 0) {
+        raise_runtime_failure(errno);
+    }
+    auto const size = static_cast<std::size_t>(count);
+    if (size >= sizeof(buffer)) {
+        std::string text(size, '\0');
+        std::vsnprintf(text.data(), size + 1, format_text, again.list);
+        target = std::move(text);
+    } else if (size != 0) {
+        target.assign(buffer, size);
+    }
+    return size;
+}
+
+} // namespace
+
+std::size_t format_into(std::string & target, char const * format_text, std::va_list arguments)
+{
+    int const error = errno; // of the caller, for %m
+    argument_list own(arguments);
+    collector out;
+    for (char const * p = format_text;;) {
+        char const * const percent = std::strchr(p, '%');
+        if (percent == nullptr) {
+            out.append(p, std::strlen(p));
+            break;
+        }
+        out.append(p, static_cast<std::size_t>(percent - p));
+        if (percent[1] == '%') {
+            out.put('%');
+            p = percent + 2;
+            continue;
+        }
+        conversion read;
+        p = read_conversion(percent + 1, read, own);
+        if (!write_conversion(out, read, own)) {
+            errno = error;
+            return format_by_runtime(target, format_text, arguments);
+        }
+    }
+    return out.finish(target);
+}
+
+} // namespace zel
