@@ -22,6 +22,8 @@
 #include "zel/values/time.h"
 #include "zel/values/timer.h"
 
+#include "zel/files/dyn_lib.h"
+#include "zel/files/file_obj.h"
 #include "zel/files/native_path.h"
 #include "zel/files/path.h"
 

@@ -130,6 +130,11 @@ host_name special_folder(std::uint32_t identifier) noexcept
     switch (identifier) {
     case 5:
         return user_folder("XDG_DOCUMENTS_DIR", "/Documents");
+    case 13:
+        return user_folder("XDG_MUSIC_DIR", "/Music");
+    case 14:
+        return user_folder("XDG_VIDEOS_DIR", "/Videos");
+    case 0:
     case 16:
         return user_folder("XDG_DESKTOP_DIR", "/Desktop");
     case 20:
@@ -158,6 +163,12 @@ host_name special_folder(std::uint32_t identifier) noexcept
         return home();
     case 43:
         return host_name("/usr/share");
+    case 46:
+        return user_folder("XDG_PUBLICSHARE_DIR", "/Public");
+    case 47:
+        return host_name("/usr/sbin");
+    case 48:
+        return in_home("/.local/bin");
     default:
         return {};
     }

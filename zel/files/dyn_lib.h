@@ -1,0 +1,65 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "zel/core/api.h"
+#include "zel/core/exception.h"
+#include "zel/core/ref_obj.h"
+#include "zel/text/string.h"
+#include <cstdint>
+
+namespace zel {
+
+/// A code module that is loaded on request and hands out the addresses of its procedures.
+///
+/// Loads are counted by the host: two objects may hold one module, and it goes with the last. Used
+/// by one thread at a time.
+/// \code
+///     zel::dyn_lib library("libz.so.1", true);
+///     library.load();
+///     auto const version = reinterpret_cast<char const * (*)()>(
+///         library.get_proc_addr("zlibVersion"));
+/// \endcode
+class ZEL_API dyn_lib : public ref_obj {
+public:
+    /// A module that can't be loaded, a procedure that it doesn't have. What the host says about it
+    /// is in `get_last_error()` until the thread's next failure.
+    class ZEL_API exception : public zel::exception {
+    public:
+        enum exc_type : std::uint32_t {
+            file_not_found = 1,
+            procedure_not_found = 2,
+            cannot_load = 3,
+        };
+
+        exception(exc_type type, char const * text);
+        exception(exception const &) = default;
+        exception & operator=(exception const &) = default;
+        ~exception() override;
+    };
+
+    /// Loads nothing yet.
+    /// \param name  a file name, which the host searches for by its own rule, or a path. One with a
+    ///              backslash or a drive in it is a path of this library: `C:\lib\a.so`.
+    /// \param unload_on_destroy  false leaves a loaded module in the process when the object goes.
+    dyn_lib(string const & name, bool unload_on_destroy);
+    ~dyn_lib() override;
+
+    /// Does nothing when the module is loaded.
+    /// \throws dyn_lib::exception  `cannot_load` with the module's name.
+    void load();
+
+    void unload() noexcept;
+    bool loaded() const noexcept { return handle != nullptr; }
+
+    /// The address of an exported procedure, valid until the module is unloaded. Never loads.
+    /// \throws dyn_lib::exception  `cannot_load` when the module isn't loaded,
+    ///                             `procedure_not_found` with the module's name.
+    void * get_proc_addr(string const & proc_name);
+
+protected:
+    string const name;
+    void * handle; ///< null while not loaded
+    bool const unload_on_destroy;
+};
+
+} // namespace zel

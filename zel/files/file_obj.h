@@ -1,0 +1,23 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "zel/core/api.h"
+#include "zel/core/ref_obj.h"
+#include "zel/files/path.h"
+
+namespace zel {
+
+/// The root of what stands for a file on disk: it holds the file's path and nothing else.
+class ZEL_API file_obj : public ref_obj {
+public:
+    path const & get_path() const noexcept { return file_path; }
+
+protected:
+    file_obj();
+    explicit file_obj(path const & source);
+    ~file_obj() override;
+
+    path file_path; ///< empty until one is given
+};
+
+} // namespace zel
