@@ -17,6 +17,7 @@
 #include "zel/naming/name_generator.h"
 
 #include "zel/profile/iprofile.h"
+#include "zel/log/logger.h"
 
 #include "zel/values/color_ref.h"
 #include "zel/values/time.h"

@@ -40,6 +40,10 @@ public:
     /// The number of references at this moment; out of date as soon as other threads hold some.
     std::uint32_t ref_count() const noexcept { return count_.load(std::memory_order_relaxed); }
 
+protected:
+    /// Takes an `inc_ref` back and never deletes, whatever is left: for a step that failed.
+    void undo_inc_ref() noexcept { count_.fetch_sub(1); }
+
 private:
     std::atomic<std::uint32_t> count_{0};
 };

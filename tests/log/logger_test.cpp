@@ -1,0 +1,154 @@
+// SPDX-License-Identifier: MIT
+#include "zel/core/exception.h"
+#include "zel/log/logger.h"
+
+#include <gtest/gtest.h>
+#include <stdexcept>
+
+namespace {
+
+using zel::logger;
+
+// Keeps every output as "type|group|text|url", with "-" for the group of a plain message.
+class recorder : public logger {
+public:
+    std::vector<std::string> lines;
+    bool fail = false;
+
+protected:
+    void output_buffer(log_type type, zel::string const & text, zel::string const & url) override
+    {
+        take(type, "-", text, url);
+    }
+    void output_buffer_grouped(log_type type, zel::string const & group, zel::string const & text,
+                               zel::string const & url) override
+    {
+        take(type, group, text, url);
+    }
+
+private:
+    void take(log_type type, std::string const & group, std::string const & text,
+              std::string const & url)
+    {
+        lines.push_back(std::to_string(static_cast<std::int32_t>(type)) + "|" + group + "|" + text
+                        + "|" + url);
+        if (fail) {
+            throw std::runtime_error("no output");
+        }
+    }
+};
+
+std::string counters(logger const & log)
+{
+    return std::to_string(log.get_info_counter()) + " " + std::to_string(log.get_warning_counter())
+        + " " + std::to_string(log.get_error_counter());
+}
+
+TEST(logger, counts_by_type_and_hands_on_all_but_trace)
+{
+    struct {
+        std::int32_t type;
+        char const * counters; // info, warning, error
+        std::size_t outputs;
+    } const rows[] = {
+        {logger::info, "1 0 0", 1}, {logger::error, "0 0 1", 1}, {logger::warning, "0 1 0", 1},
+        {logger::note, "0 0 0", 1}, {logger::trace, "0 0 0", 0}, {5, "0 0 0", 1},
+        {-1, "0 0 0", 1},
+    };
+    for (auto const & row : rows) {
+        SCOPED_TRACE(row.type);
+        auto const type = static_cast<logger::log_type>(row.type);
+        recorder log;
+        log.write(type, "%s-%d", "x", 7);
+        EXPECT_EQ(counters(log), row.counters);
+        ASSERT_EQ(log.lines.size(), row.outputs);
+        if (row.outputs != 0) {
+            EXPECT_EQ(log.lines[0], std::to_string(row.type) + "|-|x-7|");
+        }
+        log.write_grouped(type, "g", "y");
+        EXPECT_EQ(log.lines.size(), 2 * row.outputs);
+    }
+}
+
+TEST(logger, hands_on_text_and_url_whole_and_apart)
+{
+    recorder log;
+    log.write(logger::info, "%s", "");
+    log.write_url(logger::error, nullptr, "x");
+    log.write_url(logger::error, "a", "%c", 'x');
+    log.write_grouped_url(logger::note, "u", "g", "%d", 3);
+    log.write_grouped(logger::note, nullptr, "n");
+    std::vector<std::string> const expected{"0|-||", "1|-|x|", "1|-|x|a", "3|g|3|u", "3||n|"};
+    EXPECT_EQ(log.lines, expected);
+
+    std::string const text(100'000, 't');
+    log.write(logger::note, "%s", text.c_str());
+    EXPECT_EQ(log.lines.back(), "3|-|" + text + "|");
+}
+
+TEST(logger, lets_a_group_out_up_to_its_limit)
+{
+    recorder log;
+    auto const write = [&](char const * group, int times) {
+        std::size_t const before = log.lines.size();
+        for (int i = 0; i < times; ++i) {
+            log.write_grouped(i % 2 == 0 ? logger::error : logger::warning, group, "x");
+        }
+        return log.lines.size() - before;
+    };
+    EXPECT_EQ(write("g", 70), 64U);
+    EXPECT_EQ(counters(log), "0 35 35"); // those held back are counted too
+    EXPECT_EQ(write("G", 1), 1U); // case tells groups apart
+    EXPECT_EQ(write("", 40) + write(nullptr, 40), 64U); // one group
+    log.set_group_limitation(72);
+    EXPECT_EQ(write("g", 10), 2U); // the count stands at 70
+    log.set_group_limitation(0);
+    EXPECT_EQ(write("new", 3), 1U);
+    log.write(logger::note, "plain messages have no group");
+
+    log.clean();
+    EXPECT_EQ(counters(log), "0 0 0");
+    EXPECT_EQ(write("g", 3), 1U); // the limit of 0 stays
+    log.clean();
+    log.set_group_limitation(2);
+    log.write_grouped(logger::trace, "g", "takes a place");
+    EXPECT_EQ(write("g", 3), 1U);
+}
+
+TEST(logger, a_failure_leaves_what_had_happened)
+{
+    recorder log;
+    char const * const no_format = nullptr;
+    EXPECT_THROW(log.write(logger::trace, no_format), zel::memory_exception);
+    EXPECT_THROW(log.write_grouped(logger::error, "g", no_format), zel::memory_exception);
+    EXPECT_EQ(counters(log), "0 0 0");
+    EXPECT_TRUE(log.lines.empty());
+    log.set_group_limitation(1);
+    log.write_grouped(logger::note, "g", "held back: the failed one counted");
+    EXPECT_TRUE(log.lines.empty());
+
+    log.fail = true;
+    EXPECT_THROW(log.write(logger::info, "x"), std::runtime_error);
+    EXPECT_THROW(log.write_grouped(logger::info, "h", "x"), std::runtime_error);
+    EXPECT_EQ(counters(log), "2 0 0");
+}
+
+TEST(logger, an_output_may_clean_the_logger_it_belongs_to)
+{
+    class cleaner : public logger {
+    public:
+        zel::string seen;
+
+    protected:
+        void output_buffer_grouped(log_type, zel::string const & group, zel::string const &,
+                                   zel::string const &) override
+        {
+            clean();
+            seen = group;
+        }
+    } log;
+    log.write_grouped(logger::info, "a group whose name needs storage of its own", "x");
+    EXPECT_EQ(log.seen, "a group whose name needs storage of its own");
+}
+
+} // namespace

@@ -1,0 +1,145 @@
+// SPDX-License-Identifier: MIT
+#include "zel/log/logger.h"
+
+namespace zel {
+namespace {
+
+// Ends a variable argument list also when an exception leaves.
+struct list_end {
+    std::va_list & arguments;
+    ~list_end() { va_end(arguments); }
+};
+
+void step(std::atomic<std::uint32_t> & counter) noexcept
+{
+    counter.store(counter.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
+}
+
+} // namespace
+
+logger::logger() = default;
+logger::~logger() = default;
+
+void logger::write(log_type type, char const * format, ...)
+{
+    std::va_list arguments;
+    va_start(arguments, format);
+    list_end const end{arguments};
+    write_v(type, format, arguments);
+}
+
+void logger::write_v(log_type type, char const * format, std::va_list arguments)
+{
+    write_url_v(type, nullptr, format, arguments);
+}
+
+void logger::write_url(log_type type, char const * url, char const * format, ...)
+{
+    std::va_list arguments;
+    va_start(arguments, format);
+    list_end const end{arguments};
+    write_url_v(type, url, format, arguments);
+}
+
+void logger::write_url_v(log_type type, char const * url, char const * format,
+                         std::va_list arguments)
+{
+    string text;
+    text.format_v(format, arguments);
+    count(type);
+    if (type != trace) {
+        output_buffer(type, text, url);
+    }
+}
+
+void logger::write_grouped(log_type type, char const * group, char const * format, ...)
+{
+    std::va_list arguments;
+    va_start(arguments, format);
+    list_end const end{arguments};
+    write_grouped_v(type, group, format, arguments);
+}
+
+void logger::write_grouped_v(log_type type, char const * group, char const * format,
+                             std::va_list arguments)
+{
+    write_grouped_url_v(type, nullptr, group, format, arguments);
+}
+
+void logger::write_grouped_url(log_type type, char const * url, char const * group,
+                               char const * format, ...)
+{
+    std::va_list arguments;
+    va_start(arguments, format);
+    list_end const end{arguments};
+    write_grouped_url_v(type, url, group, format, arguments);
+}
+
+void logger::write_grouped_url_v(log_type type, char const * url, char const * group,
+                                 char const * format, std::va_list arguments)
+{
+    std::string_view const key = group == nullptr ? "" : group;
+    auto found = groups_.find(key);
+    bool suppressed = false; // the limit is not consulted for a group's first message
+    if (found == groups_.end()) {
+        found = groups_.emplace(key, 1U).first;
+    } else {
+        suppressed = ++found->second > group_limitation_;
+    }
+
+    string text;
+    text.format_v(format, arguments);
+    count(type);
+    if (type != trace && !suppressed) {
+        // A copy: an output that cleans this logger must not lose its own argument.
+        output_buffer_grouped(type, string(found->first), text, url);
+    }
+}
+
+void logger::set_group_limitation(std::uint32_t limit) noexcept { group_limitation_ = limit; }
+
+void logger::clean()
+{
+    info_counter_.store(0, std::memory_order_relaxed);
+    warning_counter_.store(0, std::memory_order_relaxed);
+    error_counter_.store(0, std::memory_order_relaxed);
+    groups_.clear();
+}
+
+std::uint32_t logger::get_info_counter() const noexcept
+{
+    return info_counter_.load(std::memory_order_relaxed);
+}
+
+std::uint32_t logger::get_warning_counter() const noexcept
+{
+    return warning_counter_.load(std::memory_order_relaxed);
+}
+
+std::uint32_t logger::get_error_counter() const noexcept
+{
+    return error_counter_.load(std::memory_order_relaxed);
+}
+
+void logger::output_buffer(log_type, string const &, string const &) { }
+
+void logger::output_buffer_grouped(log_type, string const &, string const &, string const &) { }
+
+void logger::count(log_type type) noexcept
+{
+    switch (type) {
+    case info:
+        step(info_counter_);
+        break;
+    case error:
+        step(error_counter_);
+        break;
+    case warning:
+        step(warning_counter_);
+        break;
+    default:
+        break;
+    }
+}
+
+} // namespace zel
