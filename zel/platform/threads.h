@@ -13,11 +13,11 @@ constexpr std::int32_t priority_error = 0x7FFFFFFF;
 
 /// Starts a thread. Both results are stored before `proc` runs, and are not touched once it does.
 /// \param proc    returns the exit code; nothing it raises may leave it.
-/// \param id      takes the host's number of the thread; may be null.
+/// \param id      takes the host's number of the thread, for any thread to read; may be null.
 /// \param handle  takes what is returned too; may be null.
 /// \returns a handle for `wait_for_single_object` and `close_handle`; null with the last error set.
-void * begin_thread(unsigned int (*proc)(void *), void * argument, std::uint32_t * id,
-                    void ** handle = nullptr) noexcept;
+void * begin_thread(unsigned int (*proc)(void *), void * argument,
+                    std::atomic<std::uint32_t> * id, void ** handle = nullptr) noexcept;
 
 /// Stores the exit code, 259 while the thread runs.
 bool get_exit_code_thread(void * handle, std::uint32_t & code) noexcept;
