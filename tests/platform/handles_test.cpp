@@ -1,0 +1,148 @@
+// SPDX-License-Identifier: MIT
+#include "zel/platform/handles.h"
+
+#include <atomic>
+#include <cstdint>
+#include <gtest/gtest.h>
+#include <set>
+#include <thread>
+#include <vector>
+
+namespace {
+
+using namespace zel::platform;
+
+void * open(std::uint32_t word) { return publish(*take_slot(), handle_kind::semaphore, word, 0); }
+
+// What kernel objects do at their closing.
+bool close(void * handle)
+{
+    handle_slot * const slot = slot_of(handle);
+    std::uint32_t word = 0;
+    if (slot == nullptr || !retire(*slot, handle, word)) {
+        return false;
+    }
+    if (unpin(*slot)) {
+        free_slot(*slot);
+    }
+    return true;
+}
+
+bool alive(void * handle)
+{
+    handle_slot * const slot = slot_of(handle);
+    return slot != nullptr && is_alive(slot->state.load(), handle);
+}
+
+TEST(handles, live_until_they_are_closed_once)
+{
+    void * const first = open(7);
+    void * const second = open(8);
+    EXPECT_NE(first, second);
+    EXPECT_EQ(kind_of(first), handle_kind::semaphore);
+    EXPECT_EQ(word_of(slot_of(first)->state.load()), 7u);
+
+    EXPECT_TRUE(close(first));
+    EXPECT_FALSE(close(first));
+    EXPECT_FALSE(alive(first));
+    EXPECT_TRUE(alive(second));
+
+    void * const third = open(9); // in the slot of the first
+    EXPECT_EQ(slot_of(third), slot_of(first));
+    EXPECT_FALSE(alive(first));
+    EXPECT_FALSE(close(first));
+    EXPECT_TRUE(close(third));
+    EXPECT_TRUE(close(second));
+}
+
+TEST(handles, refuse_any_other_value)
+{
+    void * const handle = open(1);
+    auto const value = reinterpret_cast<std::uintptr_t>(handle);
+    int local = 0;
+    std::uintptr_t const rows[] = {
+        0,
+        1,
+        ~std::uintptr_t{0},
+        value + 1,
+        value + sizeof(handle_slot), // a slot that was never taken
+        value ^ (std::uintptr_t{1} << 32), // another kind
+        value ^ (std::uintptr_t{1} << 63), // another generation
+        value & word_mask,
+        value | 0x80000000,
+        reinterpret_cast<std::uintptr_t>(&local),
+        reinterpret_cast<std::uintptr_t>(slot_of(handle)),
+    };
+    for (std::uintptr_t const row : rows) {
+        SCOPED_TRACE(row);
+        EXPECT_FALSE(alive(reinterpret_cast<void *>(row)));
+        EXPECT_FALSE(close(reinterpret_cast<void *>(row)));
+    }
+    EXPECT_TRUE(close(handle));
+}
+
+TEST(handles, keep_a_pinned_slot_after_the_closing)
+{
+    void * const handle = open(1);
+    handle_slot & slot = *slot_of(handle);
+    ASSERT_TRUE(pin(slot, handle));
+    std::uint32_t word = 0;
+    ASSERT_TRUE(retire(slot, handle, word));
+    EXPECT_FALSE(unpin(slot));
+    EXPECT_FALSE(pin(slot, handle));
+
+    void * const other = open(2);
+    EXPECT_NE(slot_of(other), &slot);
+    EXPECT_TRUE(unpin(slot));
+    free_slot(slot);
+    EXPECT_TRUE(close(other));
+}
+
+TEST(handles, belong_to_one_thread_of_many_that_open_and_close)
+{
+    // Every handle is opened by one thread and closed by two, of which one may succeed.
+    constexpr int rounds = 20'000;
+    std::atomic<void *> exchange{nullptr};
+    std::atomic<int> closed{0};
+    std::atomic<int> opened{0};
+    auto const work = [&] {
+        for (int i = 0; i < rounds; ++i) {
+            void * const handle = open(3);
+            handle_slot & slot = *slot_of(handle);
+            opened.fetch_add(1);
+            void * const other = exchange.exchange(handle);
+            closed.fetch_add(close(other) ? 1 : 0);
+            closed.fetch_add(close(other) ? 1 : 0);
+            if (pin(slot, handle)) { // unless another thread has closed it by now
+                EXPECT_EQ(word_of(slot.state.load()), 3u);
+                if (unpin(slot)) {
+                    free_slot(slot);
+                }
+            }
+        }
+    };
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 4; ++i) {
+        threads.emplace_back(work);
+    }
+    for (std::thread & thread : threads) {
+        thread.join();
+    }
+    closed.fetch_add(close(exchange.load()) ? 1 : 0);
+    EXPECT_EQ(closed.load(), opened.load());
+
+    // The free list is whole: no slot is handed out twice, and the table has not grown.
+    std::set<handle_slot *> slots;
+    std::vector<void *> handles;
+    for (int i = 0; i < 100; ++i) {
+        handles.push_back(open(4));
+        slots.insert(slot_of(handles.back()));
+    }
+    EXPECT_EQ(slots.size(), handles.size());
+    EXPECT_LT(*slots.rbegin() - handle_table.load(), 200);
+    for (void * const handle : handles) {
+        EXPECT_TRUE(close(handle));
+    }
+}
+
+} // namespace
