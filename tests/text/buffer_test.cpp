@@ -186,9 +186,11 @@ TEST(buffer, stays_as_it_was_when_memory_runs_out)
         bool good = true;
         buffer b(100'000, 'a');
         buffer const big(20'000'000, 'b');
+        buffer spare(60'000, 's');
+        buffer const same(b);
+        spare = buffer(); // leaves room for messages between two blocks in use
         rlimit const none{0, 0};
         setrlimit(RLIMIT_AS, &none); // no new mapping from here on
-        buffer const same(b);
         auto const refused = [&](auto call) { good = good && !failure(call).empty() && b == same; };
         refused([&] { b = big; });
         refused([&] { b += big; });

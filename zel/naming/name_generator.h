@@ -76,9 +76,10 @@ protected:
 private:
     char toUpper(char c) const;
 
-    std::uint32_t parameter1_;
-    std::uint32_t parameter3_;
-    std::uint32_t parameter2_;
+    // Part of the value, though nothing reads them.
+    [[maybe_unused]] std::uint32_t parameter1_;
+    [[maybe_unused]] std::uint32_t parameter3_;
+    [[maybe_unused]] std::uint32_t parameter2_;
     string delimiters_;
 };
 
