@@ -20,6 +20,9 @@
 #include "zel/log/logger.h"
 
 #include "zel/values/color_ref.h"
+#include "zel/values/point.h"
+#include "zel/values/rect.h"
+#include "zel/values/size.h"
 #include "zel/values/time.h"
 #include "zel/values/timer.h"
 
@@ -30,3 +33,4 @@
 
 #include "zel/platform/kernel_objects.h"
 #include "zel/platform/last_error.h"
+#include "zel/platform/rectangles.h"

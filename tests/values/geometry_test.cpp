@@ -1,0 +1,238 @@
+// SPDX-License-Identifier: MIT
+#include "zel/core/exception.h"
+#include "zel/values/point.h"
+#include "zel/values/rect.h"
+#include "zel/values/size.h"
+
+#include <array>
+#include <bitset>
+#include <gtest/gtest.h>
+#include <limits>
+#include <sstream>
+#include <utility>
+
+namespace {
+
+using zel::point;
+using zel::rect;
+using zel::size;
+
+constexpr std::int32_t least = std::numeric_limits<std::int32_t>::min();
+constexpr std::int32_t most = std::numeric_limits<std::int32_t>::max();
+
+template <typename value> constexpr value after(value object, auto && change)
+{
+    change(object);
+    return object;
+}
+
+// The classes work in constant expressions, so what needs no table is tested by being compiled, and
+// an overflow would not compile at all.
+static_assert(point() == point(0, 0) && point(size(3, 4)) == t_point{3, 4});
+static_assert(t_point{3, 4} == point(3, 4) && point(3, 4) != point(3, 5));
+static_assert(size(point(3, 4)) == t_size{3, 4} && size(3, 4) != size(4, 4));
+static_assert(after(point(most, least),
+                    [](auto & p) {
+                        p += t_point{1, -1};
+                    })
+              == point(least, most));
+static_assert(after(point(least, most), [](auto & p) { p -= size(1, -1); }) == point(most, least));
+static_assert(after(point(1, 2), [](auto & p) { p.offset(size(10, 20)); }) == point(11, 22));
+static_assert(after(size(most, 5), [](auto & s) { s += size(1, 2); }) == size(least, 7));
+static_assert(after(size(least, 5), [](auto & s) { s -= size(1, 2); }) == size(most, 3));
+
+static_assert(rect(point(1, 2), size(10, 20)) == rect(1, 2, 11, 22));
+static_assert(rect(point(1, 2), point(10, 20)) == t_rect{1, 2, 10, 20});
+static_assert(rect(point(most, 0), size(1, 1)) == rect(most, 0, least, 1));
+static_assert(rect(1, 2, 1, 5).is_empty() && !rect(1, 2, 1, 5).is_null() && rect().is_null());
+static_assert(rect(1, 2, 3, 7).get_size() == size(2, 5) && rect(3, 0, 1, 1).get_width() == -2);
+static_assert(rect(least, 0, most, 1).get_width() == -1);
+static_assert(rect(1, 2, 3, 4).get_top_right() == point(3, 2));
+static_assert(rect(1, 2, 3, 4).get_bottom_left() == point(1, 4));
+static_assert(rect(-3, -3, 0, 0).get_center() == point(-1, -1));
+static_assert(rect(most, 0, most, 3).get_center() == point(-1, 1)); // the sum of the edges wraps
+static_assert(after(rect(3, 4, 1, 2), [](auto & r) { r.normalize(); }) == rect(1, 2, 3, 4));
+static_assert(after(rect(1, 4, 3, 2), [](auto & r) { r.normalize(); }) == rect(1, 2, 3, 4));
+
+TEST(rect, holds_its_left_and_top_edge_only)
+{
+    rect const r(1, 2, 5, 6);
+    EXPECT_TRUE(r.is_point_in_rect(point(1, 2)));
+    EXPECT_TRUE(r.is_point_in_rect(point(4, 5)));
+    EXPECT_FALSE(r.is_point_in_rect(point(5, 2)));
+    EXPECT_FALSE(r.is_point_in_rect(point(1, 6)));
+    EXPECT_FALSE(r.is_point_in_rect(point(0, 2)));
+    EXPECT_FALSE(rect(5, 6, 1, 2).is_point_in_rect(point(2, 3)));
+}
+
+TEST(rect, moves_its_edges)
+{
+    struct {
+        char const * change;
+        void (*run)(rect &);
+        t_rect expected; // from 0, 0, 10, 10
+    } const rows[] = {
+        // clang-format off
+        {"inflate 2",       [](rect & r) { r.inflate(1, 2); },              {-1, -2, 11, 12}},
+        {"inflate size",    [](rect & r) { r.inflate(size(1, 2)); },        {-1, -2, 11, 12}},
+        {"inflate 4",       [](rect & r) { r.inflate(1, 2, 3, 4); },        {-1, -2, 13, 14}},
+        {"inflate rect",    [](rect & r) { r.inflate(rect(1, 2, 3, 4)); },  {-1, -2, 13, 14}},
+        {"+= rect",         [](rect & r) { r += rect(1, 2, 3, 4); },        {-1, -2, 13, 14}},
+        {"by itself",       [](rect & r) { r += r; },                       {0, 0, 20, 20}},
+        {"deflate 2",       [](rect & r) { r.deflate(1, 2); },              {1, 2, 9, 8}},
+        {"deflate size",    [](rect & r) { r.deflate(size(1, 2)); },        {1, 2, 9, 8}},
+        {"deflate 4",       [](rect & r) { r.deflate(1, 2, 3, 4); },        {1, 2, 7, 6}},
+        {"deflate rect",    [](rect & r) { r.deflate(rect(1, 2, 3, 4)); },  {1, 2, 7, 6}},
+        {"-= rect",         [](rect & r) { r -= rect(1, 2, 3, 4); },        {1, 2, 7, 6}},
+        {"deflate least",   [](rect & r) { r.deflate(least, 0); },          {least, 0, least + 10, 10}},
+        {"offset 2",        [](rect & r) { r.offset(1, 2); },               {1, 2, 11, 12}},
+        {"offset point",    [](rect & r) { r.offset(point(1, 2)); },        {1, 2, 11, 12}},
+        {"offset size",     [](rect & r) { r.offset(size(1, 2)); },         {1, 2, 11, 12}},
+        {"+= point",        [](rect & r) { r += point(1, 2); },             {1, 2, 11, 12}},
+        {"+= size",         [](rect & r) { r += size(1, 2); },              {1, 2, 11, 12}},
+        {"-= point",        [](rect & r) { r -= point(1, 2); },             {-1, -2, 9, 8}},
+        {"-= size",         [](rect & r) { r -= size(1, 2); },              {-1, -2, 9, 8}},
+        {"+ point",         [](rect & r) { r = r + point(1, 2); },          {1, 2, 11, 12}},
+        {"+ size",          [](rect & r) { r = r + size(1, 2); },           {1, 2, 11, 12}},
+        {"- point",         [](rect & r) { r = r - point(1, 2); },          {-1, -2, 9, 8}},
+        {"- size",          [](rect & r) { r = r - size(1, 2); },           {-1, -2, 9, 8}},
+        {"offset wraps",    [](rect & r) { r.offset(most, 0); },            {most, 0, least + 9, 10}},
+        {"set_rect 4",      [](rect & r) { r.set_rect(1, 2, 3, 4); },       {1, 2, 3, 4}},
+        {"set_rect points", [](rect & r) { r.set_rect(point(1, 2), point(3, 4)); }, {1, 2, 3, 4}},
+        {"set_rect size",   [](rect & r) { r.set_rect(point(1, 2), size(3, 4)); },  {1, 2, 4, 6}},
+        {"set_empty",       [](rect & r) { r.set_empty(); },                {0, 0, 0, 0}},
+        {"= t_rect",        [](rect & r) { r = t_rect{1, 2, 3, 4}; },       {1, 2, 3, 4}},
+        // clang-format on
+    };
+    for (auto const & row : rows) {
+        SCOPED_TRACE(row.change);
+        rect r(0, 0, 10, 10);
+        row.run(r);
+        EXPECT_EQ(r, row.expected);
+    }
+}
+
+// Not inlined, so that the compiler has to decide from the types whether the two may overlap.
+[[gnu::noinline]] std::int32_t left_after_both_are_written(rect & whole, point & corner)
+{
+    whole.left = 1;
+    corner.x = 2;
+    return whole.left;
+}
+[[gnu::noinline]] t_point corner_after_a_copy(rect & whole, rect const & source, point & corner)
+{
+    whole = source;
+    return corner;
+}
+
+TEST(rect, lends_its_corners)
+{
+    rect r(1, 2, 3, 4);
+    r.get_top_left() = point(-1, -2);
+    r.get_bottom_right().offset(10, 20);
+    EXPECT_EQ(r, rect(-1, -2, 13, 24));
+    EXPECT_EQ(std::as_const(r).get_top_left(), point(-1, -2));
+    EXPECT_EQ(std::as_const(r).get_bottom_right(), point(13, 24));
+
+    EXPECT_EQ(left_after_both_are_written(r, r.get_top_left()), 2);
+    t_point const copied = corner_after_a_copy(r, rect(5, 6, 7, 8), r.get_bottom_right());
+    EXPECT_EQ(point(copied), point(7, 8));
+}
+
+// Every rectangle on a board of 3 by 3 cells, empty ones and ones with the corners the wrong way
+// round included, and the set of cells it covers.
+using cells = std::bitset<9>;
+
+std::array<rect, 256> const & all_rects()
+{
+    static std::array<rect, 256> const rects = [] {
+        std::array<rect, 256> made;
+        for (int i = 0; i < 256; ++i) {
+            made[static_cast<std::size_t>(i)] = rect(i & 3, i >> 2 & 3, i >> 4 & 3, i >> 6);
+        }
+        return made;
+    }();
+    return rects;
+}
+
+cells covered_by(rect const & r)
+{
+    cells covered;
+    for (int i = 0; i < 9; ++i) {
+        covered[static_cast<std::size_t>(i)] = r.is_point_in_rect(point(i % 3, i / 3));
+    }
+    return covered;
+}
+
+TEST(rect, combines_as_sets_of_cells_do)
+{
+    for (rect const & a : all_rects()) {
+        for (rect const & b : all_rects()) {
+            cells const in_a = covered_by(a);
+            cells const in_b = covered_by(b);
+            rect result(7, 7, 7, 7);
+            ASSERT_EQ(result.set_intersect(a, b), (in_a & in_b).any()) << a << b;
+            ASSERT_EQ(covered_by(result), in_a & in_b) << a << b;
+            ASSERT_TRUE(!result.is_empty() || result.is_null()) << a << b;
+            ASSERT_EQ(a & b, result);
+
+            // The smallest that covers both: none of the others that do has fewer cells.
+            ASSERT_EQ(result.set_union(a, b), (in_a | in_b).any()) << a << b;
+            cells const in_union = covered_by(result);
+            ASSERT_EQ(in_union & (in_a | in_b), in_a | in_b) << a << b;
+            ASSERT_TRUE(in_b.any() || in_a.none() || result == a) << a << b;
+            ASSERT_TRUE(!result.is_empty() || result.is_null()) << a << b;
+            bool rest_is_a_rect = false;
+            for (rect const & other : all_rects()) {
+                cells const in_other = covered_by(other);
+                rest_is_a_rect |= in_other == (in_a & ~in_b);
+                if ((in_other & (in_a | in_b)) == (in_a | in_b)) {
+                    ASSERT_LE(in_union.count(), in_other.count()) << a << b << other;
+                }
+            }
+            ASSERT_EQ(a | b, result);
+
+            bool const rest = result.set_subtract(a, b);
+            ASSERT_EQ(rest, !result.is_empty()) << a << b;
+            ASSERT_EQ(covered_by(result), rest_is_a_rect ? in_a & ~in_b : in_a) << a << b;
+            ASSERT_TRUE(rest_is_a_rect || result == a) << a << b;
+
+            // Into either source.
+            for (auto const operation :
+                 {&rect::set_intersect, &rect::set_union, &rect::set_subtract}) {
+                rect expected, first(a), second(b);
+                bool const any = (expected.*operation)(a, b);
+                ASSERT_EQ((first.*operation)(first, b), any) << a << b;
+                ASSERT_EQ((second.*operation)(a, second), any) << a << b;
+                ASSERT_TRUE(first == expected && second == expected) << a << b;
+            }
+        }
+    }
+    rect r(0, 0, 4, 4);
+    r &= rect(2, 2, 9, 9);
+    EXPECT_EQ(r, rect(2, 2, 4, 4));
+    r |= rect(8, 8, 9, 9);
+    EXPECT_EQ(r, rect(2, 2, 9, 9));
+}
+
+template <typename value> std::string streamed(value const & object)
+{
+    std::ostringstream stream;
+    stream << object;
+    return stream.str();
+}
+
+TEST(geometry, prints_itself)
+{
+    EXPECT_EQ(point(3, -4).to_string("%d,%d"), "3,-4");
+    EXPECT_EQ(point(3, -4).to_string("%ld,%ld"), "3,-4");
+    EXPECT_EQ(size(least, most).to_string("%d x %ld"), "-2147483648 x 2147483647");
+    EXPECT_EQ(rect(1, -2, 3, -4).to_string("%d %ld %03d %x"), "1 -2 003 fffffffc");
+    EXPECT_THROW(rect().to_string(nullptr), zel::memory_exception);
+
+    EXPECT_EQ(streamed(point(3, -4)), "{x 3, y -4}");
+    EXPECT_EQ(streamed(size(3, 4)), "{cx 3, cy 4}");
+    EXPECT_EQ(streamed(rect(0, 0, 10, 5)), "{left 0, top 0, right 10, bottom 5}");
+}
+
+} // namespace

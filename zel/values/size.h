@@ -1,0 +1,69 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "zel/core/api.h"
+#include "zel/platform/rectangles.h"
+#include "zel/text/string.h"
+#include <cstdint>
+#include <iosfwd>
+
+namespace zel {
+
+/// A width and a height, laid out as a `t_size`.
+///
+/// Arithmetic wraps around at 32 bits; nothing keeps an extent from being negative. A plain value:
+/// many readers or one writer.
+/// \code
+///     zel::size window(640, 480);
+///     window -= zel::size(20, 40);    // the frame
+/// \endcode
+class ZEL_API size : public t_size {
+public:
+    constexpr size(std::int32_t width = 0, std::int32_t height = 0) noexcept
+        : t_size{width, height}
+    {
+    }
+    constexpr size(t_point const & place) noexcept
+        : t_size{place.x, place.y}
+    {
+    }
+    constexpr size(t_size const & other) noexcept
+        : t_size(other)
+    {
+    }
+    constexpr size(size const &) noexcept = default;
+    constexpr size & operator=(size const &) noexcept = default;
+
+    constexpr bool operator==(t_size other) const noexcept
+    {
+        return cx == other.cx && cy == other.cy;
+    }
+    // Of two sizes neither operand may need a conversion, or both orders would fit equally well.
+    constexpr bool operator==(size const & other) const noexcept
+    {
+        return cx == other.cx && cy == other.cy;
+    }
+
+    constexpr void operator+=(t_size by) noexcept
+    {
+        cx = platform::wrapping_sum(cx, by.cx);
+        cy = platform::wrapping_sum(cy, by.cy);
+    }
+    constexpr void operator-=(t_size by) noexcept
+    {
+        cx = platform::wrapping_difference(cx, by.cx);
+        cy = platform::wrapping_difference(cy, by.cy);
+    }
+
+    /// \param format  a printf format with one conversion for `cx`, then one for `cy`, of the width
+    ///                of `int` or of `long`.
+    /// \throws memory_exception  `null_pointer` for a null format.
+    string to_string(char const * format);
+
+    /// As in "{cx 3, cy 4}".
+    friend ZEL_API std::ostream & operator<<(std::ostream & stream, size const & value);
+};
+
+static_assert(sizeof(size) == sizeof(t_size) && std::is_standard_layout_v<size>);
+
+} // namespace zel
