@@ -47,6 +47,7 @@ constexpr text texts[] = {
     {error_mod_not_found, "The specified module could not be found.\r\n"},
     {error_proc_not_found, "The specified procedure could not be found.\r\n"},
     {error_dir_not_empty, "The directory is not empty.\r\n"},
+    {error_signal_refused, "The recipient process has refused the signal.\r\n"},
     {error_bad_pathname, "The specified path is invalid.\r\n"},
     {error_already_exists, "Cannot create a file when that file already exists.\r\n"},
     {error_filename_exced_range, "The filename or extension is too long.\r\n"},

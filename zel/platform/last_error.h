@@ -30,6 +30,7 @@ enum error : std::uint32_t {
     error_mod_not_found = 126,
     error_proc_not_found = 127,
     error_dir_not_empty = 145,
+    error_signal_refused = 156,
     error_bad_pathname = 161,
     error_already_exists = 183,
     error_filename_exced_range = 206,

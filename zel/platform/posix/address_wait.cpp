@@ -15,8 +15,9 @@
 // Makes the system call unless the low byte of *control is set, and returns what the kernel gives.
 // A signal that arrives anywhere between the look at *control and the end of the call makes it end
 // with -EINTR: its handler, leave_interruptible_wait, moves the thread from wherever it is between
-// the two labels to the second. The sixth argument of the call is all ones
-// (FUTEX_BITSET_MATCH_ANY).
+// the two labels to the second. The fifth and the sixth argument of the call are what one of the
+// two calls made this way wants, and the other ignores: CLOCK_MONOTONIC for futex_waitv, all ones
+// (FUTEX_BITSET_MATCH_ANY) for futex.
 extern "C" {
 [[gnu::visibility("hidden")]] long zel_interruptible_syscall(long number, void const * a, long b,
                                                              long c, void const * d,
@@ -43,7 +44,7 @@ zel_interruptible_syscall:
     movq %rcx, %rdx
     movq %r8, %r10
     movq %r9, %rcx
-    xorl %r8d, %r8d
+    movl $1, %r8d
     movl $-1, %r9d
 zel_interruptible_begin:
     testb $0xFF, (%rcx)
@@ -60,15 +61,12 @@ zel_interruptible_end:
 namespace zel::platform {
 namespace {
 
-static_assert(EINTR == 4); // as written above
+static_assert(EINTR == 4 && CLOCK_MONOTONIC == 1); // as written above
 static_assert(stop_mask == 0xFF);
 
 constexpr std::int64_t nanoseconds_a_second = 1'000'000'000;
 
 } // namespace
-
-[[gnu::tls_model("initial-exec")]] constinit thread_local this_thread_state this_thread{
-    nullptr, &nobody_stops, 0, false, 0};
 
 void leave_interruptible_wait(void * context) noexcept
 {
@@ -130,6 +128,22 @@ wake_reason wait_interruptibly(std::atomic<std::uint32_t> const & word, std::uin
     default: // -EAGAIN
         return wake_reason::changed;
     }
+}
+
+bool wait_for_either_interruptibly(std::atomic<std::uint32_t> const & first,
+                                   std::uint32_t first_expected,
+                                   std::atomic<std::uint32_t> const & second,
+                                   std::uint32_t second_expected, std::int64_t until) noexcept
+{
+    constexpr std::uint32_t flags = FUTEX_32 | FUTEX_PRIVATE_FLAG;
+    futex_waitv const words[] = {
+        {first_expected, reinterpret_cast<std::uintptr_t>(&first), flags, 0},
+        {second_expected, reinterpret_cast<std::uintptr_t>(&second), flags, 0},
+    };
+    timespec const moment{until / nanoseconds_a_second, until % nanoseconds_a_second};
+    long const result = zel_interruptible_syscall(
+        SYS_futex_waitv, words, 2, 0, until < 0 ? nullptr : &moment, this_thread.control);
+    return result != -ENOSYS && result != -EPERM; // EPERM: a filter for system calls
 }
 
 } // namespace zel::platform
