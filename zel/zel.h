@@ -12,6 +12,7 @@
 
 #include "zel/text/buffer.h"
 #include "zel/text/convert.h"
+#include "zel/text/crc32.h"
 #include "zel/text/string.h"
 
 #include "zel/naming/name_generator.h"
