@@ -125,6 +125,12 @@ constinit std::atomic<std::uint32_t> graveyard{0};
 
 [[noreturn]] void leave_for_good(handle_slot & slot)
 {
+    // The next thread on this stack gets the C library's descriptor as it is: it must not find the
+    // values of this one under its keys, or call destructors with them. No lock and no heap here.
+    for (pthread_key_t key = 0; key < PTHREAD_KEYS_MAX; ++key) {
+        ::pthread_setspecific(key, nullptr);
+    }
+
     thread_record & record = record_of(slot);
     auto const number = static_cast<std::uint32_t>(&slot - handle_table.load()) + 1;
     std::uint32_t top = graveyard.load(std::memory_order_relaxed);
