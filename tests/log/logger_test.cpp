@@ -2,8 +2,27 @@
 #include "zel/core/exception.h"
 #include "zel/log/logger.h"
 
+#include <cstdlib>
 #include <gtest/gtest.h>
+#include <new>
 #include <stdexcept>
+
+namespace {
+
+int allocations = 0;
+
+} // namespace
+
+void * operator new(std::size_t size)
+{
+    ++allocations;
+    if (void * const memory = std::malloc(size)) {
+        return memory;
+    }
+    throw std::bad_alloc();
+}
+void operator delete(void * memory) noexcept { std::free(memory); }
+void operator delete(void * memory, std::size_t) noexcept { std::free(memory); }
 
 namespace {
 
@@ -131,6 +150,26 @@ TEST(logger, a_failure_leaves_what_had_happened)
     EXPECT_THROW(log.write(logger::info, "x"), std::runtime_error);
     EXPECT_THROW(log.write_grouped(logger::info, "h", "x"), std::runtime_error);
     EXPECT_EQ(counters(log), "2 0 0");
+}
+
+TEST(logger, allocates_nothing_but_the_text_that_it_hands_on)
+{
+    zel::logger log; // its output takes nothing
+    std::string const text(1000, 't');
+    log.write_grouped(logger::info, "group", "the first of its group makes the entry");
+    struct {
+        logger::log_type type;
+        std::uint32_t limit;
+        int plain, grouped;
+    } const rows[] = {{logger::info, 99, 1, 1}, {logger::info, 0, 1, 0}, {logger::trace, 99, 0, 0}};
+    for (auto const & row : rows) {
+        log.set_group_limitation(row.limit);
+        int const before = allocations;
+        log.write(row.type, "%s", text.c_str());
+        EXPECT_EQ(allocations - before, row.plain);
+        log.write_grouped(row.type, "group", "%s", text.c_str());
+        EXPECT_EQ(allocations - before, row.plain + row.grouped);
+    }
 }
 
 TEST(logger, an_output_may_clean_the_logger_it_belongs_to)

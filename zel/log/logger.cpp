@@ -1,6 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include "zel/log/logger.h"
 
+#include "zel/core/exception.h"
+#include "zel/text/format.h"
+
 namespace zel {
 namespace {
 
@@ -13,6 +16,16 @@ struct list_end {
 void step(std::atomic<std::uint32_t> & counter) noexcept
 {
     counter.store(counter.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
+}
+
+// For a message that nobody takes: it is formatted as ever, and raises what it would raise.
+void format_for_nobody(char const * format, std::va_list arguments) ZEL_PRINTF(1, 0);
+void format_for_nobody(char const * format, std::va_list arguments)
+{
+    if (format == nullptr) {
+        throw memory_exception(memory_exception::null_pointer, "zel::string");
+    }
+    format_and_drop(format, arguments);
 }
 
 } // namespace
@@ -44,12 +57,14 @@ void logger::write_url(log_type type, char const * url, char const * format, ...
 void logger::write_url_v(log_type type, char const * url, char const * format,
                          std::va_list arguments)
 {
+    if (type == trace) {
+        format_for_nobody(format, arguments);
+        return;
+    }
     string text;
     text.format_v(format, arguments);
     count(type);
-    if (type != trace) {
-        output_buffer(type, text, url);
-    }
+    output_buffer(type, text, url);
 }
 
 void logger::write_grouped(log_type type, char const * group, char const * format, ...)
@@ -87,13 +102,16 @@ void logger::write_grouped_url_v(log_type type, char const * url, char const * g
         suppressed = ++found->second > group_limitation_;
     }
 
+    if (type == trace || suppressed) {
+        format_for_nobody(format, arguments);
+        count(type);
+        return;
+    }
     string text;
     text.format_v(format, arguments);
     count(type);
-    if (type != trace && !suppressed) {
-        // A copy: an output that cleans this logger must not lose its own argument.
-        output_buffer_grouped(type, string(found->first), text, url);
-    }
+    // A copy: an output that cleans this logger must not lose its own argument.
+    output_buffer_grouped(type, string(found->first), text, url);
 }
 
 void logger::set_group_limitation(std::uint32_t limit) noexcept { group_limitation_ = limit; }

@@ -88,18 +88,22 @@ public:
     void advance(std::size_t count) { next_ += count; }
     std::size_t room() const { return static_cast<std::size_t>(buffer_ + on_stack - next_); }
 
-    std::size_t finish(std::string & target)
+    // Moves the result into `target` if there is one.
+    std::size_t finish(std::string * target)
     {
         auto const staged = static_cast<std::size_t>(next_ - buffer_);
+        if (target == nullptr) {
+            return heap_.size() + staged;
+        }
         if (heap_.empty()) {
             if (staged != 0) {
-                target.assign(buffer_, staged);
+                target->assign(buffer_, staged);
             }
             return staged;
         }
         spill(0);
         std::size_t const size = heap_.size();
-        target = std::move(heap_);
+        *target = std::move(heap_);
         return size;
     }
 
@@ -547,7 +551,7 @@ bool write_conversion(collector & out, conversion const & read, argument_list & 
 }
 
 // What is rare stays with the runtime altogether: positions, wide texts, %n, %m, grouping.
-[[gnu::noinline]] std::size_t format_by_runtime(std::string & target, char const * format_text,
+[[gnu::noinline]] std::size_t format_by_runtime(std::string * target, char const * format_text,
                                                 std::va_list arguments)
 {
     argument_list again(arguments);
@@ -557,19 +561,20 @@ bool write_conversion(collector & out, conversion const & read, argument_list & 
         raise_runtime_failure(errno);
     }
     auto const size = static_cast<std::size_t>(count);
+    if (target == nullptr) {
+        return size;
+    }
     if (size >= sizeof(buffer)) {
         std::string text(size, '\0');
         std::vsnprintf(text.data(), size + 1, format_text, again.list);
-        target = std::move(text);
+        *target = std::move(text);
     } else if (size != 0) {
-        target.assign(buffer, size);
+        target->assign(buffer, size);
     }
     return size;
 }
 
-} // namespace
-
-std::size_t format_into(std::string & target, char const * format_text, std::va_list arguments)
+std::size_t format_text_into(std::string * target, char const * format_text, std::va_list arguments)
 {
     int const error = errno; // of the caller, for %m
     argument_list own(arguments);
@@ -594,6 +599,18 @@ std::size_t format_into(std::string & target, char const * format_text, std::va_
         }
     }
     return out.finish(target);
+}
+
+} // namespace
+
+std::size_t format_into(std::string & target, char const * format_text, std::va_list arguments)
+{
+    return format_text_into(&target, format_text, arguments);
+}
+
+std::size_t format_and_drop(char const * format_text, std::va_list arguments)
+{
+    return format_text_into(nullptr, format_text, arguments);
 }
 
 } // namespace zel

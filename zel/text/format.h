@@ -22,4 +22,8 @@ namespace zel {
 std::size_t format_into(std::string & target, char const * format_text, std::va_list arguments)
     ZEL_PRINTF(2, 0);
 
+/// Does the same and keeps nothing, for a text that only has to be formatted: a conversion that
+/// fails still raises, and `%n` still stores. A text of up to 1 KiB costs no allocation.
+std::size_t format_and_drop(char const * format_text, std::va_list arguments) ZEL_PRINTF(1, 0);
+
 } // namespace zel
