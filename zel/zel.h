@@ -34,4 +34,5 @@
 
 #include "zel/platform/kernel_objects.h"
 #include "zel/platform/last_error.h"
+#include "zel/platform/message_queue.h"
 #include "zel/platform/rectangles.h"
