@@ -1,7 +1,11 @@
 // SPDX-License-Identifier: MIT
 #include "zel/platform/locale.h"
 
+#include <cerrno>
+#include <cstdlib>
 #include <langinfo.h>
+#include <locale.h>
+#include <new>
 
 namespace zel::platform {
 
@@ -10,6 +14,22 @@ bool decimal_point_is_period() noexcept
     // Not localeconv(): it fills a structure that all threads share.
     char const * const point = ::nl_langinfo(RADIXCHAR);
     return point[0] == '.' && point[1] == '\0';
+}
+
+double c_locale_strtod(char const * text, char const ** end)
+{
+    // glibc has this locale ready and allocates nothing for it, so it is not kept.
+    ::locale_t const locale = ::newlocale(LC_ALL_MASK, "C", nullptr);
+    if (locale == nullptr) {
+        throw std::bad_alloc();
+    }
+    int const error = errno;
+    char * stop = nullptr;
+    double const value = ::strtod_l(text, &stop, locale);
+    errno = error;
+    ::freelocale(locale);
+    *end = stop;
+    return value;
 }
 
 } // namespace zel::platform

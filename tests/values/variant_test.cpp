@@ -1,0 +1,570 @@
+// SPDX-License-Identifier: MIT
+#include "zel/values/variant.h"
+
+#include "tests/decimal_comma.h"
+#include <array>
+#include <atomic>
+#include <bit>
+#include <charconv>
+#include <clocale>
+#include <cmath>
+#include <cstdint>
+#include <cstdlib>
+#include <gtest/gtest.h>
+#include <memory>
+#include <new>
+#include <random>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <tuple>
+#include <type_traits>
+#include <utility>
+#include <vector>
+
+namespace {
+
+using zel::color_ref;
+using zel::string;
+using zel::variant;
+using schar = signed char;
+using uchar = unsigned char;
+using ushort = unsigned short;
+
+string operator""_s(char const * text, std::size_t size)
+{
+    return string(text, static_cast<unsigned int>(size));
+}
+
+// The compiler refuses what would turn into a truth value.
+struct member_owner {
+    int number;
+};
+using refused_types
+    = std::tuple<char const *, char *, void *, int *, variant *, std::nullptr_t, char const (&)[5],
+                 void (*)(), void (&)(), int member_owner::*, decltype([] {})>;
+template <typename... T> constexpr bool takes_any(std::tuple<T...> *)
+{
+    return ((std::is_constructible_v<variant, T> || std::is_assignable_v<variant &, T>) || ...);
+}
+static_assert(!takes_any(static_cast<refused_types *>(nullptr)));
+static_assert(std::is_constructible_v<variant, char const *, int>);
+
+template <typename T> void expect_stored(T value, variant::vt_type type, std::int64_t number)
+{
+    variant const constructed(value);
+    variant assigned("text"_s);
+    assigned = value;
+    for (variant const & stored : {constructed, assigned}) {
+        EXPECT_EQ(stored.type(), type);
+        EXPECT_EQ(std::int64_t(stored), number);
+    }
+}
+
+TEST(variant, has_a_type_for_every_integer_of_the_host)
+{
+    enum plain { five = 5 };
+    std::vector<bool> const bits{true};
+    expect_stored(true, variant::vt_bool, 1);
+    expect_stored(static_cast<schar>(-1), variant::vt_char, -1);
+    expect_stored('A', variant::vt_char, 65);
+    expect_stored(static_cast<uchar>(255), variant::vt_uchar, 255);
+    expect_stored(u8'A', variant::vt_uchar, 65);
+    expect_stored(static_cast<short>(-1), variant::vt_short, -1);
+    expect_stored(static_cast<ushort>(65535), variant::vt_ushort, 65535);
+    expect_stored(u'A', variant::vt_ushort, 65);
+    expect_stored(-1, variant::vt_long, -1);
+    expect_stored(L'A', variant::vt_long, 65);
+    expect_stored(five, variant::vt_long, 5);
+    expect_stored(variant::vt_short, variant::vt_ulong, 8);
+    expect_stored(0xFFFFFFFFU, variant::vt_ulong, 0xFFFFFFFF);
+    expect_stored(U'A', variant::vt_ulong, 65);
+    expect_stored(-1L, variant::vt_int64, -1);
+    expect_stored(-1LL, variant::vt_int64, -1);
+    expect_stored(sizeof(int), variant::vt_int64, 4);
+    expect_stored(INT64_MAX + 0ULL, variant::vt_int64, INT64_MAX);
+    expect_stored(1.0F, variant::vt_float, 1);
+    expect_stored(1.0, variant::vt_double, 1);
+    expect_stored(color_ref(1), variant::vt_color, 1);
+    EXPECT_EQ(variant(bits[0]).type(), variant::vt_bool);
+    EXPECT_EQ(static_cast<long long>(variant(7)), 7);
+
+    variant kept(1);
+    EXPECT_THROW(variant(UINT64_MAX), variant::exception);
+    EXPECT_THROW(kept = INT64_MAX + 1ULL, variant::exception);
+    EXPECT_EQ(kept, variant(1));
+}
+
+TEST(variant, takes_a_text_with_a_length)
+{
+    char const * const null = nullptr;
+    EXPECT_EQ(string(variant("abcde", 3)), "abc");
+    EXPECT_EQ(string(variant("abc", 7)), "abc");
+    EXPECT_EQ(string(variant("ab\0c", 4)), "ab");
+    EXPECT_EQ(string(variant(null, 7)), "");
+    std::unique_ptr<char[]> const bare(new char[2]{'a', 'b'}); // nothing behind it may be read
+    EXPECT_EQ(string(variant(bare.get(), 2)), "ab");
+    EXPECT_EQ(variant(null, 0).type(), variant::vt_string);
+}
+
+TEST(variant, keeps_texts_of_its_own)
+{
+    string const long_text(100, 'x');
+    variant a(long_text);
+    variant b(a);
+    b = "other"_s;
+    EXPECT_EQ(string(a), long_text);
+    a = b;
+    variant & self = a;
+    a = self;
+    a = std::move(self);
+    EXPECT_EQ(string(a), "other");
+
+    string stolen = long_text;
+    variant c(std::move(stolen));
+    variant d(std::move(c));
+    EXPECT_EQ(c.type(), variant::vt_empty);
+    b = std::move(d);
+    swap(a, b);
+    std::ostringstream stream;
+    stream << a << ' ' << b << ' ' << variant() << variant(true) << variant(0.5F);
+    EXPECT_EQ(stream.str(), long_text + " other true0.5");
+    stolen = "again"_s;
+    a = std::move(stolen);
+    EXPECT_EQ(string(a), "again");
+
+    for (variant value : {variant(true), variant(-7), variant(0.1), variant(0.1F), variant(),
+                          variant(color_ref(7)), variant("t"_s)}) {
+        variant target("text"_s);
+        target = value;
+        EXPECT_EQ(target.type(), value.type());
+        EXPECT_EQ(target, value);
+        target = std::move(value);
+        EXPECT_EQ(value.type(), variant::vt_empty);
+        target = variant();
+        EXPECT_EQ(target, variant());
+    }
+}
+
+TEST(variant, compares_in_the_type_on_the_left)
+{
+    struct {
+        variant left, right;
+        bool equal, equal_the_other_way;
+    } const rows[] = {
+        {1, "1"_s, true, true},
+        {1, "01"_s, true, false},
+        {true, "TRUE"_s, true, false},
+        {true, "yes"_s, false, false},
+        {0, variant(), true, false},
+        {variant(), variant(), true, true},
+        {schar(1), 300, false, false},
+        {schar(1), 1.0, true, true},
+        {1, 1.5, true, false}, // the fraction goes first
+        {0.1F, 0.1, true, false},
+        {double(NAN), double(NAN), false, false},
+        {float(NAN), 0, false, false},
+        {color_ref(16), "0x10"_s, true, false},
+        {-1, color_ref(0xFFFFFFFF), false, false},
+        {""_s, variant(), true, false},
+        {"Text"_s, "text"_s, false, false},
+        {"a"_s, "a\0b"_s, true, false}, // what is read of the right side ends at its NUL
+        {"a\0b"_s, "a\0b"_s, false, false},
+        {"abcdefghijklmnopqrstuvwxyz"_s, "abcdefghijklmnopqrstuvwxyz"_s, true, true},
+        {"abcdefghijklmnopqrstuvwxyz"_s, "abcdefghijklmnopqrstuvwxy"_s, false, false},
+    };
+    for (auto const & row : rows) {
+        SCOPED_TRACE(testing::Message() << row.left << ' ' << row.right);
+        EXPECT_EQ(row.left == row.right, row.equal);
+        EXPECT_EQ(row.left != row.right, !row.equal);
+        EXPECT_EQ(row.right == row.left, row.equal_the_other_way);
+    }
+}
+
+struct opened : variant {
+    using variant::change_type;
+    using variant::from_d_to_s;
+    using variant::from_d_to_u;
+    using variant::from_s_to_s;
+    using variant::from_s_to_u;
+    using variant::from_u_to_s;
+    using variant::from_u_to_u;
+    using variant::type;
+    using variant::variant;
+};
+
+TEST(variant, lets_a_derived_class_change_the_tag_alone)
+{
+    opened value(-2);
+    value.type(variant::vt_uchar);
+    EXPECT_EQ(int(value), 0xFE);
+    value.type(variant::vt_long);
+    EXPECT_EQ(int(value), -2);
+    value.type(variant::vt_string);
+    EXPECT_EQ(string(value), "");
+    value.change_type(variant::vt_string, variant("text"_s));
+    value.type(variant::vt_string);
+    EXPECT_EQ(string(value), "text");
+    EXPECT_THROW(value.change_type(variant::vt_short, variant("x"_s)), variant::exception);
+    EXPECT_EQ(value.type(), variant::vt_short);
+    value.change_type(static_cast<variant::vt_type>(256), variant(1));
+    EXPECT_TRUE(value.check_conversion(variant::vt_int64));
+    EXPECT_EQ(string(value), "");
+}
+
+// Whether every check takes the numbers of its range and no others, for each width.
+TEST(variant, checks_ranges_to_the_last_number)
+{
+    auto const passes = [](auto check, auto value, int bits) {
+        try {
+            EXPECT_EQ(static_cast<decltype(value)>(check(value, static_cast<schar>(bits))),
+                      std::trunc(value));
+            return true;
+        } catch (variant::exception & failure) {
+            EXPECT_EQ(failure.get_type(), variant::exception::out_of_range);
+            return false;
+        }
+    };
+    for (int bits = 1; bits <= 64; ++bits) {
+        SCOPED_TRACE(bits);
+        std::uint64_t const top = UINT64_MAX >> (64 - bits); // the largest unsigned number
+        auto const positive = static_cast<std::int64_t>(top >> 1);
+        double const power = std::ldexp(1.0, bits); // the first one beyond
+        EXPECT_TRUE(passes(opened::from_u_to_u, top, bits));
+        EXPECT_EQ(passes(opened::from_u_to_u, top + 1, bits), bits == 64);
+        EXPECT_TRUE(passes(opened::from_u_to_s, top >> 1, bits));
+        EXPECT_FALSE(passes(opened::from_u_to_s, (top >> 1) + 1, bits));
+        EXPECT_FALSE(passes(opened::from_s_to_u, std::int64_t{-1}, bits));
+        EXPECT_TRUE(passes(opened::from_s_to_u, positive, bits));
+        EXPECT_TRUE(passes(opened::from_s_to_s, positive, bits));
+        EXPECT_TRUE(passes(opened::from_s_to_s, -positive - 1, bits));
+        if (bits < 64) {
+            EXPECT_FALSE(passes(opened::from_s_to_s, positive + 1, bits));
+            EXPECT_FALSE(passes(opened::from_s_to_s, -positive - 2, bits));
+        }
+        EXPECT_FALSE(passes(opened::from_d_to_u, power, bits));
+        EXPECT_FALSE(passes(opened::from_d_to_u, -0.5, bits));
+        EXPECT_FALSE(passes(opened::from_d_to_s, power / 2, bits));
+        EXPECT_TRUE(passes(opened::from_d_to_s, -power / 2, bits));
+        EXPECT_FALSE(passes(opened::from_d_to_s, std::nextafter(-power / 2, -HUGE_VAL), bits));
+        // The largest double that passes: the last integer, or what lies before the power.
+        double const last = bits <= 53 ? power - 1 : std::nextafter(power, 0);
+        EXPECT_TRUE(passes(opened::from_d_to_u, last, bits));
+        EXPECT_FALSE(passes(opened::from_d_to_u, std::nextafter(last, HUGE_VAL), bits));
+    }
+}
+
+struct matrix_row {
+    variant source;
+    char const * cells;
+};
+
+constexpr std::array<variant::vt_type, 12> targets{
+    variant::vt_bool,   variant::vt_char,   variant::vt_uchar,  variant::vt_short,
+    variant::vt_ushort, variant::vt_long,   variant::vt_ulong,  variant::vt_int64,
+    variant::vt_float,  variant::vt_double, variant::vt_string, variant::vt_color};
+
+// Every source type read as every target type: what comes out, or E for data_convert_error, R for
+// out_of_range. As a text, = is the text itself up to its NUL, and '' is the empty one.
+// clang-format off
+std::vector<matrix_row> matrix()
+{
+    return {
+        // bool char uchar short ushort long ulong int64 float double string color
+        {variant(), "false 0 0 0 0 0 0 0 0 0 '' 0"},
+        {false, "false 0 0 0 0 0 0 0 0 0 false 0"},
+        {true, "true 1 1 1 1 1 1 1 1 1 true 1"},
+        {schar(-128), "true -128 R -128 R -128 R -128 -128 -128 -128 R"},
+        {schar(-1), "true -1 R -1 R -1 R -1 -1 -1 -1 R"},
+        {schar(0), "false 0 0 0 0 0 0 0 0 0 0 0"},
+        {schar(127), "true 127 127 127 127 127 127 127 127 127 127 127"},
+        {uchar(0), "false 0 0 0 0 0 0 0 0 0 0 0"},
+        {uchar(127), "true 127 127 127 127 127 127 127 127 127 127 127"},
+        {uchar(128), "true R 128 128 128 128 128 128 128 128 128 128"},
+        {uchar(255), "true R 255 255 255 255 255 255 255 255 255 255"},
+        {short(-32768), "true R R -32768 R -32768 R -32768 -32768 -32768 -32768 R"},
+        {short(-129), "true R R -129 R -129 R -129 -129 -129 -129 R"},
+        {short(0), "false 0 0 0 0 0 0 0 0 0 0 0"},
+        {short(127), "true 127 127 127 127 127 127 127 127 127 127 127"},
+        {short(256), "true R R 256 256 256 256 256 256 256 256 256"},
+        {short(32767), "true R R 32767 32767 32767 32767 32767 32767 32767 32767 32767"},
+        {ushort(256), "true R R 256 256 256 256 256 256 256 256 256"},
+        {ushort(32767), "true R R 32767 32767 32767 32767 32767 32767 32767 32767 32767"},
+        {ushort(32768), "true R R R 32768 32768 32768 32768 32768 32768 32768 32768"},
+        {ushort(65535), "true R R R 65535 65535 65535 65535 65535 65535 65535 65535"},
+        {INT32_MIN, "true R R R R -2147483648 R -2147483648 -2147483648 -2147483648 -2147483648 R"},
+        {-32768, "true R R -32768 R -32768 R -32768 -32768 -32768 -32768 R"},
+        {-1, "true -1 R -1 R -1 R -1 -1 -1 -1 R"},
+        {0, "false 0 0 0 0 0 0 0 0 0 0 0"},
+        {200, "true R 200 200 200 200 200 200 200 200 200 200"},
+        {65535, "true R R R 65535 65535 65535 65535 65535 65535 65535 65535"},
+        {INT32_MAX, "true R R R R 2147483647 2147483647 2147483647 2147483648 2147483647 2147483647 2147483647"},
+        {0U, "false 0 0 0 0 0 0 0 0 0 0 0"},
+        {255U, "true R 255 255 255 255 255 255 255 255 255 255"},
+        {65535U, "true R R R 65535 65535 65535 65535 65535 65535 65535 65535"},
+        {2147483648U, "true R R R R R 2147483648 2147483648 2147483648 2147483648 2147483648 2147483648"},
+        {4000000000U, "true R R R R R 4000000000 4000000000 4e+09 4e+09 4000000000 4000000000"},
+        {4294967295U, "true R R R R R 4294967295 4294967295 4294967296 4294967295 4294967295 4294967295"},
+        {INT64_MIN, "true R R R R R R -9223372036854775808 -9.223372e+18 -9223372036854775808 -9223372036854775808 R"},
+        {-2147483648L, "true R R R R -2147483648 R -2147483648 -2147483648 -2147483648 -2147483648 R"},
+        {-129L, "true R R -129 R -129 R -129 -129 -129 -129 R"},
+        {0L, "false 0 0 0 0 0 0 0 0 0 0 0"},
+        {16777217L, "true R R R R 16777217 16777217 16777217 16777216 16777217 16777217 16777217"},
+        {4294967295L, "true R R R R R 4294967295 4294967295 4294967296 4294967295 4294967295 4294967295"},
+        {9007199254740993L, "true R R R R R R 9007199254740993 9.007199e+15 9007199254740992 9007199254740993 R"},
+        {INT64_MAX, "true R R R R R R 9223372036854775807 9.223372e+18 9223372036854775808 9223372036854775807 R"},
+        {0.0F, "false 0 0 0 0 0 0 0 0 0 0 0"},
+        {-0.0F, "false 0 0 0 0 0 0 0 -0 -0 -0 0"},
+        {0.1F, "true 0 0 0 0 0 0 0 0.1 0.10000000149011612 0.1 0"},
+        {1.5F, "true 1 1 1 1 1 1 1 1.5 1.5 1.5 1"},
+        {127.5F, "true R 127 127 127 127 127 127 127.5 127.5 127.5 127"},
+        {-128.5F, "true R R -128 R -128 R -128 -128.5 -128.5 -128.5 R"},
+        {16777216.0F, "true R R R R 16777216 16777216 16777216 16777216 16777216 1.67772e+07 16777216"},
+        {2147483648.0F, "true R R R R R 2147483648 2147483648 2147483648 2147483648 2.14748e+09 2147483648"},
+        {4294967040.0F, "true R R R R R 4294967040 4294967040 4294967040 4294967040 4.29497e+09 4294967040"},
+        {1e10F, "true R R R R R R 10000000000 1e+10 1e+10 1e+10 R"},
+        {9.223372e18F, "true R R R R R R R 9.223372e+18 9223372036854775808 9.22337e+18 R"},
+        {float(HUGE_VAL), "true R R R R R R R inf inf inf R"},
+        {float(NAN), "true R R R R R R R nan nan nan R"},
+        {0.0, "false 0 0 0 0 0 0 0 0 0 0 0"},
+        {-0.0, "false 0 0 0 0 0 0 0 -0 -0 -0 0"},
+        {-0.5, "true 0 R 0 R 0 R 0 -0.5 -0.5 -0.5 R"},
+        {3.9, "true 3 3 3 3 3 3 3 3.9 3.9 3.9 3"},
+        {-3.9, "true -3 R -3 R -3 R -3 -3.9 -3.9 -3.9 R"},
+        {127.0, "true 127 127 127 127 127 127 127 127 127 127 127"},
+        {127.5, "true R 127 127 127 127 127 127 127.5 127.5 127.5 127"},
+        {-128.5, "true R R -128 R -128 R -128 -128.5 -128.5 -128.5 R"},
+        {255.5, "true R R 255 255 255 255 255 255.5 255.5 255.5 255"},
+        {32767.5, "true R R R 32767 32767 32767 32767 32767.5 32767.5 32767.5 32767"},
+        {-32768.5, "true R R R R -32768 R -32768 -32768.5 -32768.5 -32768.5 R"},
+        {65535.5, "true R R R R 65535 65535 65535 65535.5 65535.5 65535.5 65535"},
+        {123456.5, "true R R R R 123456 123456 123456 123456.5 123456.5 123456 123456"},
+        {1234567.0, "true R R R R 1234567 1234567 1234567 1234567 1234567 1.23457e+06 1234567"},
+        {2147483647.5, "true R R R R R 2147483647 2147483647 2147483648 2147483647.5 2.14748e+09 2147483647"},
+        {-2147483648.0, "true R R R R -2147483648 R -2147483648 -2147483648 -2147483648 -2.14748e+09 R"},
+        {-2147483648.5, "true R R R R R R -2147483648 -2147483648 -2147483648.5 -2.14748e+09 R"},
+        {4294967295.5, "true R R R R R R 4294967295 4294967296 4294967295.5 4.29497e+09 R"},
+        {9223372036854774784.0, "true R R R R R R 9223372036854774784 9.223372e+18 9223372036854774784 9.22337e+18 R"},
+        {9223372036854775808.0, "true R R R R R R R 9.223372e+18 9223372036854775808 9.22337e+18 R"},
+        {-9223372036854775808.0, "true R R R R R R -9223372036854775808 -9.223372e+18 -9223372036854775808 -9.22337e+18 R"},
+        {-9223372036854777856.0, "true R R R R R R R -9.223372e+18 -9223372036854777856 -9.22337e+18 R"},
+        {18446744073709551616.0, "true R R R R R R R 1.8446744e+19 18446744073709551616 1.84467e+19 R"},
+        {1e39, "true R R R R R R R inf 1e+39 1e+39 R"},
+        {1e-320, "true 0 0 0 0 0 0 0 0 1e-320 9.99989e-321 0"},
+        {HUGE_VAL, "true R R R R R R R inf inf inf R"},
+        {-HUGE_VAL, "true R R R R R R R -inf -inf -inf R"},
+        {double(NAN), "true R R R R R R R nan nan nan R"},
+        {""_s, "E E E E E E E E E E = E"},
+        {"0"_s, "false 0 0 0 0 0 0 0 0 0 = 0"},
+        {"1"_s, "true 1 1 1 1 1 1 1 1 1 = 1"},
+        {"true"_s, "true E E E E E E E E E = E"},
+        {"TRUE"_s, "true E E E E E E E E E = E"},
+        {" true"_s, "E E E E E E E E E E = E"},
+        {"-5"_s, "E -5 R -5 R -5 E E -5 -5 = E"},
+        {"+7"_s, "E 7 7 7 7 7 E E 7 7 = E"},
+        {"-0"_s, "E 0 0 0 0 0 E E -0 -0 = E"},
+        {" 12"_s, "E 12 12 12 12 E E E 12 12 = E"},
+        {"12abc"_s, "E 12 12 12 12 E 76476 12 12 12 = 76476"},
+        {"010"_s, "E 8 8 8 8 10 10 10 10 10 = 10"},
+        {"08"_s, "E 0 0 0 0 8 8 8 8 8 = 8"},
+        {"-010"_s, "E -8 R -8 R -10 E E -10 -10 = E"},
+        {"0x10"_s, "E 16 16 16 16 E 16 0 16 16 = 16"},
+        {"-0X1f"_s, "E -31 R -31 R E E E -31 -31 = E"},
+        {"0x"_s, "E 0 0 0 0 E E 0 0 0 = E"},
+        {"1F"_s, "E 1 1 1 1 E 31 1 1 1 = 31"},
+        {"FF"_s, "E E E E E E 255 E E E = 255"},
+        {"300"_s, "E R R 300 300 300 300 300 300 300 = 300"},
+        {"-129"_s, "E R R -129 R -129 E E -129 -129 = E"},
+        {"65535"_s, "E R R R 65535 65535 65535 65535 65535 65535 = 65535"},
+        {"-32768"_s, "E R R -32768 R -32768 E E -32768 -32768 = E"},
+        {"-32769"_s, "E R R R R -32769 E E -32769 -32769 = E"},
+        {"2147483647"_s, "E R R R R 2147483647 2147483647 2147483647 2147483648 2147483647 = 2147483647"},
+        {"2147483648"_s, "E R R R R E 2147483648 2147483648 2147483648 2147483648 = 2147483648"},
+        {"-2147483648"_s, "E R R R R -2147483648 E E -2147483648 -2147483648 = E"},
+        {"-2147483649"_s, "E R R R R E E E -2147483648 -2147483649 = E"},
+        {"4294967295"_s, "E R R R R E 4294967295 4294967295 4294967296 4294967295 = 4294967295"},
+        {"4294967296"_s, "E R R R R E E 4294967296 4294967296 4294967296 = E"},
+        {"0xFFFFFFFF"_s, "E R R R R E 4294967295 0 4294967296 4294967295 = 4294967295"},
+        {"0x100000000"_s, "E R R R R E E 0 4294967296 4294967296 = E"},
+        {"FFFFFFFFFFFFFFFFFFFF"_s, "E E E E E E E E E E = E"},
+        {"9223372036854775807"_s, "E R R R R E E 9223372036854775807 9.223372e+18 9223372036854775808 = E"},
+        {"9223372036854775808"_s, "E R R R R E E R 9.223372e+18 9223372036854775808 = E"},
+        {"99999999999999999999"_s, "E R R R R E E R 1e+20 1e+20 = E"},
+        {"-99999999999999999999"_s, "E R R R R E E E -1e+20 -1e+20 = E"},
+        {"1.5"_s, "E 1 1 1 1 E E 1 1.5 1.5 = E"},
+        {"1,5"_s, "E 1 1 1 1 E E 1 1 1 = E"},
+        {".5"_s, "E E E E E E E E 0.5 0.5 = E"},
+        {"-5."_s, "E -5 R -5 R E E E -5 -5 = E"},
+        {"1e3"_s, "E 1 1 1 1 E 483 1 1000 1000 = 483"},
+        {"1e"_s, "E 1 1 1 1 E 30 1 1 1 = 30"},
+        {"1e+x"_s, "E 1 1 1 1 E E 1 1 1 = E"},
+        {"1e400"_s, "E 1 1 1 1 E 123904 1 inf inf = 123904"},
+        {"-1e400"_s, "E -1 R -1 R E E E -inf -inf = E"},
+        {"1e-400"_s, "E 1 1 1 1 E E 1 0 0 = E"},
+        {"4.9e-324"_s, "E 4 4 4 4 E E 4 0 5e-324 = E"},
+        {"0x1.8p1"_s, "E 1 1 1 1 E E 0 3 3 = E"},
+        {"inf"_s, "E E E E E E E E inf inf = E"},
+        {"-Infinity"_s, "E E E E E E E E -inf -inf = E"},
+        {"nan"_s, "E E E E E E E E nan nan = E"},
+        {"--1"_s, "E E E E E E E E E E = E"},
+        {"\t\n\v\f\r 7"_s, "E 7 7 7 7 E E E 7 7 = E"},
+        {"0.1"_s, "E 0 0 0 0 E E 0 0.1 0.1 = E"},
+        {"9007199254740993"_s, "E R R R R E E 9007199254740993 9.007199e+15 9007199254740992 = E"},
+        {"3.14159265358979323846"_s, "E 3 3 3 3 E E 3 3.1415927 3.141592653589793 = E"},
+        {"2.2250738585072011e-308"_s, "E 2 2 2 2 E E 2 0 2.225073858507201e-308 = E"},
+        {"00000000000000000000000000012"_s, "E 10 10 10 10 12 12 12 12 12 = 12"},
+        {"1\0abc"_s, "true 1 1 1 1 1 1 1 1 1 = 1"},
+        {"\0"_s, "E E E E E E E E E E = E"},
+        {"true\0x"_s, "true E E E E E E E E E = E"},
+        {color_ref(0x0), "false 0 0 0 0 0 0 0 0 0 0 0"},
+        {color_ref(0xFF), "true R 255 255 255 255 255 255 255 255 255 255"},
+        {color_ref(0x332211), "true R R R R 3351057 3351057 3351057 3351057 3351057 3351057 3351057"},
+        {color_ref(0xFFFFFFFF), "true R R R R R 4294967295 4294967295 4294967296 4294967295 4294967295 4294967295"},
+    };
+}
+// clang-format on
+
+// As many digits as tell the number from all others of its type, whatever the locale.
+template <typename number> std::string shown(number value)
+{
+    char text[64];
+    return std::string(text, std::to_chars(text, text + sizeof(text), value).ptr);
+}
+std::string shown(bool value) { return value ? "true" : "false"; }
+std::string shown(string const & text) { return text.empty() ? "''" : text; }
+std::string shown(color_ref color) { return shown(color.get_value()); }
+
+template <typename T> std::string read_as(variant const & source)
+{
+    try {
+        T const value = static_cast<T>(source);
+        EXPECT_EQ(variant(value) == source, value == value); // a NaN differs from itself
+        return shown(value);
+    } catch (variant::exception & failure) {
+        bool const range = failure.get_type() == variant::exception::out_of_range;
+        EXPECT_EQ(failure.get_message(),
+                  range ? "Zel Variant Exception: out of range"
+                        : "Zel Variant Exception: Data convert error");
+        return range ? "R" : "E";
+    }
+}
+
+std::string read_as(variant::vt_type type, variant const & source)
+{
+    switch (type) {
+    case variant::vt_bool:
+        return read_as<bool>(source);
+    case variant::vt_char:
+        return read_as<signed char>(source);
+    case variant::vt_uchar:
+        return read_as<unsigned char>(source);
+    case variant::vt_short:
+        return read_as<short>(source);
+    case variant::vt_ushort:
+        return read_as<unsigned short>(source);
+    case variant::vt_long:
+        return read_as<std::int32_t>(source);
+    case variant::vt_ulong:
+        return read_as<std::uint32_t>(source);
+    case variant::vt_int64:
+        return read_as<std::int64_t>(source);
+    case variant::vt_float:
+        return read_as<float>(source);
+    case variant::vt_double:
+        return read_as<double>(source);
+    case variant::vt_string:
+        return read_as<string>(source);
+    default:
+        return read_as<color_ref>(source);
+    }
+}
+
+void expect_the_matrix()
+{
+    for (auto const & [source, cells] : matrix()) {
+        std::istringstream words(cells);
+        for (variant::vt_type const target : targets) {
+            std::string expected;
+            words >> expected;
+            if (expected == "=") {
+                expected = shown(string(static_cast<string>(source).c_str()));
+            }
+            SCOPED_TRACE(testing::Message()
+                         << source << " of type " << source.type() << " as " << target);
+            EXPECT_EQ(read_as(target, source), expected);
+            EXPECT_EQ(source.check_conversion(target), expected != "E" && expected != "R");
+        }
+        EXPECT_TRUE(source.check_conversion(variant::vt_empty));
+        EXPECT_EQ(words.get(), std::char_traits<char>::eof());
+    }
+}
+
+TEST(variant_conversion, follows_the_matrix) { expect_the_matrix(); }
+
+TEST(variant_conversion, follows_the_matrix_under_a_decimal_comma_too)
+{
+    decimal_comma const locale;
+    expect_the_matrix();
+}
+
+// Other texts and numbers than those of the table, against the functions of the runtime.
+TEST(variant_conversion, equals_the_runtime_on_any_text_and_number)
+{
+    std::mt19937_64 random(7);
+    for (int i = 0; i < 200'000; ++i) {
+        string text;
+        for (auto length = random() % 24; length > 0; --length) {
+            text += "0123456789012345678901234567890123456789..eE-+xXpaFinfN( \t"[random() % 59];
+        }
+        SCOPED_TRACE(text);
+        char * end = nullptr;
+        double const number = std::strtod(text.c_str(), &end);
+        bool const found = end != text.c_str();
+        ASSERT_EQ(variant(text).check_conversion(variant::vt_double), found);
+        if (found) {
+            ASSERT_EQ(std::bit_cast<std::uint64_t>(double(variant(text))),
+                      std::bit_cast<std::uint64_t>(number));
+        }
+        std::int64_t const integer = std::strtol(text.c_str(), &end, 0);
+        ASSERT_EQ(variant(text).check_conversion(variant::vt_short),
+                  end != text.c_str() && integer == static_cast<short>(integer));
+        if (variant(text).check_conversion(variant::vt_short)) {
+            ASSERT_EQ(short(variant(text)), integer);
+        }
+        double const value = i % 2 == 0
+            ? std::bit_cast<double>(random())
+            : std::ldexp(static_cast<double>(random() >> 40), -static_cast<int>(random() % 40));
+        string const printed = string().format("%g", value);
+        ASSERT_EQ(string(variant(value)), printed);
+        string exact = string().format("%.17g", value);
+        ASSERT_EQ(double(variant(exact)) == value, value == value);
+    }
+}
+
+TEST(variant_conversion, does_not_look_at_a_locale_that_another_thread_changes)
+{
+    decimal_comma const locale;
+    std::atomic<bool> done = false;
+    std::thread changer([&] {
+        for (bool comma = false; !done; comma = !comma) {
+            std::setlocale(LC_ALL, comma ? decimal_comma::name : "C");
+        }
+    });
+    // Each of the texts takes another of the ways to a number.
+    std::pair<char const *, double> const texts[] = {{"1.5", 1.5},
+                                                     {"0.3333333333333333333333", 1.0 / 3},
+                                                     {"0x1.8p1", 3.0},
+                                                     {"1.5e400", HUGE_VAL},
+                                                     {"1,5", 1.0}};
+    for (int i = 0; i < 20'000; ++i) {
+        for (auto const & [text, number] : texts) {
+            EXPECT_EQ(double(variant(string(text))), number) << text;
+        }
+        EXPECT_EQ(string(variant(1234567.5)), "1.23457e+06");
+        EXPECT_EQ(string(variant(0.25F)), "0.25");
+    }
+    done = true;
+    changer.join();
+}
+
+} // namespace

@@ -1,0 +1,227 @@
+// SPDX-License-Identifier: MIT
+#include "zel/values/number_text.h"
+
+#include "zel/platform/locale.h"
+#include "zel/text/ascii.h"
+#include <charconv>
+#include <cmath>
+#include <cstring>
+#include <iterator>
+#include <limits>
+#include <string_view>
+#include <system_error>
+
+namespace zel::number_text {
+namespace {
+
+// The white space of the "C" locale.
+constexpr bool is_blank(char c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
+
+constexpr unsigned decimal_digit(char c) { return static_cast<unsigned char>(c) - unsigned{'0'}; }
+
+// 0 to 15, or more for what is no digit.
+constexpr unsigned hexadecimal_digit(char c)
+{
+    unsigned const digit = decimal_digit(c);
+    unsigned const letter = static_cast<unsigned char>(c | 0x20) - unsigned{'a'};
+    return digit <= 9 ? digit : letter <= 5 ? letter + 10 : 16;
+}
+
+constexpr bool is_letter(char c, char lower) { return (c | 0x20) == lower; }
+
+constexpr std::uint64_t limit_of(bool negative)
+{
+    return std::uint64_t{0x7FFFFFFF} + (negative ? 1 : 0);
+}
+
+constexpr std::int64_t with_sign(bool negative, std::uint64_t magnitude)
+{
+    return static_cast<std::int64_t>(negative ? 0 - magnitude : magnitude);
+}
+
+// Powers of 10 that are exact as a double.
+constexpr double exact_powers[]
+    = {1e0,  1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7,  1e8,  1e9,  1e10, 1e11,
+       1e12, 1e13, 1e14, 1e15, 1e16, 1e17, 1e18, 1e19, 1e20, 1e21, 1e22};
+constexpr std::int64_t largest_power = std::size(exact_powers) - 1;
+constexpr std::uint64_t largest_exact_integer = std::uint64_t{1} << 53;
+
+// As many decimal digits never overflow an unsigned 64-bit number.
+constexpr std::ptrdiff_t safe_digits = 19;
+
+// Whatever has the grammar of `strtod` but is no plain decimal number.
+outcome read_double_by_runtime(char const * text, double & result)
+{
+    char const * end = text;
+    result = platform::c_locale_strtod(text, &end);
+    return end == text ? outcome::no_number : outcome::done;
+}
+
+} // namespace
+
+outcome read_bool(char const * text, bool & result) noexcept
+{
+    std::string_view const word = text;
+    result = word == "1" || ascii::equal_without_case(word, "true");
+    return result || word == "0" || ascii::equal_without_case(word, "false") ? outcome::done
+                                                                             : outcome::no_number;
+}
+
+outcome read_any_base(char const * text, std::int32_t & result) noexcept
+{
+    while (is_blank(*text)) {
+        ++text;
+    }
+    bool const negative = *text == '-';
+    text += negative || *text == '+' ? 1 : 0;
+    unsigned base = 10;
+    if (*text == '0') {
+        // A prefix without a digit behind it is the number 0 with an ignored rest.
+        bool const prefix = is_letter(text[1], 'x') && hexadecimal_digit(text[2]) < 16;
+        base = prefix ? 16 : 8;
+        text += prefix ? 2 : 0;
+    }
+    char const * const first = text;
+    std::uint64_t const limit = limit_of(negative);
+    std::uint64_t magnitude = 0;
+    for (unsigned digit; (digit = hexadecimal_digit(*text)) < base; ++text) {
+        magnitude = magnitude * base + digit;
+        magnitude = magnitude > limit ? limit : magnitude;
+    }
+    result = static_cast<std::int32_t>(with_sign(negative, magnitude));
+    return text == first ? outcome::no_number : outcome::done;
+}
+
+outcome read_signed(char const * text, std::int32_t & result) noexcept
+{
+    bool const negative = *text == '-';
+    text += negative || *text == '+' ? 1 : 0;
+    char const * const first = text;
+    std::uint64_t const limit = limit_of(negative);
+    std::uint64_t magnitude = 0;
+    for (unsigned digit; (digit = decimal_digit(*text)) <= 9; ++text) {
+        magnitude = magnitude * 10 + digit;
+        if (magnitude > limit) {
+            return outcome::no_number;
+        }
+    }
+    result = static_cast<std::int32_t>(with_sign(negative, magnitude));
+    return *text != '\0' || text == first ? outcome::no_number : outcome::done;
+}
+
+outcome read_unsigned(char const * text, std::uint32_t & result) noexcept
+{
+    constexpr std::uint64_t limit = std::numeric_limits<std::uint32_t>::max();
+    bool hexadecimal = text[0] == '0' && is_letter(text[1], 'x');
+    text += hexadecimal ? 2 : 0;
+    char const * const first = text;
+    std::uint64_t decimal_value = 0;
+    std::uint64_t hexadecimal_value = 0;
+    for (unsigned digit; (digit = hexadecimal_digit(*text)) < 16; ++text) {
+        hexadecimal = hexadecimal || digit > 9;
+        decimal_value = decimal_value * 10 + digit;
+        hexadecimal_value = hexadecimal_value << 4 | digit;
+        // Read as hexadecimal, digits make the larger number, so nothing that is too large as a
+        // decimal one is saved by a letter behind it.
+        if ((hexadecimal ? hexadecimal_value : decimal_value) > limit) {
+            return outcome::no_number;
+        }
+    }
+    result = static_cast<std::uint32_t>(hexadecimal ? hexadecimal_value : decimal_value);
+    return *text != '\0' || text == first ? outcome::no_number : outcome::done;
+}
+
+outcome read_leading_digits(char const * text, std::int64_t & result) noexcept
+{
+    constexpr std::uint64_t limit = std::numeric_limits<std::int64_t>::max();
+    char const * const first = text;
+    std::uint64_t magnitude = 0;
+    for (unsigned digit; (digit = decimal_digit(*text)) <= 9; ++text) {
+        if (magnitude > (limit - digit) / 10) {
+            return outcome::out_of_range;
+        }
+        magnitude = magnitude * 10 + digit;
+    }
+    result = static_cast<std::int64_t>(magnitude);
+    return text == first ? outcome::no_number : outcome::done;
+}
+
+outcome read_double(char const * text, double & result)
+{
+    char const * p = text;
+    while (is_blank(*p)) {
+        ++p;
+    }
+    bool const negative = *p == '-';
+    p += negative || *p == '+' ? 1 : 0;
+
+    char const * const first = p;
+    std::uint64_t digits = 0;
+    auto const read_digits = [&] {
+        char const * const start = p;
+        for (unsigned digit; (digit = decimal_digit(*p)) <= 9; ++p) {
+            digits = digits * 10 + digit; // wraps behind safe_digits, which is looked at below
+        }
+        return p - start;
+    };
+    std::ptrdiff_t count = read_digits();
+    std::int64_t exponent = 0;
+    if (*p == '.') {
+        ++p;
+        exponent = -read_digits();
+        count -= exponent;
+    }
+    if (count == 0 || (*first == '0' && is_letter(first[1], 'x'))) {
+        return read_double_by_runtime(text, result); // hexadecimal, infinity, NaN, or no number
+    }
+    if (is_letter(*p, 'e')) {
+        char const * q = p + 1;
+        bool const negative_exponent = *q == '-';
+        q += negative_exponent || *q == '+' ? 1 : 0;
+        if (decimal_digit(*q) <= 9) { // else the letter belongs to the rest
+            std::int64_t given = 0;
+            for (unsigned digit; (digit = decimal_digit(*q)) <= 9; ++q) {
+                given = given < 100'000 ? given * 10 + static_cast<std::int64_t>(digit) : given;
+            }
+            exponent += negative_exponent ? -given : given;
+            p = q;
+        }
+    }
+
+    // Two numbers without a rounding error, and one rounding between them: the nearest number.
+    if (count <= safe_digits && digits <= largest_exact_integer && exponent >= -largest_power
+        && exponent <= largest_power) [[likely]] {
+        auto const value = static_cast<double>(digits);
+        double const magnitude
+            = exponent < 0 ? value / exact_powers[-exponent] : value * exact_powers[exponent];
+        result = negative ? -magnitude : magnitude;
+        return outcome::done;
+    }
+#if defined(__cpp_lib_to_chars) // a standard library may lack it for fractional numbers
+    double magnitude = 0.0;
+    if (std::from_chars(first, p, magnitude).ec == std::errc()) {
+        result = negative ? -magnitude : magnitude;
+        return outcome::done;
+    }
+#endif
+    return read_double_by_runtime(text, result);
+}
+
+std::size_t write_integer(char (&text)[longest], std::int64_t value) noexcept
+{
+    return static_cast<std::size_t>(std::to_chars(text, text + longest, value).ptr - text);
+}
+
+std::size_t write_double(char (&text)[longest], double value) noexcept
+{
+    if (!std::isfinite(value)) { // whose texts differ between standard libraries
+        std::string_view const word = std::isnan(value) ? "-nan" : "-inf";
+        std::size_t const skipped = std::signbit(value) ? 0 : 1;
+        std::memcpy(text, word.data() + skipped, word.size() - skipped);
+        return word.size() - skipped;
+    }
+    auto const end = std::to_chars(text, text + longest, value, std::chars_format::general, 6);
+    return static_cast<std::size_t>(end.ptr - text);
+}
+
+} // namespace zel::number_text

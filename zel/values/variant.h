@@ -1,0 +1,370 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "zel/core/api.h"
+#include "zel/core/exception.h"
+#include "zel/text/string.h"
+#include "zel/values/color_ref.h"
+#include <bit>
+#include <concepts>
+#include <cstdint>
+#include <iosfwd>
+#include <type_traits>
+#include <utility>
+
+namespace zel {
+
+/// What converts to `bool` but to no number: pointers, arrays, functions, lambdas without captures.
+template <typename T>
+concept pointer_like = std::is_null_pointer_v<T> ||(
+    std::is_convertible_v<T const &, bool> && !std::is_convertible_v<T const &, int>);
+
+/// One value of twelve types, or none, that can be read as any of the twelve.
+///
+/// The tag says what is stored; a read of another type converts, and raises when the value has no
+/// counterpart there. Integers are checked against the range of the type read. A fractional number
+/// is checked as it is and then loses its fraction: 127.0 is a `vt_char`, 127.5 is not. Anything
+/// but 0 reads as true. Nothing at all reads as false, 0, the empty text and black.
+///
+/// Numbers become decimal digits, fractional ones as "%g" writes them, with six significant digits;
+/// truth values become "true" and "false". The other way round each type has its own idea of a
+/// text, which ends at its first NUL:
+///
+/// | read as                 | text                                              | otherwise      |
+/// |-------------------------|---------------------------------------------------|----------------|
+/// | `vt_bool`               | "true", "1", "false", "0", in any case of letters | no value       |
+/// | `vt_char`, `vt_short`,  | what `strtol` reads with base 0: `-5`, `0x10`,    | no value, or   |
+/// | `vt_uchar`, `vt_ushort` | `010` for 8; the rest is ignored                  | out of range   |
+/// | `vt_long`               | digits behind an optional sign and nothing else   | no value       |
+/// | `vt_ulong`, `vt_color`  | decimal or hexadecimal digits and nothing else,   | no value       |
+/// |                         | as `convert::stringToUInt64` reads them           |                |
+/// | `vt_int64`              | digits, no sign; the rest is ignored              | no value, or   |
+/// |                         |                                                   | out of range   |
+/// | `vt_float`, `vt_double` | what `strtod` reads; the rest is ignored          | no value       |
+///
+/// The locale plays no part in any of this. A NaN is in the range of no integer type.
+///
+/// Every integer type of the host that is none of the twelve is stored as the one of its width and
+/// sign, so that an `int` is a `vt_long`, and `long` and `long long` are `vt_int64`. There is no
+/// unsigned type of 64 bits: such numbers become `vt_int64`, and raise when they do not fit.
+/// Pointers are refused by the compiler, since they would turn into truth values; a text comes as a
+/// `string` or with its length.
+///
+/// A plain value: any number of threads may read one object, one may write.
+/// \code
+///     zel::variant width(640);                           // vt_long
+///     double const half = double(width) / 2;
+///     width = zel::string("0x280");
+///     if (width.check_conversion(zel::variant::vt_ulong)) { resize(std::uint32_t(width)); }
+/// \endcode
+class ZEL_API variant {
+public:
+    /// One bit a type, so that groups are told by a mask.
+    enum vt_type : std::uint32_t {
+        vt_empty = 0x0000,
+        vt_bool = 0x0001,
+        vt_char = 0x0002, ///< `signed char`
+        vt_uchar = 0x0004, ///< `unsigned char`
+        vt_short = 0x0008, ///< `short`
+        vt_ushort = 0x0010, ///< `unsigned short`
+        vt_long = 0x0020, ///< `std::int32_t`
+        vt_ulong = 0x0040, ///< `std::uint32_t`
+        vt_int64 = 0x0080, ///< `std::int64_t`
+        vt_float = 0x0200,
+        vt_double = 0x0400,
+        vt_string = 0x0800, ///< `string`
+        vt_color = 0x1000, ///< `color_ref`
+    };
+
+    /// The value cannot be read as the type.
+    class ZEL_API exception : public zel::exception {
+    public:
+        enum exc_type : std::uint32_t {
+            data_convert_error = 1, ///< the text is no value of the type
+            out_of_range = 2, ///< the number does not fit
+        };
+
+        /// \param text  goes behind the reason; null for nothing.
+        exception(exc_type type, char const * text);
+        exception(exception const &) = default;
+        exception & operator=(exception const &) = default;
+        ~exception() override;
+    };
+
+    variant() noexcept
+        : variant(bits_of(0), vt_empty)
+    {
+    }
+    variant(bool value) noexcept
+        : variant(bits_of(value), vt_bool)
+    {
+    }
+    variant(signed char value) noexcept
+        : variant(bits_of(value), vt_char)
+    {
+    }
+    variant(unsigned char value) noexcept
+        : variant(bits_of(value), vt_uchar)
+    {
+    }
+    variant(short value) noexcept
+        : variant(bits_of(value), vt_short)
+    {
+    }
+    variant(unsigned short value) noexcept
+        : variant(bits_of(value), vt_ushort)
+    {
+    }
+    variant(std::int32_t value) noexcept
+        : variant(bits_of(value), vt_long)
+    {
+    }
+    variant(std::uint32_t value) noexcept
+        : variant(bits_of(value), vt_ulong)
+    {
+    }
+    variant(std::int64_t value) noexcept
+        : variant(bits_of(value), vt_int64)
+    {
+    }
+    variant(float value) noexcept
+        : variant(bits_of(value), vt_float)
+    {
+    }
+    variant(double value) noexcept
+        : variant(bits_of(value), vt_double)
+    {
+    }
+    variant(string const & text)
+        : variant(payload{.text = new string(text)}, vt_string)
+    {
+    }
+    variant(string && text)
+        : variant(payload{.text = new string(std::move(text))}, vt_string)
+    {
+    }
+    /// The first `length` bytes of `text`, fewer when it ends before with a NUL; none of a null
+    /// pointer.
+    variant(char const * text, std::uint32_t length);
+    variant(color_ref const & color) noexcept
+        : variant(bits_of(color.get_value()), vt_color)
+    {
+    }
+
+    /// Another integer type of the host, as the stored type of its width and sign.
+    /// \throws exception  `out_of_range` for an unsigned number of 64 bits above the signed ones.
+    template <typename T>
+    requires(std::integral<T> && sizeof(T) <= sizeof(std::int64_t)) variant(T value)
+        : variant(stored(value))
+    {
+    }
+    template <pointer_like T> variant(T const &) = delete;
+
+    variant(variant const & other)
+        : variant(other.type_ == vt_string ? other.copied_text() : other.value_, other.type_)
+    {
+    }
+    /// \param other  is empty afterwards.
+    variant(variant && other) noexcept
+        : variant(other.value_, other.type_)
+    {
+        other.type_ = vt_empty;
+        other.value_ = bits_of(0);
+    }
+    ~variant() { release(); }
+
+    /// A number frees the text that was stored, a text keeps its storage. When memory runs out the
+    /// old value stays.
+    variant & operator=(bool value) noexcept { return store(bits_of(value), vt_bool); }
+    variant & operator=(signed char value) noexcept { return store(bits_of(value), vt_char); }
+    variant & operator=(unsigned char value) noexcept { return store(bits_of(value), vt_uchar); }
+    variant & operator=(short value) noexcept { return store(bits_of(value), vt_short); }
+    variant & operator=(unsigned short value) noexcept { return store(bits_of(value), vt_ushort); }
+    variant & operator=(std::int32_t value) noexcept { return store(bits_of(value), vt_long); }
+    variant & operator=(std::uint32_t value) noexcept { return store(bits_of(value), vt_ulong); }
+    variant & operator=(std::int64_t value) noexcept { return store(bits_of(value), vt_int64); }
+    variant & operator=(float value) noexcept { return store(bits_of(value), vt_float); }
+    variant & operator=(double value) noexcept { return store(bits_of(value), vt_double); }
+    variant & operator=(string const & text);
+    variant & operator=(string && text);
+    variant & operator=(color_ref const & color) noexcept
+    {
+        return store(bits_of(color.get_value()), vt_color);
+    }
+    template <typename T>
+    requires(std::integral<T> && sizeof(T) <= sizeof(std::int64_t)) variant & operator=(T value)
+    {
+        return *this = stored(value);
+    }
+    template <pointer_like T> variant & operator=(T const &) = delete;
+
+    variant & operator=(variant const & other)
+    {
+        return other.type_ == vt_string ? *this = *other.value_.text
+                                        : store(other.value_, other.type_);
+    }
+    /// \param other  is empty afterwards.
+    variant & operator=(variant && other) noexcept
+    {
+        variant(std::move(other)).swap(*this);
+        return *this;
+    }
+
+    void swap(variant & other) noexcept
+    {
+        std::swap(value_, other.value_);
+        std::swap(type_, other.type_);
+    }
+    friend void swap(variant & a, variant & b) noexcept { a.swap(b); }
+
+    vt_type type() const noexcept { return type_; }
+
+    /// Whether the value can be read as `target`: of this value, not of its type alone.
+    bool check_conversion(vt_type target) const;
+
+    /// The value as the type asked for. The object stays as it is.
+    /// \throws exception  `data_convert_error` or `out_of_range`, as the class says.
+    operator bool() const { return type_ == vt_bool ? value_.bits != 0 : read_bool(); }
+    operator signed char() const { return read_integer<signed char>(vt_char); }
+    operator unsigned char() const { return read_integer<unsigned char>(vt_uchar); }
+    operator short() const { return read_integer<short>(vt_short); }
+    operator unsigned short() const { return read_integer<unsigned short>(vt_ushort); }
+    operator std::int32_t() const { return read_integer<std::int32_t>(vt_long); }
+    operator std::uint32_t() const { return read_integer<std::uint32_t>(vt_ulong); }
+    operator std::int64_t() const { return read_integer<std::int64_t>(vt_int64); }
+    /// The host's other name for 64 bits.
+    operator long long() const { return operator std::int64_t(); }
+    operator float() const
+    {
+        return type_ == vt_float ? float_payload() : static_cast<float>(read_double());
+    }
+    operator double() const { return type_ == vt_double ? double_payload() : read_double(); }
+    /// A stored text ends at its first NUL here.
+    operator string() const;
+    operator color_ref() const { return color_ref(read_integer<std::uint32_t>(vt_color)); }
+
+    /// Whether `other`, read as the type of this value, is the same. Therefore not symmetric: the
+    /// number 1 equals the text "01", which does not equal the number 1. What cannot be read so is
+    /// different, as is a NaN. A text on the right counts up to its first NUL, one on the left
+    /// whole. Nothing equals nothing alone.
+    bool operator==(variant const & other) const;
+    bool operator!=(variant const & other) const { return !(*this == other); }
+
+    /// Writes what is read as a `string`.
+    friend ZEL_API std::ostream & operator<<(std::ostream & stream, variant const & value);
+
+protected:
+    static constexpr std::uint32_t signed_types = 0x00AA;
+    static constexpr std::uint32_t unsigned_types = 0x1054; ///< and colours
+    static constexpr std::uint32_t floating_types = 0x0600;
+    static constexpr std::uint32_t integer_types = 0x10FE; ///< both, and colours
+
+    /// Changes the tag alone. A text is freed when it goes and empty when it comes; other payloads
+    /// are taken for what the new tag names.
+    /// \throws std::bad_alloc  with the tag as it was.
+    void type(vt_type type);
+
+    /// Takes over the value of `source`, converted. `vt_empty`, and what is no type at all, change
+    /// the tag and store nothing.
+    /// \param source  another object.
+    /// \throws exception  with the new tag and no meaningful payload.
+    void change_type(vt_type target, variant const & source);
+
+    /// Range checks: what stands in the way of a target of `bits` bits raises, what passes is
+    /// returned. The name says from which to which sign; a fractional number is checked before it
+    /// loses its fraction.
+    /// \param bits  of the target, its sign included: 1 to 64.
+    /// \throws exception  `out_of_range`.
+    static std::uint64_t from_u_to_u(std::uint64_t value, signed char bits);
+    static std::uint64_t from_s_to_u(std::int64_t value, signed char bits);
+    static std::int64_t from_u_to_s(std::uint64_t value, signed char bits);
+    static std::int64_t from_s_to_s(std::int64_t value, signed char bits);
+    static std::uint64_t from_d_to_u(double value, signed char bits);
+    static std::int64_t from_d_to_s(double value, signed char bits);
+
+private:
+    // Integers are kept extended to 64 bits by their sign, so that they are read without looking at
+    // the tag again and every copy is one of 8 bytes; a `float` lies in the low half.
+    union payload {
+        std::uint64_t bits;
+        string * text; // owned, never null
+    };
+
+    struct view; // what the source file needs of a value to convert it
+
+    template <typename T> static payload bits_of(T value) noexcept
+    {
+        if constexpr (std::same_as<T, float>) {
+            return {std::bit_cast<std::uint32_t>(value)};
+        } else if constexpr (std::same_as<T, double>) {
+            return {std::bit_cast<std::uint64_t>(value)};
+        } else {
+            return {static_cast<std::uint64_t>(value)};
+        }
+    }
+
+    template <typename T> static auto stored(T value)
+    {
+        if constexpr (sizeof(T) == 8 && std::unsigned_integral<T>) {
+            return from_u_to_s(value, 64);
+        } else if constexpr (sizeof(T) == 8) {
+            return static_cast<std::int64_t>(value);
+        } else if constexpr (sizeof(T) == 4) {
+            using same = std::conditional_t<std::is_signed_v<T>, std::int32_t, std::uint32_t>;
+            return static_cast<same>(value);
+        } else if constexpr (sizeof(T) == 2) {
+            return static_cast<std::conditional_t<std::is_signed_v<T>, short, unsigned short>>(
+                value);
+        } else {
+            using same = std::conditional_t<std::is_signed_v<T>, signed char, unsigned char>;
+            return static_cast<same>(value);
+        }
+    }
+
+    variant(payload value, vt_type type) noexcept
+        : value_(value)
+        , type_(type)
+    {
+    }
+
+    void release() noexcept
+    {
+        if (type_ == vt_string) {
+            delete value_.text;
+        }
+    }
+    variant & store(payload value, vt_type type) noexcept
+    {
+        release();
+        value_ = value;
+        type_ = type;
+        return *this;
+    }
+    payload copied_text() const { return {.text = new string(*value_.text)}; }
+    view look() const noexcept;
+
+    float float_payload() const noexcept
+    {
+        return std::bit_cast<float>(static_cast<std::uint32_t>(value_.bits));
+    }
+    double double_payload() const noexcept { return std::bit_cast<double>(value_.bits); }
+
+    template <typename T> T read_integer(vt_type target) const
+    {
+        return static_cast<T>(type_ == target ? value_.bits : read_bits(target));
+    }
+    bool read_bool() const;
+    std::uint64_t read_bits(vt_type target) const;
+    double read_double() const;
+
+    payload value_;
+    vt_type type_;
+
+    static_assert(sizeof(payload) == 8);
+};
+
+static_assert(sizeof(variant) == 16 && std::is_standard_layout_v<variant>);
+static_assert(
+    std::is_nothrow_move_constructible_v<variant> && std::is_nothrow_move_assignable_v<variant>);
+
+} // namespace zel
