@@ -8,10 +8,9 @@
 /// Private-profile files: `[section]` heads on lines of their own, `name=value` entries under them.
 ///
 /// Names are compared without regard to the case of ASCII letters. Blanks (space, tab, vertical
-/// tab) count neither around a value, an entry's name and a section's name in the file nor in front
-/// of
-/// `[`; around a name that a caller passes only spaces go. One pair of equal quotes around a value
-/// goes on reading. `;` begins a comment when it is a line's first visible character. A section's
+/// tab) do not count in the file around a value, around a name and in front of `[`; around a name
+/// that a caller passes only spaces do not count. One pair of equal quotes (`"` or `'`) around a
+/// value goes on reading. `;` begins a comment when it is a line's first visible byte. A section's
 /// name ends at the first `]` or with its line. The first section of a name counts, and in it the
 /// first entry of a name. Lines end in CR LF, LF or CR; a UTF-8 byte-order mark in front is
 /// skipped.
@@ -22,8 +21,8 @@
 namespace zel::platform {
 
 /// Finds an entry in one walk over the file, which is neither locked against writers that replace
-/// it nor kept. Allocates nothing. \param buffer  receives the value, or `default_value` as it was
-/// given when there is no such
+/// it nor kept. Allocates nothing.
+/// \param buffer  receives the value, or `default_value` as it was given when there is no such
 ///                entry, either of them cut to `size - 1` bytes, and a terminator.
 /// \returns the bytes in front of the terminator.
 std::uint32_t get_private_profile_string(std::string_view section, std::string_view name,
@@ -64,12 +63,13 @@ struct private_profile_entry {
 /// The new content goes to a temporary file beside the old one, is flushed to the disk, gets mode
 /// and owner of the old one and then its place; a symbolic link stays and its target is replaced.
 /// So a reader, and a process that is killed at any moment, finds the old content or the new. What
-/// a killed writer left behind goes with the next write to the file. A file with several hard
-/// links, and one whose folder admits no new file or whose owner cannot be kept, is overwritten in
-/// its place instead: readers of this layer wait for that, a failure puts the old bytes back, but a
-/// kill in the middle leaves a part. A write that changes nothing leaves the file alone.
+/// a killed writer left behind goes with the next write to the file. A file that has several hard
+/// links or an access control list, whose owner cannot be kept or whose folder admits no new file
+/// is overwritten in its place instead: readers of this layer wait for that, a failure puts the old
+/// bytes back, but a kill in the middle leaves a part. A read-only file is not written. A write
+/// that changes nothing leaves the file alone.
 ///
-/// Writers take turns by locks that end with their process: on the folder, and on the file.
+/// Writers take turns by locks that end with their process, on the temporary file and on the file.
 /// \returns false when an entry was not written; a refused entry (one whose text could not be found
 ///          again as that entry) does not keep the others from being written.
 /// \throws std::bad_alloc  with nothing written.
