@@ -17,7 +17,6 @@
 
 #include "zel/naming/name_generator.h"
 
-#include "zel/profile/iprofile.h"
 #include "zel/log/logger.h"
 
 #include "zel/values/color_ref.h"
@@ -32,6 +31,9 @@
 #include "zel/files/file_obj.h"
 #include "zel/files/native_path.h"
 #include "zel/files/path.h"
+
+#include "zel/profile/ini_file.h"
+#include "zel/profile/iprofile.h"
 
 #include "zel/platform/kernel_objects.h"
 #include "zel/platform/last_error.h"

@@ -29,11 +29,11 @@ public:
     explicit ini_file(string const & file_name);
     ~ini_file() override;
 
-    // Each base brings a count; an object in an `auto_ptr` of this class or of `iprofile` has its
-    // holders counted by the first.
-    using iprofile::dec_ref;
-    using iprofile::inc_ref;
-    using iprofile::ref_count;
+    // Each base brings a count; the first one's says how many hold the object, whether as an
+    // `ini_file` or as an `iprofile`.
+    std::uint32_t inc_ref() noexcept { return iprofile::inc_ref(); }
+    std::uint32_t dec_ref() noexcept { return iprofile::dec_ref(); }
+    std::uint32_t ref_count() const noexcept { return iprofile::ref_count(); }
 
     string read_string(string const & section, string const & key,
                        string const & default_value) override;
