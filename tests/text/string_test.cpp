@@ -12,6 +12,7 @@
 #include <cmath>
 #include <cstdarg>
 #include <cstdio>
+#include <cstdlib>
 #include <functional>
 #include <gtest/gtest.h>
 #include <map>
@@ -99,7 +100,8 @@ TEST(string, takes_what_the_standard_class_gives_and_is_compared_like_it)
     EXPECT_EQ(s, "ord");
     s.clear();
     s.clear();
-    EXPECT_TRUE(s.empty() && s < string("a"));
+    s += {'a', 'b'};
+    EXPECT_TRUE(s < string("b") && s < "b" && "aa" < s && s >= "ab"s);
 }
 
 TEST(string, takes_a_null_pointer_for_nothing_or_refuses_it)
@@ -126,6 +128,7 @@ TEST(string, takes_a_null_pointer_for_nothing_or_refuses_it)
         [&] { s = null + s; },
         [&] { s = std::move(s) + null; },
         [&] { EXPECT_FALSE(s == null); },
+        [&] { EXPECT_FALSE(s < null); },
         [&] { s.trim(null); },
         [&] { s.trim_left(null); },
         [&] { s.trim_right(null); },
@@ -496,13 +499,51 @@ TEST(string_format, equals_the_runtime_byte_for_byte)
     EXPECT_EQ(string().format("%.3s|%.2s", bare.get(), bare.get()), "abc|ab");
 }
 
-TEST(string_format, writes_the_decimal_point_of_the_locale)
-{
-    if (std::setlocale(LC_NUMERIC, "de_DE.UTF-8") == nullptr) {
-        GTEST_SKIP() << "no locale with a decimal comma";
+// A locale for the length of a test.
+struct locale_for_a_test {
+    locale_for_a_test(int category, char const * name)
+        : category_(category)
+        , set(std::setlocale(category, name) != nullptr)
+    {
     }
+    locale_for_a_test(locale_for_a_test const &) = delete;
+    locale_for_a_test & operator=(locale_for_a_test const &) = delete;
+    ~locale_for_a_test() { std::setlocale(category_, "C"); }
+
+private:
+    int category_;
+
+public:
+    bool const set;
+};
+
+TEST(string_locale, gives_the_decimal_point)
+{
+    locale_for_a_test const german(LC_NUMERIC, "de_DE.UTF-8");
+    if (!german.set) {
+        GTEST_SKIP() << "the build has made no locales";
+    }
+    EXPECT_EQ(string().format("%g", 1.5), "1,5");
     expect_equal_to_the_runtime("%g %f %.3e", 1.5, 2.5, 3.5);
-    std::setlocale(LC_NUMERIC, "C");
+}
+
+TEST(string_locale, gives_the_case_of_single_bytes)
+{
+    string const umlauts("Aa\xC4\xE4\xD7");
+    for (char const * const name : {"de_DE.ISO-8859-1", "de_DE.UTF-8"}) {
+        SCOPED_TRACE(name);
+        locale_for_a_test const german(LC_CTYPE, name);
+        if (!german.set) {
+            GTEST_SKIP() << "the build has made no locales";
+        }
+        bool const one_byte = MB_CUR_MAX == 1;
+        string changed = umlauts;
+        changed.to_lower();
+        EXPECT_EQ(changed, one_byte ? "aa\xE4\xE4\xD7" : "aa\xC4\xE4\xD7");
+        changed = umlauts;
+        changed.to_upper();
+        EXPECT_EQ(changed, one_byte ? "AA\xC4\xC4\xD7" : "AA\xC4\xE4\xD7");
+    }
 }
 
 } // namespace

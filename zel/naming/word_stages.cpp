@@ -87,7 +87,7 @@ void optimize_combinations(word_span & word) noexcept
 {
     std::uint32_t const present = letters(word.view());
     for (auto const & row : combinations) {
-        // No row's text brings a letter that another row looks for.
+        // Looked up once: no byte that a row brings in ever belongs to a hit of a later row.
         if ((present & row.needs) != row.needs) {
             continue;
         }

@@ -13,4 +13,12 @@ bool decimal_point_is_period() noexcept;
 /// \throws std::bad_alloc
 double c_locale_strtod(char const * text, char const ** end);
 
+/// Whether no byte but the ASCII letters has a case in the calling thread's locale: so in the "C"
+/// locale and with every encoding that may take several bytes for a character.
+bool only_ascii_has_case() noexcept;
+
+/// The byte in lower or upper case by the calling thread's locale.
+char lower_in_locale(char c) noexcept;
+char upper_in_locale(char c) noexcept;
+
 } // namespace zel::platform

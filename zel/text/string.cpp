@@ -2,12 +2,15 @@
 #include "zel/text/string.h"
 
 #include "zel/core/exception.h"
+#include "zel/platform/locale.h"
 #include "zel/text/format.h"
 #include <algorithm>
 #include <array>
 #include <bit>
 #include <cstring>
 #include <emmintrin.h>
+#include <limits>
+#include <stdexcept>
 
 namespace zel {
 namespace {
@@ -220,13 +223,21 @@ void string::remove(string const & set)
 void string::to_lower()
 {
     base::resize(before_nul(*this).size());
-    flip_letters(data(), size(), 'A');
+    if (platform::only_ascii_has_case()) {
+        flip_letters(data(), size(), 'A');
+    } else {
+        std::transform(begin(), end(), begin(), platform::lower_in_locale);
+    }
 }
 
 void string::to_upper()
 {
     base::resize(before_nul(*this).size());
-    flip_letters(data(), size(), 'a');
+    if (platform::only_ascii_has_case()) {
+        flip_letters(data(), size(), 'a');
+    } else {
+        std::transform(begin(), end(), begin(), platform::upper_in_locale);
+    }
 }
 
 string string::normalize_for_xml() const
@@ -293,7 +304,13 @@ string & string::replace(string const & from, string const & to)
 std::int32_t string::find_one_of(string const & set)
 {
     std::size_t const plain = std::strcspn(c_str(), set.c_str());
-    return (*this)[plain] == '\0' ? -1 : static_cast<std::int32_t>(plain);
+    if ((*this)[plain] == '\0') {
+        return -1;
+    }
+    if (plain > static_cast<std::size_t>(std::numeric_limits<std::int32_t>::max())) {
+        throw std::out_of_range("zel::string::find_one_of: a position beyond 0x7FFFFFFF");
+    }
+    return static_cast<std::int32_t>(plain);
 }
 
 void string::trim_left(char const * set)

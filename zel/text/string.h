@@ -2,6 +2,7 @@
 #pragma once
 
 #include "zel/core/api.h"
+#include <compare>
 #include <cstdarg>
 #include <cstddef>
 #include <cstdint>
@@ -138,6 +139,11 @@ public:
         base::append(text);
         return *this;
     }
+    string & operator+=(std::initializer_list<char> characters)
+    {
+        base::append(characters);
+        return *this;
+    }
 
     /// \throws memory_exception  `null_pointer` with the text "zel::string" when `p` is null.
     static void validate_ptr(char const * p)
@@ -238,7 +244,8 @@ public:
     /// Deletes every byte that occurs in `set`, which ends at its first NUL.
     void remove(string const & set);
 
-    /// Changes the ASCII letters; the text ends at its first NUL afterwards.
+    /// Changes the ASCII letters and, in a locale with one byte a character that the program has
+    /// set, that locale's letters. The text ends at its first NUL afterwards.
     void to_lower();
     void to_upper();
 
@@ -246,6 +253,7 @@ public:
     string normalize_for_xml() const;
 
     /// \returns the position of the first byte that is in `set`, both up to their first NUL, or -1.
+    /// \throws std::out_of_range  when that position is above 0x7FFFFFFF.
     std::int32_t find_one_of(string const & set);
 
     /// Strips the bytes of `set` from the start, the end or both.
@@ -350,6 +358,11 @@ inline bool operator==(string const & a, char const * b)
 {
     string::validate_ptr(b);
     return a.compare(b) == 0;
+}
+inline std::strong_ordering operator<=>(string const & a, char const * b)
+{
+    string::validate_ptr(b);
+    return a.compare(b) <=> 0;
 }
 
 } // namespace zel

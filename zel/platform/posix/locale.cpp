@@ -1,8 +1,10 @@
 // SPDX-License-Identifier: MIT
 #include "zel/platform/locale.h"
 
+#include <cctype>
 #include <cerrno>
 #include <cstdlib>
+#include <cstring>
 #include <langinfo.h>
 #include <locale.h>
 #include <new>
@@ -30,6 +32,21 @@ double c_locale_strtod(char const * text, char const ** end)
     ::freelocale(locale);
     *end = stop;
     return value;
+}
+
+bool only_ascii_has_case() noexcept
+{
+    return MB_CUR_MAX > 1 || std::strcmp(::nl_langinfo(CODESET), "ANSI_X3.4-1968") == 0;
+}
+
+char lower_in_locale(char c) noexcept
+{
+    return static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+}
+
+char upper_in_locale(char c) noexcept
+{
+    return static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
 }
 
 } // namespace zel::platform
