@@ -108,6 +108,12 @@ xml_escape const * xml_escape_of(char c)
     return index == 255 ? nullptr : xml_escapes + index;
 }
 
+// Of a byte that is known to be escaped.
+xml_escape const & known_xml_escape(char c)
+{
+    return xml_escapes[xml_escape_index[static_cast<unsigned char>(c) & 63U]];
+}
+
 // The bytes that are escaped, of 16.
 std::uint32_t xml_special_bits(__m128i bytes)
 {
@@ -127,8 +133,8 @@ std::size_t xml_growth(char const * p, std::size_t size)
     for (; i + 16 <= size; i += 16) {
         for (std::uint32_t special = xml_special_bits(load(p + i)); special != 0;
              special &= special - 1) {
-            growth += xml_escape_of(p[i + static_cast<unsigned>(std::countr_zero(special))])->size
-                - 1U;
+            auto const at = i + static_cast<unsigned>(std::countr_zero(special));
+            growth += known_xml_escape(p[at]).size - 1U;
         }
     }
     for (; i < size; ++i) {
@@ -268,9 +274,9 @@ string string::normalize_for_xml() const
         if (to_end - to < 8) {
             break;
         }
-        xml_escape const * const escape = xml_escape_of(*from++);
-        std::memcpy(to, escape->text, sizeof(escape->text));
-        to += escape->size;
+        xml_escape const & escape = known_xml_escape(*from++);
+        std::memcpy(to, escape.text, sizeof(escape.text));
+        to += escape.size;
     }
     for (; from != from_end; ++from) {
         if (xml_escape const * const escape = xml_escape_of(*from)) {

@@ -1,0 +1,26 @@
+# SPDX-License-Identifier: MIT
+# The form of the sources: targets `format` and `tidy`. Version 14 of both tools decides; others
+# break lines differently.
+find_program(CLANG_FORMAT NAMES clang-format-14 clang-format)
+find_program(RUN_CLANG_TIDY NAMES run-clang-tidy-14 run-clang-tidy)
+
+if(CLANG_FORMAT)
+  execute_process(COMMAND ${CLANG_FORMAT} --version OUTPUT_VARIABLE zel_version)
+  if(zel_version MATCHES "version 14\\.")
+    set(ZEL_CLANG_FORMAT ${CLANG_FORMAT})
+    add_custom_target(
+      format
+      COMMAND ${CMAKE_COMMAND} -DSOURCE=${PROJECT_SOURCE_DIR} -DCLANG_FORMAT=${CLANG_FORMAT}
+              -DMODE=-i -P ${CMAKE_CURRENT_LIST_DIR}/format.cmake
+      COMMENT "Formatting the sources"
+      VERBATIM)
+  endif()
+endif()
+
+if(RUN_CLANG_TIDY)
+  add_custom_target(
+    tidy
+    COMMAND ${RUN_CLANG_TIDY} -quiet -p ${PROJECT_BINARY_DIR} "${PROJECT_SOURCE_DIR}/zel/.*"
+    COMMENT "Looking through the library with clang-tidy"
+    VERBATIM)
+endif()

@@ -1,0 +1,16 @@
+# SPDX-License-Identifier: MIT
+# Runs clang-format with MODE over every source of the tree.
+set(files "")
+foreach(folder zel tests benchmarks examples fuzz)
+  file(GLOB_RECURSE found ${SOURCE}/${folder}/*.h ${SOURCE}/${folder}/*.cpp)
+  list(APPEND files ${found})
+endforeach()
+list(LENGTH files count)
+if(count LESS 50)
+  message(FATAL_ERROR "only ${count} sources found below ${SOURCE}")
+endif()
+separate_arguments(MODE)
+execute_process(COMMAND ${CLANG_FORMAT} ${MODE} --style=file ${files} RESULT_VARIABLE result)
+if(NOT result EQUAL 0)
+  message(FATAL_ERROR "clang-format has something to say")
+endif()

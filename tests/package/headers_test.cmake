@@ -1,0 +1,35 @@
+# SPDX-License-Identifier: MIT
+# Each installed header compiles alone, without a warning, as a user of the library would include it.
+file(REMOVE_RECURSE ${WORK})
+execute_process(COMMAND ${CMAKE_COMMAND} --install ${BUILD} --prefix ${WORK}
+                OUTPUT_QUIET COMMAND_ERROR_IS_FATAL ANY)
+file(GLOB_RECURSE headers RELATIVE ${WORK}/include ${WORK}/include/*.h)
+list(LENGTH headers count)
+if(count LESS 20)
+  message(FATAL_ERROR "only ${count} headers were installed")
+endif()
+
+function(compile compiler header)
+  file(WRITE ${WORK}/alone.cpp "#include <${header}>\n")
+  execute_process(COMMAND ${compiler} -std=c++20 -fsyntax-only -Wall -Wextra -Wpedantic -Wconversion
+                          -Wshadow -Werror -I ${WORK}/include ${WORK}/alone.cpp
+                  RESULT_VARIABLE result ERROR_VARIABLE error)
+  if(NOT result EQUAL 0)
+    message(SEND_ERROR "${compiler} ${header}\n${error}")
+  endif()
+endfunction()
+
+foreach(header IN LISTS headers)
+  compile(${CXX} ${header})
+endforeach()
+if(CLANG)
+  compile(${CLANG} zel/zel.h)
+endif()
+
+# What is public is in the header of everything.
+file(READ ${WORK}/include/zel/zel.h everything)
+foreach(header IN LISTS headers)
+  if(NOT header STREQUAL "zel/zel.h" AND NOT everything MATCHES "#include \"${header}\"")
+    message(SEND_ERROR "zel/zel.h lacks ${header}")
+  endif()
+endforeach()
