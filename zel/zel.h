@@ -25,6 +25,7 @@
 #include "zel/values/size.h"
 #include "zel/values/time.h"
 #include "zel/values/timer.h"
+#include "zel/values/uid.h"
 #include "zel/values/variant.h"
 
 #include "zel/files/dyn_lib.h"

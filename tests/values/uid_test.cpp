@@ -1,0 +1,153 @@
+// SPDX-License-Identifier: MIT
+#include "zel/values/uid.h"
+
+#include <algorithm>
+#include <cstring>
+#include <gtest/gtest.h>
+#include <sstream>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
+#include <unordered_set>
+#include <vector>
+
+namespace {
+
+using zel::uid;
+using bytes = std::array<unsigned char, 16>;
+
+bytes bytes_of(uid const & id) { return std::bit_cast<bytes>(id); }
+
+constexpr uid example(0x0123ABCD, 0x4567, 0x89AB, {0xCD, 0xEF, 0x01, 0x23, 0x45, 0x67, 0x89, 0xAB});
+static_assert(example == uid(example) && example != uid() && uid() == uid(0, 0, 0, {}));
+static_assert(uid(0x00000001, 0, 0, {})
+              > uid(0x00000100, 0, 0, {})); // the lowest byte is the first
+
+TEST(uid, prints_small_letters_in_the_third_group_alone)
+{
+    EXPECT_EQ(example.to_string(), "{0123ABCD-4567-89ab-CDEF-0123456789AB}");
+    EXPECT_EQ(uid().to_string(), "{00000000-0000-0000-0000-000000000000}");
+    EXPECT_EQ(uid(0xABCDEF99, 0xABCD, 0xABCD, {0xFF, 0xEE, 0xDD, 0xCC, 0xBB, 0xAA, 0x9A, 0xA9})
+                  .to_string(),
+              "{ABCDEF99-ABCD-abcd-FFEE-DDCCBBAA9AA9}");
+    std::ostringstream stream;
+    stream << example;
+    EXPECT_EQ(stream.str(), example.to_string());
+}
+
+TEST(uid, orders_by_its_bytes_in_memory)
+{
+    bytes const low = bytes_of(example);
+    std::unordered_set<uid> distinct{example};
+    for (std::size_t i = 0; i < low.size(); ++i) {
+        for (unsigned change : {0x01U, 0x80U}) {
+            bytes other = low;
+            other[i] = static_cast<unsigned char>(other[i] ^ change);
+            uid const a = example;
+            uid const b = std::bit_cast<uid>(other);
+            bool const less = std::memcmp(low.data(), other.data(), low.size()) < 0;
+            EXPECT_TRUE((a < b) == less && (b < a) == !less && (a > b) == !less) << i;
+            EXPECT_TRUE((a <= b) == less && (a >= b) == !less && a != b) << i;
+            EXPECT_TRUE(distinct.insert(b).second);
+        }
+    }
+    EXPECT_TRUE(distinct.contains(example));
+    EXPECT_FALSE(example < example);
+    // Numbers in a row, as a program of fixed identifiers has them, do not fall together.
+    std::unordered_set<std::size_t> hashes;
+    for (std::uint32_t i = 0; i < 1000; ++i) {
+        hashes.insert(std::hash<uid>()(uid(i, 0, 0, {})) % 4096);
+    }
+    EXPECT_GT(hashes.size(), 750U); // 888 are expected of random hashes
+}
+
+TEST(uid, is_of_version_4_and_random_everywhere_else)
+{
+    constexpr int count = 4096;
+    std::array<int, 128> ones{};
+    for (int i = 0; i < count; ++i) {
+        uid id;
+        id.create();
+        bytes const image = bytes_of(id);
+        for (std::size_t bit = 0; bit < ones.size(); ++bit) {
+            ones[bit] += image[bit / 8] >> bit % 8 & 1;
+        }
+    }
+    for (std::size_t bit = 0; bit < ones.size(); ++bit) {
+        SCOPED_TRACE(bit);
+        if (bit >= 60 && bit < 64) {
+            EXPECT_EQ(ones[bit], bit == 62 ? count : 0); // the upper half of byte 7 is 0100
+        } else if (bit >= 70 && bit < 72) {
+            EXPECT_EQ(ones[bit], bit == 71 ? count : 0); // byte 8 begins with 10
+        } else {
+            EXPECT_NEAR(ones[bit], count / 2, 320); // ten standard deviations
+        }
+    }
+}
+
+constexpr std::size_t threads_each = 8;
+constexpr std::size_t ids_a_thread = 62'500;
+
+// What the calling thread still has at hand, then what eight threads make.
+std::vector<uid> create_many()
+{
+    std::vector<uid> made(50 + threads_each * ids_a_thread);
+    auto const create = [&made](std::size_t from, std::size_t count) {
+        for (std::size_t i = from; i < from + count; ++i) {
+            made[i].create();
+        }
+    };
+    create(0, 50);
+    std::vector<std::thread> threads;
+    for (std::size_t i = 0; i < threads_each; ++i) {
+        threads.emplace_back(create, 50 + i * ids_a_thread, ids_a_thread);
+    }
+    for (std::thread & thread : threads) {
+        thread.join();
+    }
+    return made;
+}
+
+TEST(uid, never_repeats_in_eight_threads_of_two_processes)
+{
+    uid first;
+    first.create(); // from here on this thread has bytes at hand that a child must not use
+    int ends[2];
+    ASSERT_EQ(::pipe(ends), 0);
+    pid_t const child = ::fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+        std::vector<uid> const made = create_many();
+        auto next = reinterpret_cast<char const *>(made.data());
+        for (std::size_t left = made.size() * sizeof(uid); left != 0;) {
+            ssize_t const written = ::write(ends[1], next, left);
+            if (written <= 0) {
+                ::_exit(1);
+            }
+            next += written;
+            left -= static_cast<std::size_t>(written);
+        }
+        ::_exit(0);
+    }
+    ::close(ends[1]);
+    std::vector<uid> all = create_many();
+    std::size_t const own = all.size();
+    all.resize(2 * own);
+    auto next = reinterpret_cast<char *>(all.data() + own);
+    std::size_t left = own * sizeof(uid);
+    for (ssize_t got; left != 0 && (got = ::read(ends[0], next, left)) > 0;) {
+        next += got;
+        left -= static_cast<std::size_t>(got);
+    }
+    ::close(ends[0]);
+    int status = -1;
+    ASSERT_EQ(::waitpid(child, &status, 0), child);
+    ASSERT_EQ(status, 0);
+    ASSERT_EQ(left, 0U);
+
+    all.push_back(first);
+    std::sort(all.begin(), all.end());
+    EXPECT_EQ(std::adjacent_find(all.begin(), all.end()), all.end());
+}
+
+} // namespace
