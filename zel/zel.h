@@ -29,6 +29,7 @@
 #include "zel/values/variant.h"
 
 #include "zel/files/dyn_lib.h"
+#include "zel/files/file.h"
 #include "zel/files/file_obj.h"
 #include "zel/files/native_path.h"
 #include "zel/files/path.h"

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include "zel/files/native_path.h"
 
+#include "zel/platform/host_path.h"
 #include "zel/platform/shell_path.h"
 #include "zel/text/ascii.h"
-#include <algorithm>
 #include <stdexcept>
 
 namespace zel {
@@ -18,25 +18,9 @@ constexpr bool begins_with_drive(std::string_view text) noexcept
 
 std::string to_native(path const & source)
 {
-    std::string_view text = source.c_str();
-    if (text.starts_with("\\\\?\\") && begins_with_drive(text.substr(4))) {
-        text.remove_prefix(4);
-    }
-    std::string result;
-    if (begins_with_drive(text)) {
-        if (ascii::lower(text[0]) != 'c') {
-            return result;
-        }
-        text.remove_prefix(2);
-        if (!text.starts_with('\\')) {
-            result = '/';
-        }
-    } else if (text.starts_with("\\\\")) {
-        return result;
-    }
-    result += text;
-    std::replace(result.begin(), result.end(), '\\', '/');
-    return result;
+    char text[platform::max_path];
+    platform::to_host_path(text, source.c_str());
+    return text;
 }
 
 path from_native(std::string_view name)

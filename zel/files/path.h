@@ -176,12 +176,15 @@ public:
     bool is_directory() const noexcept;
     /// The attribute bits, or -1 when they can't be read.
     std::int32_t getAttributes() const noexcept;
+    /// Changes whether the file is read-only; the host has no other attributes to set.
     void setAttributes(std::int32_t attributes) noexcept;
     /// Makes it the current folder of the whole process.
     bool set_current() noexcept;
+    /// False: the host marks no folder as one of the system's, and so `unmake_system_folder` is
+    /// true for every folder.
     bool make_system_folder() noexcept;
     bool unmake_system_folder() noexcept;
-    /// Bytes of the file, its low 32 bits; 0xFFFFFFFF when there is no such file.
+    /// Bytes of the file; 0xFFFFFFFF when there is no such file, or when its size doesn't fit.
     unsigned int file_size() const noexcept;
 
     /// Creates every folder of the chain that is missing, the last component included.
@@ -191,19 +194,26 @@ public:
     /// target is never replaced.
     /// \param flag  means nothing.
     bool rename(path const & target, bool flag = false);
-    /// Copies the file, replacing an existing target; the folder of `target` is created first.
+    /// Copies the file with its rights and times; the folder of `target` is created first. An
+    /// existing target is replaced in one step, and stays whole when the copy fails; one that is
+    /// read-only is refused.
     bool copy(path const & target);
     /// Creates an empty file with a name of its own, which begins with `temp`. Empty on failure.
     static path get_temp_filename(path const & folder);
-    /// True when both files can be read and hold the same bytes.
+    /// True when both are plain files that can be read and hold the same bytes.
     static bool compare_files(path const & first, path const & second);
-    /// Lists the entries of the folder that match `spec`, files and folders alike, in no order.
+    /// Lists the entries of the folder that match `spec`, files and folders alike, in no order. One
+    /// whose name no path can hold is left out. An empty path lists the current folder.
+    /// \param spec   one wild-card pattern, in which a `;` is a byte like any other.
     /// \param clear  empties the list first; else the entries are added behind what is there.
     void get_entries(std::list<auto_ptr<path>> & entries, char const * spec = "*.*",
                      bool clear = true);
-    /// Removes what is in the folder; false when it is none or an entry stays.
+    /// Removes what is in the folder, as `remove` does; false when it is none or an entry stays.
     bool empty_folder();
-    /// Removes the file, or the folder with all that is in it. Symbolic links are not followed.
+    /// Removes the file, or the folder with all that is in it. A symbolic link goes and what it
+    /// leads to stays, whatever other processes exchange meanwhile. False, with what is left in
+    /// place, when an entry is read-only, can't be removed or has a name that no path can hold. The
+    /// host's root is never touched.
     bool remove();
 
 protected:

@@ -288,15 +288,6 @@ bool match_wild_cards(std::string_view name, std::string_view pattern) noexcept
     return pattern.find_first_not_of('*', p) == std::string_view::npos;
 }
 
-bool match_pattern(std::string_view name, std::string_view pattern) noexcept
-{
-    if (pattern == "*.*" || match_wild_cards(name, pattern)) {
-        return true;
-    }
-    return pattern.ends_with('.') && name.find('.') == std::string_view::npos
-        && match_wild_cards(name, pattern.substr(0, pattern.size() - 1));
-}
-
 #ifdef __SSE2__
 using block = __m128i;
 
@@ -691,6 +682,15 @@ int path_common_prefix(char const * first, char const * second, char * result) n
     return static_cast<int>(length);
 }
 
+bool name_matches(std::string_view name, std::string_view pattern) noexcept
+{
+    if (pattern == "*.*" || match_wild_cards(name, pattern)) {
+        return true;
+    }
+    return pattern.ends_with('.') && name.find('.') == std::string_view::npos
+        && match_wild_cards(name, pattern.substr(0, pattern.size() - 1));
+}
+
 bool path_match_spec(char const * name, char const * spec) noexcept
 {
     std::string_view const whole = view(name);
@@ -698,7 +698,7 @@ bool path_match_spec(char const * name, char const * spec) noexcept
     for (;;) {
         rest.remove_prefix(std::min(rest.find_first_not_of(' '), rest.size()));
         std::string_view const pattern = rest.substr(0, rest.find(';'));
-        if (match_pattern(whole, pattern)) {
+        if (name_matches(whole, pattern)) {
             return true;
         }
         if (pattern.size() == rest.size()) {

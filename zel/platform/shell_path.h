@@ -136,6 +136,9 @@ int path_common_prefix(char const * first, char const * second, char * result) n
 /// dot that ends a pattern also stands for the missing extension of a name without a dot.
 bool path_match_spec(char const * name, char const * spec) noexcept;
 
+/// True when `name` matches the one pattern, as `path_match_spec` matches each of its.
+bool name_matches(std::string_view name, std::string_view pattern) noexcept;
+
 /// Orders two texts, each in an array of `max_path` initialised bytes, byte by byte, with ASCII
 /// capitals taken for small letters.
 /// \returns below 0, 0 or above 0.

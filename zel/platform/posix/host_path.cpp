@@ -35,6 +35,14 @@ bool to_host_path(char * result, char const * text) noexcept
     if (rest.starts_with("\\\\?\\") && is_drive(rest.substr(4))) {
         rest.remove_prefix(4);
     }
+    // A folder's `..` is the folder in front of it in the text, also where the host would follow a
+    // link first.
+    char resolved[max_path];
+    if (rest.find("..") != rest.npos) {
+        *std::replace_copy(rest.begin(), rest.end(), resolved, '/', '\\') = '\0';
+        path_canonicalize(resolved, resolved); // never longer than it was, apart from `.\c:`
+        rest = resolved;
+    }
     if (is_drive(rest)) {
         if ((rest[0] | 0x20) != 'c') {
             return fail(error_path_not_found);

@@ -1,0 +1,158 @@
+// SPDX-License-Identifier: MIT
+#include "zel/files/file.h"
+#include "zel/files/path.h"
+
+#include "scratch.h"
+#include <atomic>
+#include <csignal>
+#include <thread>
+
+#include <fcntl.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+
+namespace {
+
+namespace fs = std::filesystem;
+using zel::path;
+
+TEST(path_faults, without_rights_nothing_changes)
+{
+    scratch const area;
+    area.write("locked/file", "x");
+    area.write("locked/folder/inner", "x");
+    area.write("secret", "x");
+    area.write("source", "new");
+    fs::create_directory(area.host("open"));
+    fs::permissions(area.host("open"), fs::perms(0777));
+    area.write("open/movable", "x");
+    fs::permissions(area.host("open/movable"), fs::perms(0666));
+    fs::permissions(area.host("secret"), fs::perms(0));
+    EXPECT_EQ(as_ordinary_user([&] {
+                  int failures = 0;
+                  auto const refused = [&](bool done) { failures += done ? 1 : 0; };
+                  refused(area.path("locked/file").remove());
+                  refused(area.path("locked/folder").remove());
+                  refused(area.path("locked/folder").empty_folder());
+                  refused(area.path("locked/new/folder").create());
+                  refused(area.path("locked/file").rename(area.path("open/x")));
+                  refused(area.path("open/movable").rename(area.path("locked/x")));
+                  refused(area.path("source").copy(area.path("locked/file")));
+                  refused(area.path("secret").copy(area.path("open/secret")));
+                  refused(path::compare_files(area.path("secret"), area.path("secret")));
+                  refused(!path::get_temp_filename(area.path("locked")).empty());
+                  area.path("locked/file").setAttributes(path::attr_readonly);
+                  refused(!area.path("source").copy(area.path("open/copy")));
+                  return failures;
+              }),
+              0);
+    EXPECT_EQ(area.read("locked/file") + area.read("locked/folder/inner"), "xx");
+    EXPECT_FALSE(area.exists("open/secret") || area.exists("open/x") || area.exists("locked/x"));
+    EXPECT_EQ(area.read("open/copy"), "new");
+}
+
+TEST(path_faults, a_full_disk_leaves_the_old_target)
+{
+    scratch const area;
+    area.write("source", std::string(1'000'000, 's'));
+    area.write("target", "old");
+    EXPECT_EQ(in_child([&] {
+                  std::signal(SIGXFSZ, SIG_IGN);
+                  ::rlimit const limit{300'000, 300'000};
+                  ::setrlimit(RLIMIT_FSIZE, &limit);
+                  if (area.path("source").copy(area.path("target"))
+                      || area.path("source").copy(area.path("fresh"))) {
+                      return 1;
+                  }
+                  zel::file full(area.path("full"), zel::file::mode_write, zel::file::kind_binary);
+                  std::string const block(400'000, 'b');
+                  if (full.write(block.data(), 400'000) >= 400'000) {
+                      return 2;
+                  }
+                  full.open(area.path("full too"), zel::file::mode_write, zel::file::kind_binary);
+                  full.write(block.data(), 299'999);
+                  if (full.write("ab", 2) != 2) {
+                      return 3;
+                  }
+                  try {
+                      full.close();
+                      return 4;
+                  } catch (zel::file::exception & failure) {
+                      return failure.get_type() == zel::file::exception::cannot_close ? 0 : 5;
+                  }
+              }),
+              0);
+    EXPECT_EQ(area.read("target"), "old");
+    EXPECT_EQ(std::distance(fs::directory_iterator(area.host("")), {}), 4);
+}
+
+TEST(path_faults, one_of_two_racing_processes_gets_the_name)
+{
+    scratch const area;
+    for (int round = 0; round < 100; ++round) {
+        std::string const target = "target" + std::to_string(round);
+        int pipe_ends[2];
+        ASSERT_EQ(::pipe(pipe_ends), 0);
+        ::pid_t children[2];
+        for (int i = 0; i < 2; ++i) {
+            area.write("source" + std::to_string(i), std::to_string(i));
+            children[i] = ::fork();
+            if (children[i] == 0) {
+                char go;
+                ::close(pipe_ends[1]);
+                [[maybe_unused]] auto const ended = ::read(pipe_ends[0], &go, 1);
+                ::_exit(area.path("source" + std::to_string(i)).rename(area.path(target)) ? 1 : 0);
+            }
+        }
+        ::close(pipe_ends[0]);
+        ::close(pipe_ends[1]);
+        int won[2];
+        for (int i = 0; i < 2; ++i) {
+            ::waitpid(children[i], &won[i], 0);
+            won[i] = WEXITSTATUS(won[i]);
+        }
+        EXPECT_EQ(won[0] + won[1], 1);
+        EXPECT_EQ(area.read(target), won[0] == 1 ? "0" : "1");
+        EXPECT_TRUE(area.exists(won[0] == 1 ? "source1" : "source0"));
+    }
+}
+
+TEST(path_faults, a_folder_exchanged_for_a_link_leads_nowhere)
+{
+    scratch const area;
+    for (int i = 0; i < 20; ++i) {
+        area.write("outside/kept" + std::to_string(i), "");
+    }
+    std::atomic<bool> done = false;
+    fs::create_directory_symlink(area.host("outside"), area.host("link"));
+    std::string const inner = area.host("tree/inner").string();
+    std::string const link = area.host("link").string();
+    std::thread swapper([&] {
+        while (!done) {
+            ::renameat2(AT_FDCWD, inner.c_str(), AT_FDCWD, link.c_str(), RENAME_EXCHANGE);
+        }
+    });
+    for (int round = 0; round < 300; ++round) {
+        for (int i = 0; i < 10; ++i) {
+            std::error_code ignored;
+            fs::create_directories(area.host("tree/inner"), ignored);
+            int const file = ::open((inner + "/" + std::to_string(i)).c_str(),
+                                    O_CREAT | O_NOFOLLOW | O_WRONLY | O_CLOEXEC, 0600);
+            if (file >= 0) {
+                ::close(file);
+            }
+        }
+        area.path("tree").remove();
+        if (!area.exists("link")) {
+            fs::create_directory_symlink(area.host("outside"), area.host("link"));
+        }
+    }
+    done = true;
+    swapper.join();
+    // What the swapper let the test itself create there doesn't count.
+    for (int i = 0; i < 20; ++i) {
+        EXPECT_TRUE(area.exists("outside/kept" + std::to_string(i)));
+    }
+}
+
+} // namespace
