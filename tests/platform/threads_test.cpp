@@ -730,9 +730,11 @@ TEST(threads, work_in_a_forked_child)
         good = good && wait_for_thread(thread.handle(), -1) == 0;
         good = good && get_exit_code_thread(thread.handle(), code) && code == failed;
         good = good && close_thread(thread.handle());
-        void * const own = begin_thread([](void *) { return 8u; }, nullptr, nullptr);
-        good = good && own != nullptr && wait_for_thread(own, -1) == 0;
-        good = good && get_exit_code_thread(own, code) && code == 8 && close_thread(own);
+        if (can_stop_threads) { // nor does the sanitizer follow a child that starts threads
+            void * const own = begin_thread([](void *) { return 8u; }, nullptr, nullptr);
+            good = good && own != nullptr && wait_for_thread(own, -1) == 0;
+            good = good && get_exit_code_thread(own, code) && code == 8 && close_thread(own);
+        }
         ::_exit(good ? 0 : 1);
     }
     int status = -1;
@@ -771,7 +773,7 @@ TEST(threads, have_priorities_that_the_host_grants)
         good = good && set_thread_priority(handle, -15) && get_thread_priority(handle) == -15;
         go.store(true);
         good = good && wait_for_thread(handle, -1) == 0;
-        good = good && get_thread_priority(handle) == priority_error;
+        good = good && get_thread_priority(handle) == priority_error && close_thread(handle);
         ::_exit(good ? 0 : 1);
     }
     int status = -1;

@@ -4,6 +4,23 @@
 #include <atomic>
 #include <cstdint>
 
+/// Threads that can be suspended and terminated.
+///
+/// Stopping takes one real-time signal, SIGRTMIN + 6 unless the build says otherwise (the CMake
+/// variable ZEL_STOP_SIGNAL); its handler is set when the first thread starts, and a new thread
+/// lets it in whatever mask it inherits. To a thread that is stopped and runs on, a system call
+/// that was in progress goes on as after any handler with SA_RESTART: signal(7) lists the calls
+/// that fail with EINTR all the same, among them sleeps, poll, epoll_wait and waits with a limit
+/// for sockets and message queues.
+///
+/// Only threads that `begin_thread` made can be stopped; any thread may call the rest. A thread is
+/// a thread of the host's library in everything else: `pthread_exit` ends it with the exit code
+/// 0xFFFFFFFF. A terminated one leaves the memory that it has from the heap, with what the host's
+/// library keeps of the heap for each thread, and still counts as a thread for a main thread that
+/// ends by `pthread_exit`.
+///
+/// A forked child has the forking thread alone. Handles of others that were running are handles of
+/// ended threads there, with the exit code 0xFFFFFFFF.
 namespace zel::platform {
 
 /// The exit code of a thread that runs.
@@ -16,8 +33,8 @@ constexpr std::int32_t priority_error = 0x7FFFFFFF;
 /// \param id      takes the host's number of the thread, for any thread to read; may be null.
 /// \param handle  takes what is returned too; may be null.
 /// \returns a handle for `wait_for_single_object` and `close_handle`; null with the last error set.
-void * begin_thread(unsigned int (*proc)(void *), void * argument,
-                    std::atomic<std::uint32_t> * id, void ** handle = nullptr) noexcept;
+void * begin_thread(unsigned int (*proc)(void *), void * argument, std::atomic<std::uint32_t> * id,
+                    void ** handle = nullptr) noexcept;
 
 /// Stores the exit code, 259 while the thread runs.
 bool get_exit_code_thread(void * handle, std::uint32_t & code) noexcept;
@@ -25,25 +42,28 @@ bool get_exit_code_thread(void * handle, std::uint32_t & code) noexcept;
 /// Ends the thread where it is, suspended or not: no destructor, no handler, no cleaning up.
 /// Mutexes that it owned are abandoned; waiters for it wake. Returns when it has ended. A thread in
 /// the middle of the C library's own work (its heap) is given up to 20 ms to come out of it, so
-/// that it leaves no lock of that library behind. Harmless after the thread's end. For the calling
-/// thread it does not return.
-/// \returns false with last error 6, or 156 when the thread blocks the signal that this takes.
+/// that it leaves no lock of that library behind; one that was suspended there runs on until then.
+/// Harmless after the thread's end. For the calling thread it does not return.
+/// \returns false with last error 6, or 156 when the thread blocks the signal that this takes, for
+///          50 ms or for good.
 bool terminate_thread(void * handle, std::uint32_t exit_code) noexcept;
 
 /// Stops the thread wherever it is and counts; returns when it has stopped, for the calling thread
 /// when it was resumed. A stopped thread waits for no object of this layer.
 /// \returns the count before, 0 to 126; 0xFFFFFFFF with last error 156 at a count of 127 or when
 /// the
-///          thread blocks the signal that this takes, 5 when it has ended, 6.
+///          thread blocks the signal that this takes, for 50 ms or for good; 5 when it has ended or
+///          is being terminated; 6.
 std::uint32_t suspend_thread(void * handle) noexcept;
 /// \returns the count before; the thread runs on when it was 1 or 0.
 std::uint32_t resume_thread(void * handle) noexcept;
 
-/// -15, -2 to 2 or 15, which are the nice values 19, 10, 5, 0, -5, -10 and -20 of the host.
-/// \returns `priority_error` with the last error set.
+/// -15, -2 to 2 or 15, which are the nice values 19, 10, 5, 0, -5, -10 and -20 of the host; the
+/// nearest of them when somebody else has set another.
+/// \returns `priority_error` with last error 5 when the thread has ended, or 6.
 std::int32_t get_thread_priority(void * handle) noexcept;
-/// \returns false, with nothing changed, and last error 5 when the host refuses, 87 for another
-///          value, 6.
+/// \returns false, with nothing changed, and last error 5 when the host refuses or the thread has
+///          ended, 87 for another value, 6.
 bool set_thread_priority(void * handle, std::int32_t priority) noexcept;
 
 /// Names the calling thread where the host shows it, cut to 15 bytes.
@@ -59,7 +79,8 @@ std::uint32_t current_thread_id() noexcept;
 bool set_thread_teardown(void (*function)(void *), void * data) noexcept;
 
 /// Waits in one call for the end of a thread or for a change of `word`, which its changer tells by
-/// `wake_address(word, 1, false)`.
+/// `wake_address(word, 1, false)`. Linux before 5.16 cannot wait for both: there a thread's end is
+/// noticed up to 5 ms late.
 /// \returns 0: the thread has ended; 1: the word holds something else than `expected`; 258: the
 ///          time was over; 0xFFFFFFFF with last error 6: no handle of a thread.
 std::uint32_t wait_for_thread_or_change(void * handle, std::atomic<std::uint32_t> const & word,
