@@ -6,6 +6,7 @@
 #include "zel/platform/last_error.h"
 #include <atomic>
 #include <cctype>
+#include <cerrno>
 #include <chrono>
 #include <csignal>
 #include <cstdint>
@@ -616,6 +617,35 @@ TEST(threads, stop_and_end_themselves)
         EXPECT_EQ(torn_down.load(), 1);
         EXPECT_TRUE(close_thread(handle));
     }
+}
+
+TEST(threads, have_abandoned_what_they_owned_when_their_end_is_told)
+{
+    limit const seconds(60);
+    pthread_mutexattr_t robust;
+    ::pthread_mutexattr_init(&robust);
+    ::pthread_mutexattr_setrobust(&robust, PTHREAD_MUTEX_ROBUST);
+    for (int i = 0; i < 500; ++i) {
+        pthread_mutex_t mutex;
+        ::pthread_mutex_init(&mutex, &robust);
+        std::atomic<bool> is_owned{false};
+        bool const is_terminated = can_stop_threads && i % 2 == 0;
+        worker const owner([&] {
+            ::pthread_mutex_lock(&mutex);
+            is_owned.store(true);
+            while (is_terminated) { }
+            return 0u;
+        });
+        while (!is_owned.load()) { }
+        if (is_terminated) {
+            EXPECT_TRUE(terminate_thread(owner.handle(), 0));
+        }
+        ASSERT_EQ(owner.wait(), 0u);
+        ASSERT_EQ(::pthread_mutex_trylock(&mutex), EOWNERDEAD);
+        ::pthread_mutex_unlock(&mutex);
+        ::pthread_mutex_destroy(&mutex);
+    }
+    ::pthread_mutexattr_destroy(&robust);
 }
 
 TEST(threads, find_nothing_of_a_terminated_one_on_its_stack)

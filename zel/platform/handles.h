@@ -130,7 +130,8 @@ bool pin(handle_slot & slot, void * handle) noexcept;
 /// \returns true when this was the last reference: the caller cleans up and calls `free_slot`.
 bool unpin(handle_slot & slot) noexcept;
 
-/// Ends the handle. The word stays as it was, with a tag that no handle has.
+/// Ends the handle. The word stays as it was, with a tag that no handle has. Sequentially consistent
+/// with what the caller looks at next.
 /// \returns the word, for the one caller among several that ended it, through `word`; false for all
 ///          others and when it was not alive.
 bool retire(handle_slot & slot, void * handle, std::uint32_t & word) noexcept;

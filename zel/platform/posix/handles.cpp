@@ -119,8 +119,7 @@ bool retire(handle_slot & slot, void * handle, std::uint32_t & word) noexcept
         if (!is_alive(references, handle)) {
             return false;
         }
-    } while (!slot.references.compare_exchange_weak(references, references & word_mask,
-                                                    std::memory_order_acq_rel));
+    } while (!slot.references.compare_exchange_weak(references, references & word_mask));
     // The generation stays, for publish() to go on from.
     word = word_of(slot.state.fetch_and(~(std::uint64_t{15} << 32), std::memory_order_acq_rel));
     return true;

@@ -19,15 +19,16 @@ constexpr std::uint32_t parked = 0x100; // it sleeps in its signal handler
 constexpr std::uint32_t past_stops = 0x200; // it ends by itself: too late to stop it
 constexpr std::uint32_t gone = 0x400; // terminated: nothing but its last system call is left
 constexpr std::uint32_t end_forced = 0x800; // terminated wherever it is
-constexpr std::uint32_t joined = 0x1000; // its stack has been given back
 constexpr std::uint32_t postponement = 0x10000; // added when it goes on to leave the C library
 /// @}
 
 /// What becomes of a thread, in `thread_record::end`. Those that wait for the end sleep on it.
 enum end_state : std::uint32_t {
     not_ended,
+    on_last_steps, // ends by itself; whoever looks sees it off
+    being_seen_off,
     unburied, // terminated, and in the graveyard
-    ended,
+    ended, // for the host too, so that the mutexes that it owned are abandoned
 };
 
 /// Where begin_thread and its thread are, in `thread_record::start`.
@@ -117,7 +118,10 @@ void forget_graveyard() noexcept;
 ///          error 6.
 handle_slot * pinned_thread(void * handle) noexcept;
 
-/// Drops a reference on the slot of a thread; with the last one the stack is given back.
+/// Waits until the host is done with the thread, and gives its stack back.
+void join(thread_record & record) noexcept;
+
+/// Drops a reference on the slot of a thread.
 void let_go(handle_slot & slot) noexcept;
 
 } // namespace zel::platform

@@ -152,8 +152,7 @@ constinit std::atomic<std::uint32_t> graveyard{0};
 void bury(handle_slot & slot)
 {
     thread_record & record = record_of(slot);
-    ::pthread_join(record.thread, nullptr);
-    record.control.fetch_or(joined, std::memory_order_relaxed);
+    join(record);
     if (record.teardown.function != nullptr) {
         record.teardown.function(record.teardown.data);
     }

@@ -55,7 +55,7 @@ void forget_thread_of_parent(handle_slot & slot)
         record.exit_code.store(0xFFFFFFFF, std::memory_order_relaxed);
         record.end.store(ended, std::memory_order_relaxed);
     }
-    record.control.store(past_stops | joined, std::memory_order_relaxed);
+    record.control.store(past_stops, std::memory_order_relaxed);
     slot.references.store((references & ~word_mask) | 1, std::memory_order_relaxed);
 }
 
@@ -86,16 +86,24 @@ void end_of_thread(handle_slot & slot)
         }
     }
     // From one step on nobody stops this thread any more.
-    admit_stop_signal();
     std::uint32_t now = record.control.load(std::memory_order_acquire);
     while ((now & stop_mask) != 0 || !record.control.compare_exchange_weak(now, now | past_stops)) {
-        stop_here();
-        now = record.control.load(std::memory_order_acquire);
+        if ((now & stop_mask) != 0) {
+            admit_stop_signal();
+            stop_here();
+            now = record.control.load(std::memory_order_acquire);
+        }
     }
     this_thread.slot = nullptr;
     this_thread.control = &nobody_stops;
 
-    record.end.store(ended, std::memory_order_release);
+    // With the handle closed nobody sees this thread off. Who closes it at this moment looks for
+    // `past_stops` after closing, and then waits for what is settled here.
+    bool const is_alone = tag_of(slot.references.load()) == 0;
+    if (is_alone) {
+        ::pthread_detach(::pthread_self());
+    }
+    record.end.store(is_alone ? ended : on_last_steps, std::memory_order_release);
     wake_address(record.control, INT_MAX, false); // who suspended it may still wait for that
     wake_address(record.end, INT_MAX, false);
     let_go(slot);
@@ -188,33 +196,50 @@ bool has_ended(thread_record const & record)
     return record.end.load(std::memory_order_acquire) != not_ended;
 }
 
-// The state of the thread's end, after the burial if that is to be done.
+// The state of the thread's end, after what the caller can do for it. The host's own work at the
+// end of a thread belongs to it: only then the mutexes that the thread owned are abandoned.
 std::uint32_t end_of(thread_record & record)
 {
-    std::uint32_t const end = record.end.load(std::memory_order_acquire);
-    if (end != unburied) {
-        return end;
+    std::uint32_t end = record.end.load(std::memory_order_acquire);
+    if (end == on_last_steps && record.end.compare_exchange_strong(end, being_seen_off)) {
+        join(record);
+        record.end.store(ended, std::memory_order_release);
+        wake_address(record.end, INT_MAX, false);
+        return ended;
     }
-    visit_graveyard();
-    return record.end.load(std::memory_order_acquire);
+    if (end == unburied) {
+        visit_graveyard();
+        end = record.end.load(std::memory_order_acquire);
+    }
+    return end;
+}
+
+// For a thread that is on its way out.
+void see_off(thread_record & record)
+{
+    for (;;) {
+        std::uint32_t const end = end_of(record);
+        if (end == ended) {
+            return;
+        }
+        wait_on_address(record.end, end, -1, false);
+    }
 }
 
 } // namespace
 
+void join(thread_record & record) noexcept
+{
+    if (::pthread_join(record.thread, nullptr) == EDEADLK) {
+        ::pthread_detach(record.thread); // by itself, from another destructor at its end
+    }
+}
+
 void let_go(handle_slot & slot) noexcept
 {
-    if (!unpin(slot)) {
-        return;
+    if (unpin(slot)) {
+        free_slot(slot);
     }
-    thread_record & record = record_of(slot);
-    if ((record.control.load(std::memory_order_relaxed) & joined) == 0) {
-        if (::pthread_equal(record.thread, ::pthread_self()) != 0) {
-            ::pthread_detach(record.thread);
-        } else {
-            ::pthread_join(record.thread, nullptr); // it is on its last steps
-        }
-    }
-    free_slot(slot);
 }
 
 void * begin_thread(unsigned int (*proc)(void *), void * argument, std::atomic<std::uint32_t> * id,
@@ -281,10 +306,11 @@ bool get_exit_code_thread(void * handle, std::uint32_t & code) noexcept
         return false;
     }
     thread_record & record = record_of(*slot);
-    while (end_of(record) == unburied) {
-        wait_on_address(record.end, unburied, -1, false);
+    code = still_active;
+    if (has_ended(record)) {
+        see_off(record);
+        code = record.exit_code.load(std::memory_order_relaxed);
     }
-    code = has_ended(record) ? record.exit_code.load(std::memory_order_relaxed) : still_active;
     let_go(*slot);
     return true;
 }
@@ -346,6 +372,9 @@ bool close_thread(void * handle) noexcept
     if (slot == nullptr || kind_of(handle) != handle_kind::thread || !retire(*slot, handle, word)) {
         set_last_error(error_invalid_handle);
         return false;
+    }
+    if ((record_of(*slot).control.load() & past_stops) != 0) {
+        see_off(record_of(*slot));
     }
     let_go(*slot);
     visit_graveyard();
