@@ -11,6 +11,13 @@ install(
   FILE_SET HEADERS
   DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
 
+get_target_property(zel_type zel TYPE)
+if(zel_type STREQUAL "SHARED_LIBRARY")
+  install(FILES ${PROJECT_BINARY_DIR}/zel/libzel.so-gdb.py
+                ${PROJECT_BINARY_DIR}/zel/libzel.so.${PROJECT_VERSION}-gdb.py
+          DESTINATION ${CMAKE_INSTALL_LIBDIR})
+endif()
+
 set(zel_package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/zel)
 install(
   EXPORT zelTargets
@@ -23,7 +30,6 @@ install(FILES ${PROJECT_BINARY_DIR}/zelConfig.cmake ${PROJECT_BINARY_DIR}/zelCon
         DESTINATION ${zel_package_dir})
 
 # pkg-config: a static library drags its own needs along, a shared one hides them.
-get_target_property(zel_type zel TYPE)
 if(zel_type STREQUAL "STATIC_LIBRARY")
   set(zel_pc_public_libs "-pthread -ldl")
 endif()
