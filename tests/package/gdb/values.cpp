@@ -21,11 +21,12 @@ int main()
     zel::time const undated = moment;
     moment.set_day_of_week(zel::time::thursday);
     zel::timer const span(-2, 3, 4, 5, 6);
-    zel::point const place(3, -4);
-    zel::size const extent(640, 480);
-    zel::rect const area(0, 0, 10, 5);
-    zel::color_ref const red(0x000000FF);
-    zel::uid const id(0x0123ABCD, 0x4567, 0x89AB, {0xCD, 0xEF, 1, 0x23, 0x45, 0x67, 0x89, 0xAB});
+    [[maybe_unused]] zel::point const place(3, -4);
+    [[maybe_unused]] zel::size const extent(640, 480);
+    [[maybe_unused]] zel::rect const area(0, 0, 10, 5);
+    [[maybe_unused]] zel::color_ref const red(0x000000FF);
+    [[maybe_unused]] zel::uid const id(0x0123ABCD, 0x4567, 0x89AB,
+                                       {0xCD, 0xEF, 1, 0x23, 0x45, 0x67, 0x89, 0xAB});
     zel::buffer const bytes(reinterpret_cast<unsigned char const *>("\1\2\xFF"), 3);
     zel::buffer const no_bytes;
     zel::path const file("data/latest.txt");
