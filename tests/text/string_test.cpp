@@ -5,6 +5,7 @@
 #include <array>
 #include <bit>
 #include <cerrno>
+#include <cfenv>
 #include <cfloat>
 #include <cinttypes>
 #include <climits>
@@ -491,6 +492,11 @@ TEST(string_format, equals_the_runtime_byte_for_byte)
     expect_equal_to_the_runtime("%*d|%-*d|%.*d|%.*s", -5, 1, 5, 2, -1, 3, 2, "abc");
     expect_equal_to_the_runtime("%ls|%lc|%S", L"wide", L'w', L"old");
     expect_equal_to_the_runtime("%y %5% %'d %qd", 1, 2LL);
+    for (int const rounding : {FE_UPWARD, FE_DOWNWARD, FE_TOWARDZERO}) {
+        std::fesetround(rounding);
+        expect_equal_to_the_runtime("%g %.2f %.0f", 0.1234567, 2.675, 0.5);
+    }
+    std::fesetround(FE_TONEAREST);
     errno = ENOENT;
     std::string const error_text = "%d %m";
     EXPECT_EQ(string().format(error_text.c_str(), 1), "1 No such file or directory");

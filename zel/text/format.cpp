@@ -2,9 +2,13 @@
 #include "zel/text/format.h"
 
 #include "zel/platform/locale.h"
+#include "zel/text/rounded_decimal.h"
+#include <algorithm>
 #include <bit>
 #include <cerrno>
+#include <cfenv>
 #include <charconv>
+#include <cmath>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
@@ -293,34 +297,11 @@ constexpr char digit_pairs[] = "000102030405060708091011121314151617181920212223
                                "50515253545556575859606162636465666768697071727374"
                                "75767778798081828384858687888990919293949596979899";
 
-constexpr std::uint64_t powers_of_ten[] = {
-    0,
-    10,
-    100,
-    1'000,
-    10'000,
-    100'000,
-    1'000'000,
-    10'000'000,
-    100'000'000,
-    1'000'000'000,
-    10'000'000'000,
-    100'000'000'000,
-    1'000'000'000'000,
-    10'000'000'000'000,
-    100'000'000'000'000,
-    1'000'000'000'000'000,
-    10'000'000'000'000'000,
-    100'000'000'000'000'000,
-    1'000'000'000'000'000'000,
-    10'000'000'000'000'000'000U,
-};
-
 unsigned int decimal_digits(std::uint64_t value)
 {
     // 1233 / 4096 is log10(2) from above, closely enough for 64 bits.
     auto const guess = static_cast<unsigned int>(std::bit_width(value | 1)) * 1233 >> 12;
-    return guess + (value >= powers_of_ten[guess] ? 1 : 0);
+    return guess + ((value | 1) >= powers_of_ten[guess] ? 1 : 0);
 }
 
 void write_decimal(char * end, std::uint64_t value)
@@ -446,6 +427,87 @@ template <typename T> void write_by_runtime(collector & out, conversion const & 
     }
 }
 
+// The text of a value for "%g" with its digits, without zeros at its end. Returns where it ends.
+char * write_general(char * to, std::uint64_t digits, int count, int exponent)
+{
+    char text[20];
+    int const precision = count;
+    write_decimal(text + count, digits);
+    while (count > 1 && text[count - 1] == '0') {
+        --count;
+    }
+    auto const put = [&to](char const * from, int size) {
+        std::memcpy(to, from, static_cast<std::size_t>(size));
+        to += size;
+    };
+    if (exponent < -4 || exponent >= precision) {
+        *to++ = text[0];
+        if (count > 1) {
+            *to++ = '.';
+            put(text + 1, count - 1);
+        }
+        *to++ = 'e';
+        *to++ = exponent < 0 ? '-' : '+';
+        put(digit_pairs + 2 * (exponent < 0 ? -exponent : exponent), 2);
+    } else if (exponent < 0) {
+        put("0.000", 1 - exponent);
+        put(text, count);
+    } else {
+        int const whole = exponent + 1; // the zeros among them were only not counted
+        put(text, whole);
+        if (count > whole) {
+            *to++ = '.';
+            put(text + whole, count - whole);
+        }
+    }
+    return to;
+}
+
+// The same for "%f", with `places` digits behind the point.
+char * write_fixed(char * to, std::uint64_t digits, int places)
+{
+    char text[20];
+    int const count = std::max(static_cast<int>(decimal_digits(digits)), places + 1);
+    std::memset(text, '0', sizeof(text));
+    write_decimal(text + count, digits);
+    int const whole = count - places;
+    std::memcpy(to, text, static_cast<std::size_t>(whole));
+    to += whole;
+    if (places > 0) {
+        *to++ = '.';
+        std::memcpy(to, text + whole, static_cast<std::size_t>(places));
+        to += places;
+    }
+    return to;
+}
+
+// The short way for values of a usual size: exact integers and no table of a hundred powers.
+bool write_usual_value(collector & out, conversion const & read, double value)
+{
+    int const precision = read.precision < 0 ? 6 : read.precision;
+    std::uint64_t digits = 0;
+    char text[48];
+    char * end = text;
+    if (std::signbit(value)) {
+        *end++ = '-';
+    }
+    if (read.letter == 'g') {
+        int const count = std::max(precision, 1);
+        int exponent = 0;
+        if (count > 17 || !round_to_digits(value, count, digits, exponent)) {
+            return false;
+        }
+        end = write_general(end, digits, count, exponent);
+    } else {
+        if (precision > 17 || !round_scaled(value, precision, digits)) {
+            return false;
+        }
+        end = write_fixed(end, digits, precision);
+    }
+    write_text(out, read, text, static_cast<std::size_t>(end - text));
+    return true;
+}
+
 bool write_floating(collector & out, conversion const & read, argument_list & arguments)
 {
     if (read.length == 'D') {
@@ -456,9 +518,13 @@ bool write_floating(collector & out, conversion const & read, argument_list & ar
         return false;
     }
     double const value = va_arg(arguments.list, double);
-    bool const plain
-        = read.letter == 'g' && !(read.plus || read.blank || read.alternate || read.zero);
-    if (plain && read.precision < 64 && platform::decimal_point_is_period()) {
+    bool const plain = (read.letter == 'g' || read.letter == 'f')
+        && !(read.plus || read.blank || read.alternate || read.zero)
+        && std::fegetround() == FE_TONEAREST && platform::decimal_point_is_period();
+    if (plain && write_usual_value(out, read, value)) {
+        return true;
+    }
+    if (plain && read.letter == 'g' && read.precision < 64) {
         char digits[128]; // sign, 63 digits, point, four zeros in front or an exponent
         auto const end
             = std::to_chars(digits, digits + sizeof(digits), value, std::chars_format::general,

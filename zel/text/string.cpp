@@ -41,12 +41,42 @@ private:
     std::array<std::uint64_t, 4> words_{};
 };
 
-constexpr byte_set white_space(" \t\n\r");
+// The bytes of ms_default_white_space_string.
+struct white_space {
+    static bool contains(char c) noexcept
+    {
+        return c <= ' ' && (c == ' ' || c == '\t' || c == '\n' || c == '\r');
+    }
+};
 
-byte_set trimmed_set(char const * set)
+template <typename Strip> void with_trimmed_set(char const * set, Strip && strip)
 {
     string::validate_ptr(set);
-    return set == string::ms_default_white_space_string ? white_space : byte_set(set);
+    if (set == string::ms_default_white_space_string) {
+        strip(white_space());
+    } else {
+        strip(byte_set(set));
+    }
+}
+
+// Where the text begins, of its first `end` bytes, and where it ends, without members.
+template <typename Set>
+std::size_t first_other(std::string const & text, Set const & members, std::size_t end)
+{
+    std::size_t first = 0;
+    while (first != end && members.contains(text[first])) {
+        ++first;
+    }
+    return first;
+}
+
+template <typename Set> std::size_t last_other(std::string const & text, Set const & members)
+{
+    std::size_t last = text.size();
+    while (last != 0 && members.contains(text[last - 1])) {
+        --last;
+    }
+    return last;
 }
 
 // The text up to its first NUL.
@@ -197,7 +227,9 @@ std::uint32_t string::hash(std::uint32_t count) const noexcept
     for (char const c : std::string_view(*this).substr(0, count)) {
         // (h + byte) * 1025, with the byte's product off the chain from one h to the next.
         std::uint32_t const byte = static_cast<std::uint32_t>(static_cast<signed char>(c)) * 1025;
-        h = (h << 10) + (h + byte);
+        std::uint32_t sum = h + byte;
+        asm("" : "+r"(sum)); // or the compiler finds the longer chain (h + byte) * 1025 again
+        h = (h << 10) + sum;
         h ^= h >> 6;
     }
     h *= 9;
@@ -321,35 +353,24 @@ std::int32_t string::find_one_of(string const & set)
 
 void string::trim_left(char const * set)
 {
-    byte_set const members = trimmed_set(set);
-    auto const first
-        = std::find_if_not(begin(), end(), [&](char c) { return members.contains(c); });
-    base::erase(begin(), first);
+    with_trimmed_set(
+        set, [this](auto const & members) { base::erase(0, first_other(*this, members, size())); });
 }
 
 void string::trim_right(char const * set)
 {
-    byte_set const members = trimmed_set(set);
-    std::size_t last = size();
-    while (last != 0 && members.contains((*this)[last - 1])) {
-        --last;
-    }
-    base::resize(last);
+    with_trimmed_set(set,
+                     [this](auto const & members) { base::erase(last_other(*this, members)); });
 }
 
 void string::trim(char const * set)
 {
-    byte_set const members = trimmed_set(set);
-    std::size_t last = size();
-    while (last != 0 && members.contains((*this)[last - 1])) {
-        --last;
-    }
-    std::size_t first = 0;
-    while (first != last && members.contains((*this)[first])) {
-        ++first;
-    }
-    base::resize(last);
-    base::erase(0, first);
+    with_trimmed_set(set, [this](auto const & members) {
+        std::size_t const last = last_other(*this, members);
+        std::size_t const first = first_other(*this, members, last);
+        std::memmove(data(), data() + first, last - first);
+        base::erase(last - first);
+    });
 }
 
 string & string::format(char const * format_text, ...)
