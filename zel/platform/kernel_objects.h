@@ -92,7 +92,7 @@ ZEL_API bool close_handle(void * handle) noexcept;
 struct critical_section {
     std::atomic<std::uint32_t> word; // 0 free, 1 held, 2 held and someone may sleep
     std::uint32_t count; // holds of the owner
-    std::atomic<void const *> owner;
+    std::atomic<std::uint64_t> owner; // its number, never given twice; 0 for none
 };
 
 void initialize_critical_section(critical_section & section) noexcept;

@@ -1,0 +1,494 @@
+// SPDX-License-Identifier: MIT
+#include "zel/platform/kernel_objects.h"
+
+#include "zel/platform/handles.h"
+#include "zel/platform/last_error.h"
+#include "zel/platform/threads.h"
+#include <atomic>
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <gtest/gtest.h>
+#include <initializer_list>
+#include <memory>
+#include <thread>
+#include <vector>
+
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace {
+
+using namespace zel::platform;
+using namespace std::chrono_literals;
+
+// The thread sanitizer puts signals off until the victim next calls into its runtime, and takes a
+// thread that ends by the bare system call for one that runs on.
+#if defined(__SANITIZE_THREAD__)
+constexpr bool can_stop_threads = false;
+#elif defined(__has_feature)
+#if __has_feature(thread_sanitizer)
+constexpr bool can_stop_threads = false;
+#else
+constexpr bool can_stop_threads = true;
+#endif
+#else
+constexpr bool can_stop_threads = true;
+#endif
+
+constexpr auto long_enough = 30ms; // for a thread that is going to sleep to do so
+
+// Ends the program when a test takes longer: a waiter that is lost cannot be waited for.
+class limit {
+public:
+    explicit limit(unsigned seconds) { ::alarm(seconds); }
+    ~limit() { ::alarm(0); }
+};
+
+class object {
+public:
+    explicit object(void * handle)
+        : handle_(handle)
+    {
+        EXPECT_NE(handle, nullptr) << last_error();
+    }
+    ~object() { EXPECT_TRUE(close_handle(handle_)); }
+    object(object const &) = delete;
+    object & operator=(object const &) = delete;
+    operator void *() const { return handle_; }
+
+    std::uint32_t wait(std::uint32_t milliseconds = infinite) const
+    {
+        return wait_for_single_object(handle_, milliseconds);
+    }
+
+private:
+    void * handle_;
+};
+
+// A thread of the layer that runs a function, so that it can be stopped.
+class stoppable {
+public:
+    explicit stoppable(std::function<void()> body)
+        : body_(std::move(body))
+        , thread_(begin_thread(call, this, nullptr))
+    {
+    }
+    ~stoppable() { thread_.wait(); }
+    operator void *() const { return thread_; }
+
+private:
+    static unsigned call(void * self)
+    {
+        static_cast<stoppable *>(self)->body_();
+        return 0;
+    }
+    std::function<void()> body_;
+    object thread_;
+};
+
+// What the child of a fork found; the child runs nothing else of the program.
+int in_child(std::function<int()> const & body)
+{
+    pid_t const child = ::fork();
+    if (child == 0) {
+        ::_exit(body());
+    }
+    int status = -1;
+    ::waitpid(child, &status, 0);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+TEST(unnamed_event, lets_through_whom_it_should)
+{
+    limit const seconds(20);
+    object const automatic(create_event(false, false, nullptr));
+    object const manual(create_event(true, true, ""));
+    EXPECT_EQ(last_error(), 0U);
+
+    EXPECT_EQ(automatic.wait(0), wait_timeout);
+    EXPECT_TRUE(set_event(automatic) && set_event(automatic));
+    EXPECT_EQ(automatic.wait(0), wait_object_0);
+    EXPECT_EQ(automatic.wait(0), wait_timeout) << "two sets are one";
+    EXPECT_TRUE(set_event(automatic) && reset_event(automatic));
+    EXPECT_EQ(automatic.wait(1), wait_timeout);
+
+    EXPECT_EQ(manual.wait(0), wait_object_0);
+    EXPECT_EQ(manual.wait(0), wait_object_0);
+    EXPECT_TRUE(pulse_event(manual)) << "nobody waits";
+    EXPECT_EQ(manual.wait(0), wait_timeout);
+}
+
+// Threads that arrive one after the other and write down in which order they were let through.
+class queue_of_waiters {
+public:
+    queue_of_waiters(object const & waited, int count)
+    {
+        for (int i = 0; i < count; ++i) {
+            threads_.emplace_back([this, &waited, i] {
+                waited.wait();
+                order_[static_cast<std::size_t>(passed_.fetch_add(1))] = i;
+            });
+            std::this_thread::sleep_for(long_enough);
+        }
+    }
+    ~queue_of_waiters() { join(); }
+    void join()
+    {
+        for (std::thread & thread : threads_) {
+            thread.join();
+        }
+        threads_.clear();
+    }
+    int passed() const
+    {
+        std::this_thread::sleep_for(long_enough);
+        return passed_.load();
+    }
+    std::vector<int> order() const { return {order_, order_ + passed_.load()}; }
+
+private:
+    std::vector<std::thread> threads_;
+    std::atomic<int> passed_{0};
+    int order_[8] = {};
+};
+
+TEST(unnamed_event, goes_to_the_one_that_has_waited_longest)
+{
+    limit const seconds(20);
+    object const event(create_event(false, false, nullptr));
+    queue_of_waiters waiters(event, 3);
+    for (int i = 1; i <= 3; ++i) {
+        set_event(event);
+        EXPECT_EQ(event.wait(0), wait_timeout) << "it is given, not put down";
+        EXPECT_EQ(waiters.passed(), i);
+    }
+    EXPECT_EQ(waiters.order(), (std::vector{0, 1, 2}));
+}
+
+TEST(unnamed_event, pulses_for_those_that_wait_and_for_nobody_later)
+{
+    limit const seconds(20);
+    for (bool const manual : {false, true}) {
+        SCOPED_TRACE(manual);
+        object const event(create_event(manual, false, nullptr));
+        queue_of_waiters waiters(event, 3);
+        EXPECT_TRUE(pulse_event(event));
+        EXPECT_EQ(event.wait(0), wait_timeout);
+        EXPECT_EQ(waiters.passed(), manual ? 3 : 1);
+        if (!manual) {
+            EXPECT_EQ(waiters.order().front(), 0);
+        }
+        for (int i = 0; i < 3; ++i) {
+            pulse_event(event);
+        }
+    }
+}
+
+TEST(unnamed_semaphore, counts_and_serves_in_order)
+{
+    limit const seconds(20);
+    for (auto const & [initial, maximum] : {std::pair{-1, 1}, {2, 1}, {0, 0}, {0, -1}}) {
+        EXPECT_EQ(create_semaphore(initial, maximum, nullptr), nullptr);
+        EXPECT_EQ(last_error(), 87U);
+    }
+    object const semaphore(create_semaphore(1, 0x7FFFFFFF, nullptr));
+    std::int32_t previous = -7;
+    EXPECT_FALSE(release_semaphore(semaphore, 0x7FFFFFFF, &previous));
+    EXPECT_EQ(last_error(), 298U);
+    EXPECT_FALSE(release_semaphore(semaphore, 0, &previous));
+    EXPECT_EQ(last_error(), 87U);
+    EXPECT_EQ(previous, -7);
+    EXPECT_TRUE(release_semaphore(semaphore, 0x7FFFFFFE, &previous));
+    EXPECT_EQ(previous, 1);
+
+    object const empty(create_semaphore(0, 3, nullptr));
+    queue_of_waiters waiters(empty, 3);
+    EXPECT_FALSE(release_semaphore(empty, 4, nullptr));
+    EXPECT_TRUE(release_semaphore(empty, 2, &previous));
+    EXPECT_EQ(previous, 0);
+    EXPECT_EQ(waiters.passed(), 2);
+    EXPECT_TRUE(release_semaphore(empty, 3, nullptr));
+    waiters.join();
+    EXPECT_EQ(waiters.order().back(), 2);
+    EXPECT_EQ(empty.wait(0) + empty.wait(0), 0U) << "one was for the third";
+    EXPECT_EQ(empty.wait(0), wait_timeout);
+}
+
+TEST(unnamed_mutex, belongs_to_one_thread_as_often_as_it_takes_it)
+{
+    limit const seconds(20);
+    object const mutex(create_mutex(true, nullptr));
+    EXPECT_EQ(mutex.wait(), wait_object_0);
+    std::thread([&] {
+        EXPECT_EQ(mutex.wait(0), wait_timeout);
+        EXPECT_EQ(mutex.wait(5), wait_timeout);
+        EXPECT_FALSE(release_mutex(mutex));
+        EXPECT_EQ(last_error(), 288U);
+    }).join();
+    EXPECT_TRUE(release_mutex(mutex));
+    std::thread([&] { EXPECT_EQ(mutex.wait(0), wait_timeout); }).join();
+    EXPECT_TRUE(release_mutex(mutex));
+    EXPECT_FALSE(release_mutex(mutex));
+    std::thread([&] {
+        EXPECT_TRUE(mutex.wait(0) == wait_object_0 && release_mutex(mutex));
+    }).join();
+}
+
+TEST(unnamed_mutex, tells_one_waiter_that_its_owner_ended)
+{
+    limit const seconds(20);
+    // Ends of a thread that nothing of this library or of the C library sees, too.
+    for (bool const bare : {false, true}) {
+        if (bare && !can_stop_threads) {
+            continue;
+        }
+        SCOPED_TRACE(bare);
+        object const mutex(create_mutex(false, nullptr));
+        object const others[]
+            = {object(create_mutex(false, nullptr)), object(create_mutex(false, nullptr))};
+        object const go(create_event(false, false, nullptr));
+        std::thread owner([&] {
+            mutex.wait();
+            others[0].wait();
+            mutex.wait();
+            others[1].wait();
+            release_mutex(others[0]); // from the middle of the list
+            go.wait();
+            if (bare) {
+                ::syscall(SYS_exit, 0);
+            }
+        });
+        std::atomic<int> abandoned{0};
+        std::atomic<int> taken{0};
+        std::vector<std::thread> waiters;
+        for (int i = 0; i < 3; ++i) {
+            waiters.emplace_back([&] {
+                std::uint32_t const result = mutex.wait(10'000);
+                (result == wait_abandoned ? abandoned : taken) += 1;
+                EXPECT_TRUE(release_mutex(mutex)) << result;
+            });
+        }
+        std::this_thread::sleep_for(long_enough);
+        EXPECT_EQ(abandoned + taken, 0);
+        set_event(go);
+        for (std::thread & waiter : waiters) {
+            waiter.join();
+        }
+        EXPECT_EQ(abandoned, 1);
+        EXPECT_EQ(taken, 2);
+        bare ? owner.detach() : owner.join();
+        EXPECT_EQ(others[0].wait(0), wait_object_0);
+        EXPECT_EQ(others[1].wait(5'000), wait_abandoned) << "nobody waited";
+        EXPECT_TRUE(release_mutex(others[1]) && release_mutex(others[0]));
+        EXPECT_EQ(others[1].wait(0), wait_object_0) << "told once";
+        release_mutex(others[1]);
+    }
+}
+
+TEST(unnamed_mutex, stays_owned_when_its_handle_is_closed)
+{
+    limit const seconds(20);
+    void * const mutex = create_mutex(false, nullptr);
+    object const go(create_event(false, false, nullptr));
+    std::thread owner([&] {
+        wait_for_single_object(mutex, infinite);
+        go.wait();
+        object const another(create_mutex(false, nullptr));
+        go.wait();
+    });
+    std::this_thread::sleep_for(long_enough);
+    std::atomic<std::uint32_t> result{wait_failed};
+    std::thread waiter([&] { result = wait_for_single_object(mutex, infinite); });
+    std::this_thread::sleep_for(long_enough);
+    EXPECT_TRUE(close_handle(mutex));
+    EXPECT_FALSE(close_handle(mutex));
+    EXPECT_EQ(last_error(), 6U);
+    EXPECT_EQ(wait_for_single_object(mutex, 0), wait_failed);
+    set_event(go);
+    std::this_thread::sleep_for(long_enough);
+    EXPECT_EQ(result, wait_failed) << "the owner lives";
+    set_event(go);
+    owner.join();
+    waiter.join();
+    EXPECT_EQ(result, wait_abandoned);
+    object const later(create_mutex(true, nullptr)); // the slot may serve again
+    EXPECT_TRUE(release_mutex(later));
+}
+
+TEST(handles_of_objects, are_refused_where_they_do_not_belong)
+{
+    object const event(create_event(false, false, nullptr));
+    object const mutex(create_mutex(false, nullptr));
+    object const semaphore(create_semaphore(0, 1, nullptr));
+    set_last_error(0);
+    int nothing = 0;
+    void * const wrongs[] = {nullptr, mutex, semaphore, &nothing};
+    for (void * const wrong : wrongs) {
+        EXPECT_FALSE(set_event(wrong) || reset_event(wrong) || pulse_event(wrong));
+        EXPECT_EQ(last_error(), 6U);
+    }
+    EXPECT_FALSE(release_mutex(event) || release_semaphore(event, 1, nullptr));
+    EXPECT_EQ(wait_for_single_object(nullptr, 0), wait_failed);
+    EXPECT_FALSE(close_handle(nullptr));
+}
+
+TEST(unnamed_objects, are_the_childs_own_after_a_fork)
+{
+    limit const seconds(20);
+    object const event(create_event(false, false, nullptr));
+    object const mutex(create_mutex(true, nullptr));
+    object const semaphore(create_semaphore(0, 3, nullptr));
+    object const theirs(create_mutex(false, nullptr));
+    object const go(create_event(false, false, nullptr));
+    std::thread waiter([&] { event.wait(); });
+    std::thread owner([&] {
+        theirs.wait();
+        go.wait();
+        release_mutex(theirs);
+    });
+    std::this_thread::sleep_for(long_enough);
+    EXPECT_EQ(in_child([&] {
+                  if (release_mutex(mutex) || last_error() != 288U) {
+                      return 1; // the parent's thread owns it, not the child's
+                  }
+                  if (mutex.wait(0) != wait_abandoned || !release_mutex(mutex)) {
+                      return 2;
+                  }
+                  if (theirs.wait(0) != wait_abandoned || !release_mutex(theirs)) {
+                      return 3;
+                  }
+                  // The parent's waiter is not here.
+                  if (!set_event(event) || event.wait(0) != 0 || event.wait(1) != wait_timeout) {
+                      return 4;
+                  }
+                  return release_semaphore(semaphore, 3, nullptr) && semaphore.wait(0) == 0 ? 0 : 5;
+              }),
+              0);
+    EXPECT_EQ(semaphore.wait(0), wait_timeout);
+    EXPECT_TRUE(release_mutex(mutex)) << "the parent still owns it";
+    set_event(event);
+    set_event(go);
+    waiter.join();
+    owner.join();
+    EXPECT_EQ(theirs.wait(0), wait_object_0);
+    release_mutex(theirs);
+}
+
+TEST(critical_section, excludes_and_counts)
+{
+    limit const seconds(20);
+    critical_section section;
+    initialize_critical_section(section);
+    enter_critical_section(section);
+    EXPECT_TRUE(try_enter_critical_section(section));
+    std::thread([&] {
+        EXPECT_FALSE(try_enter_critical_section(section));
+        leave_critical_section(section); // not its own
+    }).join();
+    leave_critical_section(section);
+    std::thread waiter([&] {
+        enter_critical_section(section);
+        leave_critical_section(section);
+    });
+    std::this_thread::sleep_for(long_enough);
+    EXPECT_EQ(in_child([&] {
+                  leave_critical_section(section); // the child's one thread holds it
+                  return try_enter_critical_section(section) ? 0 : 1;
+              }),
+              0);
+    leave_critical_section(section);
+    waiter.join();
+    EXPECT_TRUE(try_enter_critical_section(section));
+    leave_critical_section(section);
+    delete_critical_section(section);
+}
+
+// Two seconds of `work(thread)` on four threads.
+void under_load(std::function<void(int)> const & work)
+{
+    auto const end = std::chrono::steady_clock::now() + 2s;
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 4; ++i) {
+        threads.emplace_back([&, i] {
+            while (std::chrono::steady_clock::now() < end) {
+                work(i);
+            }
+        });
+    }
+    for (std::thread & thread : threads) {
+        thread.join();
+    }
+}
+
+TEST(under_load, locks_exclude)
+{
+    limit const seconds(60);
+    critical_section section;
+    initialize_critical_section(section);
+    object const mutex(create_mutex(false, nullptr));
+    long inside[2] = {0, 0}; // plain: two threads at once would lose some
+    std::atomic<long> outside[2] = {0, 0};
+    under_load([&](int thread) {
+        for (int i = 0; i < 100; ++i) {
+            enter_critical_section(section);
+            ++inside[0];
+            leave_critical_section(section);
+            outside[0] += 1;
+            if (mutex.wait(thread == 0 ? 0 : thread == 1 ? 1 : infinite) == wait_object_0) {
+                ++inside[1];
+                release_mutex(mutex);
+                outside[1] += 1;
+            }
+        }
+    });
+    EXPECT_EQ(inside[0], outside[0]);
+    EXPECT_EQ(inside[1], outside[1]);
+}
+
+TEST(under_load, no_unit_is_lost_or_made)
+{
+    limit const seconds(60);
+    object const semaphore(create_semaphore(2, 5, nullptr));
+    std::atomic<long> given{2};
+    std::atomic<long> taken{0};
+    std::atomic<int> held{0};
+    under_load([&](int thread) {
+        if (thread < 2) {
+            if (release_semaphore(semaphore, 1 + thread, nullptr)) {
+                given += 1 + thread;
+            }
+        } else if (semaphore.wait(thread == 2 ? 1 : 20) == wait_object_0) {
+            taken += 1;
+        }
+        EXPECT_LE(held.load(), 5);
+    });
+    while (semaphore.wait(0) == wait_object_0) {
+        taken += 1;
+    }
+    EXPECT_EQ(given, taken);
+}
+
+TEST(under_load, no_wake_up_is_lost)
+{
+    limit const seconds(60);
+    object const ping(create_event(false, false, nullptr));
+    object const pong(create_event(false, false, nullptr));
+    std::atomic<bool> done{false};
+    std::thread partner([&] {
+        while (ping.wait() == wait_object_0 && !done) {
+            set_event(pong);
+        }
+    });
+    auto const end = std::chrono::steady_clock::now() + 2s;
+    while (std::chrono::steady_clock::now() < end) {
+        set_event(ping);
+        ASSERT_EQ(pong.wait(10'000), wait_object_0);
+    }
+    done = true;
+    set_event(ping);
+    partner.join();
+}
+
+} // namespace

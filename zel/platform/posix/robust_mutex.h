@@ -1,0 +1,126 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "zel/platform/handles.h"
+#include "zel/platform/posix/robust_list.h"
+#include "zel/platform/posix/this_thread.h"
+#include "zel/platform/threads.h"
+#include <atomic>
+#include <cstdint>
+
+/// A mutex that its owner may take again and whose owner's end is told to the next: one algorithm
+/// for mutexes of one process, which lie in a slot of the table of handles, and for those in memory
+/// that processes share.
+///
+/// The word is the low half of a 64-bit state:
+///
+///     bits 0 to 29  the host's number of the thread that owns it, 0 for none
+///     owner_died    the owner ended; whoever takes the mutex learns it
+///     waiters_flag  somebody may sleep
+///
+/// and the high half is the slot's tag, or, in shared memory, a count of those that went to sleep.
+///
+/// A waiter may be killed at any instruction in shared memory, also after it was woken and before
+/// it took the mutex; a third party that takes the mutex in between must not forget the flag. So
+/// there the flag survives the release, until a wake has found nobody: the count proves that nobody
+/// went to sleep between that wake and the exchange that clears the flag.
+namespace zel::platform {
+
+/// What lies behind the state of a mutex.
+struct mutex_ownership {
+    robust_node node;
+    std::atomic<std::uint32_t> holds; // of the owner
+    /// In shared memory the owner's process. Processes in different containers may use the same
+    /// numbers for their threads.
+    std::atomic<std::uint64_t> process;
+    /// Where the owner has this structure: a process may see the same memory at several addresses.
+    std::atomic<std::uintptr_t> home;
+};
+
+/// A random number that stands for this process, another one in the child after a fork; 0 for a
+/// mutex of one process. Cheap after the first call.
+std::uint64_t process_mark() noexcept;
+void forget_process_mark() noexcept;
+
+struct robust_mutex {
+    std::atomic<std::uint64_t> & state;
+    mutex_ownership & ownership;
+    std::uint64_t process; // process_mark() for one in shared memory, else 0
+
+    bool is_shared() const noexcept { return process != 0; }
+
+    std::atomic<std::uint32_t> const & word() const noexcept
+    {
+        void const * const address = &state;
+        return *static_cast<std::atomic<std::uint32_t> const *>(address);
+    }
+
+    bool is_mine(std::uint32_t word_now) const noexcept
+    {
+        return (word_now & thread_mask) == thread_number()
+            && ownership.process.load(std::memory_order_relaxed) == process;
+    }
+
+    static std::uint32_t thread_number() noexcept
+    {
+        return this_thread.id != 0 ? this_thread.id : current_thread_id();
+    }
+
+    /// One step from a free or abandoned state to one that the calling thread owns. The node is
+    /// announced, and stays so.
+    /// \param expected  updated on failure.
+    bool take_announced(robust_list & list, std::uint64_t & expected,
+                        std::uint32_t flags) const noexcept
+    {
+        if (!state.compare_exchange_strong(expected, with_word(expected, thread_number() | flags),
+                                           std::memory_order_acquire, std::memory_order_acquire)) {
+            return false;
+        }
+        list.add(ownership.node);
+        ownership.holds.store(1, std::memory_order_relaxed);
+        ownership.process.store(process, std::memory_order_relaxed);
+        ownership.home.store(reinterpret_cast<std::uintptr_t>(&ownership),
+                             std::memory_order_relaxed);
+        return true;
+    }
+
+    bool take(robust_list & list, std::uint64_t & expected) const noexcept
+    {
+        list.announce(ownership.node);
+        bool const taken = take_announced(list, expected, 0);
+        list.withdraw();
+        return taken;
+    }
+
+    /// Takes a mutex that is the caller's once more.
+    /// \returns false with last error 1450 after 4,294,967,295 times.
+    bool take_again() const noexcept;
+
+    /// For a mutex that was not free and not the caller's, who is inside `uninterrupted` once.
+    /// \param until  0 only tests.
+    /// \returns 0, 128 or 258.
+    std::uint32_t wait(robust_list & list, std::int64_t until) const noexcept;
+
+    /// Gives one hold of the caller's back.
+    void give_back(robust_list & list, std::uint64_t now) const noexcept
+    {
+        std::uint32_t const holds = ownership.holds.load(std::memory_order_relaxed);
+        if (holds > 1) {
+            ownership.holds.store(holds - 1, std::memory_order_relaxed);
+            return;
+        }
+        list.announce(ownership.node);
+        list.remove(ownership.node);
+        if ((now & waiters_flag) != 0
+            || !state.compare_exchange_strong(now, with_word(now, 0), std::memory_order_release,
+                                              std::memory_order_relaxed)) {
+            free_and_wake(now);
+        }
+        list.withdraw();
+    }
+
+private:
+    void free_and_wake(std::uint64_t now) const noexcept;
+};
+
+} // namespace zel::platform
