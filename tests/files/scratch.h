@@ -4,54 +4,33 @@
 #include "zel/files/native_path.h"
 #include "zel/files/path.h"
 
+#include "tests/scratch_folder.h"
 #include <cstdint>
-#include <filesystem>
-#include <fstream>
 #include <functional>
 #include <gtest/gtest.h>
-#include <iterator>
-#include <string>
 
-#include <cstdlib>
-#include <sys/wait.h>
-#include <unistd.h>
-
-/// A folder of the host that lives as long as the test. What the library does there is checked with
-/// the standard library.
-class scratch {
+/// A test's own folder, whose entries the standard library sees by one name and zel by another.
+class scratch : public scratch_folder {
 public:
-    scratch()
+    explicit scratch(char const * place = "")
+        : scratch_folder(place)
     {
-        std::string name = std::filesystem::temp_directory_path() / "zel-test-XXXXXX";
-        root_ = ::mkdtemp(name.data());
-        std::filesystem::permissions(root_, std::filesystem::perms(0755));
-    }
-    ~scratch()
-    {
-        std::error_code ignored;
-        std::filesystem::remove_all(root_, ignored);
+        std::filesystem::permissions(name(), std::filesystem::perms(0755));
     }
 
-    std::filesystem::path host(std::string const & name) const { return root_ / name; }
-    zel::path path(std::string const & name) const { return zel::from_native(host(name).string()); }
+    std::filesystem::path host(std::string const & entry) const { return file(entry); }
+    zel::path path(std::string const & entry) const { return zel::from_native(file(entry)); }
 
-    void write(std::string const & name, std::string const & content) const
+    void write(std::string const & entry, std::string const & content) const
     {
-        std::filesystem::create_directories(host(name).parent_path());
-        std::ofstream(host(name), std::ios::binary) << content;
+        std::filesystem::create_directories(host(entry).parent_path());
+        put(file(entry), content);
     }
-    std::string read(std::string const & name) const
+    std::string read(std::string const & entry) const { return get(file(entry)); }
+    bool exists(std::string const & entry) const
     {
-        std::ifstream in(host(name), std::ios::binary);
-        return {std::istreambuf_iterator<char>(in), {}};
+        return std::filesystem::exists(std::filesystem::symlink_status(host(entry)));
     }
-    bool exists(std::string const & name) const
-    {
-        return std::filesystem::exists(std::filesystem::symlink_status(host(name)));
-    }
-
-private:
-    std::filesystem::path root_;
 };
 
 /// Runs `body` in a child process and tells what it returned; 255 when it was killed.

@@ -583,7 +583,7 @@ char const * path_find_next_component(char const * text) noexcept
     if (separator == nullptr) {
         return text + std::strlen(text);
     }
-    return separator + (separator[1] == '\\' ? 2 : 1);
+    return separator + std::strspn(separator, "\\");
 }
 
 bool path_relative_path_to(char * result, char const * from, std::int32_t from_attributes,

@@ -112,8 +112,8 @@ bool path_is_root(char const * text) noexcept;
 /// least, so that a drive is none.
 bool path_is_url(char const * text) noexcept;
 
-/// What follows the first backslash, or the second of a leading pair; the terminator when there is
-/// no backslash.
+/// What follows the first backslash and those directly behind it, so that it never begins with one;
+/// the terminator when there is no backslash.
 /// \returns null for an empty text.
 char const * path_find_next_component(char const * text) noexcept;
 
