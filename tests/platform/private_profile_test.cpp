@@ -198,7 +198,8 @@ TEST(private_profile, writes_one_line_and_leaves_every_other_byte)
         {"", "", "", "", "[]\n=\n"}, {"", " s ", " k ", " v ", "[s]\nk= v \n"},
         {"[s]\nk=old\n", "s", "k", "", "[s]\nk=\n"},
         {"[s]\nKey=old\n", "S", "KEY", "new", "[s]\nKey=new\n"}, // its spelling stays
-        {"\t[ s ] x\n k = 'old' \nj\n", "s", "k", "new", "\t[ s ] x\n k = new \nj\n"},
+        {"\t[ s ] x\n k = 'old' \nj\n", "s", "k", "new", "\t[ s ] x\n k = new\nj\n"},
+        {"[s]\nk =\t 1 \n", "s", "k", " 2 ", "[s]\nk = 2 \n"}, {"[s]\nk = 1 \n", "s", "k", " 1 ", "[s]\nk = 1 \n"},
         {"[s]\nk=", "s", "k", "v", "[s]\nk=v"}, {"[s]\nk=1\nk=2", "s", "k", "3", "[s]\nk=3\nk=2"},
         // a new entry goes behind the last one
         {"[s]\na=1\n\n;c\n[t]\nb=2\n", "s", "k", "v", "[s]\na=1\nk=v\n\n;c\n[t]\nb=2\n"},
@@ -276,7 +277,8 @@ TEST(private_profile, writes_many_entries_as_one_after_the_other)
         std::vector<private_profile_entry> entries;
         for (auto count = random() % 10; count > 0; --count) {
             entries.push_back({pick({"a", "A", "b", "c", "d", ""}),
-                               pick({"x", "X", "y", "z", "w", "", ";"}), pick({"", "1", "'2'"}),
+                               pick({"x", "X", "y", "z", "w", "", ";"}),
+                               pick({"", "1", "'2'", " 3 ", "\t"}),
                                static_cast<private_profile_entry::form>(random() % 3)});
         }
         std::string single = start;

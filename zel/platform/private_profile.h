@@ -56,9 +56,10 @@ struct private_profile_entry {
 
 /// Writes entries one after the other, with one rewrite of the file for all of them.
 ///
-/// An entry that exists has its value replaced in its place. A new one goes behind the last entry
-/// of its section, a new section to the end of the file; a missing file is created. Every other
-/// byte stays, and a new line ends as the line in front of it does, LF in a new file.
+/// An entry that exists has its value replaced in its place; blanks in front of it stay unless the
+/// new value begins with some. A new one goes behind the last entry of its section, a new section
+/// to the end of the file; a missing file is created. Every other byte stays, and a new line ends
+/// as the line in front of it does, LF in a new file.
 ///
 /// The new content goes to a temporary file beside the old one, is flushed to the disk, gets mode
 /// and owner of the old one and then its place; a symbolic link stays and its target is replaced.

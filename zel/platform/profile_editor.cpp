@@ -18,6 +18,12 @@ bool has_bare_ends(std::string_view name) noexcept
     return trim_profile_blanks(name).size() == name.size();
 }
 
+std::string_view leading_blanks(std::string_view text) noexcept
+{
+    auto const end = std::find_if_not(text.begin(), text.end(), is_profile_blank);
+    return text.substr(0, static_cast<std::size_t>(end - text.begin()));
+}
+
 std::string_view line_end_at(std::string_view text, std::size_t position) noexcept
 {
     bool const both = text.substr(position).starts_with("\r\n");
@@ -137,7 +143,7 @@ bool profile_editor::apply(private_profile_entry const & entry)
         value = made_.emplace_back(hexadecimal(value));
     }
     if (position != none) {
-        part->lines[position].value = value;
+        set_value(part->lines[position], value);
     } else {
         if (part == nullptr) {
             part = &add_section(trim_spaces(entry.section));
@@ -165,8 +171,8 @@ std::string profile_editor::text() const
         }
         for (std::size_t i = 0; i != none; i = part.lines[i].next) {
             line const & each = part.lines[i];
-            result.append(each.lead).append(each.equals).append(each.value);
-            result.append(each.tail).append(each.end);
+            result.append(each.lead).append(each.equals).append(each.blanks);
+            result.append(each.value).append(each.end);
         }
     }
     return result;
@@ -237,13 +243,9 @@ void profile_editor::open(section & part)
             std::string_view const behind = each.lead.substr(equals + 1);
             each.is_entry = true;
             each.name = trim_profile_blanks(each.lead.substr(0, equals));
-            each.value = trim_profile_blanks(behind);
-            // An empty value stands in front of the blanks.
-            std::size_t const front = each.value.empty()
-                ? 0
-                : static_cast<std::size_t>(each.value.data() - behind.data());
-            each.tail = behind.substr(front + each.value.size());
-            each.lead = each.lead.substr(0, equals + 1 + front);
+            each.blanks = leading_blanks(behind);
+            each.value = behind.substr(each.blanks.size());
+            each.lead = each.lead.substr(0, equals + 1);
             part.last_entry = part.lines.size();
         }
         each.previous = part.last;
@@ -253,6 +255,19 @@ void profile_editor::open(section & part)
         }
         part.lines.push_back(each);
     }
+}
+
+/// The blanks between `=` and a value stay unless the new value begins with some of its own: lines
+/// that somebody has aligned stay so, and writing a value twice is writing it once.
+void profile_editor::set_value(line & entry, std::string_view value) noexcept
+{
+    if (entry.blanks.empty()) {
+        entry.blanks = leading_blanks(entry.value);
+    }
+    if (!leading_blanks(value).empty()) {
+        entry.blanks = {};
+    }
+    entry.value = value;
 }
 
 std::size_t profile_editor::find_line(section & part, std::string_view name)

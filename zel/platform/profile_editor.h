@@ -63,10 +63,10 @@ private:
     static constexpr std::size_t none = static_cast<std::size_t>(-1);
 
     struct line {
-        std::string_view lead; // up to the value; all of a line that is no entry
+        std::string_view lead; // up to the equals sign; all of a line that is no entry
         std::string_view equals; // "=" in a new entry, whose `lead` is the bare name
-        std::string_view value; // with its quotes
-        std::string_view tail; // the blanks behind it
+        std::string_view blanks; // in front of the value; none when it brings its own
+        std::string_view value; // with its quotes and what is behind it
         std::string_view end; // "\r\n", "\n", "\r", or nothing at the end of the file
         std::string_view name;
         bool is_entry = false;
@@ -87,6 +87,7 @@ private:
     section * find_section(std::string_view name);
     section & add_section(std::string_view name);
     static void open(section & part);
+    static void set_value(line & entry, std::string_view value) noexcept;
     std::size_t find_line(section & part, std::string_view name);
     void insert(section & part, std::size_t behind, line added);
     void remove(section & part, std::size_t position);
