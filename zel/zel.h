@@ -34,8 +34,10 @@
 #include "zel/files/native_path.h"
 #include "zel/files/path.h"
 
+#include "zel/profile/cached_profile.h"
 #include "zel/profile/ini_file.h"
 #include "zel/profile/iprofile.h"
+#include "zel/profile/sub_profile.h"
 
 #include "zel/platform/kernel_objects.h"
 #include "zel/platform/last_error.h"

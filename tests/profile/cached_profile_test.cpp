@@ -1,0 +1,319 @@
+// SPDX-License-Identifier: MIT
+#include "zel/profile/cached_profile.h"
+
+#include "tests/profile/recording_store.h"
+#include "tests/scratch_folder.h"
+#include "zel/core/exception.h"
+#include "zel/files/native_path.h"
+#include "zel/profile/ini_file.h"
+#include <algorithm>
+#include <atomic>
+#include <cstdlib>
+#include <gtest/gtest.h>
+#include <map>
+#include <new>
+#include <random>
+
+static std::atomic<int> allocations{0};
+
+// Not inlined, or the compiler sees a call of free for what came from new.
+[[gnu::noinline]] void * operator new(std::size_t size)
+{
+    ++allocations;
+    if (void * const memory = std::malloc(size == 0 ? 1 : size)) {
+        return memory;
+    }
+    throw std::bad_alloc();
+}
+[[gnu::noinline]] void operator delete(void * memory) noexcept { std::free(memory); }
+[[gnu::noinline]] void operator delete(void * memory, std::size_t) noexcept { std::free(memory); }
+
+namespace {
+
+using zel::auto_ptr;
+using zel::cached_profile;
+using zel::string;
+using numbered = std::list<std::pair<std::int32_t, string>>;
+
+class cached_profile_test : public testing::Test {
+protected:
+    auto_ptr<recording_store> const below{new recording_store};
+    auto_ptr<cached_profile> cache{new cached_profile(below)};
+};
+
+TEST_F(cached_profile_test, asks_the_store_once_for_each_entry)
+{
+    EXPECT_EQ(cache->read_string("s", "k", "d"), "text of k");
+    EXPECT_EQ(cache->read_string("s", "missing", "a"), "a");
+    EXPECT_EQ(cache->read_int("s", "n", 1), 42);
+    EXPECT_TRUE(cache->read_bool("s", "missing b", true));
+    EXPECT_EQ(cache->get_binary_size("s", "b"), 3U);
+    EXPECT_EQ(below->take(),
+              "read_string s/k=d;read_string s/missing=a;read_int s/n=1;read_int s/missing b=1;"
+              "get_binary_size s/b=;read_binary s/b=3;");
+    char bytes[5] = "....";
+    cache->read_binary("s", "b", bytes, 4); // more than there are
+    EXPECT_STREQ(bytes, "xyz.");
+    EXPECT_EQ(cache->read_string("s", "k", "e"), "text of k");
+    EXPECT_EQ(cache->read_string("s", "missing", "b"), "a"); // the first default stays
+    EXPECT_EQ(cache->read_int("s", "n", 2), 42);
+    EXPECT_TRUE(cache->read_bool("s", "missing b", false));
+    cache->commit();
+    cache = nullptr;
+    EXPECT_EQ(below->take(), ""); // what was only read is written nowhere
+}
+
+TEST_F(cached_profile_test, keeps_the_type_of_the_first_use)
+{
+    char block[] = "abc";
+    cache->write_string("s", "t", "7");
+    cache->write_int("s", "n", 5);
+    cache->write_binary("s", "b", block, 3);
+    for (char const * const key : {"t", "n", "b"}) {
+        SCOPED_TRACE(key);
+        EXPECT_EQ(cache->read_string("s", key, "d"), *key == 't' ? "7" : "");
+        EXPECT_EQ(cache->read_int("s", key, 9), *key == 'n' ? 5 : 0);
+        EXPECT_EQ(cache->read_bool("s", key, true), *key == 'n');
+        EXPECT_EQ(cache->get_binary_size("s", key), *key == 'b' ? 3U : 0U);
+        numbered list;
+        cache->read_multiple("s", key, ',', "e", list);
+        EXPECT_EQ(list.size(), *key == 't' ? 1U : 0U);
+    }
+    EXPECT_EQ(cache->read_by_index_string("s", "n", 0), "text of n0"); // another entry
+    below->take();
+    cache->write_int("s", "t", 1);
+    cache->write_binary("s", "t", block, 3);
+    cache->write_string("s", "n", "x");
+    cache->write_bool("s", "b", true);
+    cache->write_binary("s", "null", nullptr, 3);
+    cache->commit();
+    EXPECT_EQ(below->take(), "write_binary s/b=abc;write_int s/n=5;write_string s/t=7;");
+}
+
+TEST_F(cached_profile_test, writes_in_order_and_blocks_only_once)
+{
+    char block[] = "abc";
+    cache->write_string("b", "k", "1");
+    cache->write_int("B", "k", 2);
+    cache->write_bool("b", "K", true);
+    cache->write_binary("", "k", block, 2);
+    cache->write_by_index_string("b", "k", -1, "indexed");
+    EXPECT_EQ(below->take(), "");
+    string const texts
+        = "write_int B/k=2;write_int b/K=1;write_string b/k=1;write_string b/k-1=indexed;";
+    cache->commit();
+    EXPECT_EQ(below->take(), "write_binary /k=ab;" + texts);
+    cache->commit();
+    EXPECT_EQ(below->take(), texts);
+    cache->write_binary("", "k", block, 0);
+    cache->write_binary("", "k", block, 3);
+    cache->write_bool("b", "K", true); // the value that it has, but dirty as ever
+    cache = nullptr;
+    EXPECT_EQ(below->take(), "write_binary /k=abc;" + texts);
+}
+
+TEST_F(cached_profile_test, starts_again_after_a_store_that_raised)
+{
+    char block[] = "abc";
+    for (char const * const key : {"a", "b", "c"}) {
+        cache->write_binary("s", key, block, 1);
+        cache->write_binary("t", key, block, 1);
+    }
+    below->raise_for = "b";
+    EXPECT_THROW(cache->commit(), std::runtime_error);
+    EXPECT_EQ(below->take(), "write_binary s/a=a;write_binary s/b=a;");
+    cache = nullptr; // nothing leaves; the rest of each section is lost
+    EXPECT_EQ(below->take(), "write_binary s/b=a;write_binary t/a=a;write_binary t/b=a;");
+}
+
+TEST_F(cached_profile_test, needs_a_store_only_for_what_is_not_in_memory)
+{
+    cache = new cached_profile(nullptr);
+    cache->write_string("s", "k", "v");
+    EXPECT_EQ(cache->read_string("s", "k", ""), "v");
+    auto const raised = [](auto && call) -> string {
+        try {
+            call();
+        } catch (zel::memory_exception & failure) {
+            return failure.get_type() == zel::memory_exception::null_pointer ? failure.get_message()
+                                                                             : "?";
+        }
+        return "nothing";
+    };
+    EXPECT_NE(raised([&] { cache->read_string("s", "l", ""); }).find("auto_ptr::operator->"),
+              string::npos);
+    EXPECT_NE(raised([&] { cache->get_binary_size("s", "l"); }).find("auto_ptr::operator->"),
+              string::npos);
+    EXPECT_NE(raised([&] { cache->commit(); }).find("auto_ptr::operator->"), string::npos);
+    cache->write_string("s", "l", "v"); // nothing was kept of what failed
+    cache = nullptr;
+}
+
+TEST_F(cached_profile_test, reads_lists_through_itself)
+{
+    class upper : public cached_profile {
+    public:
+        using cached_profile::cached_profile;
+        string read_string(string const & section, string const & key,
+                           string const & value) override
+        {
+            string text = cached_profile::read_string(section, key, value);
+            text.to_upper();
+            return text;
+        }
+    } shouting(below);
+    shouting.write_string("s", "list", "3,4,,5");
+    shouting.write_by_index_string("s", "k", 3, "three");
+    numbered list{{9, "before"}};
+    shouting.read_multiple("s", "list", ',', "k", list);
+    EXPECT_EQ(list, (numbered{{3, "THREE"}, {4, "TEXT OF K4"}}));
+    EXPECT_EQ(below->take(), "read_string s/k4=;");
+    shouting.read_multiple("s", "missing", ',', "k", list);
+    EXPECT_TRUE(list.empty());
+    EXPECT_EQ(shouting.read_string("s", "missing", "default"), ""); // the list left it so
+}
+
+class with_keys : public cached_profile {
+public:
+    using cached_profile::cached_key;
+    using cached_profile::cached_profile;
+    using cached_profile::findKey;
+    using cached_profile::getKey;
+    using cached_profile::insertKey;
+    using cached_profile::keys;
+};
+
+TEST_F(cached_profile_test, lets_derived_classes_at_its_sections)
+{
+    auto_ptr<with_keys> derived(new with_keys(below));
+    EXPECT_TRUE(derived->findKey("s") == derived->keys.end());
+    auto held = derived->getKey("s");
+    EXPECT_EQ(held->get_name(), "s");
+    EXPECT_TRUE(*derived->findKey("s") == held);
+    derived->insertKey(new with_keys::cached_key("a", below));
+    EXPECT_EQ(derived->keys.front()->get_name(), "a");
+    derived->write_int("s", "k", 1);
+    derived->write_int("a", "k", 2);
+    derived = nullptr; // the section that is still held waits
+    EXPECT_EQ(below->take(), "write_int a/k=2;");
+    held = nullptr;
+    EXPECT_EQ(below->take(), "write_int s/k=1;");
+    EXPECT_EQ(below->ref_count(), 2U);
+}
+
+// Names of all lengths, with long common beginnings and every byte: sections and entries stay
+// sorted and each is found again.
+TEST_F(cached_profile_test, keeps_names_in_the_order_of_their_bytes)
+{
+    std::mt19937 random(5);
+    for (string const & common : {string(), string("configuration.item."), string("\0\0\0", 3)}) {
+        auto_ptr<with_keys> const derived(new with_keys(nullptr));
+        std::map<std::string, int> model;
+        for (int i = 0; i < 3000; ++i) {
+            string name = random() % 50 == 0 ? string() : common;
+            for (auto length = random() % 12; length > 0; --length) {
+                name += static_cast<char>(random() % 3 == 0 ? random() : 'a' + random() % 2);
+            }
+            model[name] = i;
+            derived->write_int(name, "k", i);
+            derived->write_int("s", name, i);
+        }
+        for (auto const & [name, value] : model) {
+            ASSERT_EQ(derived->read_int(name, name == "s" ? "k" : "k", -1), value);
+            ASSERT_EQ(derived->read_int("s", name, -1), value);
+        }
+        EXPECT_TRUE(std::is_sorted(derived->keys.begin(), derived->keys.end(),
+                                   [](auto const & a, auto const & b) { return *a < *b; }));
+        EXPECT_EQ(derived->keys.size(), model.size() + (model.count("s") == 0));
+    }
+}
+
+TEST_F(cached_profile_test, allocates_nothing_for_a_hit)
+{
+    string const section("a section with a long name"), key("an entry with a long name"), none;
+    cache->write_string(section, key, "short");
+    cache->write_int(section, "number", 1);
+    string const number("number");
+    int const before = allocations;
+    bool const right = cache->read_string(section, key, none) == "short"
+        && cache->read_int(section, number, 0) == 1;
+    EXPECT_EQ(allocations, before);
+    EXPECT_TRUE(right);
+}
+
+class on_a_file : public testing::Test {
+protected:
+    scratch_folder folder{fast_place};
+    std::string const name = folder.file("settings.ini");
+    auto_ptr<zel::ini_file> const file{new zel::ini_file(zel::from_native(name).c_str())};
+    auto_ptr<cached_profile> cache{new cached_profile(file)};
+};
+
+TEST_F(on_a_file, writes_what_single_calls_would_have_written)
+{
+    /// No longer the class that takes everything at once.
+    class each_alone : public zel::ini_file {
+    public:
+        using zel::ini_file::ini_file;
+        int writes = 0;
+        void write_string(string const & section, string const & key, string const & value) override
+        {
+            ++writes;
+            zel::ini_file::write_string(section, key, value);
+        }
+    };
+    std::string const other = folder.file("other.ini");
+    auto_ptr<each_alone> const alone(new each_alone(zel::from_native(other).c_str()));
+    unsigned char block[] = {1, 0xFF};
+    for (bool const by_destruction : {false, true}) {
+        auto_ptr<cached_profile> caches[] = {new cached_profile(file), new cached_profile(alone)};
+        for (auto & each : caches) {
+            each->write_string("Sec", "k", "first");
+            each->write_string("sec", "K", "second"); // one entry of the file
+            each->write_string("sec", "lost", "two\nlines");
+            each->write_int("a", "n", -1);
+            each->write_bool("a", "off", false);
+            each->write_binary("b", "block", block, 2);
+            each->write_binary("b", "none", block, 0);
+            by_destruction ? void(each = nullptr) : each->commit();
+        }
+        EXPECT_EQ(get(name), "[Sec]\nk=second\n[a]\nn=-1\noff=0\n[b]\nblock=01FF00\nnone=00\n");
+        EXPECT_EQ(get(other), get(name));
+        caches[0] = caches[1] = nullptr;
+        std::filesystem::remove(name);
+        std::filesystem::remove(other);
+    }
+    EXPECT_EQ(alone->writes, 9); // three at each commit, and once more at the first destruction
+}
+
+TEST_F(on_a_file, keeps_truth_values_as_numbers)
+{
+    put(name, "[s]\ntrue=true\none=1\ntwo=2\n");
+    struct {
+        char const * key;
+        bool through_cache, directly;
+    } const rows[]
+        = {{"true", false, true}, {"one", true, false}, {"two", true, false}, {"none", true, true}};
+    for (auto const & row : rows) {
+        EXPECT_EQ(cache->read_bool("s", row.key, true), row.through_cache) << row.key;
+        EXPECT_EQ(file->read_bool("s", row.key, true), row.directly) << row.key;
+    }
+    string const text(1500, 'x');
+    cache->write_string("s", "long", text);
+    EXPECT_EQ(cache->read_string("s", "long", ""), text);
+    cache = nullptr;
+    EXPECT_EQ(cached_profile(file).read_string("s", "long", ""), text.left(1023));
+}
+
+TEST_F(on_a_file, overwrites_texts_again_at_its_end_but_no_blocks)
+{
+    unsigned char block[] = {1};
+    cache->write_string("s", "text", "mine");
+    cache->write_binary("s", "block", block, 1);
+    cache->commit();
+    put(name, "[s]\ntext=theirs\nblock=0202\n");
+    cache = nullptr;
+    EXPECT_EQ(get(name), "[s]\ntext=mine\nblock=0202\n");
+}
+
+} // namespace

@@ -1,0 +1,241 @@
+// SPDX-License-Identifier: MIT
+// The road that most programs take: a prefix over a cache over a file.
+#include "tests/scratch_folder.h"
+#include "zel/files/native_path.h"
+#include "zel/profile/cached_profile.h"
+#include "zel/profile/ini_file.h"
+#include "zel/profile/sub_profile.h"
+#include <algorithm>
+#include <cctype>
+#include <cstdlib>
+#include <gtest/gtest.h>
+#include <map>
+#include <random>
+#include <vector>
+
+namespace {
+
+using zel::auto_ptr;
+using zel::string;
+using numbered = std::list<std::pair<std::int32_t, string>>;
+
+/// What the three stores on top of each other are to do, in the plainest way.
+class model {
+public:
+    struct entry {
+        char type;
+        std::string value;
+        bool dirty;
+    };
+
+    entry & at(std::string const & section, std::string const & key, char type,
+               std::string const & fallback)
+    {
+        auto const [place, fresh]
+            = cache.try_emplace({"p\\" + section, key}, entry{type, fallback, false});
+        if (fresh) {
+            std::string const * const text = stored("p\\" + section, key);
+            std::string & value = place->second.value;
+            if (type == 'b') {
+                // Only what this test writes as a block has the form of one.
+                value = text != nullptr && text->ends_with("~") ? *text : "";
+            } else if (text != nullptr) {
+                value = type == 't' ? seen(plain(*text)).substr(0, 1023)
+                                    : std::to_string(std::atoi(seen(plain(*text)).c_str()));
+            }
+        }
+        return place->second;
+    }
+    std::string read(std::string const & section, std::string const & key, char type,
+                     std::string const & fallback)
+    {
+        entry const & found = at(section, key, type, fallback);
+        return found.type == type ? found.value : type == 'n' ? "0" : "";
+    }
+    void write(std::string const & section, std::string const & key, char type,
+               std::string const & value)
+    {
+        auto const place
+            = cache.try_emplace({"p\\" + section, key}, entry{type, value, true}).first;
+        if (place->second.type == type) {
+            place->second = {type, value, true};
+        }
+    }
+    void commit()
+    {
+        for (auto & [name, each] : cache) {
+            if (each.dirty && each.value.find('\n') == std::string::npos) {
+                store(name.first, name.second, each.value);
+            }
+            each.dirty = each.dirty && each.type != 'b';
+        }
+    }
+    void restart() { commit(), cache.clear(); }
+
+    /// The file.
+    std::string text() const
+    {
+        std::string result;
+        for (auto const & [section, entries] : file) {
+            result += "[" + section + "]\n";
+            for (auto const & [key, value] : entries) {
+                result += key + "=" + plain(value) + "\n";
+            }
+        }
+        return result;
+    }
+
+private:
+    /// Blocks are kept with a tilde behind them.
+    static std::string plain(std::string const & value)
+    {
+        return value.ends_with("~") ? value.substr(0, value.size() - 1) : value;
+    }
+    static std::string folded(std::string text)
+    {
+        std::transform(text.begin(), text.end(), text.begin(),
+                       [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+        return text;
+    }
+    static std::string seen(std::string const & text)
+    {
+        auto const first = text.find_first_not_of(' ');
+        if (first == text.npos) {
+            return "";
+        }
+        std::string value = text.substr(first, text.find_last_not_of(' ') + 1 - first);
+        bool const quoted = value.size() > 1 && value.front() == '\'' && value.back() == '\'';
+        return quoted ? value.substr(1, value.size() - 2) : value;
+    }
+    template <typename Pairs> static auto place(Pairs & pairs, std::string const & name)
+    {
+        return std::find_if(pairs.begin(), pairs.end(),
+                            [&](auto const & pair) { return folded(pair.first) == folded(name); });
+    }
+    std::string const * stored(std::string const & section, std::string const & key)
+    {
+        auto const part = place(file, section);
+        if (part == file.end()) {
+            return nullptr;
+        }
+        auto const found = place(part->second, key);
+        return found == part->second.end() ? nullptr : &found->second;
+    }
+    void store(std::string const & section, std::string const & key, std::string const & value)
+    {
+        if (place(file, section) == file.end()) {
+            file.push_back({section, {}});
+        }
+        auto & entries = place(file, section)->second;
+        auto const found = place(entries, key);
+        if (found == entries.end()) {
+            entries.push_back({key, value});
+        } else {
+            // Blanks behind the equals sign stay unless the value has its own.
+            std::string & old = found->second;
+            std::size_t const blanks = std::min(old.find_first_not_of(' '), old.size());
+            old = (value.starts_with(' ') ? "" : old.substr(0, blanks)) + value;
+        }
+    }
+
+    std::map<std::pair<std::string, std::string>, entry> cache;
+    std::vector<std::pair<std::string, std::vector<std::pair<std::string, std::string>>>> file;
+};
+
+TEST(stacked_stores, behave_like_a_plain_map)
+{
+    scratch_folder const folder(fast_place);
+    std::string const name = folder.file("settings.ini");
+    auto_ptr<zel::ini_file> const file(new zel::ini_file(zel::from_native(name).c_str()));
+    auto_ptr<zel::cached_profile> cache(new zel::cached_profile(file));
+    std::mt19937 random(11);
+    auto const pick = [&](std::initializer_list<std::string> words) {
+        return words.begin()[random() % words.size()];
+    };
+    model expected;
+    auto_ptr<zel::sub_profile> view(new zel::sub_profile(cache, "p"));
+    char const * const blocks[] = {"00", "4141", "41428300"}; // "", "A", "AB\0" with their sums
+    ASSERT_EQ(string(blocks[2]), "41428300");
+    for (int step = 0; step < 20'000; ++step) {
+        std::string const section = pick({"s", "S", "t", ""});
+        std::string const key = pick({"a", "A", "b1", "b2", "c", ""});
+        switch (random() % 12) {
+        case 0:
+        case 1: {
+            std::string const value = pick({"", "x", "12y", " padded ", "'quoted'", "1,2", "true",
+                                            "two\nlines", std::string(1200, 'l')});
+            view->write_string(section, key, value);
+            expected.write(section, key, 't', value);
+            break;
+        }
+        case 2: {
+            auto const number = static_cast<std::int32_t>(random() % 5) - 2;
+            view->write_int(section, key, number);
+            expected.write(section, key, 'n', std::to_string(number));
+            break;
+        }
+        case 3: {
+            bool const truth = random() % 2 == 0;
+            view->write_bool(section, key, truth);
+            expected.write(section, key, 'n', truth ? "1" : "0");
+            break;
+        }
+        case 4: {
+            std::uint32_t const size = random() % 2;
+            char block[] = "A";
+            view->write_binary(section, key, block, size);
+            expected.write(section, key, 'b', std::string(blocks[size]) + "~");
+            break;
+        }
+        case 5:
+        case 6:
+            ASSERT_EQ(view->read_string(section, key, "d"), expected.read(section, key, 't', "d"));
+            break;
+        case 7:
+            ASSERT_EQ(std::to_string(view->read_int(section, key, 7)),
+                      expected.read(section, key, 'n', "7"));
+            break;
+        case 8:
+            ASSERT_EQ(view->read_bool(section, key, true),
+                      expected.read(section, key, 'n', "1") != "0");
+            break;
+        case 9: {
+            std::string const block = expected.read(section, key, 'b', "");
+            ASSERT_EQ(view->get_binary_size(section, key),
+                      block.size() < 3 ? 0 : (block.size() - 1) / 2 - 1);
+            break;
+        }
+        case 10: {
+            numbered list, wanted;
+            view->read_multiple(section, key, ',', "b", list);
+            for (std::string text = expected.read(section, key, 't', "");
+                 !text.empty() && text.front() != ',';) {
+                std::size_t const comma = text.find(',');
+                int const number = std::atoi(text.substr(0, comma).c_str());
+                wanted.emplace_back(number,
+                                    expected.read(section,
+                                                  std::string("b").append(std::to_string(number)),
+                                                  't', ""));
+                text = comma == text.npos ? "" : text.substr(comma + 1);
+            }
+            ASSERT_EQ(list, wanted);
+            break;
+        }
+        default:
+            if (random() % 4 == 0) {
+                expected.restart();
+                view = nullptr;
+                cache = nullptr;
+                cache = new zel::cached_profile(file);
+                view = new zel::sub_profile(cache, "p");
+            } else {
+                expected.commit();
+                cache->commit();
+            }
+            std::string const text = expected.text();
+            ASSERT_EQ(get(name), text.empty() ? "<no file>" : text) << step;
+        }
+    }
+}
+
+} // namespace

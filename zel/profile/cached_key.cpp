@@ -1,0 +1,171 @@
+// SPDX-License-Identifier: MIT
+#include "zel/profile/cached_key.h"
+
+#include "zel/profile/profile_batch.h"
+#include <algorithm>
+
+namespace zel::profile_cache {
+
+cached_key::cached_key(string const & section, auto_ptr<iprofile> store)
+    : name(section)
+    , profile(std::move(store))
+{
+}
+
+cached_key::~cached_key()
+{
+    try {
+        cached_key::commit();
+    } catch (...) { // there is nobody left to tell
+    }
+    profile = nullptr;
+    for (auto & value : values) {
+        value = nullptr;
+    }
+}
+
+void cached_key::commit()
+{
+    if (takes_batches(profile.get())) {
+        std::vector<profile_write> writes;
+        append_writes(writes);
+        if (!writes.empty()) {
+            write_entries(*profile, writes);
+            written();
+        }
+        return;
+    }
+    // By position, since the store may be one that comes back here and adds entries.
+    for (std::size_t i = 0; i < values.size(); ++i) {
+        values[i].get()->commit(profile, name);
+    }
+}
+
+std::vector<auto_ptr<cached_value>>::iterator cached_key::find_value(string const & entry)
+{
+    auto const place = order_.find(values, entry);
+    return place.found ? values.begin() + static_cast<std::ptrdiff_t>(place.position)
+                       : values.end();
+}
+
+void cached_key::insert_value(auto_ptr<cached_value> value)
+{
+    order_.insert(values, std::move(value));
+}
+
+string cached_key::read_string(string const & entry, string const & default_value)
+{
+    cached_value * value = find(entry);
+    if (value == nullptr) {
+        string const text = profile->read_string(name, entry, default_value);
+        insert_value(value = new string_cached_value(entry, text, false));
+    }
+    return value->get_string();
+}
+
+std::int32_t cached_key::read_int(string const & entry, std::int32_t default_value)
+{
+    cached_value * value = find(entry);
+    if (value == nullptr) {
+        std::int32_t const number = profile->read_int(name, entry, default_value);
+        insert_value(value = new int_cached_value(entry, number, false));
+    }
+    return value->get_int();
+}
+
+bool cached_key::read_bool(string const & entry, bool default_value)
+{
+    return read_int(entry, default_value ? 1 : 0) != 0;
+}
+
+void cached_key::write_string(string const & entry, string const & text)
+{
+    if (cached_value * const value = find(entry)) {
+        value->set_string(text);
+    } else {
+        insert_value(new string_cached_value(entry, text, true));
+    }
+}
+
+void cached_key::write_int(string const & entry, std::int32_t number)
+{
+    if (cached_value * const value = find(entry)) {
+        value->set_int(number);
+    } else {
+        insert_value(new int_cached_value(entry, number, true));
+    }
+}
+
+void cached_key::write_bool(string const & entry, bool truth) { write_int(entry, truth ? 1 : 0); }
+
+void cached_key::write_binary(string const & entry, void * data, std::uint32_t size)
+{
+    if (data == nullptr && size > 0) {
+        return;
+    }
+    if (cached_value * const value = find(entry)) {
+        value->set_binary(data, size);
+    } else {
+        insert_value(new binary_cached_value(entry, data, size, true));
+    }
+}
+
+std::uint32_t cached_key::get_binary_size(string const & entry)
+{
+    return binary_value(entry).get_binary_size();
+}
+
+void cached_key::read_binary(string const & entry, void * data, std::uint32_t size)
+{
+    cached_value & value = binary_value(entry);
+    if (data != nullptr) {
+        value.get_binary(data, size);
+    }
+}
+
+auto_ptr<cached_value> cached_key::load_binary(string const & section, string const & entry)
+{
+    std::uint32_t const size = profile->get_binary_size(section, entry);
+    // The store may not have it any more, and then leaves the bytes alone.
+    auto_buffer<unsigned char> bytes(size);
+    std::fill_n(bytes.get(), size, static_cast<unsigned char>(0));
+    profile->read_binary(section, entry, bytes.get(), size);
+    auto_ptr<cached_value> const value(new binary_cached_value(entry, bytes.get(), size, false));
+    insert_value(value);
+    return value;
+}
+
+void cached_key::append_writes(std::vector<profile_write> & writes) const
+{
+    for (auto const & value : values) {
+        value.get()->append_write(name, writes);
+    }
+}
+
+void cached_key::written() noexcept
+{
+    for (auto const & value : values) {
+        value.get()->written();
+    }
+}
+
+void cached_key::forget_changes() noexcept
+{
+    for (auto const & value : values) {
+        value.get()->forget_change();
+    }
+}
+
+cached_value * cached_key::find(std::string_view entry) const noexcept
+{
+    auto const place = order_.find(values, entry);
+    return place.found ? values[place.position].get() : nullptr;
+}
+
+cached_value & cached_key::binary_value(string const & entry)
+{
+    cached_value * const value = find(entry);
+    return value != nullptr ? *value : *load_binary(name, entry);
+}
+
+} // namespace zel::profile_cache

@@ -1,0 +1,64 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "zel/core/api.h"
+#include "zel/core/auto_ptr.h"
+#include "zel/core/ref_obj.h"
+#include "zel/profile/cached_value.h"
+#include "zel/profile/iprofile.h"
+#include "zel/profile/name_order.h"
+#include "zel/text/string.h"
+#include <cstdint>
+#include <string_view>
+#include <vector>
+
+namespace zel::profile_cache {
+
+/// One section in memory with the entries that were used so far. It holds the store below, so that
+/// it can write them when it goes.
+class ZEL_API cached_key : public ref_obj {
+public:
+    cached_key(string const & section, auto_ptr<iprofile> store);
+    /// Commits; no exception leaves.
+    ~cached_key() override;
+
+    /// Writes what is dirty, in ascending order of name.
+    virtual void commit();
+
+    string get_name() const { return name; }
+    std::string_view name_view() const noexcept { return name; }
+    bool operator<(cached_key const & other) const noexcept { return name < other.name; }
+
+    /// The entry, or the end of the entries.
+    std::vector<auto_ptr<cached_value>>::iterator find_value(string const & entry);
+    /// Inserts an entry that is not there yet, at its place.
+    void insert_value(auto_ptr<cached_value> value);
+
+    string read_string(string const & entry, string const & default_value);
+    std::int32_t read_int(string const & entry, std::int32_t default_value);
+    bool read_bool(string const & entry, bool default_value);
+    void write_string(string const & entry, string const & text);
+    void write_int(string const & entry, std::int32_t number);
+    void write_bool(string const & entry, bool truth);
+    void write_binary(string const & entry, void * data, std::uint32_t size);
+    std::uint32_t get_binary_size(string const & entry);
+    void read_binary(string const & entry, void * data, std::uint32_t size);
+    /// Fetches a block from the store below and keeps it.
+    auto_ptr<cached_value> load_binary(string const & section, string const & entry);
+
+    /// Adds the dirty entries to those of one commit, and is told when they have been written.
+    void append_writes(std::vector<profile_write> & writes) const;
+    void written() noexcept;
+    void forget_changes() noexcept;
+
+private:
+    cached_value * find(std::string_view entry) const noexcept;
+    cached_value & binary_value(string const & entry);
+
+    string const name;
+    std::vector<auto_ptr<cached_value>> values; // sorted by name, byte by byte
+    auto_ptr<iprofile> profile;
+    name_order<cached_value> order_;
+};
+
+} // namespace zel::profile_cache

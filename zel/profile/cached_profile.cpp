@@ -1,0 +1,170 @@
+// SPDX-License-Identifier: MIT
+#include "zel/profile/cached_profile.h"
+
+#include "zel/profile/number_list.h"
+#include "zel/profile/profile_batch.h"
+
+namespace zel {
+
+cached_profile::cached_profile(auto_ptr<iprofile> below)
+    : profile(std::move(below))
+{
+}
+
+cached_profile::~cached_profile()
+{
+    if (takes_batches(profile.get())) {
+        try {
+            commit_together(true);
+        } catch (...) { // each section tries on its own below
+        }
+    }
+    for (auto & key : keys) {
+        key = nullptr;
+    }
+}
+
+string cached_profile::read_string(string const & section, string const & key,
+                                   string const & default_value)
+{
+    return key_of(section).read_string(key, default_value);
+}
+
+std::int32_t cached_profile::read_int(string const & section, string const & key,
+                                      std::int32_t default_value)
+{
+    return key_of(section).read_int(key, default_value);
+}
+
+bool cached_profile::read_bool(string const & section, string const & key, bool default_value)
+{
+    return key_of(section).read_bool(key, default_value);
+}
+
+void cached_profile::write_string(string const & section, string const & key, string const & value)
+{
+    key_of(section).write_string(key, value);
+}
+
+void cached_profile::write_int(string const & section, string const & key, std::int32_t value)
+{
+    key_of(section).write_int(key, value);
+}
+
+void cached_profile::write_bool(string const & section, string const & key, bool value)
+{
+    key_of(section).write_bool(key, value);
+}
+
+void cached_profile::read_multiple(string const & section, string const & key, char separator,
+                                   string const & base_key,
+                                   std::list<std::pair<std::int32_t, string>> & result)
+{
+    cached_key & list = key_of(section);
+    result.clear();
+    string const text = list.read_string(key, "");
+    for (std::int32_t const number : split_numbers(text, separator)) {
+        string const name = base_key + std::string_view(decimal_text(number));
+        result.emplace_back(number, read_string(section, name, ""));
+    }
+}
+
+string cached_profile::read_by_index_string(string const & section, string const & key,
+                                            std::int32_t index)
+{
+    return key_of(section).read_string(numbered_name(key, index), "");
+}
+
+std::int32_t cached_profile::read_by_index_int(string const & section, string const & key,
+                                               std::int32_t index)
+{
+    return leading_number(key_of(section).read_string(numbered_name(key, index), ""));
+}
+
+void cached_profile::write_by_index_string(string const & section, string const & key,
+                                           std::int32_t index, string const & value)
+{
+    key_of(section).write_string(numbered_name(key, index), value);
+}
+
+void cached_profile::write_binary(string const & section, string const & key, void * data,
+                                  std::uint32_t size)
+{
+    key_of(section).write_binary(key, data, size);
+}
+
+std::uint32_t cached_profile::get_binary_size(string const & section, string const & key)
+{
+    return key_of(section).get_binary_size(key);
+}
+
+void cached_profile::read_binary(string const & section, string const & key, void * data,
+                                 std::uint32_t size)
+{
+    key_of(section).read_binary(key, data, size);
+}
+
+void cached_profile::commit()
+{
+    if (takes_batches(profile.get())) {
+        commit_together(false);
+        return;
+    }
+    // By position, since the store may be one that comes back here and adds sections.
+    for (std::size_t i = 0; i < keys.size(); ++i) {
+        keys[i].get()->commit();
+    }
+}
+
+/// Writes what is dirty in all sections with one call.
+/// \param last  for sections that end with this object; what others hold still waits for them.
+void cached_profile::commit_together(bool last)
+{
+    auto const takes_part
+        = [&](auto_ptr<cached_key> const & key) { return !last || key.get()->ref_count() == 1; };
+    std::vector<profile_write> writes;
+    for (auto const & key : keys) {
+        if (takes_part(key)) {
+            key.get()->append_writes(writes);
+        }
+    }
+    if (writes.empty()) {
+        return;
+    }
+    write_entries(*profile, writes);
+    for (auto const & key : keys) {
+        if (takes_part(key)) {
+            last ? key.get()->forget_changes() : key.get()->written();
+        }
+    }
+}
+
+std::vector<auto_ptr<cached_profile::cached_key>>::iterator
+cached_profile::findKey(string const & section)
+{
+    auto const place = order_.find(keys, section);
+    return place.found ? keys.begin() + static_cast<std::ptrdiff_t>(place.position) : keys.end();
+}
+
+void cached_profile::insertKey(auto_ptr<cached_key> key) { order_.insert(keys, std::move(key)); }
+
+auto_ptr<cached_profile::cached_key> cached_profile::getKey(string const & section)
+{
+    return &key_of(section);
+}
+
+/// `getKey` without a reference of the caller's own: sections stay as long as this object.
+cached_profile::cached_key & cached_profile::key_of(string const & section)
+{
+    if (last_found_ < keys.size() && keys[last_found_].get()->name_view() == section) {
+        return *keys[last_found_].get();
+    }
+    auto const place = order_.find(keys, section);
+    if (!place.found) {
+        insertKey(new cached_key(section, profile));
+    }
+    last_found_ = place.position;
+    return *keys[place.position].get();
+}
+
+} // namespace zel

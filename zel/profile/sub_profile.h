@@ -1,0 +1,70 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "zel/core/api.h"
+#include "zel/core/auto_ptr.h"
+#include "zel/profile/iprofile.h"
+#include <cstdint>
+#include <list>
+#include <utility>
+
+namespace zel {
+
+/// A part of another store, as a store of its own: it puts a path in front of every section's name
+/// and hands everything else on.
+///
+/// A component that is given one uses short names and reaches no section outside its path; many of
+/// them can share one store. It keeps nothing, and is for as many threads as the store below.
+/// \code
+///     zel::auto_ptr<zel::iprofile> const view(new zel::sub_profile(settings, "app"));
+///     auto const title = view->read_string("view", "title", "untitled"); // of section app\view
+/// \endcode
+class ZEL_API sub_profile : public iprofile {
+public:
+    /// \param below  may be null; then every operation raises `memory_exception` with
+    ///               `null_pointer`.
+    sub_profile(auto_ptr<iprofile> below, string const & section_path);
+    ~sub_profile() override;
+
+    string read_string(string const & section, string const & key,
+                       string const & default_value) override;
+    std::int32_t read_int(string const & section, string const & key,
+                          std::int32_t default_value) override;
+    bool read_bool(string const & section, string const & key, bool default_value) override;
+
+    void write_string(string const & section, string const & key, string const & value) override;
+    void write_int(string const & section, string const & key, std::int32_t value) override;
+    void write_bool(string const & section, string const & key, bool value) override;
+
+    void read_multiple(string const & section, string const & key, char separator,
+                       string const & base_key,
+                       std::list<std::pair<std::int32_t, string>> & result) override;
+
+    string read_by_index_string(string const & section, string const & key,
+                                std::int32_t index) override;
+    std::int32_t read_by_index_int(string const & section, string const & key,
+                                   std::int32_t index) override;
+    void write_by_index_string(string const & section, string const & key, std::int32_t index,
+                               string const & value) override;
+
+    void write_binary(string const & section, string const & key, void * data,
+                      std::uint32_t size) override;
+    std::uint32_t get_binary_size(string const & section, string const & key) override;
+    void read_binary(string const & section, string const & key, void * data,
+                     std::uint32_t size) override;
+
+protected:
+    /// The name that the store below gets: the path, a backslash and the section, whatever they
+    /// hold. A derived class may join them in another way.
+    virtual string formPath(string const & section);
+
+    auto_ptr<iprofile> const profile;
+    string const path;
+
+private:
+    template <typename result, typename... parameters, typename... arguments>
+    result forward(result (iprofile::*operation)(string const &, parameters...),
+                   string const & section, arguments &&... others);
+};
+
+} // namespace zel
