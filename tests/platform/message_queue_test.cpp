@@ -6,6 +6,7 @@
 #include "zel/platform/message_queue.h"
 #include "zel/platform/threads.h"
 
+#include "tests/sanitizers.h"
 #include "tests/time_limit.h"
 #include <atomic>
 #include <cstddef>
@@ -266,8 +267,8 @@ TEST(message_queue, ends_with_its_thread)
         });
     }
     EXPECT_EQ(error_of(post_thread_message(0, user, 0, 0)), 1444U);
-    std::atomic<std::uint32_t> id{0};
     std::atomic<bool> tried{false};
+    std::atomic<std::uint32_t> id{0};
     std::thread without_queue([&] {
         id = current_thread_id();
         id.notify_one();
@@ -278,6 +279,30 @@ TEST(message_queue, ends_with_its_thread)
     tried = true;
     tried.notify_one();
     without_queue.join();
+}
+
+TEST(message_queue, ends_with_a_thread_that_is_terminated)
+{
+    SKIP_IF_THREADS_CANNOT_BE_STOPPED();
+    time_limit const limit(20);
+    static std::atomic<window_handle> window;
+    std::atomic<std::uint32_t> id{0};
+    void * const thread = begin_thread(
+        [](void *) {
+            window = create_window(sum);
+            window.notify_one();
+            tagMSG message;
+            get_message_a(message, nullptr, 1, 1); // sleeps among what it does not ask for
+            return 0U;
+        },
+        nullptr, &id);
+    window.wait(nullptr);
+    ASSERT_TRUE(post_message(window, user, 0, 0));
+    EXPECT_TRUE(terminate_thread(thread, 0));
+    EXPECT_EQ(wait_for_thread(thread, -1), 0U);
+    EXPECT_EQ(error_of(post_message(window, user, 0, 0)), 1400U);
+    EXPECT_EQ(error_of(post_thread_message(id, user, 0, 0)), 1444U);
+    EXPECT_TRUE(close_thread(thread));
 }
 
 TEST(message_queue, a_window_takes_its_messages_along)

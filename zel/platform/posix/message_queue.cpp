@@ -11,9 +11,10 @@
 #include <bit>
 #include <cerrno>
 #include <cstddef>
-#include <fcntl.h>
 #include <new>
 #include <optional>
+
+#include <fcntl.h>
 #include <pthread.h>
 #include <sys/eventfd.h>
 #include <unistd.h>
@@ -171,10 +172,11 @@ void update_descriptor(queue & it) noexcept
     }
     // Neither can block: the counter goes from 0 to 1 and back.
     eventfd_t count = 0;
-    it.readable
-        = (waiting ? ::eventfd_write(it.descriptor, 1) : ::eventfd_read(it.descriptor, &count)) == 0
-        ? waiting
-        : it.readable;
+    int const result
+        = waiting ? ::eventfd_write(it.descriptor, 1) : ::eventfd_read(it.descriptor, &count);
+    if (result == 0) {
+        it.readable = waiting;
+    }
 }
 
 // Inside the lock, after something came. The caller wakes the owner if told to, behind the lock but
@@ -336,6 +338,7 @@ queue * make_own_queue() noexcept
         set_last_error(error_not_enough_memory);
         return nullptr;
     }
+    uninterrupted const guard; // or the queue of a terminated thread stays taken
     queue * const it = claim_queue();
     if (it == nullptr) {
         return nullptr;
@@ -356,7 +359,7 @@ std::uint32_t now_in_milliseconds() noexcept
     return static_cast<std::uint32_t>(monotonic_now() / 1'000'000);
 }
 
-// Whether the lock shows the receiver to be there, under its `error` else.
+// Posts if the receiver is still there, which shows inside the lock; `otherwise` is the error else.
 template <typename Check>
 bool post(queue & to, tagMSG const & message, Check is_there, error otherwise) noexcept
 {
