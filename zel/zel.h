@@ -19,6 +19,18 @@
 
 #include "zel/log/logger.h"
 
+#include "zel/threads/crit_sect.h"
+#include "zel/threads/event.h"
+#include "zel/threads/kernel_obj.h"
+#include "zel/threads/multi_lock.h"
+#include "zel/threads/mutex.h"
+#include "zel/threads/process.h"
+#include "zel/threads/semaphore.h"
+#include "zel/threads/single_lock.h"
+#include "zel/threads/sync_obj.h"
+#include "zel/threads/thread_obj.h"
+#include "zel/threads/thread_obj_ex.h"
+
 #include "zel/values/color_ref.h"
 #include "zel/values/point.h"
 #include "zel/values/rect.h"

@@ -1,0 +1,319 @@
+// SPDX-License-Identifier: MIT
+#include "zel/platform/kernel_objects.h"
+#include "zel/threads/event.h"
+#include "zel/threads/mutex.h"
+#include "zel/threads/process.h"
+#include "zel/threads/thread_obj.h"
+
+#include "tests/sanitizers.h"
+#include "tests/time_limit.h"
+#include <fstream>
+#include <functional>
+#include <gtest/gtest.h>
+#include <stdexcept>
+#include <thread>
+#include <vector>
+
+#include <pthread.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+namespace {
+
+// Keeps what a thread reports, and raises where it is told to.
+class recorder : public zel::logger {
+public:
+    std::vector<std::string> lines;
+    bool fail = false;
+
+protected:
+    void output_buffer(log_type type, zel::string const & text, zel::string const &) override
+    {
+        lines.push_back(std::to_string(type) + " " + text);
+        if (fail) {
+            throw std::runtime_error("no output");
+        }
+    }
+};
+
+class task : public zel::thread_obj {
+public:
+    task(std::function<unsigned int(task &)> body, zel::auto_ptr<zel::logger> log = nullptr,
+         zel::string const & name = "task", std::atomic<int> * destroyed = nullptr)
+        : thread_obj(log, name)
+        , body_(std::move(body))
+        , destroyed_(destroyed)
+    {
+    }
+    ~task() override
+    {
+        if (destroyed_ != nullptr) {
+            ++*destroyed_;
+            destroyed_->notify_one();
+        }
+    }
+
+protected:
+    unsigned int run() override { return body_(*this); }
+
+private:
+    std::function<unsigned int(task &)> body_;
+    std::atomic<int> * destroyed_;
+};
+
+using task_ptr = zel::auto_ptr<task>;
+
+std::string failure_of(std::function<void()> const & call)
+{
+    try {
+        call();
+    } catch (zel::exception & failure) {
+        return std::to_string(failure.get_type()) + ": " + failure.get_message();
+    }
+    return "nothing raised";
+}
+
+TEST(thread_obj, has_no_thread_before_its_start)
+{
+    task_ptr const thread(new task([](task &) { return 0U; }));
+    std::function<void()> const calls[] = {
+        [&] { thread->wait(); },         [&] { thread->terminate(0); },
+        [&] { thread->get_priority(); }, [&] { thread->set_priority(0); },
+        [&] { thread->suspend(); },      [&] { thread->resume(); },
+    };
+    for (auto const & call : calls) {
+        EXPECT_EQ(failure_of(call),
+                  "2: Zel Kernel Exception: Failed To Create Object thread_obj::wait()");
+    }
+    EXPECT_FALSE(thread->is_started());
+    EXPECT_EQ(thread->get_id(), 0U);
+    EXPECT_EQ(thread->get_handle(), nullptr);
+    EXPECT_EQ(zel::auto_ptr<zel::process>(new zel::process)->ref_count(), 1U);
+}
+
+TEST(thread_obj, is_complete_while_it_runs_and_after)
+{
+    time_limit const limit(20);
+    zel::auto_ptr<recorder> const log(new recorder);
+    bool complete = false;
+    std::string shown;
+    task_ptr const thread(new task(
+        [&](task & self) {
+            complete = self.is_started() && self.get_handle() != nullptr
+                && self.get_id() == static_cast<std::uint32_t>(::gettid());
+            char name[16] = {};
+            ::pthread_getname_np(::pthread_self(), name, sizeof name);
+            shown = name;
+            return 7U;
+        },
+        log, "a name of more than 15 bytes"));
+    thread->start();
+    thread->wait();
+    EXPECT_TRUE(complete);
+    EXPECT_EQ(shown, "a name of more ");
+    EXPECT_FALSE(thread->is_started());
+    EXPECT_NE(thread->get_id(), 0U);
+    EXPECT_EQ(thread->ref_count(), 1U);
+    EXPECT_TRUE(log->lines.empty());
+    EXPECT_EQ(log->get_error_counter(), 0U);
+    thread->wait(); // at once
+    EXPECT_TRUE(thread->terminate(0)); // harmless by now
+}
+
+TEST(thread_obj, reports_what_its_work_raises)
+{
+    time_limit const limit(20);
+    struct {
+        std::function<void()> raise;
+        char const * before; // of the id
+    } const rows[] = {
+        {[] { throw zel::exception("m"); }, "1 Exception 'm' occured in thread (id=0x"},
+        {[] { throw zel::exception(); },
+         "1 Exception 'Unknown Exception' occured in thread (id=0x"},
+        {[] { throw zel::sync_obj::exception(zel::sync_obj::exception::failed_to_lock, "x"); },
+         "1 Exception 'Zel Sync Exception: failed to lock x' occured in thread (id=0x"},
+        {[] { throw 5; }, "1 Unknown exception occured in thread (id=0x"},
+        {[] { throw std::runtime_error("x"); }, "1 Unknown exception occured in thread (id=0x"},
+    };
+    for (auto const & row : rows) {
+        SCOPED_TRACE(row.before);
+        for (bool const with_log : {true, false}) {
+            zel::auto_ptr<recorder> const log(with_log ? new recorder : nullptr);
+            task_ptr const thread(new task(
+                [&](task &) {
+                    row.raise();
+                    return 0U;
+                },
+                log, "its name"));
+            thread->start();
+            thread->wait();
+            EXPECT_FALSE(thread->is_started());
+            EXPECT_EQ(thread->ref_count(), 1U);
+            if (with_log) {
+                zel::string expected;
+                expected.format("%s%x) 'its name'!", row.before, thread->get_id());
+                EXPECT_EQ(log->lines, std::vector<std::string>{expected});
+                EXPECT_EQ(log->get_error_counter(), 1U);
+            }
+        }
+    }
+}
+
+TEST(thread_obj, ends_quietly_when_its_logger_raises)
+{
+    time_limit const limit(20);
+    zel::auto_ptr<recorder> const log(new recorder);
+    log->fail = true;
+    task_ptr const thread(new task(
+        [](task &) {
+            throw zel::exception("m");
+            return 0U;
+        },
+        log));
+    thread->start();
+    thread->wait();
+    EXPECT_EQ(log->lines.size(), 1U);
+    EXPECT_FALSE(thread->is_started());
+    EXPECT_EQ(thread->ref_count(), 1U);
+}
+
+TEST(thread_obj, keeps_itself_while_it_runs)
+{
+    time_limit const limit(20);
+    std::atomic<int> destroyed{0};
+    std::atomic<bool> go{false};
+    task_ptr thread(new task(
+        [&](task &) {
+            go.wait(false);
+            return 0U;
+        },
+        nullptr, "task", &destroyed));
+    thread->start();
+    thread = nullptr;
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    EXPECT_EQ(destroyed, 0);
+    go = true;
+    go.notify_one();
+    destroyed.wait(0); // on the thread itself
+
+    for (int i = 1; i <= 1000; ++i) {
+        task_ptr(new task([](task &) { return 0U; }, nullptr, "brief", &destroyed))->start();
+    }
+    for (int seen = destroyed; seen != 1001; seen = destroyed) {
+        destroyed.wait(seen);
+    }
+}
+
+TEST(thread_obj, gives_all_back_when_the_host_unwinds_the_thread)
+{
+    time_limit const limit(20);
+    task_ptr const thread(new task([](task &) -> unsigned int { ::pthread_exit(nullptr); }));
+    thread->start();
+    thread->wait();
+    EXPECT_FALSE(thread->is_started());
+    EXPECT_EQ(thread->ref_count(), 1U);
+}
+
+// Starts threads until the host has no room for one more; true when that one then was as before.
+bool the_failed_start_takes_nothing()
+{
+    ::rlimit const none{1, 1};
+    if (::setrlimit(RLIMIT_AS, &none) != 0) {
+        return false;
+    }
+    for (int i = 0; i < 1000; ++i) { // the first may get stacks that the runtime has kept
+        task * const thread = new task([](task &) {
+            ::pause();
+            return 0U;
+        });
+        std::string const failure = failure_of([&] { thread->start(); });
+        if (failure != "nothing raised") {
+            return thread->ref_count() == 0 && thread->get_handle() == nullptr
+                && failure
+                == "2: Zel Kernel Exception: Failed To Create Object thread_obj::start()";
+        }
+    }
+    return false;
+}
+
+TEST(thread_obj, a_failed_start_takes_nothing)
+{
+    if (under_address_sanitizer || under_thread_sanitizer) {
+        GTEST_SKIP() << "the sanitizer cannot live in so little memory";
+    }
+    time_limit const limit(20);
+    EXPECT_EXIT(::_exit(the_failed_start_takes_nothing() ? 0 : 1), testing::ExitedWithCode(0), "");
+}
+
+TEST(thread_obj, can_be_suspended)
+{
+    SKIP_IF_THREADS_CANNOT_BE_STOPPED();
+    time_limit const limit(20);
+    std::atomic<std::uint32_t> count{0};
+    std::atomic<bool> over{false};
+    task_ptr const thread(new task([&](task &) {
+        while (!over) {
+            ++count;
+        }
+        return 0U;
+    }));
+    thread->start();
+    while (count == 0) { }
+    EXPECT_EQ(thread->suspend(), 0U);
+    EXPECT_EQ(thread->suspend(), 1U);
+    std::uint32_t const stopped = count;
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    EXPECT_EQ(count, stopped);
+    EXPECT_EQ(thread->resume(), 2U);
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    EXPECT_EQ(count, stopped);
+    EXPECT_EQ(thread->resume(), 1U);
+    while (count == stopped) { }
+    EXPECT_EQ(thread->get_priority(), 0);
+    EXPECT_TRUE(thread->set_priority(-1));
+    EXPECT_EQ(thread->get_priority(), -1);
+    EXPECT_FALSE(thread->set_priority(7));
+    EXPECT_EQ(thread->get_priority(), -1);
+    over = true;
+    thread->wait();
+    EXPECT_EQ(thread->suspend(), 0xFFFFFFFF);
+}
+
+TEST(thread_obj, terminate_cuts_it_off)
+{
+    SKIP_IF_THREADS_CANNOT_BE_STOPPED();
+    time_limit const limit(20);
+    zel::auto_ptr<recorder> const log(new recorder);
+    zel::mutex mutex;
+    zel::event locked;
+    bool unwound = false;
+    task * const thread = new task(
+        [&](task &) {
+            struct at_end {
+                bool & flag;
+                ~at_end() { flag = true; }
+            } const end{unwound};
+            mutex.lock(0);
+            locked.set();
+            zel::event().lock(0xFFFFFFFF);
+            return 0U;
+        },
+        log);
+    thread->inc_ref();
+    thread->start();
+    locked.lock(0xFFFFFFFF);
+    EXPECT_TRUE(thread->terminate(9));
+    thread->wait();
+    EXPECT_FALSE(unwound);
+    EXPECT_TRUE(thread->is_started());
+    EXPECT_EQ(thread->ref_count(), 2U); // the thread's own was never given back
+    EXPECT_TRUE(log->lines.empty());
+    EXPECT_EQ(zel::platform::wait_for_single_object(mutex.get_handle(), 0),
+              zel::platform::wait_abandoned);
+    EXPECT_TRUE(mutex.unlock());
+    EXPECT_TRUE(thread->terminate(9));
+    thread->dec_ref();
+    delete thread; // by hand: nothing else can any more
+}
+
+} // namespace

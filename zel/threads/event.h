@@ -1,0 +1,68 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "zel/core/api.h"
+#include "zel/threads/kernel_obj.h"
+#include "zel/threads/sync_obj.h"
+#include <cstdint>
+
+namespace zel {
+
+/// A flag that threads wait for, between threads or between processes.
+///
+/// An auto-reset event lets one waiter through and is clear again; a manual-reset event lets
+/// everyone through until `reset()`. A name makes it one object for all processes of a user, which
+/// lasts as long as any of them holds it. What a thread did before `set()` is visible to the thread
+/// that is let through. Any number of threads may call any member; destruction must not overlap.
+/// \code
+///     zel::event ready;                    // clear, auto-reset; another thread calls ready.set()
+///     if (!ready.lock(500)) { give_up(); }
+/// \endcode
+class ZEL_API event : public kernel_obj, public sync_obj {
+public:
+    using exception = sync_obj::exception;
+
+    /// Creates the event, or joins the one of that name and leaves its state alone.
+    /// \param name  compared byte by byte, at most 260 bytes; null or empty for an event of this
+    ///              object alone.
+    /// \throws sync_obj::exception  `failed_to_create`: another kind of object has the name, it is
+    ///                              too long, or the host is out of memory or descriptors.
+    event(bool initially_set = false, bool manual_reset = false, char const * name = nullptr);
+
+    /// Opens an event that exists. `get_name()` is then empty.
+    /// \param desired_access  rights of `zel/platform/kernel_objects.h`: `synchronize` to lock,
+    ///                        `event_modify_state` to set, pulse and reset; what goes beyond them
+    ///                        fails.
+    ///                        Without the first a `lock` returns true at once and means nothing.
+    /// \param inherit_handle  has no effect: a handle never outlives exec, a forked child has it.
+    /// \throws sync_obj::exception  `failed_to_create`: nothing, or another kind, has the name, or
+    ///                              it is null.
+    event(std::uint32_t desired_access, bool inherit_handle, char const * name);
+
+    ~event() override;
+
+    /// Waits until the event lets this thread through.
+    /// \param timeout  milliseconds of the monotonic clock; 0 only tests, 0xFFFFFFFF has no limit.
+    /// \returns false when the time was over first.
+    /// \throws kernel_obj::exception  `invalid_handle` when a derived class took the handle away.
+    bool lock(std::uint32_t timeout) override;
+
+    /// Does nothing: an event is not given back but set or reset.
+    /// \returns true.
+    bool unlock() override;
+    using sync_obj::unlock;
+
+    /// Lets waiters through: all of them until `reset()`, or one, who may also come later.
+    /// \returns false when the handle lacks the right.
+    bool set() noexcept;
+    /// Lets those through that wait at this moment, or one of them, and leaves the event clear.
+    /// \returns false when the handle lacks the right.
+    bool pulse() noexcept;
+    /// Clears the event.
+    /// \returns false when the handle lacks the right.
+    bool reset() noexcept;
+};
+
+static_assert(sizeof(event) == sizeof(kernel_obj) + sizeof(sync_obj));
+
+} // namespace zel

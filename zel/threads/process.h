@@ -1,0 +1,18 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "zel/core/api.h"
+#include "zel/core/ref_obj.h"
+
+namespace zel {
+
+/// A counted object without any operation of its own, for programs that derive from it.
+class ZEL_API process : public ref_obj {
+public:
+    process() noexcept = default;
+    ~process() override;
+};
+
+static_assert(sizeof(process) == sizeof(ref_obj));
+
+} // namespace zel
