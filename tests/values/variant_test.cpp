@@ -2,7 +2,7 @@
 #include "zel/values/variant.h"
 
 #include "tests/decimal_comma.h"
-#include <array>
+#include "zel/text/convert.h"
 #include <atomic>
 #include <bit>
 #include <charconv>
@@ -13,6 +13,7 @@
 #include <gtest/gtest.h>
 #include <memory>
 #include <new>
+#include <optional>
 #include <random>
 #include <sstream>
 #include <string>
@@ -30,6 +31,26 @@ using zel::variant;
 using schar = signed char;
 using uchar = unsigned char;
 using ushort = unsigned short;
+
+thread_local std::uint64_t allocated = 0;
+thread_local std::uint64_t allocations_left = UINT64_MAX;
+
+} // namespace
+
+[[gnu::noinline]] void * operator new(std::size_t size)
+{
+    void * const memory = allocations_left == 0 ? nullptr : std::malloc(size);
+    if (memory == nullptr) {
+        throw std::bad_alloc();
+    }
+    ++allocated;
+    --allocations_left;
+    return memory;
+}
+[[gnu::noinline]] void operator delete(void * memory) noexcept { std::free(memory); }
+[[gnu::noinline]] void operator delete(void * memory, std::size_t) noexcept { std::free(memory); }
+
+namespace {
 
 string operator""_s(char const * text, std::size_t size)
 {
@@ -146,6 +167,34 @@ TEST(variant, keeps_texts_of_its_own)
     }
 }
 
+TEST(variant, keeps_its_value_when_memory_runs_out_and_takes_none_to_move)
+{
+    string const long_text(100, 'x');
+    variant const source(long_text);
+    for (variant const & old : {variant(7), variant("old"_s)}) {
+        variant target(old);
+        std::uint64_t failures = 0;
+        for (bool done = false; !done; ++failures) {
+            allocations_left = failures;
+            try {
+                target = source;
+                done = true;
+            } catch (std::bad_alloc &) {
+                EXPECT_EQ(target.type(), old.type());
+            }
+            allocations_left = UINT64_MAX;
+            EXPECT_EQ(target, done ? source : old);
+        }
+        EXPECT_EQ(failures, old.type() == variant::vt_string ? 2U : 3U);
+    }
+    string stolen(long_text);
+    std::uint64_t const allocations = allocated;
+    variant a(std::move(stolen)); // the object that holds the text, not the text
+    variant b(std::move(a));
+    a = std::move(b);
+    EXPECT_EQ(allocated - allocations, 1U);
+}
+
 TEST(variant, compares_in_the_type_on_the_left)
 {
     struct {
@@ -156,7 +205,6 @@ TEST(variant, compares_in_the_type_on_the_left)
         {1, "01"_s, true, false},
         {true, "TRUE"_s, true, false},
         {true, "yes"_s, false, false},
-        {0, variant(), true, false},
         {variant(), variant(), true, true},
         {schar(1), 300, false, false},
         {schar(1), 1.0, true, true},
@@ -259,11 +307,6 @@ struct matrix_row {
     char const * cells;
 };
 
-constexpr std::array<variant::vt_type, 12> targets{
-    variant::vt_bool,   variant::vt_char,   variant::vt_uchar,  variant::vt_short,
-    variant::vt_ushort, variant::vt_long,   variant::vt_ulong,  variant::vt_int64,
-    variant::vt_float,  variant::vt_double, variant::vt_string, variant::vt_color};
-
 // Every source type read as every target type: what comes out, or E for data_convert_error, R for
 // out_of_range. As a text, = is the text itself up to its NUL, and '' is the empty one.
 // clang-format off
@@ -278,51 +321,36 @@ std::vector<matrix_row> matrix()
         {schar(-1), "true -1 R -1 R -1 R -1 -1 -1 -1 R"},
         {schar(0), "false 0 0 0 0 0 0 0 0 0 0 0"},
         {schar(127), "true 127 127 127 127 127 127 127 127 127 127 127"},
-        {uchar(0), "false 0 0 0 0 0 0 0 0 0 0 0"},
         {uchar(127), "true 127 127 127 127 127 127 127 127 127 127 127"},
         {uchar(128), "true R 128 128 128 128 128 128 128 128 128 128"},
         {uchar(255), "true R 255 255 255 255 255 255 255 255 255 255"},
         {short(-32768), "true R R -32768 R -32768 R -32768 -32768 -32768 -32768 R"},
         {short(-129), "true R R -129 R -129 R -129 -129 -129 -129 R"},
-        {short(0), "false 0 0 0 0 0 0 0 0 0 0 0"},
         {short(127), "true 127 127 127 127 127 127 127 127 127 127 127"},
         {short(256), "true R R 256 256 256 256 256 256 256 256 256"},
         {short(32767), "true R R 32767 32767 32767 32767 32767 32767 32767 32767 32767"},
-        {ushort(256), "true R R 256 256 256 256 256 256 256 256 256"},
         {ushort(32767), "true R R 32767 32767 32767 32767 32767 32767 32767 32767 32767"},
         {ushort(32768), "true R R R 32768 32768 32768 32768 32768 32768 32768 32768"},
         {ushort(65535), "true R R R 65535 65535 65535 65535 65535 65535 65535 65535"},
         {INT32_MIN, "true R R R R -2147483648 R -2147483648 -2147483648 -2147483648 -2147483648 R"},
         {-32768, "true R R -32768 R -32768 R -32768 -32768 -32768 -32768 R"},
         {-1, "true -1 R -1 R -1 R -1 -1 -1 -1 R"},
-        {0, "false 0 0 0 0 0 0 0 0 0 0 0"},
         {200, "true R 200 200 200 200 200 200 200 200 200 200"},
-        {65535, "true R R R 65535 65535 65535 65535 65535 65535 65535 65535"},
         {INT32_MAX, "true R R R R 2147483647 2147483647 2147483647 2147483648 2147483647 2147483647 2147483647"},
-        {0U, "false 0 0 0 0 0 0 0 0 0 0 0"},
-        {255U, "true R 255 255 255 255 255 255 255 255 255 255"},
         {65535U, "true R R R 65535 65535 65535 65535 65535 65535 65535 65535"},
-        {2147483648U, "true R R R R R 2147483648 2147483648 2147483648 2147483648 2147483648 2147483648"},
         {4000000000U, "true R R R R R 4000000000 4000000000 4e+09 4e+09 4000000000 4000000000"},
         {4294967295U, "true R R R R R 4294967295 4294967295 4294967296 4294967295 4294967295 4294967295"},
         {INT64_MIN, "true R R R R R R -9223372036854775808 -9.223372e+18 -9223372036854775808 -9223372036854775808 R"},
         {-2147483648L, "true R R R R -2147483648 R -2147483648 -2147483648 -2147483648 -2147483648 R"},
-        {-129L, "true R R -129 R -129 R -129 -129 -129 -129 R"},
-        {0L, "false 0 0 0 0 0 0 0 0 0 0 0"},
         {16777217L, "true R R R R 16777217 16777217 16777217 16777216 16777217 16777217 16777217"},
-        {4294967295L, "true R R R R R 4294967295 4294967295 4294967296 4294967295 4294967295 4294967295"},
         {9007199254740993L, "true R R R R R R 9007199254740993 9.007199e+15 9007199254740992 9007199254740993 R"},
         {INT64_MAX, "true R R R R R R 9223372036854775807 9.223372e+18 9223372036854775808 9223372036854775807 R"},
-        {0.0F, "false 0 0 0 0 0 0 0 0 0 0 0"},
         {-0.0F, "false 0 0 0 0 0 0 0 -0 -0 -0 0"},
         {0.1F, "true 0 0 0 0 0 0 0 0.1 0.10000000149011612 0.1 0"},
-        {1.5F, "true 1 1 1 1 1 1 1 1.5 1.5 1.5 1"},
         {127.5F, "true R 127 127 127 127 127 127 127.5 127.5 127.5 127"},
         {-128.5F, "true R R -128 R -128 R -128 -128.5 -128.5 -128.5 R"},
-        {16777216.0F, "true R R R R 16777216 16777216 16777216 16777216 16777216 1.67772e+07 16777216"},
         {2147483648.0F, "true R R R R R 2147483648 2147483648 2147483648 2147483648 2.14748e+09 2147483648"},
         {4294967040.0F, "true R R R R R 4294967040 4294967040 4294967040 4294967040 4.29497e+09 4294967040"},
-        {1e10F, "true R R R R R R 10000000000 1e+10 1e+10 1e+10 R"},
         {9.223372e18F, "true R R R R R R R 9.223372e+18 9223372036854775808 9.22337e+18 R"},
         {float(HUGE_VAL), "true R R R R R R R inf inf inf R"},
         {float(NAN), "true R R R R R R R nan nan nan R"},
@@ -330,10 +358,8 @@ std::vector<matrix_row> matrix()
         {-0.0, "false 0 0 0 0 0 0 0 -0 -0 -0 0"},
         {-0.5, "true 0 R 0 R 0 R 0 -0.5 -0.5 -0.5 R"},
         {3.9, "true 3 3 3 3 3 3 3 3.9 3.9 3.9 3"},
-        {-3.9, "true -3 R -3 R -3 R -3 -3.9 -3.9 -3.9 R"},
         {127.0, "true 127 127 127 127 127 127 127 127 127 127 127"},
         {127.5, "true R 127 127 127 127 127 127 127.5 127.5 127.5 127"},
-        {-128.5, "true R R -128 R -128 R -128 -128.5 -128.5 -128.5 R"},
         {255.5, "true R R 255 255 255 255 255 255.5 255.5 255.5 255"},
         {32767.5, "true R R R 32767 32767 32767 32767 32767.5 32767.5 32767.5 32767"},
         {-32768.5, "true R R R R -32768 R -32768 -32768.5 -32768.5 -32768.5 R"},
@@ -348,11 +374,9 @@ std::vector<matrix_row> matrix()
         {9223372036854775808.0, "true R R R R R R R 9.223372e+18 9223372036854775808 9.22337e+18 R"},
         {-9223372036854775808.0, "true R R R R R R -9223372036854775808 -9.223372e+18 -9223372036854775808 -9.22337e+18 R"},
         {-9223372036854777856.0, "true R R R R R R R -9.223372e+18 -9223372036854777856 -9.22337e+18 R"},
-        {18446744073709551616.0, "true R R R R R R R 1.8446744e+19 18446744073709551616 1.84467e+19 R"},
         {1e39, "true R R R R R R R inf 1e+39 1e+39 R"},
         {1e-320, "true 0 0 0 0 0 0 0 0 1e-320 9.99989e-321 0"},
         {HUGE_VAL, "true R R R R R R R inf inf inf R"},
-        {-HUGE_VAL, "true R R R R R R R -inf -inf -inf R"},
         {double(NAN), "true R R R R R R R nan nan nan R"},
         {""_s, "E E E E E E E E E E = E"},
         {"0"_s, "false 0 0 0 0 0 0 0 0 0 = 0"},
@@ -360,13 +384,11 @@ std::vector<matrix_row> matrix()
         {"true"_s, "true E E E E E E E E E = E"},
         {"TRUE"_s, "true E E E E E E E E E = E"},
         {" true"_s, "E E E E E E E E E E = E"},
+        {"FaLsE"_s, "false E E E E E E E E E = E"},
         {"-5"_s, "E -5 R -5 R -5 E E -5 -5 = E"},
         {"+7"_s, "E 7 7 7 7 7 E E 7 7 = E"},
-        {"-0"_s, "E 0 0 0 0 0 E E -0 -0 = E"},
-        {" 12"_s, "E 12 12 12 12 E E E 12 12 = E"},
         {"12abc"_s, "E 12 12 12 12 E 76476 12 12 12 = 76476"},
         {"010"_s, "E 8 8 8 8 10 10 10 10 10 = 10"},
-        {"08"_s, "E 0 0 0 0 8 8 8 8 8 = 8"},
         {"-010"_s, "E -8 R -8 R -10 E E -10 -10 = E"},
         {"0x10"_s, "E 16 16 16 16 E 16 0 16 16 = 16"},
         {"-0X1f"_s, "E -31 R -31 R E E E -31 -31 = E"},
@@ -374,9 +396,7 @@ std::vector<matrix_row> matrix()
         {"1F"_s, "E 1 1 1 1 E 31 1 1 1 = 31"},
         {"FF"_s, "E E E E E E 255 E E E = 255"},
         {"300"_s, "E R R 300 300 300 300 300 300 300 = 300"},
-        {"-129"_s, "E R R -129 R -129 E E -129 -129 = E"},
         {"65535"_s, "E R R R 65535 65535 65535 65535 65535 65535 = 65535"},
-        {"-32768"_s, "E R R -32768 R -32768 E E -32768 -32768 = E"},
         {"-32769"_s, "E R R R R -32769 E E -32769 -32769 = E"},
         {"2147483647"_s, "E R R R R 2147483647 2147483647 2147483647 2147483648 2147483647 = 2147483647"},
         {"2147483648"_s, "E R R R R E 2147483648 2147483648 2147483648 2147483648 = 2147483648"},
@@ -386,35 +406,27 @@ std::vector<matrix_row> matrix()
         {"4294967296"_s, "E R R R R E E 4294967296 4294967296 4294967296 = E"},
         {"0xFFFFFFFF"_s, "E R R R R E 4294967295 0 4294967296 4294967295 = 4294967295"},
         {"0x100000000"_s, "E R R R R E E 0 4294967296 4294967296 = E"},
-        {"FFFFFFFFFFFFFFFFFFFF"_s, "E E E E E E E E E E = E"},
         {"9223372036854775807"_s, "E R R R R E E 9223372036854775807 9.223372e+18 9223372036854775808 = E"},
         {"9223372036854775808"_s, "E R R R R E E R 9.223372e+18 9223372036854775808 = E"},
         {"99999999999999999999"_s, "E R R R R E E R 1e+20 1e+20 = E"},
-        {"-99999999999999999999"_s, "E R R R R E E E -1e+20 -1e+20 = E"},
         {"1.5"_s, "E 1 1 1 1 E E 1 1.5 1.5 = E"},
         {"1,5"_s, "E 1 1 1 1 E E 1 1 1 = E"},
         {".5"_s, "E E E E E E E E 0.5 0.5 = E"},
         {"-5."_s, "E -5 R -5 R E E E -5 -5 = E"},
         {"1e3"_s, "E 1 1 1 1 E 483 1 1000 1000 = 483"},
-        {"1e"_s, "E 1 1 1 1 E 30 1 1 1 = 30"},
         {"1e+x"_s, "E 1 1 1 1 E E 1 1 1 = E"},
         {"1e400"_s, "E 1 1 1 1 E 123904 1 inf inf = 123904"},
-        {"-1e400"_s, "E -1 R -1 R E E E -inf -inf = E"},
         {"1e-400"_s, "E 1 1 1 1 E E 1 0 0 = E"},
         {"4.9e-324"_s, "E 4 4 4 4 E E 4 0 5e-324 = E"},
         {"0x1.8p1"_s, "E 1 1 1 1 E E 0 3 3 = E"},
-        {"inf"_s, "E E E E E E E E inf inf = E"},
         {"-Infinity"_s, "E E E E E E E E -inf -inf = E"},
         {"nan"_s, "E E E E E E E E nan nan = E"},
-        {"--1"_s, "E E E E E E E E E E = E"},
         {"\t\n\v\f\r 7"_s, "E 7 7 7 7 E E E 7 7 = E"},
-        {"0.1"_s, "E 0 0 0 0 E E 0 0.1 0.1 = E"},
         {"9007199254740993"_s, "E R R R R E E 9007199254740993 9.007199e+15 9007199254740992 = E"},
         {"3.14159265358979323846"_s, "E 3 3 3 3 E E 3 3.1415927 3.141592653589793 = E"},
         {"2.2250738585072011e-308"_s, "E 2 2 2 2 E E 2 0 2.225073858507201e-308 = E"},
         {"00000000000000000000000000012"_s, "E 10 10 10 10 12 12 12 12 12 = 12"},
         {"1\0abc"_s, "true 1 1 1 1 1 1 1 1 1 = 1"},
-        {"\0"_s, "E E E E E E E E E E = E"},
         {"true\0x"_s, "true E E E E E E E E E = E"},
         {color_ref(0x0), "false 0 0 0 0 0 0 0 0 0 0 0"},
         {color_ref(0xFF), "true R 255 255 255 255 255 255 255 255 255 255"},
@@ -449,53 +461,37 @@ template <typename T> std::string read_as(variant const & source)
     }
 }
 
-std::string read_as(variant::vt_type type, variant const & source)
-{
-    switch (type) {
-    case variant::vt_bool:
-        return read_as<bool>(source);
-    case variant::vt_char:
-        return read_as<signed char>(source);
-    case variant::vt_uchar:
-        return read_as<unsigned char>(source);
-    case variant::vt_short:
-        return read_as<short>(source);
-    case variant::vt_ushort:
-        return read_as<unsigned short>(source);
-    case variant::vt_long:
-        return read_as<std::int32_t>(source);
-    case variant::vt_ulong:
-        return read_as<std::uint32_t>(source);
-    case variant::vt_int64:
-        return read_as<std::int64_t>(source);
-    case variant::vt_float:
-        return read_as<float>(source);
-    case variant::vt_double:
-        return read_as<double>(source);
-    case variant::vt_string:
-        return read_as<string>(source);
-    default:
-        return read_as<color_ref>(source);
-    }
-}
+struct {
+    variant::vt_type type;
+    std::string (*read)(variant const &);
+} const targets[] = {
+    {variant::vt_bool, read_as<bool>},           {variant::vt_char, read_as<schar>},
+    {variant::vt_uchar, read_as<uchar>},         {variant::vt_short, read_as<short>},
+    {variant::vt_ushort, read_as<ushort>},       {variant::vt_long, read_as<std::int32_t>},
+    {variant::vt_ulong, read_as<std::uint32_t>}, {variant::vt_int64, read_as<std::int64_t>},
+    {variant::vt_float, read_as<float>},         {variant::vt_double, read_as<double>},
+    {variant::vt_string, read_as<string>},       {variant::vt_color, read_as<color_ref>},
+};
 
 void expect_the_matrix()
 {
     for (auto const & [source, cells] : matrix()) {
         std::istringstream words(cells);
-        for (variant::vt_type const target : targets) {
+        for (auto const & target : targets) {
             std::string expected;
             words >> expected;
             if (expected == "=") {
                 expected = shown(string(static_cast<string>(source).c_str()));
             }
             SCOPED_TRACE(testing::Message()
-                         << source << " of type " << source.type() << " as " << target);
-            EXPECT_EQ(read_as(target, source), expected);
-            EXPECT_EQ(source.check_conversion(target), expected != "E" && expected != "R");
+                         << source << " of type " << source.type() << " as " << target.type);
+            EXPECT_EQ(target.read(source), expected);
+            std::uint64_t const allocations = allocated;
+            bool const readable = source.check_conversion(target.type);
+            EXPECT_EQ(allocated, allocations); // an exception would take some
+            EXPECT_EQ(readable, expected != "E" && expected != "R");
         }
         EXPECT_TRUE(source.check_conversion(variant::vt_empty));
-        EXPECT_EQ(words.get(), std::char_traits<char>::eof());
     }
 }
 
@@ -505,6 +501,15 @@ TEST(variant_conversion, follows_the_matrix_under_a_decimal_comma_too)
 {
     decimal_comma const locale;
     expect_the_matrix();
+}
+
+template <typename Call> auto unless_refused(Call call) -> std::optional<decltype(call())>
+{
+    try {
+        return call();
+    } catch (zel::exception &) {
+        return std::nullopt;
+    }
 }
 
 // Other texts and numbers than those of the table, against the functions of the runtime.
@@ -526,11 +531,16 @@ TEST(variant_conversion, equals_the_runtime_on_any_text_and_number)
                       std::bit_cast<std::uint64_t>(number));
         }
         std::int64_t const integer = std::strtol(text.c_str(), &end, 0);
-        ASSERT_EQ(variant(text).check_conversion(variant::vt_short),
+        variant const source(text);
+        ASSERT_EQ(source.check_conversion(variant::vt_short),
                   end != text.c_str() && integer == static_cast<short>(integer));
-        if (variant(text).check_conversion(variant::vt_short)) {
-            ASSERT_EQ(short(variant(text)), integer);
+        if (source.check_conversion(variant::vt_short)) {
+            ASSERT_EQ(short(source), integer);
         }
+        ASSERT_EQ(unless_refused([&] { return std::int32_t(source); }),
+                  unless_refused([&] { return zel::convert::stringToInt32(text.c_str()); }));
+        ASSERT_EQ(unless_refused([&] { return std::uint32_t(source); }),
+                  unless_refused([&] { return zel::convert::stringToUInt32(text.c_str()); }));
         double const value = i % 2 == 0
             ? std::bit_cast<double>(random())
             : std::ldexp(static_cast<double>(random() >> 40), -static_cast<int>(random() % 40));

@@ -3,12 +3,12 @@
 
 #include "zel/platform/locale.h"
 #include "zel/text/ascii.h"
+#include <bit>
 #include <charconv>
 #include <cmath>
 #include <cstring>
 #include <iterator>
 #include <limits>
-#include <string_view>
 #include <system_error>
 
 namespace zel::number_text {
@@ -48,6 +48,26 @@ constexpr std::uint64_t largest_exact_integer = std::uint64_t{1} << 53;
 
 // As many decimal digits never overflow an unsigned 64-bit number.
 constexpr std::ptrdiff_t safe_digits = 19;
+
+// Eight digits at once, the first one in the lowest byte. Neighbours are joined to numbers of two,
+// four and then eight digits.
+bool read_eight_digits(char const * text, std::uint64_t & result)
+{
+    static_assert(std::endian::native == std::endian::little);
+    std::uint64_t bytes = 0;
+    std::memcpy(&bytes, text, sizeof(bytes));
+    constexpr std::uint64_t high_halves = 0xF0F0F0F0F0F0F0F0;
+    // The second sum moves ':' and what follows it out of the range of the digits.
+    if ((bytes & high_halves) != 0x3030303030303030
+        || ((bytes + 0x0606060606060606) & high_halves) != 0x3030303030303030) {
+        return false;
+    }
+    bytes -= 0x3030303030303030;
+    bytes = (bytes * 10 + (bytes >> 8)) & 0x00FF00FF00FF00FF;
+    bytes = (bytes * 100 + (bytes >> 16)) & 0x0000FFFF0000FFFF;
+    result = (bytes * 10000 + (bytes >> 32)) & 0xFFFFFFFF;
+    return true;
+}
 
 // Whatever has the grammar of `strtod` but is no plain decimal number.
 outcome read_double_by_runtime(char const * text, double & result)
@@ -92,21 +112,29 @@ outcome read_any_base(char const * text, std::int32_t & result) noexcept
     return text == first ? outcome::no_number : outcome::done;
 }
 
-outcome read_signed(char const * text, std::int32_t & result) noexcept
+outcome read_signed(std::string_view text, std::int32_t & result) noexcept
 {
-    bool const negative = *text == '-';
-    text += negative || *text == '+' ? 1 : 0;
-    char const * const first = text;
-    std::uint64_t const limit = limit_of(negative);
+    char const * p = text.data();
+    char const * const end = p + text.size();
+    bool const negative = *p == '-';
+    p += negative || *p == '+' ? 1 : 0;
+    char const * const first = p;
+    while (*p == '0') {
+        ++p;
+    }
+    char const * const significant = p;
     std::uint64_t magnitude = 0;
-    for (unsigned digit; (digit = decimal_digit(*text)) <= 9; ++text) {
-        magnitude = magnitude * 10 + digit;
-        if (magnitude > limit) {
-            return outcome::no_number;
-        }
+    if (end - p >= 8 && read_eight_digits(p, magnitude)) {
+        p += 8;
+    }
+    for (unsigned digit; (digit = decimal_digit(*p)) <= 9; ++p) {
+        magnitude = magnitude * 10 + digit; // wraps behind safe_digits, which is looked at below
     }
     result = static_cast<std::int32_t>(with_sign(negative, magnitude));
-    return *text != '\0' || text == first ? outcome::no_number : outcome::done;
+    return *p == '\0' && p != first && p - significant <= safe_digits
+            && magnitude <= limit_of(negative)
+        ? outcome::done
+        : outcome::no_number;
 }
 
 outcome read_unsigned(char const * text, std::uint32_t & result) noexcept

@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <string_view>
 
 /// Numbers and their texts as a `variant` converts them: each type of number has a grammar of its
 /// own. No locale, no allocation, and failures as results, since a question whether a text is a
@@ -23,7 +24,8 @@ outcome read_bool(char const * text, bool & result) noexcept;
 outcome read_any_base(char const * text, std::int32_t & result) noexcept;
 
 /// Decimal digits behind an optional sign, the whole text; beyond 32 bits is no number.
-outcome read_signed(char const * text, std::int32_t & result) noexcept;
+/// \param text  has a NUL behind it, and may end with one before.
+outcome read_signed(std::string_view text, std::int32_t & result) noexcept;
 
 /// Decimal digits, hexadecimal ones behind "0x" or with a letter among them, the whole text; beyond
 /// 32 bits is no number.

@@ -4,6 +4,7 @@
 #include "zel/values/number_text.h"
 #include <algorithm>
 #include <cstring>
+#include <emmintrin.h>
 #include <ostream>
 #include <string_view>
 
@@ -96,6 +97,40 @@ constexpr bool fits_d_to_s(double value, int bits)
     return value >= -power_of_2(bits - 1) && is_below(value, bits - 1);
 }
 
+outcome text_to_bits(string const & text, variant::vt_type target, std::uint64_t & result)
+{
+    switch (target) {
+    case variant::vt_long: {
+        std::int32_t value = 0;
+        outcome const read = number_text::read_signed(text, value);
+        result = static_cast<std::uint64_t>(value);
+        return read;
+    }
+    case variant::vt_ulong:
+    case variant::vt_color: {
+        std::uint32_t value = 0;
+        outcome const read = number_text::read_unsigned(text.c_str(), value);
+        result = value;
+        return read;
+    }
+    case variant::vt_int64: {
+        std::int64_t value = 0;
+        outcome const read = number_text::read_leading_digits(text.c_str(), value);
+        result = static_cast<std::uint64_t>(value);
+        return read;
+    }
+    default: {
+        std::int32_t value = 0;
+        outcome const read = number_text::read_any_base(text.c_str(), value);
+        result = static_cast<std::uint64_t>(value);
+        bool const into_signed = target == variant::vt_char || target == variant::vt_short;
+        int const width = width_of(target);
+        bool const fits = into_signed ? fits_s_to_s(value, width) : fits_s_to_u(value, width);
+        return read != outcome::done || fits ? read : outcome::out_of_range;
+    }
+    }
+}
+
 std::uint32_t length_before_nul(char const * text, std::uint32_t limit)
 {
     void const * const end = text == nullptr ? nullptr : std::memchr(text, '\0', limit);
@@ -103,13 +138,34 @@ std::uint32_t length_before_nul(char const * text, std::uint32_t limit)
                           : static_cast<std::uint32_t>(static_cast<char const *>(end) - text);
 }
 
+// Whether the 16 bytes are the same and none of them is NUL.
+bool equal_without_nul(char const * a, char const * b)
+{
+    __m128i const left = _mm_loadu_si128(reinterpret_cast<__m128i const *>(a));
+    __m128i const right = _mm_loadu_si128(reinterpret_cast<__m128i const *>(b));
+    __m128i const nul = _mm_cmpeq_epi8(left, _mm_setzero_si128());
+    return _mm_movemask_epi8(_mm_andnot_si128(nul, _mm_cmpeq_epi8(left, right))) == 0xFFFF;
+}
+
 // Whether `whole` is what `other` has up to its first NUL.
 bool equal_before_nul(string const & whole, string const & other)
 {
     std::size_t const size = whole.size();
-    return other.size() >= size && other.c_str()[size] == '\0'
-        && std::memcmp(whole.data(), other.data(), size) == 0
-        && std::memchr(whole.data(), '\0', size) == nullptr;
+    char const * const a = whole.data();
+    char const * const b = other.data();
+    if (other.size() < size || b[size] != '\0') {
+        return false;
+    }
+    if (size < 16) {
+        return std::memcmp(a, b, size) == 0 && std::memchr(a, '\0', size) == nullptr;
+    }
+    std::size_t const last = size - 16; // overlaps the block before it
+    for (std::size_t i = 0; i < last; i += 16) {
+        if (!equal_without_nul(a + i, b + i)) {
+            return false;
+        }
+    }
+    return equal_without_nul(a + last, b + last);
 }
 
 } // namespace
@@ -128,7 +184,7 @@ struct variant::view {
     kind_type kind = nothing;
     std::uint64_t bits = 0; // truth, of_unsigned, of_signed
     double number = 0.0; // floating
-    char const * characters = nullptr; // text
+    string const * characters = nullptr; // text
 
     static view of(std::int64_t value)
     {
@@ -141,9 +197,6 @@ struct variant::view {
     outcome to_bits(vt_type target, std::uint64_t & result) const noexcept;
     outcome to_double(double & result) const;
     std::string_view to_text(char (&buffer)[number_text::longest]) const noexcept;
-
-private:
-    outcome text_to_bits(vt_type target, std::uint64_t & result) const noexcept;
 };
 
 variant::view variant::look() const noexcept
@@ -172,7 +225,7 @@ variant::view variant::look() const noexcept
     case vt_double:
         return view::of(double_payload());
     case vt_string:
-        return {.kind = view::text, .characters = value_.text->c_str()};
+        return {.kind = view::text, .characters = value_.text};
     default:
         return {};
     }
@@ -181,7 +234,7 @@ variant::view variant::look() const noexcept
 outcome variant::view::to_bool(bool & result) const noexcept
 {
     if (kind == text) {
-        return number_text::read_bool(characters, result);
+        return number_text::read_bool(characters->c_str(), result);
     }
     result = kind == floating ? number != 0.0 : bits != 0; // a NaN is not 0
     return outcome::done;
@@ -194,7 +247,7 @@ outcome variant::view::to_bits(vt_type target, std::uint64_t & result) const noe
     bool fits = false;
     switch (kind) {
     case text:
-        return text_to_bits(target, result);
+        return text_to_bits(*characters, target, result);
     case floating:
         if (into_signed) {
             fits = fits_d_to_s(number, width);
@@ -217,42 +270,11 @@ outcome variant::view::to_bits(vt_type target, std::uint64_t & result) const noe
     return fits ? outcome::done : outcome::out_of_range;
 }
 
-outcome variant::view::text_to_bits(vt_type target, std::uint64_t & result) const noexcept
-{
-    outcome read = outcome::no_number;
-    switch (target) {
-    case vt_long: {
-        std::int32_t value = 0;
-        read = number_text::read_signed(characters, value);
-        result = static_cast<std::uint64_t>(value);
-        return read;
-    }
-    case vt_ulong:
-    case vt_color: {
-        std::uint32_t value = 0;
-        read = number_text::read_unsigned(characters, value);
-        result = value;
-        return read;
-    }
-    case vt_int64: {
-        std::int64_t value = 0;
-        read = number_text::read_leading_digits(characters, value);
-        result = static_cast<std::uint64_t>(value);
-        return read;
-    }
-    default: {
-        std::int32_t value = 0;
-        read = number_text::read_any_base(characters, value);
-        return read != outcome::done ? read : of(std::int64_t{value}).to_bits(target, result);
-    }
-    }
-}
-
 outcome variant::view::to_double(double & result) const
 {
     switch (kind) {
     case text:
-        return number_text::read_double(characters, result);
+        return number_text::read_double(characters->c_str(), result);
     case floating:
         result = number;
         break;
@@ -269,7 +291,7 @@ std::string_view variant::view::to_text(char (&buffer)[number_text::longest]) co
 {
     switch (kind) {
     case text:
-        return characters;
+        return characters->c_str();
     case truth:
         return bits != 0 ? "true" : "false";
     case of_signed:
@@ -330,7 +352,9 @@ bool variant::read_bool() const
 std::uint64_t variant::read_bits(vt_type target) const
 {
     std::uint64_t result = 0;
-    if (outcome const read = look().to_bits(target, result); read != outcome::done) [[unlikely]] {
+    outcome const read = type_ == vt_string ? text_to_bits(*value_.text, target, result)
+                                            : look().to_bits(target, result);
+    if (read != outcome::done) [[unlikely]] {
         refuse(read);
     }
     return result;
@@ -377,6 +401,9 @@ bool variant::check_conversion(vt_type target) const
 
 bool variant::operator==(variant const & other) const
 {
+    if (type_ == vt_string && other.type_ == vt_string) {
+        return equal_before_nul(*value_.text, *other.value_.text);
+    }
     switch (type_) {
     case vt_empty:
         return other.type_ == vt_empty;
@@ -394,9 +421,6 @@ bool variant::operator==(variant const & other) const
         return other.look().to_double(result) == outcome::done && result == double_payload();
     }
     case vt_string: {
-        if (other.type_ == vt_string) {
-            return equal_before_nul(*value_.text, *other.value_.text);
-        }
         char buffer[number_text::longest];
         return *value_.text == other.look().to_text(buffer);
     }
