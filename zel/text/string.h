@@ -111,6 +111,10 @@ public:
         base::assign(characters);
         return *this;
     }
+    /// From what reads as a text and as a character alike, such as a `variant`: as the text.
+    template <typename T>
+    requires requires(T const & source) { source.operator string(); }
+    string & operator=(T const & source) { return *this = source.operator string(); }
 
     string & operator+=(string const & text)
     {

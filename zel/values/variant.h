@@ -14,10 +14,25 @@
 
 namespace zel {
 
+class variant;
+
+// clang-format off
+
 /// What converts to `bool` but to no number: pointers, arrays, functions, lambdas without captures.
 template <typename T>
-concept pointer_like = std::is_null_pointer_v<T> ||(
-    std::is_convertible_v<T const &, bool> && !std::is_convertible_v<T const &, int>);
+concept pointer_like = std::is_null_pointer_v<T>
+    || (std::is_convertible_v<T const &, bool> && !std::is_convertible_v<T const &, int>);
+
+/// What a `variant` can be made of, apart from a `variant`.
+template <typename T>
+concept variant_value
+    = std::is_constructible_v<variant, T const &> && !std::derived_from<T, variant>;
+
+// clang-format on
+
+/// The integer types of the host that fit 64 bits.
+template <typename T>
+concept host_integer = std::integral<T> && sizeof(T) <= sizeof(std::int64_t);
 
 /// One value of twelve types, or none, that can be read as any of the twelve.
 ///
@@ -153,8 +168,8 @@ public:
 
     /// Another integer type of the host, as the stored type of its width and sign.
     /// \throws exception  `out_of_range` for an unsigned number of 64 bits above the signed ones.
-    template <typename T>
-    requires(std::integral<T> && sizeof(T) <= sizeof(std::int64_t)) variant(T value)
+    template <host_integer T>
+    variant(T value)
         : variant(stored(value))
     {
     }
@@ -191,11 +206,7 @@ public:
     {
         return store(bits_of(color.get_value()), vt_color);
     }
-    template <typename T>
-    requires(std::integral<T> && sizeof(T) <= sizeof(std::int64_t)) variant & operator=(T value)
-    {
-        return *this = stored(value);
-    }
+    template <host_integer T> variant & operator=(T value) { return *this = stored(value); }
     template <pointer_like T> variant & operator=(T const &) = delete;
 
     variant & operator=(variant const & other)
@@ -249,6 +260,16 @@ public:
     /// whole. Nothing equals nothing alone.
     bool operator==(variant const & other) const;
     bool operator!=(variant const & other) const { return !(*this == other); }
+
+    /// The same with a plain value on one side, which keeps its side.
+    template <variant_value T> friend bool operator==(variant const & left, T const & right)
+    {
+        return left == variant(right);
+    }
+    template <variant_value T> friend bool operator==(T const & left, variant const & right)
+    {
+        return variant(left) == right;
+    }
 
     /// Writes what is read as a `string`.
     friend ZEL_API std::ostream & operator<<(std::ostream & stream, variant const & value);
