@@ -4,6 +4,7 @@
 #include "zel/platform/last_error.h"
 #include "zel/platform/profile_editor.h"
 #include "zel/platform/profile_text.h"
+#include "zel/platform/threads.h"
 #include <algorithm>
 #include <cerrno>
 #include <climits>
@@ -31,8 +32,9 @@ namespace {
 //   the file           flock, exclusive   who overwrites in place, while the bytes change
 //   the file           flock, shared      who reads
 //
-// taken in this order. Replacing a file keeps no reader waiting. None is left to `close`: a child
-// that another thread forks meanwhile shares the open file, and with it the lock.
+// taken in this order, and by threads that nobody stops or ends meanwhile. Replacing a file keeps
+// no reader waiting. None is left to `close`: a child that another thread forks meanwhile shares
+// the open file, and with it the lock.
 
 constexpr std::int64_t size_limit = std::int64_t{1} << 30;
 constexpr bool flush = ZEL_PROFILE_SYNC;
@@ -126,6 +128,7 @@ bool same_file(struct stat const & a, struct stat const & b) noexcept
 bool find_value(std::string_view section, std::string_view name, value_sink & sink,
                 char const * file_name) noexcept
 {
+    uninterrupted const guard;
     struct stat facts;
     descriptor const file = open_file(file_name, O_RDONLY, facts);
     if (!file) {
@@ -458,6 +461,7 @@ private:
 /// \returns false with `errno` set when nothing was written.
 bool rewrite(std::span<private_profile_entry const> entries, char const * file_name, bool & refused)
 {
+    uninterrupted const guard;
     std::string place;
     if (!follow_links(file_name, place)) {
         return false;
