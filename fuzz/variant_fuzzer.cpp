@@ -1,0 +1,81 @@
+// SPDX-License-Identifier: MIT
+// The text that a variant holds, read as every type of number: against the runtime's parsers and
+// the strict ones, and what was read survives being written and read again.
+#include "zel/text/convert.h"
+#include "zel/values/variant.h"
+
+#include <bit>
+#include <cstdint>
+#include <cstdlib>
+#include <optional>
+#include <string>
+
+namespace {
+
+using zel::variant;
+
+void require(bool holds)
+{
+    if (!holds) {
+        std::abort();
+    }
+}
+
+template <typename Call> auto unless_refused(Call call) -> std::optional<decltype(call())>
+{
+    try {
+        return call();
+    } catch (zel::exception &) {
+        return std::nullopt;
+    }
+}
+
+template <typename T> std::optional<T> read(variant const & source, variant::vt_type type)
+{
+    auto const result = unless_refused([&] { return static_cast<T>(source); });
+    require(source.check_conversion(type) == result.has_value());
+    if (result && *result == *result) {
+        require(variant(*result) == source);
+        // A fraction is written with six digits only, everything else whole.
+        if (type != variant::vt_float && type != variant::vt_double) {
+            zel::string const written = static_cast<zel::string>(variant(*result));
+            bool const readable = type != variant::vt_int64 || *result >= T(0); // it takes no sign
+            require(!readable || static_cast<T>(variant(written)) == *result);
+        }
+    }
+    return result;
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(unsigned char const * data, std::size_t size)
+{
+    zel::string const text(std::string(reinterpret_cast<char const *>(data), size));
+    char const * const characters = text.c_str();
+    variant const source(text);
+
+    char * end = nullptr;
+    double const number = std::strtod(characters, &end);
+    std::optional<double> const real = read<double>(source, variant::vt_double);
+    require(real.has_value() == (end != characters));
+    require(!real || std::bit_cast<std::uint64_t>(*real) == std::bit_cast<std::uint64_t>(number));
+    read<float>(source, variant::vt_float);
+
+    std::int64_t const integer = std::strtol(characters, &end, 0);
+    std::optional<short> const narrow = read<short>(source, variant::vt_short);
+    require(narrow.has_value() == (end != characters && integer == static_cast<short>(integer)));
+    require(!narrow || *narrow == integer);
+    read<signed char>(source, variant::vt_char);
+    read<unsigned char>(source, variant::vt_uchar);
+    read<unsigned short>(source, variant::vt_ushort);
+
+    require(read<std::int32_t>(source, variant::vt_long)
+            == unless_refused([&] { return zel::convert::stringToInt32(characters); }));
+    require(read<std::uint32_t>(source, variant::vt_ulong)
+            == unless_refused([&] { return zel::convert::stringToUInt32(characters); }));
+
+    std::optional<std::int64_t> const leading = read<std::int64_t>(source, variant::vt_int64);
+    require(!leading || *leading == std::strtoll(characters, nullptr, 10));
+    read<bool>(source, variant::vt_bool);
+    return 0;
+}
