@@ -24,3 +24,14 @@ if(RUN_CLANG_TIDY)
     COMMENT "Looking through the library with clang-tidy"
     VERBATIM)
 endif()
+
+# The counts of preset coverage as a table.
+find_program(GCOV gcov)
+if(GCOV)
+  add_custom_target(
+    coverage
+    COMMAND ${CMAKE_COMMAND} -DBUILD=${PROJECT_BINARY_DIR} -DGCOV=${GCOV} -P
+            ${CMAKE_CURRENT_LIST_DIR}/coverage.cmake
+    COMMENT "Lines of the library that the tests have run"
+    VERBATIM)
+endif()

@@ -1,0 +1,43 @@
+# SPDX-License-Identifier: MIT
+# Compiles each complete program of README.md and the guide, runs it, and compares what it prints
+# with the block of text behind it.
+file(MAKE_DIRECTORY ${WORK})
+file(GLOB pages ${SOURCE}/README.md ${SOURCE}/docs/*.md ${SOURCE}/docs/guide/*.md)
+set(programs 0)
+foreach(page IN LISTS pages)
+  file(READ ${page} text)
+  string(FIND "${text}" "int main()" has_program)
+  if(has_program EQUAL -1)
+    continue()
+  endif()
+  math(EXPR programs "${programs} + 1")
+  get_filename_component(name ${page} NAME_WE)
+  string(SUBSTRING "${text}" 0 ${has_program} before)
+  string(FIND "${before}" "```cpp\n" from REVERSE)
+  math(EXPR from "${from} + 7")
+  string(SUBSTRING "${text}" ${from} -1 program)
+  string(FIND "${program}" "\n```\n" to)
+  string(SUBSTRING "${program}" ${to} -1 rest)
+  string(SUBSTRING "${program}" 0 ${to} program)
+  if(NOT rest MATCHES "^\n```\n+```text\n([^`]*)```")
+    message(SEND_ERROR "${page} does not say what its program prints")
+  endif()
+  set(expected "${CMAKE_MATCH_1}")
+
+  file(WRITE ${WORK}/${name}.cpp "${program}\n")
+  execute_process(COMMAND ${CXX} -std=c++20 -Wall -Wextra -Werror -I ${SOURCE} ${WORK}/${name}.cpp
+                          -o ${WORK}/${name} ${LIBRARY} -Wl,-rpath,${FOLDER} -pthread -ldl
+                  RESULT_VARIABLE result ERROR_VARIABLE error)
+  if(NOT result EQUAL 0)
+    message(SEND_ERROR "${page} does not compile:\n${error}")
+    continue()
+  endif()
+  execute_process(COMMAND ${WORK}/${name} OUTPUT_VARIABLE output RESULT_VARIABLE result
+                  WORKING_DIRECTORY ${WORK})
+  if(NOT result EQUAL 0 OR NOT output STREQUAL expected)
+    message(SEND_ERROR "${page} (status ${result}) prints\n${output}instead of\n${expected}")
+  endif()
+endforeach()
+if(programs LESS 5)
+  message(FATAL_ERROR "only ${programs} pages with a program were found")
+endif()
