@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "zel/platform/kernel_objects.h"
 
+#include "tests/platform/until_asleep.h"
 #include "zel/platform/handles.h"
 #include "zel/platform/last_error.h"
 #include "zel/platform/threads.h"
@@ -11,6 +12,7 @@
 #include <gtest/gtest.h>
 #include <initializer_list>
 #include <memory>
+#include <mutex>
 #include <thread>
 #include <vector>
 
@@ -36,8 +38,6 @@ constexpr bool can_stop_threads = true;
 #else
 constexpr bool can_stop_threads = true;
 #endif
-
-constexpr auto long_enough = 30ms; // for a thread that is going to sleep to do so
 
 // Ends the program when a test takes longer: a waiter that is lost cannot be waited for.
 class limit {
@@ -65,27 +65,6 @@ public:
 
 private:
     void * handle_;
-};
-
-// A thread of the layer that runs a function, so that it can be stopped.
-class stoppable {
-public:
-    explicit stoppable(std::function<void()> body)
-        : body_(std::move(body))
-        , thread_(begin_thread(call, this, nullptr))
-    {
-    }
-    ~stoppable() { thread_.wait(); }
-    operator void *() const { return thread_; }
-
-private:
-    static unsigned call(void * self)
-    {
-        static_cast<stoppable *>(self)->body_();
-        return 0;
-    }
-    std::function<void()> body_;
-    object thread_;
 };
 
 // What the child of a fork found; the child runs nothing else of the program.
@@ -120,38 +99,67 @@ TEST(unnamed_event, lets_through_whom_it_should)
     EXPECT_EQ(manual.wait(0), wait_timeout);
 }
 
+// A thread that has come to where it waits.
+class sleeper {
+public:
+    explicit sleeper(std::function<void()> body)
+        : thread_([this, body = std::move(body)] {
+            id_ = static_cast<int>(current_thread_id());
+            body();
+        })
+    {
+        while (id_ == 0) {
+            std::this_thread::yield();
+        }
+        until_asleep(id_);
+    }
+    std::thread & operator*() { return thread_; }
+
+private:
+    std::atomic<int> id_{0};
+    std::thread thread_;
+};
+
 // Threads that arrive one after the other and write down in which order they were let through.
 class queue_of_waiters {
 public:
     queue_of_waiters(object const & waited, int count)
     {
         for (int i = 0; i < count; ++i) {
-            threads_.emplace_back([this, &waited, i] {
+            threads_.push_back(std::make_unique<sleeper>([this, &waited, i] {
                 waited.wait();
-                order_[static_cast<std::size_t>(passed_.fetch_add(1))] = i;
-            });
-            std::this_thread::sleep_for(long_enough);
+                std::lock_guard const guard(lock_);
+                order_.push_back(i);
+            }));
         }
     }
     ~queue_of_waiters() { join(); }
     void join()
     {
-        for (std::thread & thread : threads_) {
-            thread.join();
+        for (auto const & thread : threads_) {
+            (**thread).join();
         }
         threads_.clear();
     }
-    int passed() const
+    // Who has passed as soon as there are so many, and a little later.
+    std::vector<int> passed(std::size_t count)
     {
-        std::this_thread::sleep_for(long_enough);
-        return passed_.load();
+        for (int i = 0; i < 10'000 && now().size() < count; ++i) {
+            std::this_thread::sleep_for(1ms);
+        }
+        std::this_thread::sleep_for(5ms);
+        return now();
     }
-    std::vector<int> order() const { return {order_, order_ + passed_.load()}; }
 
 private:
-    std::vector<std::thread> threads_;
-    std::atomic<int> passed_{0};
-    int order_[8] = {};
+    std::vector<int> now()
+    {
+        std::lock_guard const guard(lock_);
+        return order_;
+    }
+    std::vector<std::unique_ptr<sleeper>> threads_;
+    std::mutex lock_;
+    std::vector<int> order_;
 };
 
 TEST(unnamed_event, goes_to_the_one_that_has_waited_longest)
@@ -159,12 +167,13 @@ TEST(unnamed_event, goes_to_the_one_that_has_waited_longest)
     limit const seconds(20);
     object const event(create_event(false, false, nullptr));
     queue_of_waiters waiters(event, 3);
-    for (int i = 1; i <= 3; ++i) {
+    std::vector<int> expected;
+    for (int i = 0; i < 3; ++i) {
+        expected.push_back(i);
         set_event(event);
         EXPECT_EQ(event.wait(0), wait_timeout) << "it is given, not put down";
-        EXPECT_EQ(waiters.passed(), i);
+        EXPECT_EQ(waiters.passed(expected.size()), expected);
     }
-    EXPECT_EQ(waiters.order(), (std::vector{0, 1, 2}));
 }
 
 TEST(unnamed_event, pulses_for_those_that_wait_and_for_nobody_later)
@@ -176,10 +185,8 @@ TEST(unnamed_event, pulses_for_those_that_wait_and_for_nobody_later)
         queue_of_waiters waiters(event, 3);
         EXPECT_TRUE(pulse_event(event));
         EXPECT_EQ(event.wait(0), wait_timeout);
-        EXPECT_EQ(waiters.passed(), manual ? 3 : 1);
-        if (!manual) {
-            EXPECT_EQ(waiters.order().front(), 0);
-        }
+        EXPECT_EQ(waiters.passed(manual ? 3 : 1).size(), manual ? 3U : 1U);
+        EXPECT_TRUE(manual || waiters.passed(1).front() == 0);
         for (int i = 0; i < 3; ++i) {
             pulse_event(event);
         }
@@ -208,10 +215,9 @@ TEST(unnamed_semaphore, counts_and_serves_in_order)
     EXPECT_FALSE(release_semaphore(empty, 4, nullptr));
     EXPECT_TRUE(release_semaphore(empty, 2, &previous));
     EXPECT_EQ(previous, 0);
-    EXPECT_EQ(waiters.passed(), 2);
+    EXPECT_EQ(waiters.passed(2).size(), 2U);
     EXPECT_TRUE(release_semaphore(empty, 3, nullptr));
-    waiters.join();
-    EXPECT_EQ(waiters.order().back(), 2);
+    EXPECT_EQ(waiters.passed(3).back(), 2);
     EXPECT_EQ(empty.wait(0) + empty.wait(0), 0U) << "one was for the third";
     EXPECT_EQ(empty.wait(0), wait_timeout);
 }
@@ -249,7 +255,7 @@ TEST(unnamed_mutex, tells_one_waiter_that_its_owner_ended)
         object const others[]
             = {object(create_mutex(false, nullptr)), object(create_mutex(false, nullptr))};
         object const go(create_event(false, false, nullptr));
-        std::thread owner([&] {
+        sleeper owner([&] {
             mutex.wait();
             others[0].wait();
             mutex.wait();
@@ -262,23 +268,22 @@ TEST(unnamed_mutex, tells_one_waiter_that_its_owner_ended)
         });
         std::atomic<int> abandoned{0};
         std::atomic<int> taken{0};
-        std::vector<std::thread> waiters;
+        std::vector<std::unique_ptr<sleeper>> waiters;
         for (int i = 0; i < 3; ++i) {
-            waiters.emplace_back([&] {
+            waiters.push_back(std::make_unique<sleeper>([&] {
                 std::uint32_t const result = mutex.wait(10'000);
                 (result == wait_abandoned ? abandoned : taken) += 1;
                 EXPECT_TRUE(release_mutex(mutex)) << result;
-            });
+            }));
         }
-        std::this_thread::sleep_for(long_enough);
         EXPECT_EQ(abandoned + taken, 0);
         set_event(go);
-        for (std::thread & waiter : waiters) {
-            waiter.join();
+        for (auto const & waiter : waiters) {
+            (**waiter).join();
         }
         EXPECT_EQ(abandoned, 1);
         EXPECT_EQ(taken, 2);
-        bare ? owner.detach() : owner.join();
+        bare ? (*owner).detach() : (*owner).join();
         EXPECT_EQ(others[0].wait(0), wait_object_0);
         EXPECT_EQ(others[1].wait(5'000), wait_abandoned) << "nobody waited";
         EXPECT_TRUE(release_mutex(others[1]) && release_mutex(others[0]));
@@ -292,26 +297,28 @@ TEST(unnamed_mutex, stays_owned_when_its_handle_is_closed)
     limit const seconds(20);
     void * const mutex = create_mutex(false, nullptr);
     object const go(create_event(false, false, nullptr));
-    std::thread owner([&] {
+    std::atomic<bool> looked{false};
+    sleeper owner([&] {
         wait_for_single_object(mutex, infinite);
         go.wait();
         object const another(create_mutex(false, nullptr));
+        looked = true;
         go.wait();
     });
-    std::this_thread::sleep_for(long_enough);
     std::atomic<std::uint32_t> result{wait_failed};
-    std::thread waiter([&] { result = wait_for_single_object(mutex, infinite); });
-    std::this_thread::sleep_for(long_enough);
+    sleeper waiter([&] { result = wait_for_single_object(mutex, infinite); });
     EXPECT_TRUE(close_handle(mutex));
     EXPECT_FALSE(close_handle(mutex));
     EXPECT_EQ(last_error(), 6U);
     EXPECT_EQ(wait_for_single_object(mutex, 0), wait_failed);
     set_event(go);
-    std::this_thread::sleep_for(long_enough);
+    while (!looked) {
+        std::this_thread::yield();
+    }
     EXPECT_EQ(result, wait_failed) << "the owner lives";
     set_event(go);
-    owner.join();
-    waiter.join();
+    (*owner).join();
+    (*waiter).join();
     EXPECT_EQ(result, wait_abandoned);
     object const later(create_mutex(true, nullptr)); // the slot may serve again
     EXPECT_TRUE(release_mutex(later));
@@ -342,13 +349,12 @@ TEST(unnamed_objects, are_the_childs_own_after_a_fork)
     object const semaphore(create_semaphore(0, 3, nullptr));
     object const theirs(create_mutex(false, nullptr));
     object const go(create_event(false, false, nullptr));
-    std::thread waiter([&] { event.wait(); });
-    std::thread owner([&] {
+    sleeper waiter([&] { event.wait(); });
+    sleeper owner([&] {
         theirs.wait();
         go.wait();
         release_mutex(theirs);
     });
-    std::this_thread::sleep_for(long_enough);
     EXPECT_EQ(in_child([&] {
                   if (release_mutex(mutex) || last_error() != 288U) {
                       return 1; // the parent's thread owns it, not the child's
@@ -370,8 +376,8 @@ TEST(unnamed_objects, are_the_childs_own_after_a_fork)
     EXPECT_TRUE(release_mutex(mutex)) << "the parent still owns it";
     set_event(event);
     set_event(go);
-    waiter.join();
-    owner.join();
+    (*waiter).join();
+    (*owner).join();
     EXPECT_EQ(theirs.wait(0), wait_object_0);
     release_mutex(theirs);
 }
@@ -388,18 +394,17 @@ TEST(critical_section, excludes_and_counts)
         leave_critical_section(section); // not its own
     }).join();
     leave_critical_section(section);
-    std::thread waiter([&] {
+    sleeper waiter([&] {
         enter_critical_section(section);
         leave_critical_section(section);
     });
-    std::this_thread::sleep_for(long_enough);
     EXPECT_EQ(in_child([&] {
                   leave_critical_section(section); // the child's one thread holds it
                   return try_enter_critical_section(section) ? 0 : 1;
               }),
               0);
     leave_critical_section(section);
-    waiter.join();
+    (*waiter).join();
     EXPECT_TRUE(try_enter_critical_section(section));
     leave_critical_section(section);
     delete_critical_section(section);

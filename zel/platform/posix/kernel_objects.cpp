@@ -4,6 +4,8 @@
 #include "zel/platform/address_wait.h"
 #include "zel/platform/handles.h"
 #include "zel/platform/last_error.h"
+#include "zel/platform/named_memory.h"
+#include "zel/platform/posix/named_waitable.h"
 #include "zel/platform/posix/robust_mutex.h"
 #include "zel/platform/threads.h"
 #include "zel/platform/unnamed_objects.h"
@@ -36,16 +38,59 @@ mutex_ownership & ownership_in(handle_slot & slot)
 
 robust_mutex unnamed_mutex(handle_slot & slot) { return {slot.state, ownership_in(slot), 0}; }
 
+/// \name Objects that processes share
+/// A handle's slot holds where this handle has the object mapped.
+/// @{
+struct named_mutex {
+    std::atomic<std::uint64_t> state;
+    std::byte unused[robust_word_distance - sizeof(std::uint64_t)];
+    mutex_ownership ownership;
+};
+static_assert(offsetof(named_mutex, ownership) == robust_word_distance);
+
+named_memory & memory_in(handle_slot & slot)
+{
+    static_assert(sizeof(named_memory) <= sizeof(handle_slot::room));
+    void * const room = slot.room;
+    return *static_cast<named_memory *>(room);
+}
+
+robust_mutex mutex_in(named_memory const & memory)
+{
+    auto & object = *static_cast<named_mutex *>(memory.block);
+    return {object.state, object.ownership, process_mark()};
+}
+
+named_waitable & waitable_in(handle_slot & slot)
+{
+    return *static_cast<named_waitable *>(memory_in(slot).block);
+}
+/// @}
+
 /// \name Mutexes whose handle was closed while they were owned
-/// The kernel follows the owner's list into the slot as long as the owner neither releases the
-/// mutex nor ends. Later creations look whether it has ended.
+/// The kernel follows the owner's list into the slot, or into the memory mapped for it, until the
+/// owner releases the mutex or ends. Later creations look whether it has.
 /// @{
 constinit brief_lock leftovers_lock;
 constinit std::uint32_t first_leftover = 0; // one more than the number of the slot, 0 for none
 
-bool is_owned(handle_slot & slot)
+// Of a closed handle, whose rights nobody asks for any more.
+enum leftover : std::uint32_t { leftover_unnamed, leftover_named };
+
+bool is_needed(handle_slot & slot)
 {
-    return (word_of(slot.state.load(std::memory_order_acquire)) & thread_mask) != 0;
+    robust_mutex const mutex = slot.access.load(std::memory_order_relaxed) == leftover_named
+        ? mutex_in(memory_in(slot))
+        : unnamed_mutex(slot);
+    return mutex.is_on_a_list_here();
+}
+
+void free_mutex(handle_slot & slot)
+{
+    if (slot.access.load(std::memory_order_relaxed) == leftover_named) {
+        release_named_memory(memory_in(slot));
+    }
+    free_slot(slot);
 }
 
 void keep_leftover(handle_slot & slot)
@@ -67,24 +112,43 @@ void free_leftovers()
     while (number != 0) {
         handle_slot & slot = handle_table.load(std::memory_order_relaxed)[number - 1];
         number = slot.next_free.load(std::memory_order_relaxed);
-        if (is_owned(slot)) {
+        if (is_needed(slot)) {
             keep_leftover(slot);
         } else {
-            free_slot(slot);
+            free_mutex(slot);
         }
     }
 }
 /// @}
 
-void drop_mutex(handle_slot & slot)
+/// Drops a reference. With the last one the object goes, or this process's part in it.
+void drop(handle_slot & slot, handle_kind kind)
 {
-    if (unpin(slot)) {
-        if (is_owned(slot)) {
+    if (!unpin(slot)) {
+        return;
+    }
+    switch (kind) {
+    case handle_kind::named_event:
+    case handle_kind::named_semaphore:
+        release_named_memory(memory_in(slot));
+        break;
+    case handle_kind::mutex:
+    case handle_kind::named_mutex:
+        slot.access.store(kind == handle_kind::mutex ? leftover_unnamed : leftover_named,
+                          std::memory_order_relaxed);
+        if (is_needed(slot)) {
+            if (kind == handle_kind::named_mutex) {
+                leave_named_memory(memory_in(slot)); // or the name stays as long as the owner
+            }
             keep_leftover(slot);
         } else {
-            free_slot(slot);
+            free_mutex(slot);
         }
+        return;
+    default:
+        break;
     }
+    free_slot(slot);
 }
 
 // In the child after a fork nobody waits, and of the parent's threads only a copy of the forking
@@ -100,10 +164,14 @@ void renew_slot(handle_slot & slot)
         forget_waiters(slot);
         break;
     case handle_kind::mutex:
-        if (is_owned(slot)) {
+        if (unnamed_mutex(slot).is_on_a_list_here()) {
             slot.state.store(with_word(slot.state.load(std::memory_order_relaxed), owner_died),
                              std::memory_order_relaxed);
         }
+        break;
+    case handle_kind::named_event:
+    case handle_kind::named_mutex:
+    case handle_kind::named_semaphore:
         break;
     default:
         return;
@@ -114,14 +182,14 @@ void renew_slot(handle_slot & slot)
 void after_fork_in_child()
 {
     this_thread.id = 0;
-    forget_process_mark();
+    known_process_mark.store(0, std::memory_order_relaxed);
     leftovers_lock.reset();
     for_each_slot(renew_slot);
     for (std::uint32_t number = first_leftover; number != 0;) {
         handle_slot & slot = handle_table.load(std::memory_order_relaxed)[number - 1];
         number = slot.next_free.load(std::memory_order_relaxed);
         slot.state.store(with_word(slot.state.load(std::memory_order_relaxed), 0),
-                         std::memory_order_relaxed);
+                         std::memory_order_relaxed); // of a named one nobody looks there
     }
 }
 
@@ -144,56 +212,181 @@ bool prepare_forks()
 
 bool is_empty(char const * name) { return name == nullptr || *name == '\0'; }
 
-void * refuse_named()
+void * refuse_handle(std::uint32_t error)
 {
-    set_last_error(error_no_system_resources);
+    set_last_error(error);
     return nullptr;
 }
 
-void * open_named(char const * name)
+/// What creations and openings have in common: `find(memory, existed)` maps the object.
+template <typename Find> void * make_named_handle(handle_kind kind, std::uint32_t access, Find find)
 {
-    set_last_error(name == nullptr ? error_invalid_parameter : error_file_not_found);
-    return nullptr;
+    if (!prepare_forks() || robust_list::own() == nullptr) {
+        return nullptr;
+    }
+    uninterrupted const guard;
+    free_leftovers();
+    handle_slot * const slot = take_slot();
+    if (slot == nullptr) {
+        return nullptr;
+    }
+    bool existed = false;
+    if (!find(memory_in(*slot), existed)) {
+        free_slot(*slot);
+        return nullptr;
+    }
+    void * const handle = publish(*slot, kind, 0, access);
+    set_last_error(existed ? error_already_exists : error_success);
+    return handle;
 }
 
-std::uint32_t wait_for_mutex(handle_slot & slot, void * handle, std::uint32_t milliseconds)
+struct waitable_content {
+    std::uint32_t initial;
+    std::uint32_t maximum;
+    bool manual;
+};
+
+void initialize_waitable(void * block, void const * argument) noexcept
+{
+    auto const & content = *static_cast<waitable_content const *>(argument);
+    initialize(*static_cast<named_waitable *>(block), content.initial, content.maximum,
+               content.manual);
+}
+
+void * create_named_waitable(handle_kind kind, std::uint32_t access, char const * name,
+                             waitable_content const & initial)
+{
+    return make_named_handle(kind, access, [&](named_memory & memory, bool & existed) {
+        named_memory_content const content{static_cast<std::uint32_t>(kind), sizeof(named_waitable),
+                                           initialize_waitable, &initial};
+        return create_named_memory(name, content, memory, existed);
+    });
+}
+
+// The creator has it before anybody else can find it.
+void initialize_mutex(void * block, void const * initially_owned) noexcept
+{
+    if (*static_cast<bool const *>(initially_owned)) {
+        auto & object = *static_cast<named_mutex *>(block);
+        robust_mutex const mutex{object.state, object.ownership, process_mark()};
+        std::uint64_t free = 0;
+        mutex.take(*robust_list::own(), free);
+    }
+}
+
+void * open_named(handle_kind kind, std::size_t size, std::uint32_t access, char const * name)
+{
+    if (is_empty(name)) {
+        return refuse_handle(error_invalid_parameter);
+    }
+    std::uint32_t const before = last_error();
+    void * const handle = make_named_handle(kind, access, [&](named_memory & memory, bool &) {
+        return open_named_memory(name, static_cast<std::uint32_t>(kind), size, memory);
+    });
+    if (handle != nullptr) {
+        set_last_error(before);
+    }
+    return handle;
+}
+
+/// For operations on named events and semaphores: the handle is alive and has the right, and the
+/// memory stays where it is meanwhile.
+class named_access {
+public:
+    named_access(handle_slot & slot, void * handle, std::uint32_t right) noexcept
+        : slot_(slot)
+        , kind_(kind_of(handle))
+        , pinned_(pin(slot, handle))
+        , allowed_(pinned_ && (slot.access.load(std::memory_order_relaxed) & right) == right)
+    {
+        if (!allowed_) {
+            set_last_error(pinned_ ? error_access_denied : error_invalid_handle);
+        }
+    }
+    ~named_access()
+    {
+        if (pinned_) {
+            drop(slot_, kind_);
+        }
+    }
+    named_access(named_access const &) = delete;
+    named_access & operator=(named_access const &) = delete;
+
+    explicit operator bool() const noexcept { return allowed_; }
+    named_waitable & operator*() const noexcept { return waitable_in(slot_); }
+
+private:
+    uninterrupted const guard_;
+    handle_slot & slot_;
+    handle_kind const kind_;
+    bool const pinned_;
+    bool const allowed_;
+};
+
+std::int64_t moment_or_test(std::uint32_t milliseconds)
+{
+    return milliseconds == 0 ? 0 : moment_after(milliseconds);
+}
+
+std::uint32_t wait_for_named(handle_slot & slot, void * handle, std::uint32_t milliseconds)
+{
+    std::int64_t const until = moment_or_test(milliseconds);
+    named_access const object(slot, handle, synchronize);
+    return object ? wait_for(*object, until) : wait_failed;
+}
+
+// What is no more than one exchange is done without a pin: nobody closes a handle that another
+// thread is using.
+std::uint32_t wait_for_mutex(handle_slot & slot, void * handle, robust_mutex const & mutex,
+                             std::uint32_t milliseconds)
 {
     robust_list * const list = robust_list::own();
     if (list == nullptr) {
         return wait_failed;
     }
-    robust_mutex const mutex = unnamed_mutex(slot);
-    std::uint64_t state = slot.state.load(std::memory_order_acquire);
-    while (is_alive(state, handle)) {
-        std::uint32_t const word = word_of(state);
-        if (word == 0) {
-            if (mutex.take(*list, state)) {
-                return wait_object_0;
-            }
-            continue;
+    std::uint64_t state = mutex.state.load(std::memory_order_acquire);
+    while (word_of(state) == 0) {
+        if (!mutex.is_shared() && !is_alive(state, handle)) {
+            return refuse_wait(error_invalid_handle);
         }
-        if (mutex.is_mine(word)) {
-            return mutex.take_again() ? wait_object_0 : wait_failed;
+        if (mutex.take(*list, state)) {
+            return wait_object_0;
         }
-        std::int64_t const until = milliseconds == 0 ? 0 : moment_after(milliseconds);
-        uninterrupted const guard;
-        if (!pin(slot, handle)) {
-            break;
-        }
-        std::uint32_t const result = mutex.wait(*list, until);
-        drop_mutex(slot);
-        return result;
     }
-    return refuse_wait(error_invalid_handle);
+    if (mutex.is_mine(word_of(state))) {
+        return mutex.take_again() ? wait_object_0 : wait_failed;
+    }
+    std::int64_t const until = moment_or_test(milliseconds);
+    uninterrupted const guard;
+    if (!pin(slot, handle)) {
+        return refuse_wait(error_invalid_handle);
+    }
+    std::uint32_t const result = mutex.wait(*list, until);
+    drop(slot, kind_of(handle));
+    return result;
 }
 
-bool release_unnamed_mutex(handle_slot & slot, void * handle)
+std::uint32_t wait_for_unnamed_mutex(handle_slot & slot, void * handle, std::uint32_t milliseconds)
 {
-    std::uint64_t const state = slot.state.load(std::memory_order_relaxed);
-    robust_mutex const mutex = unnamed_mutex(slot);
-    if (!is_alive(state, handle)) {
-        return refuse(error_invalid_handle);
+    return is_alive(slot.state.load(std::memory_order_acquire), handle)
+        ? wait_for_mutex(slot, handle, unnamed_mutex(slot), milliseconds)
+        : refuse_wait(error_invalid_handle);
+}
+
+std::uint32_t wait_for_named_mutex(handle_slot & slot, void * handle, std::uint32_t milliseconds)
+{
+    if (!is_alive(slot.state.load(std::memory_order_acquire), handle)) {
+        return refuse_wait(error_invalid_handle);
     }
+    if ((slot.access.load(std::memory_order_relaxed) & synchronize) == 0) {
+        return refuse_wait(error_access_denied);
+    }
+    return wait_for_mutex(slot, handle, mutex_in(memory_in(slot)), milliseconds);
+}
+
+bool release_any_mutex(robust_mutex const & mutex)
+{
+    std::uint64_t const state = mutex.state.load(std::memory_order_relaxed);
     if (!mutex.is_mine(word_of(state))) {
         return refuse(error_not_owner);
     }
@@ -201,42 +394,63 @@ bool release_unnamed_mutex(handle_slot & slot, void * handle)
     return true;
 }
 
-// An owner that closes its only handle can never release the mutex. If nobody waits either, nobody
-// can tell: it goes at once.
+// An owner that closes the only handle of an unnamed mutex can never release it. If nobody waits
+// either, nobody can tell: it goes at once.
 void leave_mutex_behind(handle_slot & slot, std::uint32_t word)
 {
     robust_mutex const mutex = unnamed_mutex(slot);
     bool const unwatched = word_of(slot.references.load(std::memory_order_acquire)) == 1;
-    if (mutex.is_mine(word) && unwatched) {
+    if (unwatched && mutex.is_mine(word)) {
         mutex.ownership.holds.store(1, std::memory_order_relaxed);
         mutex.give_back(*robust_list::own(), slot.state.load(std::memory_order_relaxed));
     }
-    drop_mutex(slot);
 }
 
-} // namespace
-
-void * create_event(bool manual_reset, bool initially_set, char const * name) noexcept
+void * create_waitable(handle_kind unnamed, handle_kind named, std::uint32_t access,
+                       char const * name, waitable_content const & content)
 {
     if (!is_empty(name)) {
-        return refuse_named();
+        return create_named_waitable(named, access, name, content);
     }
     if (!prepare_forks()) {
         return nullptr;
     }
-    void * const handle
-        = create_unnamed(manual_reset ? handle_kind::manual_event : handle_kind::auto_event,
-                         initially_set ? 1 : 0, 1);
+    void * const handle = create_unnamed(unnamed, content.initial, content.maximum);
     if (handle != nullptr) {
         set_last_error(error_success);
     }
     return handle;
 }
 
+} // namespace
+
+void * create_event(bool manual_reset, bool initially_set, char const * name) noexcept
+{
+    return create_waitable(manual_reset ? handle_kind::manual_event : handle_kind::auto_event,
+                           handle_kind::named_event, event_all_access, name,
+                           {initially_set ? 1U : 0U, 1, manual_reset});
+}
+
+void * create_semaphore(std::int32_t initial, std::int32_t maximum, char const * name) noexcept
+{
+    if (maximum <= 0 || initial < 0 || initial > maximum) {
+        return refuse_handle(error_invalid_parameter);
+    }
+    return create_waitable(
+        handle_kind::semaphore, handle_kind::named_semaphore, semaphore_all_access, name,
+        {static_cast<std::uint32_t>(initial), static_cast<std::uint32_t>(maximum), false});
+}
+
 void * create_mutex(bool initially_owned, char const * name) noexcept
 {
     if (!is_empty(name)) {
-        return refuse_named();
+        return make_named_handle(handle_kind::named_mutex, mutex_all_access,
+                                 [&](named_memory & memory, bool & existed) {
+                                     named_memory_content const content{
+                                         static_cast<std::uint32_t>(handle_kind::named_mutex),
+                                         sizeof(named_mutex), initialize_mutex, &initially_owned};
+                                     return create_named_memory(name, content, memory, existed);
+                                 });
     }
     if (!prepare_forks() || robust_list::own() == nullptr) {
         return nullptr;
@@ -249,52 +463,44 @@ void * create_mutex(bool initially_owned, char const * name) noexcept
     }
     void * const handle = publish(*slot, handle_kind::mutex, 0, mutex_all_access);
     if (initially_owned) {
-        wait_for_mutex(*slot, handle, 0);
+        wait_for_unnamed_mutex(*slot, handle, 0);
     }
     set_last_error(error_success);
     return handle;
 }
 
-void * create_semaphore(std::int32_t initial, std::int32_t maximum, char const * name) noexcept
+void * open_event(std::uint32_t access, bool, char const * name) noexcept
 {
-    if (maximum <= 0 || initial < 0 || initial > maximum) {
-        set_last_error(error_invalid_parameter);
-        return nullptr;
-    }
-    if (!is_empty(name)) {
-        return refuse_named();
-    }
-    if (!prepare_forks()) {
-        return nullptr;
-    }
-    void * const handle
-        = create_unnamed(handle_kind::semaphore, static_cast<std::uint32_t>(initial),
-                         static_cast<std::uint32_t>(maximum));
-    if (handle != nullptr) {
-        set_last_error(error_success);
-    }
-    return handle;
+    return open_named(handle_kind::named_event, sizeof(named_waitable), access, name);
 }
 
-void * open_event(std::uint32_t, bool, char const * name) noexcept { return open_named(name); }
-void * open_mutex(std::uint32_t, bool, char const * name) noexcept { return open_named(name); }
-void * open_semaphore(std::uint32_t, bool, char const * name) noexcept { return open_named(name); }
+void * open_semaphore(std::uint32_t access, bool, char const * name) noexcept
+{
+    return open_named(handle_kind::named_semaphore, sizeof(named_waitable), access, name);
+}
+
+void * open_mutex(std::uint32_t access, bool, char const * name) noexcept
+{
+    return open_named(handle_kind::named_mutex, sizeof(named_mutex), access, name);
+}
 
 std::uint32_t wait_for_single_object(void * handle, std::uint32_t milliseconds) noexcept
 {
     handle_slot * const slot = slot_of(handle);
-    if (slot == nullptr) {
-        return refuse_wait(error_invalid_handle);
-    }
-    switch (kind_of(handle)) {
+    switch (slot == nullptr ? handle_kind::none : kind_of(handle)) {
     case handle_kind::auto_event:
     case handle_kind::manual_event:
     case handle_kind::semaphore:
         return wait_for_unnamed(*slot, handle, milliseconds);
     case handle_kind::mutex:
-        return wait_for_mutex(*slot, handle, milliseconds);
+        return wait_for_unnamed_mutex(*slot, handle, milliseconds);
+    case handle_kind::named_mutex:
+        return wait_for_named_mutex(*slot, handle, milliseconds);
+    case handle_kind::named_event:
+    case handle_kind::named_semaphore:
+        return wait_for_named(*slot, handle, milliseconds);
     case handle_kind::thread:
-        return wait_for_thread(handle, milliseconds == 0 ? 0 : moment_after(milliseconds));
+        return wait_for_thread(handle, moment_or_test(milliseconds));
     default:
         return refuse_wait(error_invalid_handle);
     }
@@ -307,6 +513,10 @@ bool set_event(void * handle) noexcept
     case handle_kind::auto_event:
     case handle_kind::manual_event:
         return set_unnamed_event(*slot, handle);
+    case handle_kind::named_event: {
+        named_access const event(*slot, handle, event_modify_state);
+        return event && set(*event);
+    }
     default:
         return refuse(error_invalid_handle);
     }
@@ -319,6 +529,10 @@ bool reset_event(void * handle) noexcept
     case handle_kind::auto_event:
     case handle_kind::manual_event:
         return reset_unnamed_event(*slot, handle);
+    case handle_kind::named_event: {
+        named_access const event(*slot, handle, event_modify_state);
+        return event && reset(*event);
+    }
     default:
         return refuse(error_invalid_handle);
     }
@@ -331,6 +545,10 @@ bool pulse_event(void * handle) noexcept
     case handle_kind::auto_event:
     case handle_kind::manual_event:
         return pulse_unnamed_event(*slot, handle);
+    case handle_kind::named_event: {
+        named_access const event(*slot, handle, event_modify_state);
+        return event && pulse(*event);
+    }
     default:
         return refuse(error_invalid_handle);
     }
@@ -339,9 +557,14 @@ bool pulse_event(void * handle) noexcept
 bool release_mutex(void * handle) noexcept
 {
     handle_slot * const slot = slot_of(handle);
-    switch (slot == nullptr ? handle_kind::none : kind_of(handle)) {
+    if (slot == nullptr || !is_alive(slot->state.load(std::memory_order_acquire), handle)) {
+        return refuse(error_invalid_handle);
+    }
+    switch (kind_of(handle)) {
     case handle_kind::mutex:
-        return release_unnamed_mutex(*slot, handle);
+        return release_any_mutex(unnamed_mutex(*slot));
+    case handle_kind::named_mutex:
+        return release_any_mutex(mutex_in(memory_in(*slot)));
     default:
         return refuse(error_invalid_handle);
     }
@@ -350,11 +573,16 @@ bool release_mutex(void * handle) noexcept
 bool release_semaphore(void * handle, std::int32_t count, std::int32_t * previous) noexcept
 {
     handle_slot * const slot = slot_of(handle);
+    auto const units = static_cast<std::uint32_t>(count);
     switch (slot == nullptr ? handle_kind::none : kind_of(handle)) {
     case handle_kind::semaphore:
-        return count > 0
-            ? release_unnamed_semaphore(*slot, handle, static_cast<std::uint32_t>(count), previous)
-            : refuse(error_invalid_parameter);
+        return count > 0 ? release_unnamed_semaphore(*slot, handle, units, previous)
+                         : refuse(error_invalid_parameter);
+    case handle_kind::named_semaphore: {
+        named_access const semaphore(*slot, handle, semaphore_modify_state);
+        return semaphore
+            && (count > 0 ? release(*semaphore, units, previous) : refuse(error_invalid_parameter));
+    }
     default:
         return refuse(error_invalid_handle);
     }
@@ -374,15 +602,10 @@ bool close_handle(void * handle) noexcept
     if (!retire(*slot, handle, word)) {
         return refuse(error_invalid_handle);
     }
-    switch (kind_of(handle)) {
-    case handle_kind::mutex:
+    if (kind_of(handle) == handle_kind::mutex) {
         leave_mutex_behind(*slot, word);
-        break;
-    default:
-        if (unpin(*slot)) {
-            free_slot(*slot);
-        }
     }
+    drop(*slot, kind_of(handle));
     return true;
 }
 

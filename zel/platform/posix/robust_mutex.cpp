@@ -8,11 +8,12 @@
 #include <sys/random.h>
 
 namespace zel::platform {
+
+constinit std::atomic<std::uint64_t> known_process_mark{0};
+
 namespace {
 
 constexpr std::uint64_t one_sleeper = std::uint64_t{1} << 32;
-
-constinit std::atomic<std::uint64_t> mark{0};
 
 } // namespace
 
@@ -82,21 +83,18 @@ void robust_mutex::free_and_wake(std::uint64_t now) const noexcept
     }
 }
 
-std::uint64_t process_mark() noexcept
+std::uint64_t make_process_mark() noexcept
 {
-    std::uint64_t known = mark.load(std::memory_order_relaxed);
-    if (known != 0) {
-        return known;
-    }
     std::uint64_t fresh = 0;
     while (fresh == 0) {
         if (::getrandom(&fresh, sizeof fresh, 0) != sizeof fresh) {
             fresh = 0;
         }
     }
-    return mark.compare_exchange_strong(known, fresh, std::memory_order_relaxed) ? fresh : known;
+    std::uint64_t known = 0;
+    return known_process_mark.compare_exchange_strong(known, fresh, std::memory_order_relaxed)
+        ? fresh
+        : known;
 }
-
-void forget_process_mark() noexcept { mark.store(0, std::memory_order_relaxed); }
 
 } // namespace zel::platform

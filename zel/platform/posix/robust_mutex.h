@@ -37,10 +37,15 @@ struct mutex_ownership {
     std::atomic<std::uintptr_t> home;
 };
 
-/// A random number that stands for this process, another one in the child after a fork; 0 for a
-/// mutex of one process. Cheap after the first call.
-std::uint64_t process_mark() noexcept;
-void forget_process_mark() noexcept;
+extern constinit std::atomic<std::uint64_t> known_process_mark; // 0: not made yet
+std::uint64_t make_process_mark() noexcept;
+
+/// A random number that stands for this process, another one in the child after a fork.
+inline std::uint64_t process_mark() noexcept
+{
+    std::uint64_t const known = known_process_mark.load(std::memory_order_relaxed);
+    return known != 0 ? known : make_process_mark();
+}
 
 struct robust_mutex {
     std::atomic<std::uint64_t> & state;
@@ -90,6 +95,18 @@ struct robust_mutex {
         bool const taken = take_announced(list, expected, 0);
         list.withdraw();
         return taken;
+    }
+
+    /// Whether the kernel may follow a thread of this process to `ownership` at its address here.
+    bool is_on_a_list_here() const noexcept
+    {
+        if ((word_of(state.load(std::memory_order_acquire)) & thread_mask) == 0) {
+            return false;
+        }
+        return !is_shared()
+            || (ownership.process.load(std::memory_order_relaxed) == process
+                && ownership.home.load(std::memory_order_relaxed)
+                    == reinterpret_cast<std::uintptr_t>(&ownership));
     }
 
     /// Takes a mutex that is the caller's once more.

@@ -1,0 +1,552 @@
+// SPDX-License-Identifier: MIT
+#include "zel/platform/kernel_objects.h"
+
+#include "tests/platform/until_asleep.h"
+#include "zel/platform/address_wait.h"
+#include "zel/platform/last_error.h"
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <csignal>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <gtest/gtest.h>
+#include <new>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace {
+
+using namespace zel::platform;
+using namespace std::chrono_literals;
+
+// Ends the program when a test takes longer: a waiter that is lost cannot be waited for.
+class limit {
+public:
+    explicit limit(unsigned seconds) { ::alarm(seconds); }
+    ~limit() { ::alarm(0); }
+};
+
+// A name that no other test uses.
+std::string fresh_name(char const * what = "object")
+{
+    static int count = 0;
+    return "zel test/" + std::to_string(::getpid()) + "\\" + what + std::to_string(++count);
+}
+
+std::string folder() { return "/dev/shm/zel-" + std::to_string(::geteuid()); }
+
+class object {
+public:
+    explicit object(void * handle)
+        : handle_(handle)
+    {
+        EXPECT_NE(handle, nullptr) << last_error();
+    }
+    ~object() { EXPECT_TRUE(close_handle(handle_)); }
+    object(object const &) = delete;
+    object & operator=(object const &) = delete;
+    operator void *() const { return handle_; }
+
+    std::uint32_t wait(std::uint32_t milliseconds = infinite) const
+    {
+        return wait_for_single_object(handle_, milliseconds);
+    }
+
+private:
+    void * handle_;
+};
+
+// A child process; it runs nothing else of the program, and is killed if it is still there.
+class process {
+public:
+    explicit process(std::function<int()> const & body)
+        : id_(::fork())
+    {
+        if (id_ == 0) {
+            ::_exit(body());
+        }
+    }
+    ~process()
+    {
+        if (id_ > 0) {
+            kill();
+        }
+    }
+    process & operator=(process && other) noexcept
+    {
+        std::swap(id_, other.id_);
+        return *this;
+    }
+    process(process && other) noexcept
+        : id_(std::exchange(other.id_, -1))
+    {
+    }
+
+    pid_t id() const { return id_; }
+    int result()
+    {
+        int status = -1;
+        ::waitpid(std::exchange(id_, -1), &status, 0);
+        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    }
+    void kill()
+    {
+        ::kill(id_, SIGKILL);
+        ::waitpid(std::exchange(id_, -1), nullptr, 0);
+    }
+    void send_kill() const { ::kill(id_, SIGKILL); }
+
+private:
+    pid_t id_;
+};
+
+// Counters that the processes of a test share.
+struct counters {
+    std::atomic<std::int64_t> values[8];
+};
+counters & shared_counters()
+{
+    void * const memory = ::mmap(nullptr, sizeof(counters), PROT_READ | PROT_WRITE,
+                                 MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+    return *new (memory) counters{};
+}
+
+// Files in shared memory that nobody has, among them of this user's other programs.
+int abandoned_files()
+{
+    int count = 0;
+    std::error_code none;
+    for (auto const & entry : std::filesystem::directory_iterator(folder(), none)) {
+        int const file = ::open(entry.path().c_str(), O_RDWR | O_CLOEXEC);
+        if (file >= 0) {
+            count += ::flock(file, LOCK_EX | LOCK_NB) == 0 ? 1 : 0;
+            ::close(file);
+        }
+    }
+    return count;
+}
+
+TEST(named_objects, are_one_object_in_all_processes)
+{
+    limit const seconds(20);
+    std::string const name = fresh_name();
+    object const event(create_event(false, false, name.c_str()));
+    EXPECT_EQ(last_error(), 0U);
+    {
+        // Its own initial values, and its own sort of event, mean nothing.
+        object const again(create_event(true, true, ("Local\\" + name).c_str()));
+        EXPECT_EQ(last_error(), 183U);
+        EXPECT_EQ(again.wait(0), wait_timeout);
+    }
+    process child([&] {
+        // A program that is started anew knows nothing but the name; here without the handles.
+        void * const opened = open_event(event_all_access, false, ("Global\\" + name).c_str());
+        return opened != nullptr && set_event(opened) ? 0 : 1;
+    });
+    EXPECT_EQ(event.wait(10'000), wait_object_0);
+    EXPECT_EQ(event.wait(0), wait_timeout);
+    EXPECT_EQ(child.result(), 0);
+}
+
+TEST(named_objects, last_as_long_as_anybody_holds_them)
+{
+    limit const seconds(20);
+    std::string const name = fresh_name();
+    auto const is_there = [&] {
+        void * const handle = open_semaphore(semaphore_all_access, false, name.c_str());
+        EXPECT_TRUE(handle == nullptr ? last_error() == 2U : close_handle(handle));
+        return handle != nullptr;
+    };
+    EXPECT_FALSE(is_there());
+    {
+        object const first(create_semaphore(3, 3, name.c_str()));
+        EXPECT_TRUE(is_there());
+    }
+    EXPECT_FALSE(is_there());
+
+    void * const held = create_semaphore(3, 3, name.c_str());
+    object const ready(create_event(false, false, (name + "ready").c_str()));
+    process child([&] {
+        set_event(ready);
+        return ::pause();
+    });
+    EXPECT_EQ(ready.wait(10'000), wait_object_0);
+    EXPECT_TRUE(close_handle(held));
+    EXPECT_TRUE(is_there()) << "the child of a fork has it too";
+    child.kill();
+    EXPECT_FALSE(is_there());
+    object const fresh(create_semaphore(0, 1, name.c_str()));
+    EXPECT_EQ(last_error(), 0U);
+    EXPECT_EQ(fresh.wait(0), wait_timeout);
+}
+
+TEST(named_objects, are_given_back_by_exec)
+{
+    limit const seconds(20);
+    std::string const name = fresh_name();
+    object const ready(create_event(false, false, (name + "ready").c_str()));
+    object const watched(create_mutex(false, (name + "mutex").c_str()));
+    process child([&] {
+        void * const only = create_event(false, false, name.c_str());
+        wait_for_single_object(watched, infinite);
+        set_event(ready);
+        ::execl("/bin/sleep", "sleep", "20", nullptr);
+        return only == nullptr ? 1 : 2;
+    });
+    EXPECT_EQ(ready.wait(10'000), wait_object_0);
+    EXPECT_EQ(watched.wait(10'000), wait_abandoned);
+    void * left = nullptr;
+    for (int i = 0; i < 1000; ++i) { // the memory goes right after the mutex
+        left = open_event(synchronize, false, name.c_str());
+        if (left == nullptr) {
+            break;
+        }
+        close_handle(left);
+        std::this_thread::sleep_for(1ms);
+    }
+    EXPECT_EQ(left, nullptr);
+    release_mutex(watched);
+}
+
+TEST(named_objects, take_any_name_and_refuse_what_is_none)
+{
+    limit const seconds(20);
+    std::string bytes;
+    for (int c = 1; c < 256; ++c) {
+        bytes += static_cast<char>(c);
+    }
+    std::string const names[] = {
+        bytes, std::string(260, 'x'), ".", "..", "/", "Local\\", "local\\a", "Local\\Local\\a",
+    };
+    for (std::string const & name : names) {
+        SCOPED_TRACE(name);
+        object const first(create_mutex(false, name.c_str()));
+        EXPECT_EQ(last_error(), 0U);
+        object const second(open_mutex(mutex_all_access, false, name.c_str()));
+        EXPECT_TRUE(first.wait(0) == wait_object_0 && release_mutex(second));
+    }
+    EXPECT_EQ(create_mutex(false, std::string(261, 'x').c_str()), nullptr);
+    EXPECT_EQ(last_error(), 206U);
+    EXPECT_EQ(open_mutex(mutex_all_access, false, nullptr), nullptr);
+    EXPECT_EQ(last_error(), 87U);
+
+    std::string const name = fresh_name();
+    object const event(create_event(false, false, name.c_str()));
+    EXPECT_EQ(create_mutex(false, name.c_str()), nullptr);
+    EXPECT_EQ(last_error(), 6U);
+    EXPECT_EQ(open_semaphore(semaphore_all_access, false, name.c_str()), nullptr);
+    EXPECT_EQ(last_error(), 6U);
+}
+
+TEST(named_objects, refuse_what_the_handle_has_no_right_to)
+{
+    std::string const name = fresh_name();
+    object const event(create_event(false, false, name.c_str()));
+    object const semaphore(create_semaphore(0, 1, (name + "s").c_str()));
+    object const waits(open_event(synchronize, false, name.c_str()));
+    object const sets(open_event(event_modify_state, false, name.c_str()));
+    object const counts(open_semaphore(synchronize, false, (name + "s").c_str()));
+    EXPECT_FALSE(set_event(waits) || reset_event(waits) || pulse_event(waits));
+    EXPECT_EQ(last_error(), 5U);
+    EXPECT_TRUE(set_event(sets));
+    EXPECT_EQ(sets.wait(0), wait_failed);
+    EXPECT_EQ(last_error(), 5U);
+    EXPECT_EQ(waits.wait(0), wait_object_0);
+    EXPECT_FALSE(release_semaphore(counts, 1, nullptr));
+    EXPECT_EQ(last_error(), 5U);
+}
+
+TEST(named_objects, do_not_trust_a_folder_that_others_may_write_to)
+{
+    object const present(create_event(false, false, fresh_name().c_str()));
+    ASSERT_EQ(::chmod(folder().c_str(), 0770), 0);
+    EXPECT_EQ(create_event(false, false, fresh_name().c_str()), nullptr);
+    EXPECT_EQ(last_error(), 5U);
+    ASSERT_EQ(::chmod(folder().c_str(), 0700), 0);
+    for (auto const & entry : std::filesystem::directory_iterator(folder())) {
+        EXPECT_EQ(entry.status().permissions(), std::filesystem::perms(0600)) << entry.path();
+    }
+}
+
+TEST(named_event, lets_through_whom_it_should)
+{
+    limit const seconds(30);
+    for (bool const manual : {false, true}) {
+        SCOPED_TRACE(manual);
+        std::string const name = fresh_name();
+        object const event(create_event(manual, false, name.c_str()));
+        counters & passed = shared_counters();
+        std::vector<process> waiters;
+        for (int i = 0; i < 3; ++i) {
+            waiters.emplace_back([&, i] {
+                if (event.wait(20'000) == wait_object_0) {
+                    passed.values[i] = ++passed.values[7]; // in which order
+                }
+                return 0;
+            });
+            until_asleep(waiters.back().id());
+        }
+        EXPECT_TRUE(pulse_event(event));
+        EXPECT_EQ(event.wait(0), wait_timeout);
+        EXPECT_EQ(waiters.front().result(), 0);
+        if (manual) {
+            EXPECT_EQ(waiters[1].result() + waiters[2].result(), 0);
+        }
+        EXPECT_EQ(passed.values[7], manual ? 3 : 1);
+        if (!manual) {
+            waiters.erase(waiters.begin() + 1); // killed while it waits: the next is let through
+            EXPECT_TRUE(set_event(event));
+            EXPECT_EQ(event.wait(0), wait_timeout) << "it is given, not put down";
+            EXPECT_EQ(waiters.back().result(), 0);
+            EXPECT_EQ(passed.values[0], 1);
+            EXPECT_EQ(passed.values[2], 2);
+            EXPECT_TRUE(set_event(event));
+            EXPECT_EQ(event.wait(0), wait_object_0) << "nobody is left";
+        }
+        EXPECT_TRUE(set_event(event));
+        EXPECT_EQ(event.wait(0), wait_object_0);
+        EXPECT_EQ(event.wait(0), manual ? wait_object_0 : wait_timeout);
+        EXPECT_TRUE(reset_event(event));
+        EXPECT_EQ(event.wait(1), wait_timeout);
+    }
+}
+
+TEST(named_semaphore, counts)
+{
+    limit const seconds(20);
+    object const semaphore(create_semaphore(1, 4, fresh_name().c_str()));
+    std::int32_t previous = -7;
+    EXPECT_FALSE(release_semaphore(semaphore, 4, &previous));
+    EXPECT_EQ(last_error(), 298U);
+    EXPECT_EQ(previous, -7);
+    EXPECT_EQ(semaphore.wait(0), wait_object_0);
+    EXPECT_EQ(semaphore.wait(1), wait_timeout);
+    EXPECT_TRUE(release_semaphore(semaphore, 4, &previous));
+    EXPECT_EQ(previous, 0) << "the one that waited has left";
+    for (int i = 0; i < 4; ++i) {
+        EXPECT_EQ(semaphore.wait(0), wait_object_0);
+    }
+    std::vector<process> waiters;
+    for (int i = 0; i < 3; ++i) {
+        waiters.emplace_back([&] { return semaphore.wait(20'000) == wait_object_0 ? 0 : 1; });
+    }
+    for (process const & waiter : waiters) {
+        until_asleep(waiter.id());
+    }
+    EXPECT_TRUE(release_semaphore(semaphore, 4, nullptr));
+    for (process & waiter : waiters) {
+        EXPECT_EQ(waiter.result(), 0);
+    }
+    EXPECT_EQ(semaphore.wait(0), wait_object_0);
+    EXPECT_EQ(semaphore.wait(0), wait_timeout);
+}
+
+TEST(named_mutex, belongs_to_the_thread_and_not_to_the_child_of_a_fork)
+{
+    limit const seconds(20);
+    std::string const name = fresh_name();
+    object const mutex(create_mutex(true, name.c_str()));
+    object const second(create_mutex(true, name.c_str()));
+    EXPECT_EQ(last_error(), 183U);
+    EXPECT_EQ(second.wait(0), wait_object_0) << "the same owner through another handle";
+    process child([&] {
+        if (release_mutex(mutex) || last_error() != 288U) {
+            return 1;
+        }
+        return mutex.wait(0) == wait_timeout && second.wait(20'000) == wait_object_0
+                && release_mutex(mutex)
+            ? 0
+            : 2;
+    });
+    until_asleep(child.id());
+    EXPECT_TRUE(release_mutex(mutex));
+    EXPECT_TRUE(release_mutex(second));
+    EXPECT_FALSE(release_mutex(second));
+    EXPECT_EQ(last_error(), 288U);
+    EXPECT_EQ(child.result(), 0);
+}
+
+TEST(named_mutex, stays_owned_when_its_handle_is_closed)
+{
+    limit const seconds(20);
+    std::string const name = fresh_name();
+    object const watcher(create_mutex(false, name.c_str()));
+    std::atomic<std::uint32_t> step{0};
+    std::thread owner([&] {
+        {
+            object const handle(open_mutex(mutex_all_access, false, name.c_str()));
+            EXPECT_EQ(handle.wait(), wait_object_0);
+        }
+        step = 1;
+        wait_on_address(step, 1, -1, false);
+    });
+    while (step != 1) {
+        std::this_thread::yield();
+    }
+    EXPECT_EQ(watcher.wait(20), wait_timeout);
+    step = 2;
+    wake_address(step, 1, false);
+    owner.join();
+    EXPECT_EQ(watcher.wait(10'000), wait_abandoned);
+    EXPECT_TRUE(release_mutex(watcher));
+
+    std::string const other = fresh_name();
+    void * const left = create_mutex(true, other.c_str());
+    EXPECT_TRUE(close_handle(left));
+    EXPECT_EQ(open_mutex(mutex_all_access, false, other.c_str()), nullptr)
+        << "an owner without a handle does not keep the name";
+}
+
+TEST(named_mutex, tells_of_its_owners_death_at_once)
+{
+    limit const seconds(60);
+    constexpr int rounds = 101;
+    std::string const name = fresh_name();
+    object const mutex(create_mutex(false, name.c_str()));
+    object const ready(create_event(false, false, (name + "ready").c_str()));
+    std::vector<std::int64_t> times;
+    for (int i = 0; i < rounds; ++i) {
+        process const owner([&] {
+            wait_for_single_object(mutex, infinite);
+            wait_for_single_object(mutex, infinite);
+            set_event(ready);
+            return ::pause();
+        });
+        ASSERT_EQ(ready.wait(10'000), wait_object_0);
+        std::atomic<std::int64_t> returned{0};
+        std::thread waiter([&] {
+            std::uint32_t const result = mutex.wait(10'000);
+            returned = monotonic_now();
+            EXPECT_EQ(result, wait_abandoned);
+            EXPECT_EQ(mutex.wait(0), wait_object_0) << "it is the waiter's";
+            EXPECT_TRUE(release_mutex(mutex) && release_mutex(mutex));
+        });
+        std::this_thread::sleep_for(2ms);
+        std::int64_t const killed = monotonic_now();
+        owner.send_kill();
+        waiter.join();
+        times.push_back(returned - killed);
+    }
+    std::sort(times.begin(), times.end());
+    RecordProperty("median_ns", std::to_string(times[rounds / 2]));
+    std::printf("median from kill to return: %.1f us\n",
+                static_cast<double>(times[rounds / 2]) / 1000);
+    EXPECT_LT(times[rounds / 2], 5'000'000) << "nobody polls; a busy machine is slow";
+}
+
+TEST(named_objects, survive_the_death_of_their_users)
+{
+    limit const seconds(100);
+    constexpr int processes = 200;
+    std::string const name = fresh_name();
+    counters & count = shared_counters();
+    {
+        object const mutex(create_mutex(false, (name + "m").c_str()));
+        object const semaphore(create_semaphore(3, 3, (name + "s").c_str()));
+        object const event(create_event(false, true, (name + "e").c_str()));
+        // A user is inside at most a microsecond at a time, so most are killed in the operations
+        // themselves.
+        auto const use = [&] {
+            object const own_mutex(open_mutex(mutex_all_access, false, (name + "m").c_str()));
+            for (;;) {
+                if (own_mutex.wait(10'000) <= wait_abandoned) {
+                    count.values[0] += 1;
+                    release_mutex(own_mutex);
+                }
+                if (semaphore.wait(10) == wait_object_0) {
+                    count.values[1] += 1;
+                }
+                release_semaphore(semaphore, 1, nullptr);
+                if (event.wait(10) == wait_object_0) {
+                    count.values[2] += 1;
+                }
+                set_event(event);
+            }
+            return 0;
+        };
+        unsigned seed = 1;
+        std::vector<process> users;
+        for (int i = 0; i < processes; ++i) {
+            if (users.size() == 8) {
+                users.erase(users.begin() + static_cast<int>(seed / 65536 % 8));
+            }
+            users.emplace_back(use);
+            seed = seed * 1103515245 + 12345;
+            std::this_thread::sleep_for(std::chrono::microseconds(seed / 65536 % 4000));
+        }
+        // Those that are left make progress, each for itself.
+        for (int i = 0; i < 3; ++i) {
+            std::int64_t const before = count.values[i];
+            for (int wait = 0; wait < 10'000 && count.values[i] == before; ++wait) {
+                std::this_thread::sleep_for(1ms);
+            }
+            EXPECT_NE(count.values[i], before) << i;
+        }
+        users.clear();
+        EXPECT_LE(mutex.wait(10'000), wait_abandoned);
+        EXPECT_TRUE(release_mutex(mutex));
+        EXPECT_EQ(mutex.wait(0), wait_object_0);
+        release_mutex(mutex);
+        // What the dead have taken is lost, and what was there never becomes more.
+        int units = 0;
+        while (semaphore.wait(0) == wait_object_0) {
+            ++units;
+        }
+        EXPECT_LE(units, 3);
+        set_event(event);
+        EXPECT_EQ(event.wait(0), wait_object_0);
+        EXPECT_EQ(event.wait(0), wait_timeout);
+    }
+    EXPECT_EQ(open_mutex(mutex_all_access, false, (name + "m").c_str()), nullptr);
+    EXPECT_EQ(abandoned_files(), 0);
+}
+
+TEST(named_objects, lose_nothing_when_creation_meets_the_last_release)
+{
+    limit const seconds(60);
+    std::string const name = fresh_name();
+    counters & count = shared_counters();
+    std::vector<process> users;
+    for (int i = 0; i < 4; ++i) {
+        users.emplace_back([&] {
+            auto const end = std::chrono::steady_clock::now() + 2s;
+            while (std::chrono::steady_clock::now() < end) {
+                void * const mutex = create_mutex(false, name.c_str());
+                if (mutex == nullptr || wait_for_single_object(mutex, 10'000) != wait_object_0) {
+                    return 1;
+                }
+                // Two objects under one name would let two in.
+                if (count.values[0].fetch_add(1) != 0) {
+                    return 2;
+                }
+                count.values[0].fetch_sub(1);
+                count.values[1] += 1;
+                if (!release_mutex(mutex) || !close_handle(mutex)) {
+                    return 3;
+                }
+            }
+            return 0;
+        });
+    }
+    for (process & user : users) {
+        EXPECT_EQ(user.result(), 0);
+    }
+    EXPECT_GT(count.values[1], 100);
+    EXPECT_EQ(abandoned_files(), 0);
+}
+
+} // namespace
