@@ -8,9 +8,6 @@
 #include <cstdint>
 #include <gtest/gtest.h>
 #include <random>
-#include <sys/resource.h>
-#include <sys/wait.h>
-#include <unistd.h>
 #include <vector>
 
 namespace {
@@ -176,32 +173,5 @@ TEST(buffer, refuses_sizes_that_would_wrap)
         ASSERT_EQ(content(b), ten);
     }
 }
-
-// The sanitizers' own allocators end the process instead.
-#if !defined(__SANITIZE_THREAD__) && !defined(__SANITIZE_ADDRESS__)
-TEST(buffer, stays_as_it_was_when_memory_runs_out)
-{
-    pid_t const child = fork();
-    if (child == 0) {
-        bool good = true;
-        buffer b(100'000, 'a');
-        buffer const big(20'000'000, 'b');
-        buffer spare(60'000, 's');
-        buffer const same(b);
-        spare = buffer(); // leaves room for messages between two blocks in use
-        rlimit const none{0, 0};
-        setrlimit(RLIMIT_AS, &none); // no new mapping from here on
-        auto const refused = [&](auto call) { good = good && !failure(call).empty() && b == same; };
-        refused([&] { b = big; });
-        refused([&] { b += big; });
-        refused([&] { b.insert(5, big.data(), big.size()); });
-        refused([&] { b.resize(30'000'000, 'c'); });
-        _exit(good ? 0 : 1);
-    }
-    int status = -1;
-    waitpid(child, &status, 0);
-    EXPECT_EQ(status, 0);
-}
-#endif
 
 } // namespace

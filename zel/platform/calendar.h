@@ -21,8 +21,8 @@ struct system_time {
 inline constexpr std::int64_t ticks_to_1970 = 116'444'736'000'000'000;
 
 /// Counts the ticks of 100 nanoseconds from the start of 1601; the day of the week is not looked
-/// at. \returns false with `error_invalid_parameter` when the fields name no moment of the years
-/// 1601
+/// at.
+/// \returns false with `error_invalid_parameter` when the fields name no moment of the years 1601
 ///          to 30827; `ticks` is unchanged then.
 bool system_time_to_file_time(system_time const & time, std::int64_t & ticks) noexcept;
 

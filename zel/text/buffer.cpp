@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
-#include <functional>
 #include <string_view>
 #include <utility>
 
@@ -149,16 +148,20 @@ void buffer::append(unsigned char const * source, std::uint32_t count)
         return;
     }
     std::uint32_t const old_size = size_;
-    std::less<unsigned char const *> const before;
-    if (data_ != nullptr && !before(source, data_) && before(source, data_ + old_size)) {
-        // The block may move away from under the source.
-        auto const offset = static_cast<std::size_t>(source - data_);
-        resize_or_raise(std::uint64_t{old_size} + count);
+    // As numbers, since only pointers into one block may be compared. The block may move away from
+    // under a source in it.
+    auto const offset
+        = reinterpret_cast<std::uintptr_t>(source) - reinterpret_cast<std::uintptr_t>(data_);
+    bool const inside = offset < old_size;
+    resize_or_raise(std::uint64_t{old_size} + count);
+    if (inside) {
         source = data_ + offset;
-    } else {
-        resize_or_raise(std::uint64_t{old_size} + count);
     }
-    std::memcpy(data_ + old_size, source, count);
+    if (count == 1) { // not worth a call
+        data_[old_size] = *source;
+    } else {
+        std::memcpy(data_ + old_size, source, count);
+    }
 }
 
 buffer & buffer::operator+=(buffer const & other)

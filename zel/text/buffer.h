@@ -87,13 +87,11 @@ public:
     void insert(std::uint32_t position, unsigned char const * source, std::uint32_t count);
 
     /// Takes out `count` bytes at `position`, or all from there on when there are no more.
-    /// \throws memory_exception  `invalid_array_boundary` when `position` lies at or beyond the
-    /// end.
+    /// \throws memory_exception  `invalid_array_boundary` when `position` is at or beyond the end.
     void remove(std::uint32_t position, std::uint32_t count = c_npos);
 
     /// \returns the position of the first match at or after `start`, or `c_npos`; an empty pattern
-    /// is
-    ///          found nowhere.
+    ///          is found nowhere.
     /// \throws memory_exception  `invalid_array_boundary` when `start` lies at or beyond the end.
     std::uint32_t find(unsigned char const * pattern, std::uint32_t pattern_size,
                        std::uint32_t start = 0) const;

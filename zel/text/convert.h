@@ -15,8 +15,9 @@ namespace zel {
 /// themselves: behind `0x` or `0X`, and wherever a letter digit occurs, so that `10` is 10 and `1F`
 /// is 31. Fractional numbers are an integer, an optional fraction behind `.`, and an optional
 /// decimal exponent behind `e`, `E`, `d` or `D`; each of the three has to fit a 64-bit signed
-/// integer. No text may be null. Everything is free of state: any number of threads may call
-/// anything. \code
+/// integer. No text may be null. Everything is free of state: any number of threads may call all of
+/// it.
+/// \code
 ///     std::uint32_t const port = zel::convert::stringToUInt32("8080");
 ///     double const ratio = zel::convert::stringToDouble("1.5e-3");
 /// \endcode
@@ -32,8 +33,9 @@ public:
             unexpected_end = 4,
         };
 
-        /// Where a parser stopped and at which byte is for the one who reads a call; neither is
-        /// kept. \param text  goes behind the reason; null for nothing.
+        /// Where a parser stopped, and at which byte, is for the one who reads a call; neither is
+        /// kept.
+        /// \param text  goes behind the reason; null for nothing.
         exception(exc_type type, std::int32_t position, char const * text);
         exception(exc_type type, std::int32_t position, char symbol, char const * text);
         exception(exception const &) = default;
@@ -46,18 +48,18 @@ public:
     convert & operator=(convert const &) noexcept { return *this; }
 
     /// \throws exception  `unexpected_end` for an empty text or a lone sign, `wrong_symbol` for a
-    /// byte
-    ///                    that is no digit, `out_of_range` for a number beyond the type; whichever
-    ///                    comes first in the text.
+    ///                    byte that is no digit, `out_of_range` for a number beyond the type;
+    ///                    whichever comes first in the text.
     static signed char stringToInt8(char const * text);
     static short stringToInt16(char const * text);
     static std::int32_t stringToInt32(char const * text);
     static std::int64_t stringToInt64(char const * text);
 
     /// A letter makes the digits before it hexadecimal too, but only where the decimal number so
-    /// far did fit: `300A` is out of range for 8 bits because of its 300. \throws exception
-    /// `unexpected_end` for an empty text or a lone `0x`, `wrong_symbol` for a byte
-    ///                    that is no digit, signs included, `out_of_range`; whichever comes first.
+    /// far did fit: `300A` is out of range for 8 bits because of its 300.
+    /// \throws exception  `unexpected_end` for an empty text or a lone `0x`, `wrong_symbol` for a
+    ///                    byte that is no digit, signs included, `out_of_range`; whichever comes
+    ///                    first.
     static unsigned char stringToUInt8(char const * text);
     static unsigned short stringToUInt16(char const * text);
     static std::uint32_t stringToUInt32(char const * text);

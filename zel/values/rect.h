@@ -191,7 +191,8 @@ public:
     }
 
     /// Makes this `a` without `b` where that is one rectangle again, else `a`; either may be this
-    /// rectangle. \returns false when nothing is left.
+    /// rectangle.
+    /// \returns false when nothing is left.
     constexpr bool set_subtract(t_rect const & a, t_rect const & b) noexcept
     {
         return platform::subtract_rect(*this, a, b);

@@ -1,0 +1,139 @@
+// SPDX-License-Identifier: MIT
+// Numbers from texts of many lengths, so that no branch is guessed right every time. The peers are
+// told where a text ends; zel and strtod find out.
+
+#include "zel/text/convert.h"
+
+#include <absl/strings/numbers.h>
+#include <benchmark/benchmark.h>
+#include <charconv>
+#include <cstdio>
+#include <cstdlib>
+#include <fast_float/fast_float.h>
+#include <random>
+#include <string>
+#include <vector>
+
+namespace {
+
+using zel::convert;
+using texts = std::vector<std::string>;
+
+constexpr std::size_t text_count = 1024;
+
+// Numbers of one digit up to those that fill the type are equally frequent.
+template <typename integer> texts integers(char const * format)
+{
+    std::mt19937_64 random(1);
+    texts made(text_count);
+    for (std::string & text : made) {
+        constexpr int bits = std::numeric_limits<integer>::digits;
+        auto const number = static_cast<integer>((random() >> (64 - bits)) >> random() % bits);
+        char digits[32];
+        std::snprintf(digits, sizeof digits, format, static_cast<unsigned long long>(number));
+        text = digits;
+    }
+    return made;
+}
+
+// Amounts, measurements and numbers with an exponent.
+texts fractions()
+{
+    std::mt19937_64 random(2);
+    texts made(text_count);
+    for (std::string & text : made) {
+        std::uniform_real_distribution<double> number(-1000, 1000);
+        char digits[64];
+        static char const * const formats[] = {"%.2f", "%.6f", "%.9g", "%.5e"};
+        std::snprintf(digits, sizeof digits, formats[random() % 4], number(random));
+        text = digits;
+    }
+    return made;
+}
+
+texts const & int32_texts()
+{
+    static texts const made = integers<std::int32_t>("%llu");
+    return made;
+}
+texts const & int64_texts()
+{
+    static texts const made = integers<std::int64_t>("%llu");
+    return made;
+}
+texts const & hexadecimal_texts()
+{
+    // A letter at the end tells all of them from decimal numbers.
+    static texts const made = integers<std::int32_t>("%llXF");
+    return made;
+}
+texts const & fraction_texts()
+{
+    static texts const made = fractions();
+    return made;
+}
+
+template <typename integer, int base = 10> integer with_from_chars(std::string const & text)
+{
+    integer number{};
+    std::from_chars(text.data(), text.data() + text.size(), number, base);
+    return number;
+}
+
+double with_from_chars_double(std::string const & text)
+{
+    double number{};
+    std::from_chars(text.data(), text.data() + text.size(), number);
+    return number;
+}
+
+double with_fast_float(std::string const & text)
+{
+    double number{};
+    fast_float::from_chars(text.data(), text.data() + text.size(), number);
+    return number;
+}
+
+std::uint64_t with_absl_hexadecimal(std::string const & text)
+{
+    std::uint64_t number{};
+    static_cast<void>(absl::SimpleHexAtoi(text, &number));
+    return number;
+}
+
+template <texts const & (*corpus)(), auto parse> void number_from_text(benchmark::State & state)
+{
+    texts const & all = corpus();
+    for (auto _ : state) {
+        for (std::string const & text : all) {
+            benchmark::DoNotOptimize(parse(text));
+        }
+    }
+    state.SetItemsProcessed(state.iterations() * static_cast<std::int64_t>(text_count));
+}
+
+template <auto parse> auto of(std::string const & text) { return parse(text.c_str()); }
+double with_strtod(char const * text) { return std::strtod(text, nullptr); }
+
+BENCHMARK(number_from_text<int32_texts, of<convert::stringToInt32>>)->Name("int32/zel");
+BENCHMARK(number_from_text<int32_texts, with_from_chars<std::int32_t>>)->Name("int32/from_chars");
+BENCHMARK(number_from_text<int64_texts, of<convert::stringToInt64>>)->Name("int64/zel");
+BENCHMARK(number_from_text<int64_texts, with_from_chars<std::int64_t>>)->Name("int64/from_chars");
+BENCHMARK(number_from_text<int64_texts, of<convert::stringToUInt64>>)->Name("uint64/zel");
+BENCHMARK(number_from_text<int64_texts, with_from_chars<std::uint64_t>>)->Name("uint64/from_chars");
+
+BENCHMARK(number_from_text<hexadecimal_texts, of<convert::stringToUInt64>>)
+    ->Name("hexadecimal/zel");
+BENCHMARK(number_from_text<hexadecimal_texts, with_from_chars<std::uint64_t, 16>>)
+    ->Name("hexadecimal/from_chars");
+BENCHMARK(number_from_text<hexadecimal_texts, with_absl_hexadecimal>)->Name("hexadecimal/absl");
+
+// Here the steps are part of the result, so that strtod is the peer; the others round once.
+BENCHMARK(number_from_text<fraction_texts, of<convert::stringToDouble>>)->Name("double/zel");
+BENCHMARK(number_from_text<fraction_texts, of<with_strtod>>)->Name("double/strtod");
+BENCHMARK(number_from_text<fraction_texts, with_from_chars_double>)
+    ->Name("double_rounded_once/from_chars");
+BENCHMARK(number_from_text<fraction_texts, with_fast_float>)
+    ->Name("double_rounded_once/fast_float");
+
+} // namespace
