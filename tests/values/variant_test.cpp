@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "zel/values/variant.h"
 
-#include "tests/decimal_comma.h"
 #include "zel/text/convert.h"
 #include <atomic>
 #include <bit>
@@ -309,7 +308,19 @@ TEST(variant, checks_ranges_to_the_last_number)
 }
 
 struct matrix_row {
+    matrix_row(variant value, char const * outcomes)
+        : source(value)
+        , cells(outcomes)
+    {
+    }
+    matrix_row(string const & value, char const * outcomes)
+        : source(value)
+        , text(value.c_str())
+        , cells(outcomes)
+    {
+    }
     variant source;
+    string text; // of a text, up to its NUL
     char const * cells;
 };
 
@@ -325,25 +336,19 @@ std::vector<matrix_row> matrix()
         {true, "true 1 1 1 1 1 1 1 1 1 true 1"},
         {schar(-128), "true -128 R -128 R -128 R -128 -128 -128 -128 R"},
         {schar(-1), "true -1 R -1 R -1 R -1 -1 -1 -1 R"},
-        {schar(0), "false 0 0 0 0 0 0 0 0 0 0 0"},
         {schar(127), "true 127 127 127 127 127 127 127 127 127 127 127"},
-        {uchar(127), "true 127 127 127 127 127 127 127 127 127 127 127"},
         {uchar(128), "true R 128 128 128 128 128 128 128 128 128 128"},
         {uchar(255), "true R 255 255 255 255 255 255 255 255 255 255"},
         {short(-32768), "true R R -32768 R -32768 R -32768 -32768 -32768 -32768 R"},
         {short(-129), "true R R -129 R -129 R -129 -129 -129 -129 R"},
-        {short(127), "true 127 127 127 127 127 127 127 127 127 127 127"},
         {short(256), "true R R 256 256 256 256 256 256 256 256 256"},
         {short(32767), "true R R 32767 32767 32767 32767 32767 32767 32767 32767 32767"},
-        {ushort(32767), "true R R 32767 32767 32767 32767 32767 32767 32767 32767 32767"},
         {ushort(32768), "true R R R 32768 32768 32768 32768 32768 32768 32768 32768"},
         {ushort(65535), "true R R R 65535 65535 65535 65535 65535 65535 65535 65535"},
         {INT32_MIN, "true R R R R -2147483648 R -2147483648 -2147483648 -2147483648 -2147483648 R"},
-        {-32768, "true R R -32768 R -32768 R -32768 -32768 -32768 -32768 R"},
         {-1, "true -1 R -1 R -1 R -1 -1 -1 -1 R"},
         {200, "true R 200 200 200 200 200 200 200 200 200 200"},
         {INT32_MAX, "true R R R R 2147483647 2147483647 2147483647 2147483648 2147483647 2147483647 2147483647"},
-        {65535U, "true R R R 65535 65535 65535 65535 65535 65535 65535 65535"},
         {4000000000U, "true R R R R R 4000000000 4000000000 4e+09 4e+09 4000000000 4000000000"},
         {4294967295U, "true R R R R R 4294967295 4294967295 4294967296 4294967295 4294967295 4294967295"},
         {INT64_MIN, "true R R R R R R -9223372036854775808 -9.223372e+18 -9223372036854775808 -9223372036854775808 R"},
@@ -355,7 +360,6 @@ std::vector<matrix_row> matrix()
         {0.1F, "true 0 0 0 0 0 0 0 0.1 0.10000000149011612 0.1 0"},
         {127.5F, "true R 127 127 127 127 127 127 127.5 127.5 127.5 127"},
         {-128.5F, "true R R -128 R -128 R -128 -128.5 -128.5 -128.5 R"},
-        {2147483648.0F, "true R R R R R 2147483648 2147483648 2147483648 2147483648 2.14748e+09 2147483648"},
         {4294967040.0F, "true R R R R R 4294967040 4294967040 4294967040 4294967040 4.29497e+09 4294967040"},
         {9.223372e18F, "true R R R R R R R 9.223372e+18 9223372036854775808 9.22337e+18 R"},
         {float(HUGE_VAL), "true R R R R R R R inf inf inf R"},
@@ -364,9 +368,7 @@ std::vector<matrix_row> matrix()
         {-0.0, "false 0 0 0 0 0 0 0 -0 -0 -0 0"},
         {-0.5, "true 0 R 0 R 0 R 0 -0.5 -0.5 -0.5 R"},
         {3.9, "true 3 3 3 3 3 3 3 3.9 3.9 3.9 3"},
-        {127.0, "true 127 127 127 127 127 127 127 127 127 127 127"},
         {127.5, "true R 127 127 127 127 127 127 127.5 127.5 127.5 127"},
-        {255.5, "true R R 255 255 255 255 255 255.5 255.5 255.5 255"},
         {32767.5, "true R R R 32767 32767 32767 32767 32767.5 32767.5 32767.5 32767"},
         {-32768.5, "true R R R R -32768 R -32768 -32768.5 -32768.5 -32768.5 R"},
         {65535.5, "true R R R R 65535 65535 65535 65535.5 65535.5 65535.5 65535"},
@@ -381,13 +383,11 @@ std::vector<matrix_row> matrix()
         {-9223372036854775808.0, "true R R R R R R -9223372036854775808 -9.223372e+18 -9223372036854775808 -9.22337e+18 R"},
         {-9223372036854777856.0, "true R R R R R R R -9.223372e+18 -9223372036854777856 -9.22337e+18 R"},
         {1e39, "true R R R R R R R inf 1e+39 1e+39 R"},
-        {1e-320, "true 0 0 0 0 0 0 0 0 1e-320 9.99989e-321 0"},
         {HUGE_VAL, "true R R R R R R R inf inf inf R"},
         {double(NAN), "true R R R R R R R nan nan nan R"},
         {""_s, "E E E E E E E E E E = E"},
         {"0"_s, "false 0 0 0 0 0 0 0 0 0 = 0"},
         {"1"_s, "true 1 1 1 1 1 1 1 1 1 = 1"},
-        {"true"_s, "true E E E E E E E E E = E"},
         {"TRUE"_s, "true E E E E E E E E E = E"},
         {" true"_s, "E E E E E E E E E E = E"},
         {"FaLsE"_s, "false E E E E E E E E E = E"},
@@ -395,15 +395,11 @@ std::vector<matrix_row> matrix()
         {"+7"_s, "E 7 7 7 7 7 E E 7 7 = E"},
         {"12abc"_s, "E 12 12 12 12 E 76476 12 12 12 = 76476"},
         {"010"_s, "E 8 8 8 8 10 10 10 10 10 = 10"},
-        {"-010"_s, "E -8 R -8 R -10 E E -10 -10 = E"},
         {"0x10"_s, "E 16 16 16 16 E 16 0 16 16 = 16"},
         {"-0X1f"_s, "E -31 R -31 R E E E -31 -31 = E"},
-        {"0x"_s, "E 0 0 0 0 E E 0 0 0 = E"},
         {"1F"_s, "E 1 1 1 1 E 31 1 1 1 = 31"},
-        {"FF"_s, "E E E E E E 255 E E E = 255"},
         {"300"_s, "E R R 300 300 300 300 300 300 300 = 300"},
         {"65535"_s, "E R R R 65535 65535 65535 65535 65535 65535 = 65535"},
-        {"-32769"_s, "E R R R R -32769 E E -32769 -32769 = E"},
         {"2147483647"_s, "E R R R R 2147483647 2147483647 2147483647 2147483648 2147483647 = 2147483647"},
         {"2147483648"_s, "E R R R R E 2147483648 2147483648 2147483648 2147483648 = 2147483648"},
         {"-2147483648"_s, "E R R R R -2147483648 E E -2147483648 -2147483648 = E"},
@@ -418,12 +414,9 @@ std::vector<matrix_row> matrix()
         {"1.5"_s, "E 1 1 1 1 E E 1 1.5 1.5 = E"},
         {"1,5"_s, "E 1 1 1 1 E E 1 1 1 = E"},
         {".5"_s, "E E E E E E E E 0.5 0.5 = E"},
-        {"-5."_s, "E -5 R -5 R E E E -5 -5 = E"},
         {"1e3"_s, "E 1 1 1 1 E 483 1 1000 1000 = 483"},
-        {"1e+x"_s, "E 1 1 1 1 E E 1 1 1 = E"},
         {"1e400"_s, "E 1 1 1 1 E 123904 1 inf inf = 123904"},
         {"1e-400"_s, "E 1 1 1 1 E E 1 0 0 = E"},
-        {"4.9e-324"_s, "E 4 4 4 4 E E 4 0 5e-324 = E"},
         {"0x1.8p1"_s, "E 1 1 1 1 E E 0 3 3 = E"},
         {"-Infinity"_s, "E E E E E E E E -inf -inf = E"},
         {"nan"_s, "E E E E E E E E nan nan = E"},
@@ -435,7 +428,6 @@ std::vector<matrix_row> matrix()
         {"1\0abc"_s, "true 1 1 1 1 1 1 1 1 1 = 1"},
         {"true\0x"_s, "true E E E E E E E E E = E"},
         {color_ref(0x0), "false 0 0 0 0 0 0 0 0 0 0 0"},
-        {color_ref(0xFF), "true R 255 255 255 255 255 255 255 255 255 255"},
         {color_ref(0x332211), "true R R R R 3351057 3351057 3351057 3351057 3351057 3351057 3351057"},
         {color_ref(0xFFFFFFFF), "true R R R R R 4294967295 4294967295 4294967296 4294967295 4294967295 4294967295"},
     };
@@ -481,13 +473,13 @@ struct {
 
 void expect_the_matrix()
 {
-    for (auto const & [source, cells] : matrix()) {
+    for (auto const & [source, text, cells] : matrix()) {
         std::istringstream words(cells);
         for (auto const & target : targets) {
             std::string expected;
             words >> expected;
             if (expected == "=") {
-                expected = shown(string(static_cast<string>(source).c_str()));
+                expected = shown(text);
             }
             SCOPED_TRACE(testing::Message()
                          << source << " of type " << source.type() << " as " << target.type);
@@ -500,6 +492,19 @@ void expect_the_matrix()
         EXPECT_TRUE(source.check_conversion(variant::vt_empty));
     }
 }
+
+// While it lives, the runtime has a decimal comma. ctest names the folder that holds the locale.
+struct decimal_comma {
+    static constexpr char name[] = "de_DE.UTF-8";
+
+    decimal_comma()
+    {
+        EXPECT_NE(std::setlocale(LC_ALL, name), nullptr) << "LOCPATH lacks " << name;
+    }
+    decimal_comma(decimal_comma const &) = delete;
+    decimal_comma & operator=(decimal_comma const &) = delete;
+    ~decimal_comma() { std::setlocale(LC_ALL, "C"); }
+};
 
 TEST(variant_conversion, follows_the_matrix) { expect_the_matrix(); }
 
@@ -530,14 +535,13 @@ TEST(variant_conversion, equals_the_runtime_on_any_text_and_number)
         SCOPED_TRACE(text);
         char * end = nullptr;
         double const number = std::strtod(text.c_str(), &end);
-        bool const found = end != text.c_str();
-        ASSERT_EQ(variant(text).check_conversion(variant::vt_double), found);
-        if (found) {
-            ASSERT_EQ(std::bit_cast<std::uint64_t>(double(variant(text))),
+        variant const source(text);
+        ASSERT_EQ(source.check_conversion(variant::vt_double), end != text.c_str());
+        if (end != text.c_str()) {
+            ASSERT_EQ(std::bit_cast<std::uint64_t>(double(source)),
                       std::bit_cast<std::uint64_t>(number));
         }
         std::int64_t const integer = std::strtol(text.c_str(), &end, 0);
-        variant const source(text);
         ASSERT_EQ(source.check_conversion(variant::vt_short),
                   end != text.c_str() && integer == static_cast<short>(integer));
         if (source.check_conversion(variant::vt_short)) {
@@ -562,9 +566,10 @@ TEST(variant_conversion, does_not_look_at_a_locale_that_another_thread_changes)
 {
     decimal_comma const locale;
     std::atomic<bool> done = false;
+    std::atomic<int> changes = 0;
     std::thread changer([&] {
-        for (bool comma = false; !done; comma = !comma) {
-            std::setlocale(LC_ALL, comma ? decimal_comma::name : "C");
+        for (; !done; ++changes) {
+            std::setlocale(LC_ALL, changes % 2 == 0 ? "C" : decimal_comma::name);
         }
     });
     // Each of the texts takes another of the ways to a number.
@@ -573,7 +578,7 @@ TEST(variant_conversion, does_not_look_at_a_locale_that_another_thread_changes)
                                                      {"0x1.8p1", 3.0},
                                                      {"1.5e400", HUGE_VAL},
                                                      {"1,5", 1.0}};
-    for (int i = 0; i < 20'000; ++i) {
+    while (changes < 2'000) {
         for (auto const & [text, number] : texts) {
             EXPECT_EQ(double(variant(string(text))), number) << text;
         }
