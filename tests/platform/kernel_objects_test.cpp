@@ -2,7 +2,7 @@
 #include "zel/platform/kernel_objects.h"
 
 #include "tests/platform/until_asleep.h"
-#include "zel/platform/handles.h"
+#include "zel/platform/address_wait.h"
 #include "zel/platform/last_error.h"
 #include "zel/platform/threads.h"
 #include <atomic>
@@ -13,6 +13,8 @@
 #include <initializer_list>
 #include <memory>
 #include <mutex>
+#include <string>
+#include <string_view>
 #include <thread>
 #include <vector>
 
@@ -495,5 +497,228 @@ TEST(under_load, no_wake_up_is_lost)
     set_event(ping);
     partner.join();
 }
+
+TEST(terminated_threads, leave_the_waiters_and_abandon_what_they_own)
+{
+    if (!can_stop_threads) {
+        GTEST_SKIP() << "the sanitizer takes the victim for one that runs on";
+    }
+    limit const seconds(20);
+    std::string const name = "zel test victim " + std::to_string(::getpid());
+    for (char const * const which : {"", name.c_str()}) {
+        SCOPED_TRACE(which);
+        void * const awaited = create_semaphore(0, 1, which);
+        object const mutex(create_mutex(false, (which + std::string(*which ? "m" : "")).c_str()));
+        struct {
+            void * mutex;
+            void * awaited;
+            std::atomic<std::uint32_t> id;
+        } shared{mutex, awaited, {0}};
+        auto const body = [](void * argument) {
+            auto & objects = *static_cast<decltype(shared) *>(argument);
+            wait_for_single_object(objects.mutex, infinite);
+            objects.id = current_thread_id();
+            wait_for_single_object(objects.awaited, infinite);
+            return 0U;
+        };
+        object const victim(begin_thread(body, &shared, nullptr));
+        while (shared.id == 0) {
+            std::this_thread::yield();
+        }
+        until_asleep(static_cast<int>(shared.id));
+        sleeper heir([&] { EXPECT_EQ(mutex.wait(10'000), wait_abandoned); });
+        EXPECT_TRUE(terminate_thread(victim, 3));
+        (*heir).join();
+        EXPECT_TRUE(release_semaphore(awaited, 1, nullptr));
+        EXPECT_EQ(wait_for_single_object(awaited, 0), wait_object_0) << "nobody waits there";
+        EXPECT_TRUE(close_handle(awaited));
+        if (*which != '\0') {
+            EXPECT_EQ(open_semaphore(synchronize, false, which), nullptr);
+        }
+    }
+}
+
+// What a wake-up is raced against a suspension over.
+struct contender {
+    char const * kind;
+    bool is_lock; // given back by whoever took it; else one is let through for each `give`
+    void * (*create)();
+};
+
+void * create_section()
+{
+    static critical_section section;
+    initialize_critical_section(section);
+    return &section;
+}
+
+std::string name_of_race() { return "zel test race " + std::to_string(::getpid()); }
+
+contender const contenders[] = {
+    {"event", false, [] { return create_event(false, false, nullptr); }},
+    {"semaphore", false, [] { return create_semaphore(0, 2, nullptr); }},
+    {"mutex", true, [] { return create_mutex(false, nullptr); }},
+    {"section", true, create_section},
+    {"named_event", false, [] { return create_event(false, false, name_of_race().c_str()); }},
+    {"named_semaphore", false, [] { return create_semaphore(0, 2, name_of_race().c_str()); }},
+    {"named_mutex", true, [] { return create_mutex(false, name_of_race().c_str()); }},
+};
+
+class suspended_waiters : public testing::TestWithParam<contender> {
+protected:
+    bool is(char const * kind) const { return std::string_view(GetParam().kind).ends_with(kind); }
+
+    bool take(std::uint32_t milliseconds)
+    {
+        if (!is("section")) {
+            return wait_for_single_object(object_, milliseconds) == wait_object_0;
+        }
+        auto & section = *static_cast<critical_section *>(object_);
+        if (milliseconds == 0) {
+            return try_enter_critical_section(section);
+        }
+        enter_critical_section(section);
+        return true;
+    }
+
+    void give()
+    {
+        if (is("section")) {
+            leave_critical_section(*static_cast<critical_section *>(object_));
+        } else {
+            EXPECT_TRUE(is("event")           ? set_event(object_)
+                            : is("semaphore") ? release_semaphore(object_, 1, nullptr)
+                                              : release_mutex(object_));
+        }
+    }
+
+    static unsigned call(void * self) { return static_cast<suspended_waiters *>(self)->work(); }
+
+    // Takes once a round, or keeps waiting into the next.
+    unsigned work()
+    {
+        for (std::uint32_t round = 0;;) {
+            await(round_, round);
+            round = round_;
+            if (done_ || !take(infinite) || done_) {
+                return 0;
+            }
+            if (GetParam().is_lock) {
+                give();
+            }
+            passed_ += 1;
+        }
+    }
+
+    static void await(std::atomic<std::uint32_t> const & word, std::uint32_t old)
+    {
+        while (word == old) {
+            wait_on_address(word, old, -1, false);
+        }
+    }
+    static void advance(std::atomic<std::uint32_t> & word)
+    {
+        word += 1;
+        wake_address(word, 9, false);
+    }
+
+    bool has_passed(std::uint32_t count, std::chrono::microseconds time) const
+    {
+        auto const end = std::chrono::steady_clock::now() + time;
+        while (passed_ < count && std::chrono::steady_clock::now() < end) {
+            std::this_thread::yield();
+        }
+        return passed_ >= count;
+    }
+
+    static void dawdle(unsigned steps)
+    {
+        for (; steps != 0; --steps) {
+            std::atomic_signal_fence(std::memory_order_seq_cst);
+        }
+    }
+
+    void * object_ = nullptr;
+    std::atomic<std::uint32_t> round_{0};
+    std::atomic<std::uint32_t> go_{0};
+    std::atomic<std::uint32_t> taken_{0};
+    std::atomic<std::uint32_t> given_{0};
+    std::atomic<std::uint32_t> over_{0};
+    std::atomic<std::uint32_t> passed_{0};
+    std::atomic<bool> done_{false};
+};
+
+// One waiter is suspended while the object is given away. The other, which runs, must be let
+// through as long as the first is suspended, unless the first had the object in its hands before.
+TEST_P(suspended_waiters, leave_no_other_asleep_beside_a_free_object)
+{
+    if (!can_stop_threads) {
+        GTEST_SKIP() << "the sanitizer puts the stop signal off";
+    }
+    limit const seconds(110);
+    constexpr std::uint32_t rounds = 100'000;
+    bool const is_lock = GetParam().is_lock;
+    object_ = GetParam().create();
+    ASSERT_NE(object_, nullptr);
+
+    std::thread giver([&] {
+        for (std::uint32_t round = 0; round < rounds; ++round) {
+            if (is_lock) {
+                take(infinite);
+                advance(taken_);
+            }
+            await(go_, round);
+            give();
+            advance(given_);
+            await(over_, round);
+        }
+    });
+    void * const victim = begin_thread(call, this, nullptr);
+    std::thread other([&] { work(); });
+
+    std::uint32_t expected = 0;
+    unsigned seed = 1;
+    for (std::uint32_t round = 0; round < rounds; ++round) {
+        if (is_lock) {
+            await(taken_, round);
+        }
+        expected += is_lock ? 2 : 1;
+        seed = seed * 1103515245 + 12345;
+        advance(round_);
+        dawdle(seed / 65536 % 4096);
+        advance(go_);
+        dawdle(seed / 65536 % 61 * 8);
+        ASSERT_NE(suspend_thread(victim), 0xFFFFFFFF);
+        await(given_, round);
+        // Both pass a lock, one passes on a unit.
+        if (!has_passed(expected - (is_lock ? 1 : 0), 1'000us)) {
+            if (take(0)) { // the other has not come yet
+                give();
+                ASSERT_TRUE(has_passed(expected - (is_lock ? 1 : 0), 10s)) << round;
+            } else if (!is_lock) { // the first has it, and a second one is for the other
+                give();
+                expected += 1;
+                ASSERT_TRUE(has_passed(expected - 1, 10s)) << round;
+            }
+        }
+        ASSERT_EQ(resume_thread(victim), 1U);
+        ASSERT_TRUE(has_passed(expected, 10s)) << round;
+        advance(over_);
+    }
+    done_ = true;
+    advance(round_);
+    for (int i = 0; i < 2 && !is_lock; ++i) {
+        give();
+        std::this_thread::sleep_for(1ms);
+    }
+    giver.join();
+    other.join();
+    EXPECT_EQ(wait_for_single_object(victim, 10'000), wait_object_0);
+    EXPECT_TRUE(close_handle(victim));
+    EXPECT_TRUE(is("section") || close_handle(object_));
+}
+
+INSTANTIATE_TEST_SUITE_P(over, suspended_waiters, testing::ValuesIn(contenders),
+                         [](auto const & row) { return std::string(row.param.kind); });
 
 } // namespace

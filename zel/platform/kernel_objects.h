@@ -33,6 +33,10 @@ constexpr std::uint32_t infinite = 0xFFFFFFFF;
 /// byte, may be up to 260 bytes long, and is one object for all processes of the user that runs
 /// them, for as long as any of them holds a handle; a leading `Local\` or `Global\` is dropped.
 /// A creation that finds the name opens that object and leaves its state and kind of reset alone.
+///
+/// The child of a fork has the parent's handles. Those with a name lead to the same objects. An
+/// object without one is a copy of the child's own, where nobody waits, and a mutex that any thread
+/// of the parent owned is abandoned. An exec drops all handles.
 /// \returns a handle for `close_handle`, with last error 183 when the name was there and else 0;
 ///          null with last error 6 (another kind has the name), 87 (counts), 206 (name too long), 8
 ///          or what the host refused.
@@ -80,11 +84,15 @@ ZEL_API bool release_semaphore(void * handle, std::int32_t count, std::int32_t *
 /// that is left until the moment settled at the call.
 /// \param milliseconds  of the monotonic clock; 0 only tests, 0xFFFFFFFF has no limit.
 /// \returns 0: the object is the caller's; 128: so is the mutex, whose owner ended without
-///          releasing it, told once; 258: the time was over; 0xFFFFFFFF: last error 5 or 6.
+///          releasing it, told once; 258: the time was over; 0xFFFFFFFF: last error 5 or 6, or
+///          1450 beyond 1,000 waiters of one event or semaphore with a name, 4,294,967,295 holds of
+///          one mutex, or where the host keeps no list of a thread's locks. That list tells of the
+///          first 2,048 mutexes that a thread owns when it ends.
 ZEL_API std::uint32_t wait_for_single_object(void * handle, std::uint32_t milliseconds) noexcept;
 
 /// Gives the handle back. A thread goes on running. A mutex that is owned stays so for others
-/// until its thread releases it through another handle or ends.
+/// until its thread releases it through another handle or ends. A thread that sleeps in a wait for
+/// the object goes on doing so; no other call with the handle may overlap.
 /// \returns false with last error 6 when it is no handle.
 ZEL_API bool close_handle(void * handle) noexcept;
 

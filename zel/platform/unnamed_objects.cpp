@@ -213,19 +213,22 @@ std::uint32_t wait_slowly(handle_slot & slot, void * handle, bool manual,
                           std::uint32_t milliseconds)
 {
     std::int64_t const until = moment_after(milliseconds);
-    uninterrupted const guard;
-    if (!pin(slot, handle)) {
-        set_last_error(error_invalid_handle);
-        return wait_failed;
+    for (;;) {
+        // A thread that is told to stop does so at the end of this, without the pin: it may be
+        // terminated there.
+        uninterrupted const guard;
+        if (!pin(slot, handle)) {
+            set_last_error(error_invalid_handle);
+            return wait_failed;
+        }
+        outcome const result = wait_in_queue(slot, queue_of(slot), manual, until);
+        if (unpin(slot)) {
+            free_slot(slot);
+        }
+        if (result != outcome::stopped) {
+            return result == outcome::given ? wait_object_0 : wait_timeout;
+        }
     }
-    outcome result;
-    while ((result = wait_in_queue(slot, queue_of(slot), manual, until)) == outcome::stopped) {
-        stop_if_told();
-    }
-    if (unpin(slot)) {
-        free_slot(slot);
-    }
-    return result == outcome::given ? wait_object_0 : wait_timeout;
 }
 
 /// Puts another word in the place of one without `queued`.

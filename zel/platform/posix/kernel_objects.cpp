@@ -331,8 +331,15 @@ std::int64_t moment_or_test(std::uint32_t milliseconds)
 std::uint32_t wait_for_named(handle_slot & slot, void * handle, std::uint32_t milliseconds)
 {
     std::int64_t const until = moment_or_test(milliseconds);
-    named_access const object(slot, handle, synchronize);
-    return object ? wait_for(*object, until) : wait_failed;
+    for (;;) {
+        // A thread that is told to stop does so where `object` ends, without the pin: it may be
+        // terminated there.
+        named_access const object(slot, handle, synchronize);
+        std::uint32_t const result = object ? wait_for(*object, until) : wait_failed;
+        if (result != wait_stopped) {
+            return result;
+        }
+    }
 }
 
 // What is no more than one exchange is done without a pin: nobody closes a handle that another
@@ -357,13 +364,17 @@ std::uint32_t wait_for_mutex(handle_slot & slot, void * handle, robust_mutex con
         return mutex.take_again() ? wait_object_0 : wait_failed;
     }
     std::int64_t const until = moment_or_test(milliseconds);
-    uninterrupted const guard;
-    if (!pin(slot, handle)) {
-        return refuse_wait(error_invalid_handle);
+    for (;;) {
+        uninterrupted const guard; // stops at its end, as above
+        if (!pin(slot, handle)) {
+            return refuse_wait(error_invalid_handle);
+        }
+        std::uint32_t const result = mutex.wait(*list, until);
+        drop(slot, kind_of(handle));
+        if (result != wait_stopped) {
+            return result;
+        }
     }
-    std::uint32_t const result = mutex.wait(*list, until);
-    drop(slot, kind_of(handle));
-    return result;
 }
 
 std::uint32_t wait_for_unnamed_mutex(handle_slot & slot, void * handle, std::uint32_t milliseconds)

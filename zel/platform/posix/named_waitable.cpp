@@ -5,6 +5,7 @@
 #include "zel/platform/handles.h"
 #include "zel/platform/kernel_objects.h"
 #include "zel/platform/last_error.h"
+#include "zel/platform/posix/robust_mutex.h"
 #include "zel/platform/threads.h"
 #include <algorithm>
 
@@ -293,17 +294,15 @@ std::uint32_t wait_for(named_waitable & object, std::int64_t until) noexcept
     if (list == nullptr) {
         return wait_failed;
     }
-    for (;;) {
-        switch (wait_once(object, *list, until)) {
-        case outcome::given:
-            return wait_object_0;
-        case outcome::late:
-            return wait_timeout;
-        case outcome::refused:
-            return wait_failed;
-        case outcome::stopped:
-            stop_if_told();
-        }
+    switch (wait_once(object, *list, until)) {
+    case outcome::given:
+        return wait_object_0;
+    case outcome::late:
+        return wait_timeout;
+    case outcome::stopped:
+        return wait_stopped;
+    default:
+        return wait_failed;
     }
 }
 

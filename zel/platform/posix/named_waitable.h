@@ -38,7 +38,8 @@ void initialize(named_waitable & object, std::uint32_t initial, std::uint32_t ma
                 bool manual) noexcept;
 
 /// \param until  nanoseconds of the monotonic clock; negative for no limit, 0 only tests.
-/// \returns 0, 258, or 0xFFFFFFFF with last error 1450 when too many wait.
+/// \returns 0, 258, `wait_stopped` (robust_mutex.h), or 0xFFFFFFFF with last error 1450 when too
+///          many wait.
 std::uint32_t wait_for(named_waitable & object, std::int64_t until) noexcept;
 
 bool set(named_waitable & event) noexcept;

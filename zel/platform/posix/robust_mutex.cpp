@@ -58,10 +58,10 @@ std::uint32_t robust_mutex::wait(robust_list & list, std::int64_t until) const n
             if (reason == wake_reason::woken) {
                 wake_address(word(), 1, true);
             }
-            list.withdraw();
-            stop_if_told();
-            list.announce(ownership.node);
-        } else if (reason == wake_reason::late) {
+            result = wait_stopped;
+            break;
+        }
+        if (reason == wake_reason::late) {
             break;
         }
         now = state.load(std::memory_order_acquire);

@@ -37,6 +37,11 @@ struct mutex_ownership {
     std::atomic<std::uintptr_t> home;
 };
 
+/// What a wait gives that has ended because its thread is told to stop, which it does when it
+/// leaves `uninterrupted`; it then waits again. It has left the waiters, and passed on what it was
+/// given.
+constexpr std::uint32_t wait_stopped = 0xFFFFFFFE;
+
 extern constinit std::atomic<std::uint64_t> known_process_mark; // 0: not made yet
 std::uint64_t make_process_mark() noexcept;
 
@@ -115,7 +120,7 @@ struct robust_mutex {
 
     /// For a mutex that was not free and not the caller's, who is inside `uninterrupted` once.
     /// \param until  0 only tests.
-    /// \returns 0, 128 or 258.
+    /// \returns 0, 128, 258 or `wait_stopped`.
     std::uint32_t wait(robust_list & list, std::int64_t until) const noexcept;
 
     /// Gives one hold of the caller's back.
