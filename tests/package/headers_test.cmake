@@ -26,10 +26,12 @@ if(CLANG)
   compile(${CLANG} zel/zel.h)
 endif()
 
-# What is public is in the header of everything.
-file(READ ${WORK}/include/zel/zel.h everything)
+# What is public comes with the header of everything.
+file(WRITE ${WORK}/everything.cpp "#include <zel/zel.h>\n")
+execute_process(COMMAND ${CXX} -std=c++20 -M -I include everything.cpp WORKING_DIRECTORY ${WORK}
+                OUTPUT_VARIABLE everything COMMAND_ERROR_IS_FATAL ANY)
 foreach(header IN LISTS headers)
-  if(NOT header STREQUAL "zel/zel.h" AND NOT everything MATCHES "#include \"${header}\"")
-    message(SEND_ERROR "zel/zel.h lacks ${header}")
+  if(NOT everything MATCHES "include/${header}[ \n]")
+    message(SEND_ERROR "zel/zel.h does not bring ${header}")
   endif()
 endforeach()
