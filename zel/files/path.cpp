@@ -39,7 +39,10 @@ bool normalize(char * result, std::string_view source) noexcept
     if (dot) {
         *result = '.';
     }
-    std::replace(start, start + source.size(), '/', '\\');
+    // Most texts have none, and looking for one is much cheaper than replacing.
+    if (std::memchr(start, '/', source.size()) != nullptr) {
+        std::replace(start, start + source.size(), '/', '\\');
+    }
     return true;
 }
 
@@ -76,7 +79,7 @@ public:
     char const * c_str() const noexcept { return text_; }
 
 private:
-    char text_[platform::max_path] = {};
+    char text_[platform::max_path]; // what is behind the text has no value
     bool fits_;
 };
 
@@ -215,13 +218,14 @@ path & path::operator=(string const & source)
 
 bool path::operator==(path const & other) const noexcept
 {
-    return platform::path_compare(text, other.text) == 0;
+    return platform::path_equal(text, other.text);
 }
 
 bool path::operator==(char const * other) const noexcept
 {
-    argument const normalized(other);
-    return normalized.fits() && platform::path_compare(text, normalized.c_str()) == 0;
+    // Comparing reads in blocks and so behind the text.
+    char normalized[max_path] = {};
+    return normalize(normalized, view(other)) && platform::path_equal(text, normalized);
 }
 
 std::weak_ordering path::operator<=>(path const & other) const noexcept
@@ -310,8 +314,9 @@ path path::find_next_component() const { return path(platform::path_find_next_co
 bool path::match_spec(char const * spec) const noexcept
 {
     // A name may hold a `;` or begin with a blank, so the plain comparison comes first.
-    char const * const name = find_filename();
-    return ascii::equal_without_case(name, view(spec)) || platform::path_match_spec(name, spec);
+    std::string_view const name = find_filename();
+    std::string_view const wanted = view(spec);
+    return ascii::equal_without_case(name, wanted) || platform::path_match_spec(name, wanted);
 }
 
 char const * path::add_back_slash() noexcept { return platform::path_add_backslash(text); }

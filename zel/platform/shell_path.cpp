@@ -134,12 +134,21 @@ public:
         char const * at = components.data();
         char const * const end = at + components.size();
         while (at != end) {
-            char const * const start = at;
-            while (at != end && *at != '\\') {
-                ++at;
+            std::size_t const before = size_;
+            if (size_ > 0 && area_[size_ - 1] != '\\' && !(bare_drive_ && size_ == root_)) {
+                area_[size_++] = '\\';
             }
-            add_component({start, static_cast<std::size_t>(at - start)});
+            std::size_t const start = size_;
+            while (at != end && *at != '\\') {
+                area_[size_++] = *at++;
+            }
             at += at != end ? 1 : 0;
+            std::size_t const length = size_ - start;
+            if (length == 0 || (length == 1 && area_[start] == '.')) {
+                size_ = before;
+            } else if (length == 2 && area_[start] == '.' && area_[start + 1] == '.') {
+                go_up(before);
+            }
         }
     }
 
@@ -160,25 +169,15 @@ public:
     }
 
 private:
-    void add_component(std::string_view component) noexcept
+    /// Answers to a `..` that was added to a text of `before` bytes.
+    void go_up(std::size_t before) noexcept
     {
-        if (component.empty() || component == ".") {
-            return;
-        }
-        bool const up = component == "..";
-        if (up && size_ > floor_) {
+        if (before > floor_) {
+            size_ = before;
             while (--size_ > floor_ && area_[size_] != '\\') { }
-            return;
-        }
-        if (up && root_ > 0) {
-            return;
-        }
-        if (size_ > 0 && area_[size_ - 1] != '\\' && !(bare_drive_ && size_ == root_)) {
-            area_[size_++] = '\\';
-        }
-        component.copy(area_ + size_, component.size());
-        size_ += component.size();
-        if (up) {
+        } else if (root_ > 0) {
+            size_ = before;
+        } else {
             floor_ = size_;
         }
     }
@@ -262,30 +261,57 @@ char const * find_unquoted_blank(char const * text) noexcept
     return text;
 }
 
+/// True when a byte of a pattern other than `*` stands for this byte of a name.
+constexpr bool stands_for(char wanted, char c) noexcept
+{
+    return wanted == c || wanted == '?' || ascii::lower(wanted) == ascii::lower(c);
+}
+
 /// True when the pattern, in which only `*` and `?` are special, matches the whole name.
 bool match_wild_cards(std::string_view name, std::string_view pattern) noexcept
 {
-    std::size_t n = 0;
-    std::size_t p = 0;
-    std::size_t star = std::string_view::npos; // the last `*` met,
-    std::size_t resume = 0; // and how far it reaches by now
-    while (n < name.size()) {
-        if (p < pattern.size() && pattern[p] == '*') {
-            star = ++p;
-            resume = n;
-        } else if (p < pattern.size()
-                   && (pattern[p] == '?' || ascii::lower(pattern[p]) == ascii::lower(name[n]))) {
-            ++p;
-            ++n;
-        } else if (star != std::string_view::npos) {
-            // An earlier `*` never has to give way: the last one can take over any of it.
-            p = star;
-            n = ++resume;
-        } else {
+    char const * n = name.data();
+    char const * n_end = n + name.size();
+    char const * p = pattern.data();
+    char const * p_end = p + pattern.size();
+    // What stands before the first `*` and behind the last one has its place in the name.
+    for (; p != p_end && *p != '*'; ++p, ++n) {
+        if (n == n_end || !stands_for(*p, *n)) {
             return false;
         }
     }
-    return pattern.find_first_not_of('*', p) == std::string_view::npos;
+    if (p == p_end) {
+        return n == n_end;
+    }
+    for (; p_end[-1] != '*'; --p_end, --n_end) {
+        if (n == n_end || !stands_for(p_end[-1], n_end[-1])) {
+            return false;
+        }
+    }
+    // What stands between two of them takes the first place that it fits in: a later one would
+    // only leave less for the others.
+    for (;;) {
+        while (p != p_end && *p == '*') {
+            ++p;
+        }
+        if (p == p_end) {
+            return true;
+        }
+        std::ptrdiff_t i = 0;
+        while (p[i] != '*') {
+            if (n + i == n_end) {
+                return false;
+            }
+            if (stands_for(p[i], n[i])) {
+                ++i;
+            } else {
+                ++n;
+                i = 0;
+            }
+        }
+        n += i;
+        p += i;
+    }
 }
 
 #ifdef __SSE2__
@@ -296,28 +322,48 @@ block load(char const * text) noexcept
     return _mm_loadu_si128(reinterpret_cast<block const *>(text));
 }
 
-block lower(block text) noexcept
+/// 16 bytes of the first text, each made 0 where the second has another one.
+block keep_equal(char const * first, char const * second) noexcept
 {
-    // Compared as signed bytes: those from 0x80 on are negative and so no letters.
-    block const capital = _mm_and_si128(_mm_cmpgt_epi8(text, _mm_set1_epi8('A' - 1)),
-                                        _mm_cmplt_epi8(text, _mm_set1_epi8('Z' + 1)));
-    return _mm_add_epi8(text, _mm_and_si128(capital, _mm_set1_epi8('a' - 'A')));
+    constexpr char case_bit = 'a' - 'A';
+    block const a = load(first);
+    block const small = _mm_or_si128(a, _mm_set1_epi8(case_bit));
+    // Moved so that `z` is the largest signed byte, the letters are those above a limit.
+    block const letter = _mm_cmpgt_epi8(_mm_add_epi8(small, _mm_set1_epi8(127 - 'z')),
+                                        _mm_set1_epi8(127 - 'z' + 'a' - 1));
+    block const ignored = _mm_and_si128(letter, _mm_set1_epi8(case_bit));
+    block const difference = _mm_andnot_si128(ignored, _mm_xor_si128(a, load(second)));
+    return _mm_and_si128(a, _mm_cmpeq_epi8(difference, _mm_setzero_si128()));
 }
 
-/// The first of 16 bytes that differs or ends the first text; 16 when there is none.
-unsigned int find_end_or_difference(char const * a, char const * b) noexcept
+/// One bit for each byte that is 0.
+unsigned int zeros(block bytes) noexcept
 {
-    block const first = load(a);
-    block const same = _mm_cmpeq_epi8(lower(first), lower(load(b)));
-    block const end = _mm_cmpeq_epi8(first, _mm_setzero_si128());
-    auto const goes_on = static_cast<unsigned int>(_mm_movemask_epi8(_mm_andnot_si128(end, same)));
-    return static_cast<unsigned int>(std::countr_one(goes_on));
+    return static_cast<unsigned int>(_mm_movemask_epi8(_mm_cmpeq_epi8(bytes, _mm_setzero_si128())));
+}
+
+/// The first byte that differs or ends both texts, each in an array of `max_path` bytes.
+inline unsigned int find_end_or_difference(char const * first, char const * second) noexcept
+{
+    constexpr unsigned int size = sizeof(block);
+    unsigned int i = 0;
+    for (; i + 2 * size <= max_path; i += 2 * size) {
+        block const low = keep_equal(first + i, second + i);
+        block const high = keep_equal(first + i + size, second + i + size);
+        if (zeros(_mm_min_epu8(low, high)) != 0) [[unlikely]] {
+            return i
+                + static_cast<unsigned int>(std::countr_zero(zeros(low) | zeros(high) << size));
+        }
+    }
+    i = max_path - size;
+    return i
+        + static_cast<unsigned int>(std::countr_zero(zeros(keep_equal(first + i, second + i))));
 }
 #else
-unsigned int find_end_or_difference(char const * a, char const * b) noexcept
+inline unsigned int find_end_or_difference(char const * first, char const * second) noexcept
 {
     unsigned int i = 0;
-    while (i < 16 && a[i] != '\0' && ascii::lower(a[i]) == ascii::lower(b[i])) {
+    while (first[i] != '\0' && ascii::lower(first[i]) == ascii::lower(second[i])) {
         ++i;
     }
     return i;
@@ -472,13 +518,13 @@ char const * path_find_file_name(char const * text) noexcept
     if (text == nullptr) {
         return nullptr;
     }
-    char const * name = text;
-    for (char const * at = text; *at != '\0'; ++at) {
-        if ((*at == '\\' || *at == ':') && at[1] != '\0' && at[1] != '\\') {
-            name = at + 1;
+    std::string_view const whole = view(text);
+    for (std::size_t at = whole.size(); at-- > 1;) {
+        if ((whole[at - 1] == '\\' || whole[at - 1] == ':') && whole[at] != '\\') {
+            return text + at;
         }
     }
-    return name;
+    return text;
 }
 
 char const * path_skip_root(char const * text) noexcept
@@ -691,37 +737,37 @@ bool name_matches(std::string_view name, std::string_view pattern) noexcept
         && match_wild_cards(name, pattern.substr(0, pattern.size() - 1));
 }
 
-bool path_match_spec(char const * name, char const * spec) noexcept
+bool path_match_spec(std::string_view name, std::string_view spec) noexcept
 {
-    std::string_view const whole = view(name);
-    std::string_view rest = view(spec);
-    for (;;) {
-        rest.remove_prefix(std::min(rest.find_first_not_of(' '), rest.size()));
-        std::string_view const pattern = rest.substr(0, rest.find(';'));
-        if (name_matches(whole, pattern)) {
+    for (std::size_t start = 0;;) {
+        while (start < spec.size() && spec[start] == ' ') {
+            ++start;
+        }
+        std::size_t end = start;
+        while (end < spec.size() && spec[end] != ';') {
+            ++end;
+        }
+        if (name_matches(name, spec.substr(start, end - start))) {
             return true;
         }
-        if (pattern.size() == rest.size()) {
+        if (end == spec.size()) {
             return false;
         }
-        rest.remove_prefix(pattern.size() + 1);
+        start = end + 1;
     }
 }
 
 int path_compare(char const * first, char const * second) noexcept
 {
-    unsigned int i = 0;
-    for (; i + 16 <= max_path; i += 16) {
-        unsigned int const stop = find_end_or_difference(first + i, second + i);
-        if (stop < 16) {
-            return fold(first[i + stop]) - fold(second[i + stop]);
-        }
-    }
-    while (i + 1 < max_path && first[i] != '\0'
-           && ascii::lower(first[i]) == ascii::lower(second[i])) {
-        ++i;
-    }
-    return fold(first[i]) - fold(second[i]);
+    unsigned int const at = find_end_or_difference(first, second);
+    return fold(first[at]) - fold(second[at]);
+}
+
+bool path_equal(char const * first, char const * second) noexcept
+{
+    // At a difference the bytes differ in more than their case, at the end in nothing.
+    unsigned int const at = find_end_or_difference(first, second);
+    return first[at] == second[at];
 }
 
 } // namespace zel::platform

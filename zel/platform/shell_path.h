@@ -134,7 +134,7 @@ int path_common_prefix(char const * first, char const * second, char * result) n
 /// True when `name` matches one of the patterns in `spec`, which are parted by `;`; blanks in front
 /// of each are skipped. `*` stands for any bytes and `?` for one. `*.*` matches every name, and the
 /// dot that ends a pattern also stands for the missing extension of a name without a dot.
-bool path_match_spec(char const * name, char const * spec) noexcept;
+bool path_match_spec(std::string_view name, std::string_view spec) noexcept;
 
 /// True when `name` matches the one pattern, as `path_match_spec` matches each of its.
 bool name_matches(std::string_view name, std::string_view pattern) noexcept;
@@ -143,5 +143,8 @@ bool name_matches(std::string_view name, std::string_view pattern) noexcept;
 /// capitals taken for small letters.
 /// \returns below 0, 0 or above 0.
 int path_compare(char const * first, char const * second) noexcept;
+
+/// The same as a comparison that gives 0, a little faster.
+bool path_equal(char const * first, char const * second) noexcept;
 
 } // namespace zel::platform
