@@ -3,6 +3,7 @@
 
 #include "tests/platform/until_asleep.h"
 #include "zel/platform/address_wait.h"
+#include "zel/platform/critical_section.h"
 #include "zel/platform/last_error.h"
 #include "zel/platform/threads.h"
 #include <atomic>

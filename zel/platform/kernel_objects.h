@@ -2,7 +2,6 @@
 #pragma once
 
 #include "zel/core/api.h"
-#include <atomic>
 #include <cstdint>
 
 namespace zel::platform {
@@ -95,22 +94,5 @@ ZEL_API std::uint32_t wait_for_single_object(void * handle, std::uint32_t millis
 /// the object goes on doing so; no other call with the handle may overlap.
 /// \returns false with last error 6 when it is no handle.
 ZEL_API bool close_handle(void * handle) noexcept;
-
-/// A lock of one process that its owner may take again. All members are the functions' own.
-struct critical_section {
-    std::atomic<std::uint32_t> word; // 0 free, 1 held, 2 held and someone may sleep
-    std::uint32_t count; // holds of the owner
-    std::atomic<std::uint64_t> owner; // its number, never given twice; 0 for none
-};
-
-void initialize_critical_section(critical_section & section) noexcept;
-/// Nobody holds it or waits for it.
-void delete_critical_section(critical_section & section) noexcept;
-/// Waits without limit. After a fork, what the forking thread held is held by the child's thread.
-void enter_critical_section(critical_section & section) noexcept;
-/// \returns whether it is the caller's now; never waits.
-bool try_enter_critical_section(critical_section & section) noexcept;
-/// Does nothing for a thread that does not hold it.
-void leave_critical_section(critical_section & section) noexcept;
 
 } // namespace zel::platform

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "zel/platform/handles.h"
+#include <atomic>
 #include <cstdint>
 
 /// Events and semaphores without a name: the word in the slot's state, the queue of waiters in its
@@ -12,6 +13,28 @@ namespace zel::platform {
 /// \param maximum  of a semaphore; 1 for an event.
 /// \returns null with the last error of `take_slot`.
 void * create_unnamed(handle_kind kind, std::uint32_t initial, std::uint32_t maximum) noexcept;
+
+/// \name One exchange of the word, when that is all it takes
+/// \returns false when nothing was done: the function of the same job sees to it.
+/// @{
+inline bool take_free_unit(handle_slot & slot, void * handle) noexcept
+{
+    std::uint64_t state = slot.state.load(std::memory_order_acquire);
+    return is_alive(state, handle) && word_of(state) - 1 < 0x7FFFFFFF
+        && slot.state.compare_exchange_strong(state, state - 1, std::memory_order_acquire,
+                                              std::memory_order_relaxed);
+}
+
+inline bool put_down(handle_slot & slot, void * handle, std::uint32_t count,
+                     std::uint32_t maximum) noexcept
+{
+    std::uint64_t state = slot.state.load(std::memory_order_relaxed);
+    std::uint64_t const after = word_of(state) + std::uint64_t{count};
+    return is_alive(state, handle) && after <= maximum
+        && slot.state.compare_exchange_strong(state, state + count, std::memory_order_release,
+                                              std::memory_order_relaxed);
+}
+/// @}
 
 std::uint32_t wait_for_unnamed(handle_slot & slot, void * handle,
                                std::uint32_t milliseconds) noexcept;

@@ -179,9 +179,13 @@ void renew_slot(handle_slot & slot)
     slot.references.store((references & ~word_mask) | 1, std::memory_order_relaxed);
 }
 
+constinit brief_lock preparation;
+constinit std::atomic<bool> forks_prepared{false};
+
 void after_fork_in_child()
 {
     this_thread.id = 0;
+    preparation.reset();
     known_process_mark.store(0, std::memory_order_relaxed);
     leftovers_lock.reset();
     for_each_slot(renew_slot);
@@ -195,19 +199,17 @@ void after_fork_in_child()
 
 bool prepare_forks()
 {
-    static constinit std::atomic<bool> prepared{false};
-    static constinit brief_lock preparation;
-    if (prepared.load(std::memory_order_acquire)) {
+    if (forks_prepared.load(std::memory_order_acquire)) {
         return true;
     }
     uninterrupted const guard;
     preparation.lock();
-    if (!prepared.load(std::memory_order_relaxed)) {
-        prepared.store(::pthread_atfork(nullptr, nullptr, after_fork_in_child) == 0,
-                       std::memory_order_release);
+    if (!forks_prepared.load(std::memory_order_relaxed)) {
+        forks_prepared.store(::pthread_atfork(nullptr, nullptr, after_fork_in_child) == 0,
+                             std::memory_order_release);
     }
     preparation.unlock();
-    return prepared.load(std::memory_order_relaxed) || refuse(error_not_enough_memory);
+    return forks_prepared.load(std::memory_order_relaxed) || refuse(error_not_enough_memory);
 }
 
 bool is_empty(char const * name) { return name == nullptr || *name == '\0'; }
@@ -342,34 +344,16 @@ std::uint32_t wait_for_named(handle_slot & slot, void * handle, std::uint32_t mi
     }
 }
 
-// What is no more than one exchange is done without a pin: nobody closes a handle that another
-// thread is using.
 std::uint32_t wait_for_mutex(handle_slot & slot, void * handle, robust_mutex const & mutex,
                              std::uint32_t milliseconds)
 {
-    robust_list * const list = robust_list::own();
-    if (list == nullptr) {
-        return wait_failed;
-    }
-    std::uint64_t state = mutex.state.load(std::memory_order_acquire);
-    while (word_of(state) == 0) {
-        if (!mutex.is_shared() && !is_alive(state, handle)) {
-            return refuse_wait(error_invalid_handle);
-        }
-        if (mutex.take(*list, state)) {
-            return wait_object_0;
-        }
-    }
-    if (mutex.is_mine(word_of(state))) {
-        return mutex.take_again() ? wait_object_0 : wait_failed;
-    }
     std::int64_t const until = moment_or_test(milliseconds);
     for (;;) {
         uninterrupted const guard; // stops at its end, as above
         if (!pin(slot, handle)) {
             return refuse_wait(error_invalid_handle);
         }
-        std::uint32_t const result = mutex.wait(*list, until);
+        std::uint32_t const result = mutex.wait(*robust_list::own(), until);
         drop(slot, kind_of(handle));
         if (result != wait_stopped) {
             return result;
@@ -377,14 +361,35 @@ std::uint32_t wait_for_mutex(handle_slot & slot, void * handle, robust_mutex con
     }
 }
 
-std::uint32_t wait_for_unnamed_mutex(handle_slot & slot, void * handle, std::uint32_t milliseconds)
+// What is no more than one exchange is done without a pin: nobody closes a handle that another
+// thread is using. The slot is the handle's, as `state` tells.
+[[gnu::always_inline]] inline std::uint32_t take_mutex(handle_slot & slot, void * handle,
+                                                       robust_mutex const & mutex,
+                                                       std::uint64_t state,
+                                                       std::uint32_t milliseconds)
 {
-    return is_alive(slot.state.load(std::memory_order_acquire), handle)
-        ? wait_for_mutex(slot, handle, unnamed_mutex(slot), milliseconds)
+    robust_list * const list = robust_list::own();
+    if (list == nullptr) {
+        return wait_failed;
+    }
+    if (word_of(state) == 0 && mutex.take(*list, state)) {
+        return wait_object_0;
+    }
+    if (mutex.is_mine(word_of(state))) {
+        return mutex.take_again() ? wait_object_0 : wait_failed;
+    }
+    return wait_for_mutex(slot, handle, mutex, milliseconds);
+}
+
+std::uint32_t take_unnamed_mutex(handle_slot & slot, void * handle, std::uint32_t milliseconds)
+{
+    std::uint64_t const state = slot.state.load(std::memory_order_acquire);
+    return is_alive(state, handle)
+        ? take_mutex(slot, handle, unnamed_mutex(slot), state, milliseconds)
         : refuse_wait(error_invalid_handle);
 }
 
-std::uint32_t wait_for_named_mutex(handle_slot & slot, void * handle, std::uint32_t milliseconds)
+std::uint32_t take_named_mutex(handle_slot & slot, void * handle, std::uint32_t milliseconds)
 {
     if (!is_alive(slot.state.load(std::memory_order_acquire), handle)) {
         return refuse_wait(error_invalid_handle);
@@ -392,12 +397,14 @@ std::uint32_t wait_for_named_mutex(handle_slot & slot, void * handle, std::uint3
     if ((slot.access.load(std::memory_order_relaxed) & synchronize) == 0) {
         return refuse_wait(error_access_denied);
     }
-    return wait_for_mutex(slot, handle, mutex_in(memory_in(slot)), milliseconds);
+    robust_mutex const mutex = mutex_in(memory_in(slot));
+    return take_mutex(slot, handle, mutex, mutex.state.load(std::memory_order_acquire),
+                      milliseconds);
 }
 
-bool release_any_mutex(robust_mutex const & mutex)
+[[gnu::always_inline]] inline bool release_any_mutex(robust_mutex const & mutex,
+                                                     std::uint64_t state)
 {
-    std::uint64_t const state = mutex.state.load(std::memory_order_relaxed);
     if (!mutex.is_mine(word_of(state))) {
         return refuse(error_not_owner);
     }
@@ -474,7 +481,7 @@ void * create_mutex(bool initially_owned, char const * name) noexcept
     }
     void * const handle = publish(*slot, handle_kind::mutex, 0, mutex_all_access);
     if (initially_owned) {
-        wait_for_unnamed_mutex(*slot, handle, 0);
+        take_unnamed_mutex(*slot, handle, 0);
     }
     set_last_error(error_success);
     return handle;
@@ -500,13 +507,17 @@ std::uint32_t wait_for_single_object(void * handle, std::uint32_t milliseconds) 
     handle_slot * const slot = slot_of(handle);
     switch (slot == nullptr ? handle_kind::none : kind_of(handle)) {
     case handle_kind::auto_event:
-    case handle_kind::manual_event:
     case handle_kind::semaphore:
+        if (take_free_unit(*slot, handle)) {
+            return wait_object_0;
+        }
+        [[fallthrough]];
+    case handle_kind::manual_event:
         return wait_for_unnamed(*slot, handle, milliseconds);
     case handle_kind::mutex:
-        return wait_for_unnamed_mutex(*slot, handle, milliseconds);
+        return take_unnamed_mutex(*slot, handle, milliseconds);
     case handle_kind::named_mutex:
-        return wait_for_named_mutex(*slot, handle, milliseconds);
+        return take_named_mutex(*slot, handle, milliseconds);
     case handle_kind::named_event:
     case handle_kind::named_semaphore:
         return wait_for_named(*slot, handle, milliseconds);
@@ -523,7 +534,7 @@ bool set_event(void * handle) noexcept
     switch (slot == nullptr ? handle_kind::none : kind_of(handle)) {
     case handle_kind::auto_event:
     case handle_kind::manual_event:
-        return set_unnamed_event(*slot, handle);
+        return put_down(*slot, handle, 1, 1) || set_unnamed_event(*slot, handle);
     case handle_kind::named_event: {
         named_access const event(*slot, handle, event_modify_state);
         return event && set(*event);
@@ -568,14 +579,17 @@ bool pulse_event(void * handle) noexcept
 bool release_mutex(void * handle) noexcept
 {
     handle_slot * const slot = slot_of(handle);
-    if (slot == nullptr || !is_alive(slot->state.load(std::memory_order_acquire), handle)) {
+    std::uint64_t const state = slot == nullptr ? 0 : slot->state.load(std::memory_order_acquire);
+    if (!is_alive(state, handle)) {
         return refuse(error_invalid_handle);
     }
     switch (kind_of(handle)) {
     case handle_kind::mutex:
-        return release_any_mutex(unnamed_mutex(*slot));
-    case handle_kind::named_mutex:
-        return release_any_mutex(mutex_in(memory_in(*slot)));
+        return release_any_mutex(unnamed_mutex(*slot), state);
+    case handle_kind::named_mutex: {
+        robust_mutex const mutex = mutex_in(memory_in(*slot));
+        return release_any_mutex(mutex, mutex.state.load(std::memory_order_relaxed));
+    }
     default:
         return refuse(error_invalid_handle);
     }

@@ -85,6 +85,8 @@ bool lock_file(int file, int how)
 /// A fork in the middle would copy open locks into the child, which knows nothing of them.
 /// @{
 constinit brief_lock calls;
+constinit brief_lock preparation;
+constinit std::atomic<bool> prepared{false};
 
 void add_to_depth(std::uint32_t number)
 {
@@ -109,6 +111,7 @@ void after_fork_in_parent()
 void after_fork_in_child()
 {
     calls.reset();
+    preparation.reset();
     add_to_depth(0xFFFFFFFF);
 }
 
@@ -122,8 +125,6 @@ public:
     /// \returns false with the last error set when the host is out of memory.
     static bool prepare() noexcept
     {
-        static constinit std::atomic<bool> prepared{false};
-        static constinit brief_lock preparation;
         if (!prepared.load(std::memory_order_acquire)) {
             preparation.lock();
             if (!prepared.load(std::memory_order_relaxed)) {

@@ -68,7 +68,7 @@ struct robust_mutex {
     bool is_mine(std::uint32_t word_now) const noexcept
     {
         return (word_now & thread_mask) == thread_number()
-            && ownership.process.load(std::memory_order_relaxed) == process;
+            && (!is_shared() || ownership.process.load(std::memory_order_relaxed) == process);
     }
 
     static std::uint32_t thread_number() noexcept
@@ -88,9 +88,11 @@ struct robust_mutex {
         }
         list.add(ownership.node);
         ownership.holds.store(1, std::memory_order_relaxed);
-        ownership.process.store(process, std::memory_order_relaxed);
-        ownership.home.store(reinterpret_cast<std::uintptr_t>(&ownership),
-                             std::memory_order_relaxed);
+        if (is_shared()) {
+            ownership.process.store(process, std::memory_order_relaxed);
+            ownership.home.store(reinterpret_cast<std::uintptr_t>(&ownership),
+                                 std::memory_order_relaxed);
+        }
         return true;
     }
 
