@@ -63,8 +63,7 @@ public:
 
     /// Opens another stream; one that is open is closed first, and what its end says is lost.
     /// \throws file::exception  `cannot_open` with the path's text. The object then has the new
-    /// path
-    ///                          and no stream.
+    ///                          path and no stream.
     void open(path const & source, mode wanted_mode, kind wanted_kind);
 
     /// \throws file::exception  `cannot_close` when buffered bytes could not be written, or when

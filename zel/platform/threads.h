@@ -51,9 +51,8 @@ bool terminate_thread(void * handle, std::uint32_t exit_code) noexcept;
 /// Stops the thread wherever it is and counts; returns when it has stopped, for the calling thread
 /// when it was resumed. A stopped thread waits for no object of this layer.
 /// \returns the count before, 0 to 126; 0xFFFFFFFF with last error 156 at a count of 127 or when
-/// the
-///          thread blocks the signal that this takes, for 50 ms or for good; 5 when it has ended or
-///          is being terminated; 6.
+///          the thread blocks the signal that this takes, for 50 ms or for good; 5 when it has
+///          ended or is being terminated; 6.
 std::uint32_t suspend_thread(void * handle) noexcept;
 /// \returns the count before; the thread runs on when it was 1 or 0.
 std::uint32_t resume_thread(void * handle) noexcept;

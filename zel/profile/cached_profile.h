@@ -40,8 +40,7 @@ namespace zel {
 class ZEL_API cached_profile : public iprofile {
 public:
     /// \param below  may be null; then reads of what is not in memory, and commits of what is
-    /// dirty,
-    ///               raise `memory_exception` with `null_pointer`.
+    ///               dirty, raise `memory_exception` with `null_pointer`.
     explicit cached_profile(auto_ptr<iprofile> below);
     ~cached_profile() override;
 

@@ -27,8 +27,7 @@ public:
 
     /// Creates the mutex, or joins the one of that name.
     /// \param initially_owned  whether a mutex that is new is the calling thread's at once; one
-    /// that
-    ///                         was there is joined without being taken.
+    ///                         that was there is joined without being taken.
     /// \param name  compared byte by byte, at most 260 bytes; empty for a mutex of this object
     ///              alone.
     /// \throws sync_obj::exception  `failed_to_create`: another kind of object has the name, it is

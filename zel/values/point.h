@@ -59,8 +59,7 @@ public:
     constexpr void operator-=(t_size by) noexcept { *this -= t_point{by.cx, by.cy}; }
 
     /// \param format  a printf format with one conversion for `x`, then one for `y`, of the width
-    /// of
-    ///                `int` or of `long`.
+    ///                of `int` or of `long`.
     /// \throws memory_exception  `null_pointer` for a null format.
     string to_string(char const * format);
 

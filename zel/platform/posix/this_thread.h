@@ -114,8 +114,7 @@ void visit_graveyard() noexcept;
 void forget_graveyard() noexcept;
 
 /// \returns the slot of a living handle of a thread, with a reference for the caller; null with
-/// last
-///          error 6.
+///          last error 6.
 handle_slot * pinned_thread(void * handle) noexcept;
 
 /// Waits until the host is done with the thread, and gives its stack back.
