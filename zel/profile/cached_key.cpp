@@ -43,19 +43,17 @@ void cached_key::commit()
 
 std::vector<auto_ptr<cached_value>>::iterator cached_key::find_value(string const & entry)
 {
-    auto const place = order_.find(values, entry);
-    return place.found ? values.begin() + static_cast<std::ptrdiff_t>(place.position)
-                       : values.end();
+    return index_.find(entry) == nullptr ? values.end() : index_.place(values, entry);
 }
 
 void cached_key::insert_value(auto_ptr<cached_value> value)
 {
-    order_.insert(values, std::move(value));
+    index_.insert(values, std::move(value));
 }
 
 string cached_key::read_string(string const & entry, string const & default_value)
 {
-    cached_value * value = find(entry);
+    cached_value * value = index_.find(entry);
     if (value == nullptr) {
         string const text = profile->read_string(name, entry, default_value);
         insert_value(value = new string_cached_value(entry, text, false));
@@ -65,7 +63,7 @@ string cached_key::read_string(string const & entry, string const & default_valu
 
 std::int32_t cached_key::read_int(string const & entry, std::int32_t default_value)
 {
-    cached_value * value = find(entry);
+    cached_value * value = index_.find(entry);
     if (value == nullptr) {
         std::int32_t const number = profile->read_int(name, entry, default_value);
         insert_value(value = new int_cached_value(entry, number, false));
@@ -80,7 +78,7 @@ bool cached_key::read_bool(string const & entry, bool default_value)
 
 void cached_key::write_string(string const & entry, string const & text)
 {
-    if (cached_value * const value = find(entry)) {
+    if (cached_value * const value = index_.find(entry)) {
         value->set_string(text);
     } else {
         insert_value(new string_cached_value(entry, text, true));
@@ -89,7 +87,7 @@ void cached_key::write_string(string const & entry, string const & text)
 
 void cached_key::write_int(string const & entry, std::int32_t number)
 {
-    if (cached_value * const value = find(entry)) {
+    if (cached_value * const value = index_.find(entry)) {
         value->set_int(number);
     } else {
         insert_value(new int_cached_value(entry, number, true));
@@ -103,7 +101,7 @@ void cached_key::write_binary(string const & entry, void * data, std::uint32_t s
     if (data == nullptr && size > 0) {
         return;
     }
-    if (cached_value * const value = find(entry)) {
+    if (cached_value * const value = index_.find(entry)) {
         value->set_binary(data, size);
     } else {
         insert_value(new binary_cached_value(entry, data, size, true));
@@ -156,15 +154,9 @@ void cached_key::forget_changes() noexcept
     }
 }
 
-cached_value * cached_key::find(std::string_view entry) const noexcept
-{
-    auto const place = order_.find(values, entry);
-    return place.found ? values[place.position].get() : nullptr;
-}
-
 cached_value & cached_key::binary_value(string const & entry)
 {
-    cached_value * const value = find(entry);
+    cached_value * const value = index_.find(entry);
     return value != nullptr ? *value : *load_binary(name, entry);
 }
 

@@ -6,7 +6,7 @@
 #include "zel/core/ref_obj.h"
 #include "zel/profile/cached_value.h"
 #include "zel/profile/iprofile.h"
-#include "zel/profile/name_order.h"
+#include "zel/profile/name_index.h"
 #include "zel/text/string.h"
 #include <cstdint>
 #include <string_view>
@@ -52,13 +52,12 @@ public:
     void forget_changes() noexcept;
 
 private:
-    cached_value * find(std::string_view entry) const noexcept;
     cached_value & binary_value(string const & entry);
 
     string const name;
     std::vector<auto_ptr<cached_value>> values; // sorted by name, byte by byte
     auto_ptr<iprofile> profile;
-    name_order<cached_value> order_;
+    name_index<cached_value> index_;
 };
 
 } // namespace zel::profile_cache

@@ -142,11 +142,10 @@ void cached_profile::commit_together(bool last)
 std::vector<auto_ptr<cached_profile::cached_key>>::iterator
 cached_profile::findKey(string const & section)
 {
-    auto const place = order_.find(keys, section);
-    return place.found ? keys.begin() + static_cast<std::ptrdiff_t>(place.position) : keys.end();
+    return index_.find(section) == nullptr ? keys.end() : index_.place(keys, section);
 }
 
-void cached_profile::insertKey(auto_ptr<cached_key> key) { order_.insert(keys, std::move(key)); }
+void cached_profile::insertKey(auto_ptr<cached_key> key) { index_.insert(keys, std::move(key)); }
 
 auto_ptr<cached_profile::cached_key> cached_profile::getKey(string const & section)
 {
@@ -156,15 +155,15 @@ auto_ptr<cached_profile::cached_key> cached_profile::getKey(string const & secti
 /// `getKey` without a reference of the caller's own: sections stay as long as this object.
 cached_profile::cached_key & cached_profile::key_of(string const & section)
 {
-    if (last_found_ < keys.size() && keys[last_found_].get()->name_view() == section) {
-        return *keys[last_found_].get();
+    if (last_used_ == nullptr || last_used_->name_view() != section) {
+        cached_key * found = index_.find(section);
+        if (found == nullptr) {
+            auto_ptr<cached_key> const added(found = new cached_key(section, profile));
+            insertKey(added);
+        }
+        last_used_ = found;
     }
-    auto const place = order_.find(keys, section);
-    if (!place.found) {
-        insertKey(new cached_key(section, profile));
-    }
-    last_found_ = place.position;
-    return *keys[place.position].get();
+    return *last_used_;
 }
 
 } // namespace zel

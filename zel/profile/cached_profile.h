@@ -5,8 +5,7 @@
 #include "zel/core/auto_ptr.h"
 #include "zel/profile/cached_key.h"
 #include "zel/profile/iprofile.h"
-#include "zel/profile/name_order.h"
-#include <cstddef>
+#include "zel/profile/name_index.h"
 #include <cstdint>
 #include <list>
 #include <utility>
@@ -103,8 +102,8 @@ private:
     cached_key & key_of(string const & section);
     void commit_together(bool last);
 
-    name_order<cached_key> order_;
-    std::size_t last_found_ = 0; // the position of the section that was used last
+    name_index<cached_key> index_;
+    cached_key * last_used_ = nullptr; // of the sections
 };
 
 } // namespace zel
