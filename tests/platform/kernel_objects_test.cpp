@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "zel/platform/kernel_objects.h"
 
-#include "tests/platform/until_asleep.h"
+#include "tests/platform/waited_object.h"
 #include "zel/platform/address_wait.h"
 #include "zel/platform/critical_section.h"
 #include "zel/platform/last_error.h"
@@ -41,34 +41,6 @@ constexpr bool can_stop_threads = true;
 #else
 constexpr bool can_stop_threads = true;
 #endif
-
-// Ends the program when a test takes longer: a waiter that is lost cannot be waited for.
-class limit {
-public:
-    explicit limit(unsigned seconds) { ::alarm(seconds); }
-    ~limit() { ::alarm(0); }
-};
-
-class object {
-public:
-    explicit object(void * handle)
-        : handle_(handle)
-    {
-        EXPECT_NE(handle, nullptr) << last_error();
-    }
-    ~object() { EXPECT_TRUE(close_handle(handle_)); }
-    object(object const &) = delete;
-    object & operator=(object const &) = delete;
-    operator void *() const { return handle_; }
-
-    std::uint32_t wait(std::uint32_t milliseconds = infinite) const
-    {
-        return wait_for_single_object(handle_, milliseconds);
-    }
-
-private:
-    void * handle_;
-};
 
 // What the child of a fork found; the child runs nothing else of the program.
 int in_child(std::function<int()> const & body)

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "zel/platform/kernel_objects.h"
 
-#include "tests/platform/until_asleep.h"
+#include "tests/platform/waited_object.h"
 #include "zel/platform/address_wait.h"
 #include "zel/platform/last_error.h"
 #include <algorithm>
@@ -33,13 +33,6 @@ namespace {
 using namespace zel::platform;
 using namespace std::chrono_literals;
 
-// Ends the program when a test takes longer: a waiter that is lost cannot be waited for.
-class limit {
-public:
-    explicit limit(unsigned seconds) { ::alarm(seconds); }
-    ~limit() { ::alarm(0); }
-};
-
 // A name that no other test uses.
 std::string fresh_name(char const * what = "object")
 {
@@ -48,27 +41,6 @@ std::string fresh_name(char const * what = "object")
 }
 
 std::string folder() { return "/dev/shm/zel-" + std::to_string(::geteuid()); }
-
-class object {
-public:
-    explicit object(void * handle)
-        : handle_(handle)
-    {
-        EXPECT_NE(handle, nullptr) << last_error();
-    }
-    ~object() { EXPECT_TRUE(close_handle(handle_)); }
-    object(object const &) = delete;
-    object & operator=(object const &) = delete;
-    operator void *() const { return handle_; }
-
-    std::uint32_t wait(std::uint32_t milliseconds = infinite) const
-    {
-        return wait_for_single_object(handle_, milliseconds);
-    }
-
-private:
-    void * handle_;
-};
 
 // A child process; it runs nothing else of the program, and is killed if it is still there.
 class process {
