@@ -102,13 +102,12 @@ TEST_P(stop_races, let_no_waiter_sleep_beside_a_free_object)
     EXPECT_LT(withheld, rounds / 1'000);
 
     leave.store(true);
-    round.fetch_add(1);
-    wake_address(round, 2, false);
     for (worker const * thread : {&stopped, &other}) {
-        GetParam().release(object);
-        while (thread->wait(10) != 0) {
+        do {
             GetParam().release(object);
-        }
+            round.fetch_add(1);
+            wake_address(round, 2, false);
+        } while (thread->wait(10) != 0);
         EXPECT_EQ(thread->exit_code(), 1u);
     }
     EXPECT_TRUE(close_handle(object));
