@@ -156,7 +156,7 @@ TEST(private_profile, reads_what_the_grammar_says)
         SCOPED_TRACE(testing::PrintToString(row.text.substr(0, 60)));
         put(folder.file("f"), row.text);
         EXPECT_EQ(read(folder.file("f"), row.section, row.name), row.value);
-        for (std::size_t const block : {1, 2, 3, 5, 16, 17}) {
+        for (std::size_t const block : {1U, 2U, 3U, 5U, 16U, 17U}) {
             EXPECT_EQ(find_in_blocks(row.text, row.section, row.name, block), row.value) << block;
         }
     }
@@ -571,7 +571,8 @@ TEST(private_profile, shows_readers_whole_states_only)
         scratch_folder const folder(fast_place);
         std::string const file = folder.file("f");
         auto const value = [](int n) {
-            return std::string(500 + n % 7 * 300U, static_cast<char>('a' + n % 26));
+            return std::string(500U + static_cast<unsigned int>(n % 7) * 300U,
+                               static_cast<char>('a' + n % 26));
         };
         write(file, "s", "k", value(0));
         write(file, "s", "z", "end");

@@ -539,7 +539,7 @@ bool get_private_profile_struct(std::string_view section, std::string_view name,
 {
     // No file is large enough to hold more, so that no room is needed to see that it does not.
     std::uint32_t const room = size <= size_limit / 2 ? size : 0;
-    auto const bytes = std::make_unique_for_overwrite<unsigned char[]>(room);
+    std::unique_ptr<unsigned char[]> const bytes(new unsigned char[room]);
     block_value value(bytes.get(), room);
     if (!find_value(section, name, value, file)) {
         return false;
