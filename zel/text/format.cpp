@@ -524,7 +524,8 @@ bool write_floating(collector & out, conversion const & read, argument_list & ar
     if (plain && write_usual_value(out, read, value)) {
         return true;
     }
-    if (plain && read.letter == 'g' && read.precision < 64) {
+    // A NaN has other names in some standard libraries than in the runtime.
+    if (plain && read.letter == 'g' && read.precision < 64 && std::isfinite(value)) {
         char digits[128]; // sign, 63 digits, point, four zeros in front or an exponent
         auto const end
             = std::to_chars(digits, digits + sizeof(digits), value, std::chars_format::general,
