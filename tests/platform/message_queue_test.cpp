@@ -174,20 +174,20 @@ TEST(message_queue, filters_by_window_and_range)
 TEST(message_queue, refuses_the_post_beyond_ten_thousand)
 {
     window_handle const window = create_window(sum);
+    numbers expected;
     for (unsigned int i = 0; i < message_limit; ++i) {
         ASSERT_TRUE(post_message(window, user + i, 0, 0));
+        expected.push_back(user + i);
     }
     EXPECT_EQ(error_of(post_message(window, 0, 0, 0)), 1816U);
     EXPECT_EQ(error_of(post_thread_message(current_thread_id(), 0, 0, 0)), 1816U);
     tagMSG message{};
     ASSERT_TRUE(peek_message(message, window, user + 5000, user + 5000, peek_remove));
-    EXPECT_TRUE(post_message(window, 1, 0, 0));
+    EXPECT_TRUE(post_message(window, 1, 0, 0)); // one has made room
     EXPECT_FALSE(post_message(window, 1, 0, 0));
-    auto const waiting = drain();
-    ASSERT_EQ(waiting.size(), message_limit);
-    EXPECT_EQ(waiting[4999], user + 4999);
-    EXPECT_EQ(waiting[5000], user + 5001);
-    EXPECT_EQ(waiting.back(), 1U);
+    expected.erase(expected.begin() + 5000);
+    expected.push_back(1);
+    EXPECT_EQ(drain(), expected);
     EXPECT_TRUE(destroy_window(window));
 }
 
@@ -267,14 +267,13 @@ TEST(message_queue, ends_with_its_thread)
         });
     }
     EXPECT_EQ(error_of(post_thread_message(0, user, 0, 0)), 1444U);
-    std::atomic<bool> tried{false};
     std::atomic<std::uint32_t> id{0};
+    std::atomic<bool> tried{false};
     std::thread without_queue([&] {
         id = current_thread_id();
-        id.notify_one();
         tried.wait(false);
     });
-    id.wait(0);
+    while (id == 0) { }
     EXPECT_EQ(error_of(post_thread_message(id, user, 0, 0)), 1444U);
     tried = true;
     tried.notify_one();
@@ -284,7 +283,6 @@ TEST(message_queue, ends_with_its_thread)
 TEST(message_queue, ends_with_a_thread_that_is_terminated)
 {
     SKIP_IF_THREADS_CANNOT_BE_STOPPED();
-    time_limit const limit(20);
     static std::atomic<window_handle> window;
     std::atomic<std::uint32_t> id{0};
     void * const thread = begin_thread(
@@ -307,6 +305,16 @@ TEST(message_queue, ends_with_a_thread_that_is_terminated)
 
 TEST(message_queue, a_window_takes_its_messages_along)
 {
+    std::vector<window_handle> others(20);
+    for (int round = 0; round < 2; ++round) { // in fresh places, then in used ones
+        for (auto & other : others) {
+            other = create_window(sum, true);
+            ASSERT_TRUE(post_message(other, user, 0, 0));
+        }
+        for (auto const & other : others) {
+            EXPECT_TRUE(is_window_unicode(other) && destroy_window(other));
+        }
+    }
     window_handle const goes = create_window(sum);
     window_handle const stays = create_window(sum);
     numbers expected;
@@ -322,16 +330,6 @@ TEST(message_queue, a_window_takes_its_messages_along)
     expected.push_back(1);
     EXPECT_EQ(drain(), expected);
     EXPECT_TRUE(destroy_window(stays));
-
-    std::vector<window_handle> many(1000);
-    for (auto & window : many) {
-        window = create_window(sum);
-        ASSERT_TRUE(post_message(window, user, 0, 0));
-    }
-    for (auto const & window : many) {
-        EXPECT_TRUE(destroy_window(window));
-    }
-    EXPECT_EQ(drain(), numbers{});
 }
 
 TEST(message_queue, keeps_the_order_of_each_sender)
@@ -422,15 +420,13 @@ TEST(message_queue, passes_on_what_a_procedure_raises)
     EXPECT_THROW(dispatch_message_a(message), std::runtime_error);
     EXPECT_TRUE(destroy_window(window));
 
-    struct {
-        unsigned int message;
-        bool key;
-    } const rows[] = {{0xFF, false}, {0x100, true}, {0x101, true}, {0x102, false},
-                      {0x104, true}, {0x105, true}, {0x106, false}};
-    for (auto const & row : rows) {
-        message.message = row.message;
-        EXPECT_EQ(translate_message(message), row.key) << row.message;
+    numbers keys;
+    for (message.message = 0; message.message < 0x200; ++message.message) {
+        if (translate_message(message)) {
+            keys.push_back(message.message);
+        }
     }
+    EXPECT_EQ(keys, (numbers{0x100, 0x101, 0x104, 0x105}));
 }
 
 TEST(message_queue, fails_whole_when_memory_is_exhausted)

@@ -1,5 +1,4 @@
 // SPDX-License-Identifier: MIT
-#include "zel/threads/crit_sect.h"
 #include "zel/threads/event.h"
 #include "zel/threads/multi_lock.h"
 #include "zel/threads/semaphore.h"
@@ -11,112 +10,95 @@
 
 namespace {
 
-// Answers as told and keeps the calls: L5 a lock of 5 ms, u an unlock, U3 one with a count of 3.
+// Keeps its calls: L a lock, u an unlock, U one with a count. Answers as it is told.
 class recorder : public zel::sync_obj {
 public:
     std::string calls;
-    bool locks = true;
-    bool unlocks = true;
+    bool answer = true;
     bool raises = false;
 
-    bool lock(std::uint32_t timeout) override { return answer('L', &timeout, locks); }
+    bool lock(std::uint32_t timeout) override { return take(timeout == 5 ? 'L' : 'W'); }
     bool unlock(std::uint32_t count, std::uint32_t *) override
     {
-        return answer('U', &count, unlocks);
+        return take(count == 3 ? 'U' : '?');
     }
-    bool unlock() override { return answer('u', nullptr, unlocks); }
+    bool unlock() override { return take('u'); }
 
 private:
-    bool answer(char call, std::uint32_t const * number, bool result)
+    bool take(char call)
     {
         calls += call;
-        if (number != nullptr) {
-            calls += std::to_string(*number);
-        }
         if (raises) {
             throw std::runtime_error("told to");
         }
-        return result;
+        return answer;
     }
 };
 
-TEST(single_lock, takes_at_once_and_gives_back_once)
+TEST(single_lock, remembers_the_last_answer_and_gives_back_once)
 {
-    recorder object;
-    {
-        zel::single_lock guard(object);
-        EXPECT_TRUE(guard.is_locked());
+    // Steps: the letters of the calls; behind - the object refuses. W is the wait without limit.
+    struct {
+        bool now;
+        char const * steps;
+        bool locked; // after them
+        char const * calls; // with those of construction and destruction
+    } const rows[] = {
+        {true, "", true, "Wu"},      {false, "", false, ""},
+        {false, "uU", false, ""}, // nothing held: no call
+        {false, "LU", false, "LU"},  {true, "u", false, "Wu"},
+        {true, "-L", false, "WL"}, // the first hold is forgotten
+        {true, "-uU", true, "WuUu"}, // a refused release leaves it held, and is tried at the end
+        {false, "-L", false, "L"},
+    };
+    for (auto const & row : rows) {
+        SCOPED_TRACE(row.calls);
+        recorder object;
+        {
+            zel::single_lock guard(object, row.now);
+            for (char const * step = row.steps; *step != '\0'; ++step) {
+                object.answer = object.answer && *step != '-';
+                if (*step == 'L') {
+                    EXPECT_EQ(guard.lock(5), object.answer);
+                } else if (*step != '-') {
+                    bool const free = *step == 'u' ? guard.unlock() : guard.unlock(3, nullptr);
+                    EXPECT_EQ(free, !guard.is_locked());
+                }
+            }
+            EXPECT_EQ(guard.is_locked(), row.locked);
+        }
+        EXPECT_EQ(object.calls, row.calls);
     }
-    EXPECT_EQ(object.calls, "L4294967295u");
-
-    object.calls.clear();
-    {
-        zel::single_lock guard(object, false);
-        EXPECT_FALSE(guard.is_locked());
-        EXPECT_TRUE(guard.unlock() && guard.unlock(3, nullptr)); // nothing held: no call
-        EXPECT_TRUE(guard.lock(5));
-        EXPECT_TRUE(guard.unlock(3, nullptr));
-        EXPECT_FALSE(guard.is_locked());
-    }
-    EXPECT_EQ(object.calls, "L5U3");
-}
-
-TEST(single_lock, remembers_the_last_answer)
-{
-    recorder object;
-    {
-        zel::single_lock guard(object, true);
-        object.locks = false;
-        EXPECT_FALSE(guard.lock(0));
-        EXPECT_FALSE(guard.is_locked()); // the first hold is forgotten
-    }
-    EXPECT_EQ(object.calls, "L4294967295L0");
-
-    object = recorder();
-    {
-        zel::single_lock guard(object);
-        object.unlocks = false;
-        EXPECT_FALSE(guard.unlock());
-        EXPECT_FALSE(guard.unlock(2, nullptr));
-        EXPECT_TRUE(guard.is_locked()); // and tried once more at the end
-    }
-    EXPECT_EQ(object.calls, "L4294967295uU2u");
 }
 
 TEST(single_lock, lets_through_what_the_object_raises_but_at_the_end)
 {
     recorder object;
-    object.raises = true;
-    EXPECT_THROW(zel::single_lock guard(object), std::runtime_error);
-    EXPECT_EQ(object.calls, "L4294967295"); // there was no guard to give it back
-    object = recorder();
     {
         zel::single_lock guard(object);
         object.raises = true;
-        EXPECT_THROW(guard.lock(0), std::runtime_error);
+        EXPECT_THROW(guard.lock(5), std::runtime_error);
+        EXPECT_THROW(zel::single_lock second(object), std::runtime_error);
         EXPECT_TRUE(guard.is_locked());
     }
-    EXPECT_EQ(object.calls, "L4294967295L0u");
+    EXPECT_EQ(object.calls, "WLWu"); // there never was a second guard
 }
 
-TEST(single_lock, guards_each_kind_of_object)
+TEST(single_lock, gives_back_one_unit_and_leaves_an_event_alone)
 {
-    zel::semaphore units(2, 2);
-    {
-        zel::single_lock guard(units, true);
-        EXPECT_TRUE(units.lock(0));
-        std::uint32_t untouched = 77;
-        EXPECT_TRUE(guard.unlock(2, &untouched)); // one unit
-        EXPECT_EQ(untouched, 77U);
-    }
-    EXPECT_TRUE(units.lock(0));
-    EXPECT_FALSE(units.lock(0));
-
+    zel::semaphore units(0, 5);
     zel::event event(true, true);
-    zel::single_lock guard(event, true);
-    EXPECT_TRUE(guard.unlock());
-    EXPECT_FALSE(guard.is_locked());
-    EXPECT_TRUE(event.lock(0)); // as it was
+    for (zel::sync_obj * const object :
+         {static_cast<zel::sync_obj *>(&units), static_cast<zel::sync_obj *>(&event)}) {
+        units.unlock();
+        zel::single_lock guard(*object);
+        std::uint32_t untouched = 77;
+        EXPECT_TRUE(guard.unlock(2, &untouched));
+        EXPECT_EQ(untouched, 77U);
+        EXPECT_FALSE(guard.is_locked());
+    }
+    EXPECT_TRUE(event.lock(0) && units.lock(0) && units.lock(0));
+    EXPECT_FALSE(units.lock(0));
 }
 
 TEST(multi_lock, leaves_its_objects_alone)

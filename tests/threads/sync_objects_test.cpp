@@ -18,17 +18,6 @@ using namespace zel::platform;
 
 template <typename Body> void on_another_thread(Body body) { std::thread(body).join(); }
 
-// "type: message" of what the call raises.
-std::string failure_of(std::function<void()> const & call)
-{
-    try {
-        call();
-    } catch (zel::exception & failure) {
-        return std::to_string(failure.get_type()) + ": " + failure.get_message();
-    }
-    return "nothing raised";
-}
-
 TEST(sync_exception, composes_its_message)
 {
     using sync = zel::sync_obj::exception;
@@ -50,18 +39,6 @@ TEST(sync_exception, composes_its_message)
     }
 }
 
-TEST(sync_objects, raise_when_they_cannot_be_made)
-{
-    std::function<void()> const calls[] = {
-        [] { zel::semaphore(2, 1); },
-        [] { zel::semaphore(-1, 1); },
-        [] { zel::semaphore(0, 0); },
-    };
-    for (auto const & call : calls) {
-        EXPECT_EQ(failure_of(call), "1: Zel Sync Exception: failed to create semaphore::semaphore");
-    }
-}
-
 TEST(sync_objects, raise_without_a_handle)
 {
     struct no_event : zel::event {
@@ -79,7 +56,7 @@ TEST(sync_objects, raise_without_a_handle)
         [&] { semaphore.unlock(); }, [&] { semaphore.unlock(1, nullptr); },
     };
     for (auto const & call : calls) {
-        EXPECT_EQ(failure_of(call), "1: Zel Kernel Exception: Invalid Handle ");
+        EXPECT_THROW(call(), zel::kernel_obj::exception);
     }
     EXPECT_FALSE(event.set() || event.reset() || event.pulse()); // these only say so
 }

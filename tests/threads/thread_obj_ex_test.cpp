@@ -66,13 +66,7 @@ protected:
 
 TEST_F(thread_obj_ex, has_no_thread_before_its_start)
 {
-    try {
-        thread.wait_msg_loop();
-        ADD_FAILURE() << "nothing raised";
-    } catch (zel::kernel_obj::exception & failure) {
-        EXPECT_EQ(failure.get_message(),
-                  "Zel Kernel Exception: Failed To Create Object thread_obj::wait()");
-    }
+    EXPECT_THROW(thread.wait_msg_loop(), zel::kernel_obj::exception);
 }
 
 TEST_F(thread_obj_ex, serves_the_queue_until_the_thread_has_ended)

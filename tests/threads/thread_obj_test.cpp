@@ -63,6 +63,18 @@ private:
 
 using task_ptr = zel::auto_ptr<task>;
 
+// Has come to its end, and left nothing behind.
+task_ptr run_to_its_end(std::function<unsigned int(task &)> body,
+                        zel::auto_ptr<zel::logger> log = nullptr, zel::string const & name = "task")
+{
+    task_ptr thread(new task(std::move(body), std::move(log), name));
+    thread->start();
+    thread->wait();
+    EXPECT_FALSE(thread->is_started());
+    EXPECT_EQ(thread->ref_count(), 1U);
+    return thread;
+}
+
 std::string failure_of(std::function<void()> const & call)
 {
     try {
@@ -97,7 +109,7 @@ TEST(thread_obj, is_complete_while_it_runs_and_after)
     zel::auto_ptr<recorder> const log(new recorder);
     bool complete = false;
     std::string shown;
-    task_ptr const thread(new task(
+    task_ptr const thread = run_to_its_end(
         [&](task & self) {
             complete = self.is_started() && self.get_handle() != nullptr
                 && self.get_id() == static_cast<std::uint32_t>(::gettid());
@@ -106,16 +118,11 @@ TEST(thread_obj, is_complete_while_it_runs_and_after)
             shown = name;
             return 7U;
         },
-        log, "a name of more than 15 bytes"));
-    thread->start();
-    thread->wait();
+        log, "a name of more than 15 bytes");
     EXPECT_TRUE(complete);
     EXPECT_EQ(shown, "a name of more ");
-    EXPECT_FALSE(thread->is_started());
     EXPECT_NE(thread->get_id(), 0U);
-    EXPECT_EQ(thread->ref_count(), 1U);
     EXPECT_TRUE(log->lines.empty());
-    EXPECT_EQ(log->get_error_counter(), 0U);
     thread->wait(); // at once
     EXPECT_TRUE(thread->terminate(0)); // harmless by now
 }
@@ -137,44 +144,21 @@ TEST(thread_obj, reports_what_its_work_raises)
     };
     for (auto const & row : rows) {
         SCOPED_TRACE(row.before);
-        for (bool const with_log : {true, false}) {
-            zel::auto_ptr<recorder> const log(with_log ? new recorder : nullptr);
-            task_ptr const thread(new task(
-                [&](task &) {
-                    row.raise();
-                    return 0U;
-                },
-                log, "its name"));
-            thread->start();
-            thread->wait();
-            EXPECT_FALSE(thread->is_started());
-            EXPECT_EQ(thread->ref_count(), 1U);
-            if (with_log) {
-                zel::string expected;
-                expected.format("%s%x) 'its name'!", row.before, thread->get_id());
-                EXPECT_EQ(log->lines, std::vector<std::string>{expected});
-                EXPECT_EQ(log->get_error_counter(), 1U);
-            }
+        auto const body = [&](task &) {
+            row.raise();
+            return 0U;
+        };
+        run_to_its_end(body); // nobody is told
+        for (bool const logger_raises : {false, true}) {
+            zel::auto_ptr<recorder> const log(new recorder);
+            log->fail = logger_raises;
+            zel::string expected;
+            expected.format("%s%x) 'its name'!", row.before,
+                            run_to_its_end(body, log, "its name")->get_id());
+            EXPECT_EQ(log->lines, std::vector<std::string>{expected});
+            EXPECT_EQ(log->get_error_counter(), 1U);
         }
     }
-}
-
-TEST(thread_obj, ends_quietly_when_its_logger_raises)
-{
-    time_limit const limit(20);
-    zel::auto_ptr<recorder> const log(new recorder);
-    log->fail = true;
-    task_ptr const thread(new task(
-        [](task &) {
-            throw zel::exception("m");
-            return 0U;
-        },
-        log));
-    thread->start();
-    thread->wait();
-    EXPECT_EQ(log->lines.size(), 1U);
-    EXPECT_FALSE(thread->is_started());
-    EXPECT_EQ(thread->ref_count(), 1U);
 }
 
 TEST(thread_obj, keeps_itself_while_it_runs)
@@ -207,11 +191,7 @@ TEST(thread_obj, keeps_itself_while_it_runs)
 TEST(thread_obj, gives_all_back_when_the_host_unwinds_the_thread)
 {
     time_limit const limit(20);
-    task_ptr const thread(new task([](task &) -> unsigned int { ::pthread_exit(nullptr); }));
-    thread->start();
-    thread->wait();
-    EXPECT_FALSE(thread->is_started());
-    EXPECT_EQ(thread->ref_count(), 1U);
+    run_to_its_end([](task &) -> unsigned int { ::pthread_exit(nullptr); });
 }
 
 // Starts threads until the host has no room for one more; true when that one then was as before.
