@@ -2,8 +2,9 @@
 """Prints benchmark results as a table: job, zel, best peer, limit, ratio of zel to the best peer.
 
 A benchmark is named job/whose; "zel" is ours, "limit" the least work that could be written by hand,
-everything else a peer. Times are medians of the repetitions. Where the programs count system calls,
-a second table shows them: calls a message, a lock or whatever the job consists of.
+everything else a peer. Arguments stand behind that and belong to the job. Times are medians of the
+repetitions. Where the programs count system calls, a second table shows them: calls a message, a
+lock or whatever the job consists of.
 """
 import collections
 import json
@@ -26,11 +27,15 @@ def medians(paths):
             if row.get("aggregate_name") != "median" or row.get("error_occurred"):
                 continue
             # What the benchmark library appends to a name is not part of it.
-            name = "/".join(part for part in row["run_name"].split("/")
-                            if part not in ("real_time", "process_time")
-                            and not part.startswith(("threads:", "iterations:", "min_time:",
-                                                     "repeats:", "manual_time")))
-            job, _, whose = name.rpartition("/")
+            parts = [part for part in row["run_name"].split("/")
+                     if part not in ("real_time", "process_time")
+                     and not part.startswith(("threads:", "iterations:", "min_time:",
+                                              "repeats:", "manual_time"))]
+            arguments = []
+            while parts[-1].isdigit():
+                arguments.insert(0, parts.pop())
+            whose = parts.pop()
+            job = "/".join(parts + arguments)
             clock = "real_time" if "/real_time" in row["run_name"] else "cpu_time"
             jobs.setdefault(job, {})[whose] = row[clock] * SCALE[row["time_unit"]]
             if "calls" in row:

@@ -4,6 +4,8 @@
 #include "zel/text/buffer.h"
 
 #include <benchmark/benchmark.h>
+#include <cstdlib>
+#include <cstring>
 #include <glib.h>
 #include <vector>
 
@@ -21,6 +23,24 @@ void append_with_zel(benchmark::State & state)
             bytes.append(piece.data(), size);
         }
         benchmark::DoNotOptimize(bytes.data());
+    }
+    state.SetItemsProcessed(state.iterations() * pieces);
+}
+
+// A block that has no spare room, as a buffer has to keep it.
+void append_by_hand(benchmark::State & state)
+{
+    std::vector<unsigned char> const piece(static_cast<std::size_t>(state.range(0)), 'x');
+    for (auto _ : state) {
+        unsigned char * bytes = nullptr;
+        std::size_t size = 0;
+        for (int i = 0; i < pieces; ++i) {
+            bytes = static_cast<unsigned char *>(std::realloc(bytes, size + piece.size()));
+            std::memcpy(bytes + size, piece.data(), piece.size());
+            size += piece.size();
+        }
+        benchmark::DoNotOptimize(bytes);
+        std::free(bytes);
     }
     state.SetItemsProcessed(state.iterations() * pieces);
 }
@@ -54,6 +74,7 @@ void append_with_vector(benchmark::State & state)
 }
 
 BENCHMARK(append_with_zel)->Name("buffer_append/zel")->Arg(1)->Arg(64)->Arg(4096);
+BENCHMARK(append_by_hand)->Name("buffer_append/limit")->Arg(1)->Arg(64)->Arg(4096);
 BENCHMARK(append_with_glib)->Name("buffer_append/GByteArray")->Arg(1)->Arg(64)->Arg(4096);
 BENCHMARK(append_with_vector)->Name("buffer_append/std_vector")->Arg(1)->Arg(64)->Arg(4096);
 

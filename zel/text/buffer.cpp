@@ -152,15 +152,19 @@ void buffer::append(unsigned char const * source, std::uint32_t count)
     // under a source in it.
     auto const offset
         = reinterpret_cast<std::uintptr_t>(source) - reinterpret_cast<std::uintptr_t>(data_);
-    bool const inside = offset < old_size;
-    resize_or_raise(std::uint64_t{old_size} + count);
-    if (inside) {
-        source = data_ + offset;
+    unsigned char * const block = try_reallocate(data_, std::uint64_t{old_size} + count);
+    if (block == nullptr) [[unlikely]] {
+        fail(memory_exception::allocation_failed, "buffer::reallocate=");
+    }
+    data_ = block;
+    size_ = old_size + count;
+    if (offset < old_size) [[unlikely]] {
+        source = block + offset;
     }
     if (count == 1) { // not worth a call
-        data_[old_size] = *source;
+        block[old_size] = *source;
     } else {
-        std::memcpy(data_ + old_size, source, count);
+        std::memcpy(block + old_size, source, count);
     }
 }
 
