@@ -85,7 +85,8 @@ void end_of_thread(handle_slot & slot)
             record.teardown.function = nullptr;
         }
     }
-    // From one step on nobody stops this thread any more.
+    // From one step on nobody stops this thread any more. Nobody sleeps on `control` then: whoever
+    // suspended it was woken by the resume.
     std::uint32_t now = record.control.load(std::memory_order_acquire);
     while ((now & stop_mask) != 0 || !record.control.compare_exchange_weak(now, now | past_stops)) {
         if ((now & stop_mask) != 0) {
@@ -104,7 +105,6 @@ void end_of_thread(handle_slot & slot)
         ::pthread_detach(::pthread_self());
     }
     record.end.store(is_alone ? ended : on_last_steps, std::memory_order_release);
-    wake_address(record.control, INT_MAX, false); // who suspended it may still wait for that
     wake_address(record.end, INT_MAX, false);
     let_go(slot);
 }
