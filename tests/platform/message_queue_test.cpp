@@ -280,27 +280,36 @@ TEST(message_queue, ends_with_its_thread)
     without_queue.join();
 }
 
-TEST(message_queue, ends_with_a_thread_that_is_terminated)
+TEST(message_queue, outlives_threads_that_are_terminated_at_any_moment)
 {
     SKIP_IF_THREADS_CANNOT_BE_STOPPED();
-    static std::atomic<window_handle> window;
-    std::atomic<std::uint32_t> id{0};
-    void * const thread = begin_thread(
-        [](void *) {
-            window = create_window(sum);
-            window.notify_one();
-            tagMSG message;
-            get_message_a(message, nullptr, 1, 1); // sleeps among what it does not ask for
-            return 0U;
-        },
-        nullptr, &id);
-    window.wait(nullptr);
-    ASSERT_TRUE(post_message(window, user, 0, 0));
-    EXPECT_TRUE(terminate_thread(thread, 0));
-    EXPECT_EQ(wait_for_thread(thread, -1), 0U);
-    EXPECT_EQ(error_of(post_message(window, user, 0, 0)), 1400U);
-    EXPECT_EQ(error_of(post_thread_message(id, user, 0, 0)), 1444U);
-    EXPECT_TRUE(close_thread(thread));
+    time_limit const limit(60);
+    window_handle const window = create_window(sum);
+    for (unsigned int round = 0; round < 300; ++round) {
+        std::atomic<std::uint32_t> id{0};
+        void * const thread = begin_thread(
+            [](void * to) -> unsigned int {
+                tagMSG message{};
+                while (true) {
+                    post_message(to, user, 0, 0);
+                    post_message(create_window(sum), user, 0, 0);
+                    while (peek_message(message, nullptr, 0, 0, peek_remove)) { }
+                }
+            },
+            window, &id);
+        ASSERT_NE(thread, nullptr);
+        tagMSG message{};
+        for (unsigned int seen = 0; seen <= round % 50;) {
+            seen += get_message_a(message, nullptr, 0, 0) == 1;
+        }
+        EXPECT_TRUE(terminate_thread(thread, 0));
+        EXPECT_TRUE(close_thread(thread));
+        EXPECT_EQ(error_of(post_thread_message(id, user, 0, 0)), 1444U);
+        drain();
+        ASSERT_TRUE(post_message(window, user, 0, 0)); // nobody has taken the lock along
+        EXPECT_EQ(drain(), numbers{user});
+    }
+    EXPECT_TRUE(destroy_window(window));
 }
 
 TEST(message_queue, a_window_takes_its_messages_along)
