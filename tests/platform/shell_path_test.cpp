@@ -70,6 +70,7 @@ TEST(shell_path, canonicalize)
         {R"(.\c:\x)", R"(.\c:\x)"}, // a name must not become a drive
         {R"(a\\b)", R"(a\b)"}, {R"(a\.\)", R"(a\)"}, {R"(a\b\..\)", R"(a\)"},
         {R"(a.\b .\...\c)", R"(a.\b .\...\c)"}, {R"(C:a\..)", "C:"},
+        {R"(\\\?\C:a)", R"(\\?\C:a)"}, {R"(\\s\\h\..)", R"(\\s\h)"}, // the share isn't empty
     };
     for (auto const & row : rows) {
         SCOPED_TRACE(row.text);

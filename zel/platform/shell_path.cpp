@@ -200,8 +200,27 @@ bool store_canonical(char * result, canonical_text & text, bool separator) noexc
     return true;
 }
 
+/// Doubled separators behind the two of a server are folded before its root is looked for, since an
+/// empty share would vanish and make the next component the share.
+/// \param area  holds what comes out when that isn't the text itself.
+std::string_view fold_server(std::string_view text, char * area) noexcept
+{
+    if (!begins_with_server(text) || text.find("\\\\", 1) == std::string_view::npos) {
+        return text;
+    }
+    std::size_t size = 0;
+    for (char const c : text) {
+        if (c != '\\' || size < 2 || area[size - 1] != '\\') {
+            area[size++] = c;
+        }
+    }
+    return {area, size};
+}
+
 bool canonicalize(char * result, std::string_view source) noexcept
 {
+    char folded[max_path];
+    source = fold_server(source, folded);
     if (source.empty()) {
         *result = '\0';
         return true;
@@ -214,6 +233,8 @@ bool canonicalize(char * result, std::string_view source) noexcept
 
 bool combine(char * result, std::string_view folder, std::string_view name) noexcept
 {
+    char folded[max_path];
+    folder = fold_server(folder, folded);
     if (folder.empty() && name.empty()) {
         store(result, "\\");
         return true;
