@@ -48,7 +48,7 @@ bool normalize(char * result, std::string_view source) noexcept
 
 std::string_view view(char const * text) noexcept
 {
-    return text == nullptr ? std::string_view() : std::string_view(text);
+    return text == nullptr ? "" : text;
 }
 
 void normalize_or_raise(char * result, std::string_view source)

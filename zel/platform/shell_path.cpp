@@ -42,14 +42,14 @@ constexpr bool begins_with_server(std::string_view text) noexcept
 
 std::string_view view(char const * text) noexcept
 {
-    return text == nullptr ? std::string_view() : std::string_view(text);
+    return text == nullptr ? "" : text;
 }
 
 /// \returns false for a text that no path can hold, of which only the first bytes are looked at.
 bool view_path(char const * text, std::string_view & result) noexcept
 {
     if (text == nullptr) {
-        result = {};
+        result = ""; // which has an address, as copying asks for
         return true;
     }
     void const * const end = std::memchr(text, '\0', max_path);
