@@ -190,6 +190,9 @@ TEST(thread_obj, keeps_itself_while_it_runs)
 
 TEST(thread_obj, gives_all_back_when_the_host_unwinds_the_thread)
 {
+#ifdef _LIBCPP_VERSION
+    GTEST_SKIP() << "pthread_exit unwinds with libgcc's unwinder, and crashes in libc++abi's own";
+#endif
     time_limit const limit(20);
     run_to_its_end([](task &) -> unsigned int { ::pthread_exit(nullptr); });
 }
