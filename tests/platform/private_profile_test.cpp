@@ -98,10 +98,8 @@ std::string find_in_blocks(std::string_view text, std::string_view section, std:
 TEST(private_profile, reads_what_the_grammar_says)
 {
     std::string const nul(1, '\0');
-    struct {
-        std::string text, section, name, value;
-    } const rows[] = {
-        // clang-format off
+    // clang-format off
+    struct { std::string text, section, name, value; } const rows[] = {
         {"[s]\nk=v\n", "s", "k", "v"},
         {"[s]\nk=v", "s", "k", "v"},
         {"[S]\nKey=V", "s", "kEY", "V"},
@@ -149,8 +147,8 @@ TEST(private_profile, reads_what_the_grammar_says)
         {std::string("[s]\n").append(100'000, 'x') + "=1\nk=" + std::string(100'000, ' ') + "v", "s", "k", "v"},
         {std::string("[").append(70'000, ' ') + "s]\n" + std::string(70'000, '[') + "\nk=v", "s", "k", missing},
         {std::string("[s]\n").append(40'000, 'K') + " =v", "s", std::string(40'000, 'k'), "v"},
-        // clang-format on
     };
+    // clang-format on
     scratch_folder const folder;
     for (auto const & row : rows) {
         SCOPED_TRACE(testing::PrintToString(row.text.substr(0, 60)));
@@ -166,15 +164,13 @@ TEST(private_profile, cuts_values_and_defaults_to_the_buffer)
 {
     scratch_folder const folder;
     put(folder.file("f"), "[s]\nk=12345\nq='12345'\nb=123   4\n");
-    struct {
-        char const * name;
-        std::uint32_t size;
-        char const * value;
-    } const rows[] = {
+    // clang-format off
+    struct { char const * name; std::uint32_t size; char const * value; } const rows[] = {
         {"k", 6, "12345"}, {"k", 5, "1234"},    {"k", 1, ""},
         {"q", 6, "12345"}, {"q", 5, "1234"},    {"q", 2, "1"},
         {"b", 6, "123  "}, {"none", 5, "<mis"}, {"none", 1, ""},
     };
+    // clang-format on
     for (auto const & row : rows) {
         EXPECT_EQ(read(folder.file("f"), "s", row.name, row.size), row.value)
             << row.name << row.size;
@@ -188,12 +184,8 @@ TEST(private_profile, cuts_values_and_defaults_to_the_buffer)
 
 TEST(private_profile, writes_one_line_and_leaves_every_other_byte)
 {
-    struct {
-        std::string before;
-        char const *section, *name, *value;
-        std::string after;
-    } const rows[] = {
-        // clang-format off
+    // clang-format off
+    struct { std::string before; char const * section, * name, *value; std::string after; } const rows[] = {
         {"", "s", "k", "v", "[s]\nk=v\n"},
         {"", "", "", "", "[]\n=\n"}, {"", " s ", " k ", " v ", "[s]\nk= v \n"},
         {"[s]\nk=old\n", "s", "k", "", "[s]\nk=\n"},
@@ -218,8 +210,8 @@ TEST(private_profile, writes_one_line_and_leaves_every_other_byte)
         {"\xEF\xBB\xBF", "s", "k", "v", "\xEF\xBB\xBF[s]\nk=v\n"},
         {"\xEF\xBB\xBF[s]\nk=1", "s", "k", "v", "\xEF\xBB\xBF[s]\nk=v"},
         {"\xEF\xBB\xBFx", "s", "k", "v", "\xEF\xBB\xBFx\n[s]\nk=v\n"},
-        // clang-format on
     };
+    // clang-format on
     scratch_folder const folder;
     for (auto const & row : rows) {
         SCOPED_TRACE(testing::PrintToString(row.before));
@@ -237,14 +229,14 @@ TEST(private_profile, writes_one_line_and_leaves_every_other_byte)
 TEST(private_profile, refuses_what_would_be_another_entry)
 {
     std::string const nul(1, '\0');
-    struct {
-        std::string section, name, value;
-    } const rows[] = {
+    // clang-format off
+    struct { std::string section, name, value; } const rows[] = {
         {"a]", "k", "v"},  {"a\n", "k", "v"},     {"\ta", "k", "v"}, {"a\v", "k", "v"},
         {nul, "k", "v"},   {"s", "a=b", "v"},     {"s", ";k", "v"},  {"s", " [k", "v"},
         {"s", "k\r", "v"}, {"s", "k\t", "v"},     {"s", nul, "v"},   {"s", "k", "a\nb"},
         {"s", "k", "a\r"}, {"s", "k", "a" + nul},
     };
+    // clang-format on
     scratch_folder const folder;
     put(folder.file("f"), "[s]\nk=1\n");
     for (auto const & row : rows) {
@@ -294,17 +286,15 @@ TEST(private_profile, writes_many_entries_as_one_after_the_other)
 
 TEST(private_profile, tells_blocks_from_other_texts)
 {
-    struct {
-        char const * value;
-        bool sound;
-        std::uint32_t size;
-    } const rows[] = {
+    // clang-format off
+    struct { char const * value; bool sound; std::uint32_t size; } const rows[] = {
         {"00", true, 0},       {"0101", true, 1},    {"01FF00", true, 2},   {"01ff00", true, 2},
         {"\"0101\"", true, 1}, {" 0101\t", true, 1}, {"", false, 0},        {"01", false, 0},
         {"0", false, 0},       {"010", false, 0},    {"0102", false, 0},    {"0G01", false, 0},
         {"01 01", false, 0},   {"'0101", false, 0},  {"'0101\"", false, 0}, {"'01'01'", false, 0},
         {"' 0101'", false, 0},
     };
+    // clang-format on
     scratch_folder const folder;
     std::string const file = folder.file("f");
     for (auto const & row : rows) {
@@ -426,16 +416,14 @@ TEST(private_profile, keeps_the_old_content_whichever_step_fails)
     scratch_folder const folder;
     std::string const file = folder.file("f");
     std::string const long_text = std::string("[s]\na=").append(3000, 'a') + "\nz=1\n";
-    struct {
-        std::string before;
-        bool twin;
-        char const * name;
-    } const rows[] = {
+    // clang-format off
+    struct { std::string before; bool twin; char const * name; } const rows[] = {
         {"", false, "a"},
         {long_text, false, "b"},
         {long_text, true, "b"},
         {long_text, true, "a"},
     };
+    // clang-format on
     for (auto const & row : rows) {
         SCOPED_TRACE(row.before.substr(0, 8) + (row.twin ? " twin " : " ") + row.name);
         std::string after = "?";
@@ -493,7 +481,7 @@ TEST(private_profile, keeps_the_old_content_when_the_disk_is_full)
 
 TEST(private_profile, loses_no_entry_of_any_writer)
 {
-    scratch_folder const folder;
+    scratch_folder const folder(fast_place); // 4,000 flushes would take a slow disk a minute
     constexpr int processes = 4, threads = 4, keys = 250;
     std::vector<pid_t> children;
     auto const name = [](int process, int thread, int key) {
@@ -571,7 +559,7 @@ TEST(private_profile, shows_readers_whole_states_only)
         scratch_folder const folder(fast_place);
         std::string const file = folder.file("f");
         auto const value = [](int n) {
-            return std::string(500U + static_cast<unsigned int>(n % 7) * 300U,
+            return std::string(500 + static_cast<std::size_t>(n) % 7 * 300,
                                static_cast<char>('a' + n % 26));
         };
         write(file, "s", "k", value(0));

@@ -50,18 +50,14 @@ TEST_F(ini_file, writes_the_texts_that_are_promised)
 
 TEST_F(ini_file, reads_numbers_and_truth_values_from_any_text)
 {
-    struct {
-        char const * text;
-        std::int32_t number;
-        bool truth;
-    } const rows[] = {
-        // clang-format off
+    // clang-format off
+    struct { char const * text; std::int32_t number; bool truth; } const rows[] = {
         {"12abc", 12, false}, {"abc", 0, false}, {"", 0, false}, {"-5", -5, false}, {"+5", 5, false},
         {"'\t 7'", 7, false}, {"- 5", 0, false}, {"0x10", 0, false}, {"1", 1, false}, {"yes", 0, false},
         {"true", 0, true}, {"TRUE", 0, true}, {"tRue", 0, true}, {"true.", 0, false}, {"'true '", 0, false},
         {"2147483648", highest, false}, {"-2147483649", lowest, false}, {"99999999999999999999", highest, false},
-        // clang-format on
     };
+    // clang-format on
     for (auto const & row : rows) {
         SCOPED_TRACE(row.text);
         put(name, std::string("[s]\nk1=") + row.text);
@@ -112,11 +108,8 @@ TEST_F(ini_file, cuts_what_it_reads_and_not_what_it_writes)
 
 TEST_F(ini_file, reads_numbered_lists)
 {
-    struct {
-        char const * list;
-        char separator;
-        numbered result;
-    } const rows[] = {
+    // clang-format off
+    struct { char const * list; char separator; numbered result; } const rows[] = {
         {"3,7,12", ',', {{3, "three"}, {7, "seven"}, {12, ""}}},
         {"7,3,7", ',', {{7, "seven"}, {3, "three"}, {7, "seven"}}},
         {"3,,7", ',', {{3, "three"}}},
@@ -128,6 +121,7 @@ TEST_F(ini_file, reads_numbered_lists)
         {"-1", ',', {{-1, "below"}}},
         {" 3 , 7", ',', {{3, "three"}, {7, "seven"}}},
     };
+    // clang-format on
     for (auto const & row : rows) {
         SCOPED_TRACE(row.list);
         put(name,

@@ -7,99 +7,56 @@
 #include <string>
 #include <utility>
 
-/// Says which calls it got, and knows every entry as its own name.
+/// Says which calls it got, and knows every entry but those whose key begins with "missing".
 class recording_store : public zel::iprofile {
+    using text = zel::string const &;
+    using list = std::list<std::pair<std::int32_t, zel::string>>;
+    using number = std::int32_t;
+
 public:
-    zel::string log;
     zel::string raise_for; // the key whose write fails
+    zel::string take() { return std::exchange(log_, {}); }
 
-    zel::string read_string(zel::string const & section, zel::string const & key,
-                            zel::string const & value) override
-    {
-        note("read_string", section, key, value);
-        return key.starts_with("missing") ? value : zel::string("text of ") + key;
-    }
-    std::int32_t read_int(zel::string const & section, zel::string const & key,
-                          std::int32_t value) override
-    {
-        note("read_int", section, key, std::to_string(value));
-        return key.starts_with("missing") ? value : 42;
-    }
-    bool read_bool(zel::string const & section, zel::string const & key, bool value) override
-    {
-        note("read_bool", section, key, value ? "true" : "false");
-        return true;
-    }
-    void write_string(zel::string const & section, zel::string const & key,
-                      zel::string const & value) override
-    {
-        note("write_string", section, key, value);
-        raise(key);
-    }
-    void write_int(zel::string const & section, zel::string const & key,
-                   std::int32_t value) override
-    {
-        note("write_int", section, key, std::to_string(value));
-        raise(key);
-    }
-    void write_bool(zel::string const & section, zel::string const & key, bool value) override
-    {
-        note("write_bool", section, key, value ? "true" : "false");
-    }
-    void read_multiple(zel::string const & section, zel::string const & key, char separator,
-                       zel::string const & base_key,
-                       std::list<std::pair<std::int32_t, zel::string>> & result) override
-    {
-        note("read_multiple", section, key, base_key + separator);
-        result.emplace_back(1, "one");
-    }
-    zel::string read_by_index_string(zel::string const & section, zel::string const & key,
-                                     std::int32_t index) override
-    {
-        note("read_by_index_string", section, key, std::to_string(index));
-        return "indexed";
-    }
-    std::int32_t read_by_index_int(zel::string const & section, zel::string const & key,
-                                   std::int32_t index) override
-    {
-        note("read_by_index_int", section, key, std::to_string(index));
-        return 43;
-    }
-    void write_by_index_string(zel::string const & section, zel::string const & key,
-                               std::int32_t index, zel::string const & value) override
-    {
-        note("write_by_index_string", section, key, std::to_string(index) + value);
-    }
-    void write_binary(zel::string const & section, zel::string const & key, void * data,
-                      std::uint32_t size) override
-    {
-        note("write_binary", section, key, zel::string(static_cast<char *>(data), size));
-        raise(key);
-    }
-    std::uint32_t get_binary_size(zel::string const & section, zel::string const & key) override
-    {
-        note("get_binary_size", section, key, "");
-        return key.starts_with("missing") ? 0 : 3;
-    }
-    void read_binary(zel::string const & section, zel::string const & key, void * data,
-                     std::uint32_t size) override
-    {
-        note("read_binary", section, key, std::to_string(size));
-        std::memcpy(data, "xyz", size);
-    }
-
-    zel::string take() { return std::exchange(log, {}); }
+    // clang-format off
+    zel::string read_string(text s, text k, text d) override
+        { note("read_string", s, k, d); return known(k) ? zel::string("text of ") + k : d; }
+    number read_int(text s, text k, number d) override
+        { note("read_int", s, k, std::to_string(d)); return known(k) ? 42 : d; }
+    bool read_bool(text s, text k, bool d) override
+        { note("read_bool", s, k, d ? "true" : "false"); return true; }
+    void write_string(text s, text k, text v) override { note("write_string", s, k, v); raise(k); }
+    void write_int(text s, text k, number v) override
+        { note("write_int", s, k, std::to_string(v)); raise(k); }
+    void write_bool(text s, text k, bool v) override
+        { note("write_bool", s, k, v ? "true" : "false"); }
+    void read_multiple(text s, text k, char separator, text base, list & result) override
+        { note("read_multiple", s, k, base + separator); result.emplace_back(1, "one"); }
+    zel::string read_by_index_string(text s, text k, number i) override
+        { note("read_by_index_string", s, k, std::to_string(i)); return "indexed"; }
+    number read_by_index_int(text s, text k, number i) override
+        { note("read_by_index_int", s, k, std::to_string(i)); return 43; }
+    void write_by_index_string(text s, text k, number i, text v) override
+        { note("write_by_index_string", s, k, std::to_string(i) + v); }
+    void write_binary(text s, text k, void * data, std::uint32_t size) override
+        { note("write_binary", s, k, zel::string(static_cast<char *>(data), size)); raise(k); }
+    std::uint32_t get_binary_size(text s, text k) override
+        { note("get_binary_size", s, k, ""); return known(k) ? 3 : 0; }
+    void read_binary(text s, text k, void * data, std::uint32_t size) override
+        { note("read_binary", s, k, std::to_string(size)); std::memcpy(data, "xyz", size); }
+    // clang-format on
 
 private:
-    void note(char const * call, zel::string const & section, zel::string const & key,
-              zel::string const & rest)
+    static bool known(text key) { return !key.starts_with("missing"); }
+    void note(char const * call, text section, text key, text rest)
     {
-        log += zel::string(call) + " " + section + "/" + key + "=" + rest + ";";
+        log_ += zel::string(call) + " " + section + "/" + key + "=" + rest + ";";
     }
-    void raise(zel::string const & key) const
+    void raise(text key) const
     {
         if (key == raise_for) {
             throw std::runtime_error("the store fails");
         }
     }
+
+    zel::string log_;
 };

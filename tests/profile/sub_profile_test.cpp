@@ -14,10 +14,10 @@ using numbered = std::list<std::pair<std::int32_t, string>>;
 TEST(sub_profile, hands_every_operation_on_with_the_joined_section)
 {
     auto_ptr<recording_store> const below(new recording_store);
-    struct {
-        char const *path, *section, *joined;
-    } const rows[]
+    // clang-format off
+    struct { char const * path, * section, * joined; } const rows[]
         = {{"a", "b", "a\\b"}, {"a", "", "a\\"}, {"", "b", "\\b"}, {"a\\", "b", "a\\\\b"}};
+    // clang-format on
     for (auto const & row : rows) {
         zel::sub_profile view(below, row.path);
         string const s(row.section), at = string(" ") + row.joined + "/";

@@ -7,8 +7,8 @@
 namespace zel::profile_cache {
 
 cached_key::cached_key(string const & section, auto_ptr<iprofile> store)
-    : name(section)
-    , profile(std::move(store))
+    : name_(section)
+    , profile_(std::move(store))
 {
 }
 
@@ -18,44 +18,44 @@ cached_key::~cached_key()
         cached_key::commit();
     } catch (...) { // there is nobody left to tell
     }
-    profile = nullptr;
-    for (auto & value : values) {
+    profile_ = nullptr;
+    for (auto & value : values_) {
         value = nullptr;
     }
 }
 
 void cached_key::commit()
 {
-    if (takes_batches(profile.get())) {
+    if (takes_batches(profile_.get())) {
         std::vector<profile_write> writes;
         append_writes(writes);
         if (!writes.empty()) {
-            write_entries(*profile, writes);
+            write_entries(*profile_, writes);
             written();
         }
         return;
     }
     // By position, since the store may be one that comes back here and adds entries.
-    for (std::size_t i = 0; i < values.size(); ++i) {
-        values[i].get()->commit(profile, name);
+    for (std::size_t i = 0; i < values_.size(); ++i) {
+        values_[i].get()->commit(profile_, name_);
     }
 }
 
 std::vector<auto_ptr<cached_value>>::iterator cached_key::find_value(string const & entry)
 {
-    return index_.find(entry) == nullptr ? values.end() : index_.place(values, entry);
+    return index_.find(entry) == nullptr ? values_.end() : index_.place(values_, entry);
 }
 
 void cached_key::insert_value(auto_ptr<cached_value> value)
 {
-    index_.insert(values, std::move(value));
+    index_.insert(values_, std::move(value));
 }
 
 string cached_key::read_string(string const & entry, string const & default_value)
 {
     cached_value * value = index_.find(entry);
     if (value == nullptr) {
-        string const text = profile->read_string(name, entry, default_value);
+        string const text = profile_->read_string(name_, entry, default_value);
         insert_value(value = new string_cached_value(entry, text, false));
     }
     return value->get_string();
@@ -65,7 +65,7 @@ std::int32_t cached_key::read_int(string const & entry, std::int32_t default_val
 {
     cached_value * value = index_.find(entry);
     if (value == nullptr) {
-        std::int32_t const number = profile->read_int(name, entry, default_value);
+        std::int32_t const number = profile_->read_int(name_, entry, default_value);
         insert_value(value = new int_cached_value(entry, number, false));
     }
     return value->get_int();
@@ -123,11 +123,11 @@ void cached_key::read_binary(string const & entry, void * data, std::uint32_t si
 
 auto_ptr<cached_value> cached_key::load_binary(string const & section, string const & entry)
 {
-    std::uint32_t const size = profile->get_binary_size(section, entry);
+    std::uint32_t const size = profile_->get_binary_size(section, entry);
     // The store may not have it any more, and then leaves the bytes alone.
     auto_buffer<unsigned char> bytes(size);
     std::fill_n(bytes.get(), size, static_cast<unsigned char>(0));
-    profile->read_binary(section, entry, bytes.get(), size);
+    profile_->read_binary(section, entry, bytes.get(), size);
     auto_ptr<cached_value> const value(new binary_cached_value(entry, bytes.get(), size, false));
     insert_value(value);
     return value;
@@ -135,21 +135,21 @@ auto_ptr<cached_value> cached_key::load_binary(string const & section, string co
 
 void cached_key::append_writes(std::vector<profile_write> & writes) const
 {
-    for (auto const & value : values) {
-        value.get()->append_write(name, writes);
+    for (auto const & value : values_) {
+        value.get()->append_write(name_, writes);
     }
 }
 
 void cached_key::written() noexcept
 {
-    for (auto const & value : values) {
+    for (auto const & value : values_) {
         value.get()->written();
     }
 }
 
 void cached_key::forget_changes() noexcept
 {
-    for (auto const & value : values) {
+    for (auto const & value : values_) {
         value.get()->forget_change();
     }
 }
@@ -157,7 +157,7 @@ void cached_key::forget_changes() noexcept
 cached_value & cached_key::binary_value(string const & entry)
 {
     cached_value * const value = index_.find(entry);
-    return value != nullptr ? *value : *load_binary(name, entry);
+    return value != nullptr ? *value : *load_binary(name_, entry);
 }
 
 } // namespace zel::profile_cache

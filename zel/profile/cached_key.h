@@ -25,9 +25,9 @@ public:
     /// Writes what is dirty, in ascending order of name.
     virtual void commit();
 
-    string get_name() const { return name; }
-    std::string_view name_view() const noexcept { return name; }
-    bool operator<(cached_key const & other) const noexcept { return name < other.name; }
+    string get_name() const { return name_; }
+    std::string_view name_view() const noexcept { return name_; }
+    bool operator<(cached_key const & other) const noexcept { return name_ < other.name_; }
 
     /// The entry, or the end of the entries.
     std::vector<auto_ptr<cached_value>>::iterator find_value(string const & entry);
@@ -54,9 +54,9 @@ public:
 private:
     cached_value & binary_value(string const & entry);
 
-    string const name;
-    std::vector<auto_ptr<cached_value>> values; // sorted by name, byte by byte
-    auto_ptr<iprofile> profile;
+    string const name_;
+    std::vector<auto_ptr<cached_value>> values_; // sorted by name, byte by byte
+    auto_ptr<iprofile> profile_;
     name_index<cached_value> index_;
 };
 

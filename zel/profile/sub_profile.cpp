@@ -96,8 +96,9 @@ void sub_profile::read_binary(string const & section, string const & key, void *
 string sub_profile::formPath(string const & section)
 {
     string joined;
-    joined.reserve(path.size() + 1 + section.size());
-    joined.append(path).append(1, '\\').append(section);
+    joined.resize(path.size() + 1 + section.size(), '\\');
+    path.copy(joined.data(), path.size());
+    section.copy(joined.data() + path.size() + 1, section.size());
     return joined;
 }
 
