@@ -34,8 +34,8 @@ struct waiter {
 };
 
 struct waiter_queue {
+    std::atomic<std::uint32_t> maximum; // where maximum_of looks
     brief_lock lock;
-    std::atomic<std::uint32_t> maximum;
     waiter * first;
     waiter * last;
 
@@ -343,7 +343,7 @@ bool pulse_unnamed_event(handle_slot & slot, void * handle) noexcept
 bool release_unnamed_semaphore(handle_slot & slot, void * handle, std::uint32_t count,
                                std::int32_t * previous) noexcept
 {
-    std::uint32_t const maximum = queue_of(slot).maximum.load(std::memory_order_relaxed);
+    std::uint32_t const maximum = maximum_of(slot);
     std::uint64_t state = slot.state.load(std::memory_order_relaxed);
     for (;;) {
         if (!is_alive(state, handle)) {

@@ -14,6 +14,13 @@ namespace zel::platform {
 /// \returns null with the last error of `take_slot`.
 void * create_unnamed(handle_kind kind, std::uint32_t initial, std::uint32_t maximum) noexcept;
 
+/// Of a semaphore; it stands first in the room. Means nothing when the handle is not alive.
+inline std::uint32_t maximum_of(handle_slot const & slot) noexcept
+{
+    void const * const room = slot.room;
+    return static_cast<std::atomic<std::uint32_t> const *>(room)->load(std::memory_order_relaxed);
+}
+
 /// \name One exchange of the word, when that is all it takes
 /// \returns false when nothing was done: the function of the same job sees to it.
 /// @{

@@ -185,6 +185,9 @@ constinit std::atomic<bool> forks_prepared{false};
 void after_fork_in_child()
 {
     this_thread.id = 0;
+    if (robust_list * const list = robust_list::own()) {
+        list->withdraw(); // the C library has emptied the list itself
+    }
     preparation.reset();
     known_process_mark.store(0, std::memory_order_relaxed);
     leftovers_lock.reset();
@@ -344,7 +347,7 @@ std::uint32_t wait_for_named(handle_slot & slot, void * handle, std::uint32_t mi
     }
 }
 
-std::uint32_t wait_for_mutex(handle_slot & slot, void * handle, robust_mutex const & mutex,
+std::uint32_t wait_for_mutex(handle_slot & slot, void * handle, robust_mutex mutex,
                              std::uint32_t milliseconds)
 {
     std::int64_t const until = moment_or_test(milliseconds);
@@ -419,7 +422,7 @@ void leave_mutex_behind(handle_slot & slot, std::uint32_t word)
     robust_mutex const mutex = unnamed_mutex(slot);
     bool const unwatched = word_of(slot.references.load(std::memory_order_acquire)) == 1;
     if (unwatched && mutex.is_mine(word)) {
-        mutex.ownership.holds.store(1, std::memory_order_relaxed);
+        mutex.ownership.more_holds.store(0, std::memory_order_relaxed);
         mutex.give_back(*robust_list::own(), slot.state.load(std::memory_order_relaxed));
     }
 }
@@ -601,6 +604,9 @@ bool release_semaphore(void * handle, std::int32_t count, std::int32_t * previou
     auto const units = static_cast<std::uint32_t>(count);
     switch (slot == nullptr ? handle_kind::none : kind_of(handle)) {
     case handle_kind::semaphore:
+        if (previous == nullptr && count > 0 && put_down(*slot, handle, units, maximum_of(*slot))) {
+            return true;
+        }
         return count > 0 ? release_unnamed_semaphore(*slot, handle, units, previous)
                          : refuse(error_invalid_parameter);
     case handle_kind::named_semaphore: {

@@ -17,14 +17,14 @@ constexpr std::uint64_t one_sleeper = std::uint64_t{1} << 32;
 
 } // namespace
 
-bool robust_mutex::take_again() const noexcept
+bool robust_mutex::hold_again(mutex_ownership & ownership) noexcept
 {
-    std::uint32_t const holds = ownership.holds.load(std::memory_order_relaxed);
-    if (holds == 0xFFFFFFFF) {
+    std::uint32_t const more = ownership.more_holds.load(std::memory_order_relaxed);
+    if (more == 0xFFFFFFFF) {
         set_last_error(error_no_system_resources);
         return false;
     }
-    ownership.holds.store(holds + 1, std::memory_order_relaxed);
+    ownership.more_holds.store(more + 1, std::memory_order_relaxed);
     return true;
 }
 
@@ -40,6 +40,7 @@ std::uint32_t robust_mutex::wait(robust_list & list, std::int64_t until) const n
         std::uint32_t const seen = word_of(now);
         if ((seen & thread_mask) == 0) {
             if (take_announced(list, now, (seen & waiters_flag) | others)) {
+                ownership.more_holds.store(0, std::memory_order_relaxed); // those of a dead owner
                 result = (seen & owner_died) != 0 ? wait_abandoned : wait_object_0;
                 break;
             }
@@ -70,16 +71,17 @@ std::uint32_t robust_mutex::wait(robust_list & list, std::int64_t until) const n
     return result;
 }
 
-void robust_mutex::free_and_wake(std::uint64_t now) const noexcept
+void robust_mutex::free_and_wake(robust_mutex mutex, std::uint64_t now) noexcept
 {
     uninterrupted const guard; // between the two steps nobody else would wake the sleeper
+    bool const shared = mutex.is_shared();
     std::uint64_t freed;
     do {
-        freed = with_word(now, is_shared() ? word_of(now) & waiters_flag : 0);
-    } while (!state.compare_exchange_weak(now, freed, std::memory_order_release,
-                                          std::memory_order_relaxed));
-    if ((word_of(now) & waiters_flag) != 0 && wake_address(word(), 1, true) == 0 && is_shared()) {
-        state.compare_exchange_strong(freed, with_word(freed, 0), std::memory_order_relaxed);
+        freed = with_word(now, shared ? word_of(now) & waiters_flag : 0);
+    } while (!mutex.state.compare_exchange_weak(now, freed, std::memory_order_release,
+                                                std::memory_order_relaxed));
+    if ((word_of(now) & waiters_flag) != 0 && wake_address(mutex.word(), 1, true) == 0 && shared) {
+        mutex.state.compare_exchange_strong(freed, with_word(freed, 0), std::memory_order_relaxed);
     }
 }
 

@@ -29,7 +29,7 @@ namespace zel::platform {
 /// What lies behind the state of a mutex.
 struct mutex_ownership {
     robust_node node;
-    std::atomic<std::uint32_t> holds; // of the owner
+    std::atomic<std::uint32_t> more_holds; // of the owner, beyond the first; 0 for a free one
     /// In shared memory the owner's process. Processes in different containers may use the same
     /// numbers for their threads.
     std::atomic<std::uint64_t> process;
@@ -87,11 +87,14 @@ struct robust_mutex {
             return false;
         }
         list.add(ownership.node);
-        ownership.holds.store(1, std::memory_order_relaxed);
         if (is_shared()) {
-            ownership.process.store(process, std::memory_order_relaxed);
-            ownership.home.store(reinterpret_cast<std::uintptr_t>(&ownership),
-                                 std::memory_order_relaxed);
+            // Mostly they hold that already.
+            auto const home = reinterpret_cast<std::uintptr_t>(&ownership);
+            if (ownership.process.load(std::memory_order_relaxed) != process
+                || ownership.home.load(std::memory_order_relaxed) != home) {
+                ownership.process.store(process, std::memory_order_relaxed);
+                ownership.home.store(home, std::memory_order_relaxed);
+            }
         }
         return true;
     }
@@ -118,7 +121,7 @@ struct robust_mutex {
 
     /// Takes a mutex that is the caller's once more.
     /// \returns false with last error 1450 after 4,294,967,295 times.
-    bool take_again() const noexcept;
+    bool take_again() const noexcept { return hold_again(ownership); }
 
     /// For a mutex that was not free and not the caller's, who is inside `uninterrupted` once.
     /// \param until  0 only tests.
@@ -128,9 +131,9 @@ struct robust_mutex {
     /// Gives one hold of the caller's back.
     void give_back(robust_list & list, std::uint64_t now) const noexcept
     {
-        std::uint32_t const holds = ownership.holds.load(std::memory_order_relaxed);
-        if (holds > 1) {
-            ownership.holds.store(holds - 1, std::memory_order_relaxed);
+        std::uint32_t const more = ownership.more_holds.load(std::memory_order_relaxed);
+        if (more > 0) {
+            ownership.more_holds.store(more - 1, std::memory_order_relaxed);
             return;
         }
         list.announce(ownership.node);
@@ -138,13 +141,15 @@ struct robust_mutex {
         if ((now & waiters_flag) != 0
             || !state.compare_exchange_strong(now, with_word(now, 0), std::memory_order_release,
                                               std::memory_order_relaxed)) {
-            free_and_wake(now);
+            free_and_wake(*this, now);
         }
         list.withdraw();
     }
 
 private:
-    void free_and_wake(std::uint64_t now) const noexcept;
+    // By value, so that the fast paths need no copy in memory.
+    static bool hold_again(mutex_ownership & ownership) noexcept;
+    static void free_and_wake(robust_mutex mutex, std::uint64_t now) noexcept;
 };
 
 } // namespace zel::platform
