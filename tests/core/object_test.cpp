@@ -142,8 +142,11 @@ TEST(auto_ptr, converts_to_a_base)
     auto_ptr<zel::ref_obj> root = std::move(d);
     EXPECT_TRUE(d == nullptr && root == base);
     EXPECT_EQ(base->ref_count(), 2U);
+    auto_ptr<counted const> constant = base; // the count is no part of what is constant
     base = nullptr;
-    root = auto_ptr<derived>(new derived(deaths));
+    root = nullptr;
+    EXPECT_EQ(constant->ref_count(), 1U);
+    constant = auto_ptr<derived>(new derived(deaths));
     EXPECT_EQ(deaths, 1);
 
     auto * const both = new twofold(deaths);

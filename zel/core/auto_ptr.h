@@ -15,7 +15,8 @@ namespace zel {
 /// One pointer wide, no control block, nothing of it in the library: a copy is one atomic step, a
 /// move none. Several threads may each have an `auto_ptr` to one object and copy and destroy those
 /// at will; one `auto_ptr` is a plain value, many readers or one writer.
-/// \tparam T  derives from `ref_obj`; an object held here must have come from `new`.
+/// \tparam T  derives from `ref_obj` and may be `const`; an object held here must have come from
+///            `new`.
 /// \code
 ///     zel::auto_ptr<zel::iprofile> settings(new zel::ini_file("settings.ini"));
 ///     zel::sub_profile view(settings, "view");   // shares it
@@ -117,15 +118,21 @@ private:
     void acquire() noexcept
     {
         if (object_ != nullptr) {
-            object_->inc_ref();
+            counted(object_)->inc_ref();
         }
     }
 
     static void release(T * object) noexcept
     {
         if (object != nullptr) {
-            object->dec_ref();
+            counted(object)->dec_ref();
         }
+    }
+
+    // The count is no part of the value that a constant `T` keeps.
+    static std::remove_const_t<T> * counted(T * object) noexcept
+    {
+        return const_cast<std::remove_const_t<T> *>(object);
     }
 
     T * object_ = nullptr;
