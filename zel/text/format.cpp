@@ -41,15 +41,24 @@ constexpr std::size_t on_stack = 1024;
     }
 }
 
-// The growing result: on the stack as long as it fits, then moved piece by piece to the heap.
+// The growing result: on the stack as long as it fits, then moved piece by piece to the heap, or
+// only counted where nobody wants it.
 class collector {
 public:
+    explicit collector(std::string * target)
+        : target_(target)
+    {
+    }
+
     void append(char const * text, std::size_t count)
     {
         if (count > room()) [[unlikely]] {
             spill(count);
             if (count > on_stack) {
-                heap_.append(text, count);
+                if (target_ != nullptr) {
+                    heap_.append(text, count);
+                }
+                spilt_ += count;
                 return;
             }
         }
@@ -65,7 +74,10 @@ public:
         if (count > room()) [[unlikely]] {
             spill(count);
             if (count > on_stack) {
-                heap_.append(count, c);
+                if (target_ != nullptr) {
+                    heap_.append(count, c);
+                }
+                spilt_ += count;
                 return;
             }
         }
@@ -92,42 +104,47 @@ public:
     void advance(std::size_t count) { next_ += count; }
     std::size_t room() const { return static_cast<std::size_t>(buffer_ + on_stack - next_); }
 
-    // Moves the result into `target` if there is one.
-    std::size_t finish(std::string * target)
+    // Moves the result into the target.
+    std::size_t finish()
     {
-        auto const staged = static_cast<std::size_t>(next_ - buffer_);
-        if (target == nullptr) {
-            return heap_.size() + staged;
-        }
-        if (heap_.empty()) {
-            if (staged != 0) {
-                target->assign(buffer_, staged);
+        if (spilt_ == 0) {
+            std::size_t const size = staged();
+            if (size != 0 && target_ != nullptr) {
+                target_->assign(buffer_, size);
             }
-            return staged;
+            return size;
         }
         spill(0);
-        std::size_t const size = heap_.size();
-        *target = std::move(heap_);
-        return size;
+        if (target_ != nullptr) {
+            *target_ = std::move(heap_);
+        }
+        return spilt_;
     }
 
 private:
+    std::size_t staged() const { return static_cast<std::size_t>(next_ - buffer_); }
+
     [[gnu::noinline]] void spill(std::size_t wanted)
     {
-        auto const staged = static_cast<std::size_t>(next_ - buffer_);
-        // `wanted` may be near the limit; the sum of the first two is known to be within it.
-        if (wanted > longest_text - heap_.size() - staged) {
+        // Each of the three is far below what would make their sum wrap. What is staged in the end
+        // comes through here too, so that no result is longer.
+        std::size_t const size = spilt_ + staged() + wanted;
+        if (size > longest_text) {
             raise_too_long();
         }
-        std::size_t const size = heap_.size() + staged + wanted;
-        if (size > heap_.capacity()) {
-            heap_.reserve(size + 64); // what follows a long text is short as a rule
+        if (target_ != nullptr) {
+            if (size > heap_.capacity()) {
+                heap_.reserve(size + 64); // what follows a long text is short as a rule
+            }
+            heap_.append(buffer_, staged());
         }
-        heap_.append(buffer_, staged);
+        spilt_ += staged();
         next_ = buffer_;
     }
 
-    std::string heap_;
+    std::string * target_;
+    std::string heap_; // as many bytes as were spilt, or none without a target
+    std::size_t spilt_ = 0;
     char * next_ = buffer_;
     char buffer_[on_stack];
 };
@@ -645,7 +662,7 @@ std::size_t format_text_into(std::string * target, char const * format_text, std
 {
     int const error = errno; // of the caller, for %m
     argument_list own(arguments);
-    collector out;
+    collector out(target);
     for (char const * p = format_text;;) {
         char const * const percent = std::strchr(p, '%');
         if (percent == nullptr) {
@@ -665,7 +682,7 @@ std::size_t format_text_into(std::string * target, char const * format_text, std
             return format_by_runtime(target, format_text, arguments);
         }
     }
-    return out.finish(target);
+    return out.finish();
 }
 
 } // namespace

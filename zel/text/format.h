@@ -23,7 +23,7 @@ std::size_t format_into(std::string & target, char const * format_text, std::va_
     ZEL_PRINTF(2, 0);
 
 /// Does the same and keeps nothing, for a text that only has to be formatted: a conversion that
-/// fails still raises, and `%n` still stores. A text of up to 1 KiB costs no allocation.
+/// fails still raises, and `%n` still stores. The text is only counted as a rule, whatever its length.
 std::size_t format_and_drop(char const * format_text, std::va_list arguments) ZEL_PRINTF(1, 0);
 
 } // namespace zel
