@@ -13,7 +13,8 @@ int allocations = 0;
 
 } // namespace
 
-void * operator new(std::size_t size)
+// Not inlined: GCC warns where it sees one of a pair of these and not the other.
+[[gnu::noinline]] void * operator new(std::size_t size)
 {
     ++allocations;
     if (void * const memory = std::malloc(size)) {
@@ -21,8 +22,8 @@ void * operator new(std::size_t size)
     }
     throw std::bad_alloc();
 }
-void operator delete(void * memory) noexcept { std::free(memory); }
-void operator delete(void * memory, std::size_t) noexcept { std::free(memory); }
+[[gnu::noinline]] void operator delete(void * memory) noexcept { std::free(memory); }
+[[gnu::noinline]] void operator delete(void * memory, std::size_t) noexcept { std::free(memory); }
 
 namespace {
 
