@@ -14,7 +14,9 @@ int allocations = 0;
 } // namespace
 
 // Not inlined: GCC warns where it sees one of a pair of these and not the other.
-[[gnu::noinline]] void * operator new(std::size_t size)
+[[gnu::noinline]] // Not inlined, or the compiler takes new and free for an unequal pair.
+[[gnu::noinline]] void *
+operator new(std::size_t size)
 {
     ++allocations;
     if (void * const memory = std::malloc(size)) {
@@ -22,8 +24,14 @@ int allocations = 0;
     }
     throw std::bad_alloc();
 }
-[[gnu::noinline]] void operator delete(void * memory) noexcept { std::free(memory); }
-[[gnu::noinline]] void operator delete(void * memory, std::size_t) noexcept { std::free(memory); }
+[[gnu::noinline]] [[gnu::noinline]] void operator delete(void * memory) noexcept
+{
+    std::free(memory);
+}
+[[gnu::noinline]] [[gnu::noinline]] void operator delete(void * memory, std::size_t) noexcept
+{
+    std::free(memory);
+}
 
 namespace {
 

@@ -71,7 +71,7 @@ public:
     ///          thread has ended.
     std::uint32_t suspend();
     /// Takes one `suspend` back; the thread runs on with the last of them.
-    /// \returns how often it was suspended before; 0xFFFFFFFF when the thread has ended.
+    /// \returns how often it was suspended before: 0 also when the thread has ended.
     std::uint32_t resume();
 
     /// Whether the body runs.
