@@ -8,7 +8,8 @@
 namespace zel::platform {
 
 /// `C:\tmp\x` gives `/tmp/x`, `a\b` gives `a/b`, a lone backslash `/`. `\\?\C:\x` is `C:\x`. A text
-/// with `..` in it is resolved first, so that `a\..\b` is `b` whatever `a` is.
+/// with `..` in it or a `.` at its end is resolved first, so that `a\..\b` is `b` whatever `a` is,
+/// and `a\.` is the link `a` and not what it leads to.
 /// \returns false with the last error `error_path_not_found` and an empty result for the empty
 ///          text, for another drive and for a server; `error_filename_exced_range` when the text
 ///          has more than 259 bytes.

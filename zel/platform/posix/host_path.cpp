@@ -17,6 +17,13 @@ bool is_drive(std::string_view text) noexcept
 
 bool is_separator(char c) noexcept { return c == '\\' || c == '/'; }
 
+/// True when the last component is a dot, behind which the host would follow a link.
+bool ends_in_dot(std::string_view text) noexcept
+{
+    std::size_t const last = text.find_last_not_of("\\/");
+    return last != text.npos && last > 0 && text[last] == '.' && is_separator(text[last - 1]);
+}
+
 bool fail(std::uint32_t code) noexcept
 {
     set_last_error(code);
@@ -38,7 +45,7 @@ bool to_host_path(char * result, char const * text) noexcept
     // A folder's `..` is the folder in front of it in the text, also where the host would follow a
     // link first.
     char resolved[max_path];
-    if (rest.find("..") != rest.npos) {
+    if (rest.find("..") != rest.npos || ends_in_dot(rest)) {
         *std::replace_copy(rest.begin(), rest.end(), resolved, '/', '\\') = '\0';
         path_canonicalize(resolved, resolved); // never longer than it was, apart from `.\c:`
         rest = resolved;
