@@ -43,6 +43,11 @@ TEST(path_faults, without_rights_nothing_changes)
                   refused(!path::get_temp_filename(area.path("locked")).empty());
                   area.path("locked/file").setAttributes(path::attr_readonly);
                   refused(!area.path("source").copy(area.path("open/copy")));
+                  ::mkdir(area.host("open/tree").c_str(), 0777);
+                  ::mkdir(area.host("open/tree/unreadable").c_str(), 0);
+                  refused(!area.path("open/tree").remove()); // what is empty needs no look inside
+                  ::mkdir(area.host("open/unreadable").c_str(), 0);
+                  refused(!area.path("open/unreadable").remove());
                   return failures;
               }),
               0);

@@ -46,10 +46,7 @@ bool normalize(char * result, std::string_view source) noexcept
     return true;
 }
 
-std::string_view view(char const * text) noexcept
-{
-    return text == nullptr ? "" : text;
-}
+std::string_view view(char const * text) noexcept { return text == nullptr ? "" : text; }
 
 void normalize_or_raise(char * result, std::string_view source)
 {
@@ -113,6 +110,19 @@ void take_entry(void * context, std::string_view name)
         found.text[size + name.copy(found.text + size, name.size())] = '\0';
         found.entries.push_back(auto_ptr<path>(new path(found.text)));
     }
+}
+
+/// Puts the drive in front of a lone leading backslash. What is found there becomes a path, which
+/// would take the backslash for the current folder.
+bool copy_with_drive(char * result, char const * text) noexcept
+{
+    std::string_view const front = *text == '\\' && text[1] != '\\' ? "C:" : "";
+    std::string_view const rest = text;
+    if (front.size() + rest.size() > longest) {
+        return false;
+    }
+    result[front.size() + rest.copy(result + front.copy(result, front.size()), rest.size())] = '\0';
+    return true;
 }
 
 /// Creates what is missing of the chain of folders.
@@ -414,8 +424,11 @@ bool path::copy(path const & target)
 
 path path::get_temp_filename(path const & folder)
 {
-    char result[max_path];
-    platform::get_temp_file_name(folder.text, "temp", result);
+    char place[max_path];
+    char result[max_path] = {};
+    if (copy_with_drive(place, folder.text)) {
+        platform::get_temp_file_name(place, "temp", result);
+    }
     return path(result);
 }
 
@@ -454,9 +467,9 @@ void path::get_entries(std::list<auto_ptr<path>> & entries, char const * spec, b
         entries.clear();
     }
     char pattern[max_path];
-    std::strcpy(pattern, text);
     argument const name(spec);
-    if (!name.fits() || platform::path_add_backslash(pattern) == nullptr
+    if (!name.fits() || !copy_with_drive(pattern, text)
+        || platform::path_add_backslash(pattern) == nullptr
         || !platform::path_append(pattern, name.c_str())) {
         return;
     }
@@ -478,7 +491,9 @@ bool path::remove()
     if (!platform::path_is_unlinked_directory(text)) {
         return platform::delete_file(text);
     }
-    return platform::empty_directory(text, false) && platform::remove_directory(text);
+    // An empty folder goes at once, also without the right to look inside.
+    return platform::remove_directory(text)
+        || (platform::empty_directory(text, false) && platform::remove_directory(text));
 }
 
 std::ostream & operator<<(std::ostream & out, path const & source) { return out << source.c_str(); }

@@ -203,7 +203,8 @@ public:
     /// True when both are plain files that can be read and hold the same bytes.
     static bool compare_files(path const & first, path const & second);
     /// Lists the entries of the folder that match `spec`, files and folders alike, in no order. One
-    /// whose name no path can hold is left out. An empty path lists the current folder.
+    /// whose name no path can hold is left out. An empty path lists the current folder, a lone
+    /// backslash the root with `C:\` in front of its entries.
     /// \param spec   one wild-card pattern, in which a `;` is a byte like any other.
     /// \param clear  empties the list first; else the entries are added behind what is there.
     void get_entries(std::list<auto_ptr<path>> & entries, char const * spec = "*.*",

@@ -120,6 +120,12 @@ bool empty_open_directory(directory_reader & reader, std::size_t length) noexcep
             inner = ::openat(reader.folder(), entry->d_name,
                              O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
             if (inner < 0 && errno != ENOTDIR && errno != ELOOP) {
+                int const reason = errno;
+                // One that is empty goes without the right to look inside.
+                if (::unlinkat(reader.folder(), entry->d_name, AT_REMOVEDIR) == 0) {
+                    continue;
+                }
+                errno = reason;
                 return fail();
             }
         }

@@ -205,7 +205,7 @@ bool create_folder(host_name & name) noexcept
 void get_temp_path(char * result) noexcept
 {
     std::string_view chosen = variable("TMPDIR");
-    if (chosen.ends_with('/')) {
+    if (chosen.size() > 1 && chosen.ends_with('/')) {
         chosen.remove_suffix(1);
     }
     // One that leaves no room for the backslash behind it is no better than none.
