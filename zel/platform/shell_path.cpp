@@ -40,10 +40,7 @@ constexpr bool begins_with_server(std::string_view text) noexcept
     return text.starts_with("\\\\");
 }
 
-std::string_view view(char const * text) noexcept
-{
-    return text == nullptr ? "" : text;
-}
+std::string_view view(char const * text) noexcept { return text == nullptr ? "" : text; }
 
 /// \returns false for a text that no path can hold, of which only the first bytes are looked at.
 bool view_path(char const * text, std::string_view & result) noexcept
