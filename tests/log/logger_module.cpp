@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// A module with a logger in its static memory, which writes when the module is loaded and unloaded.
+// A module with a logger in its static memory, which writes when the module comes and goes.
 #include "zel/log/logger.h"
 
 #include <cstdlib>
@@ -11,15 +11,14 @@ namespace {
 class pipe_logger : public zel::logger {
 public:
     pipe_logger()
-        : descriptor_(std::atoi(std::getenv("ZEL_TEST_PIPE")))
     {
-        write(info, "%s", "loaded");
+        set_group_limitation(1);
+        write_grouped(info, "g", "%s", "come");
     }
     ~pipe_logger() override
     {
-        write_grouped(info, "end", "unloaded after %u of %s", get_info_counter(),
-                      "a group that is suppressed");
-        write_grouped(info, "end", "held back");
+        write_grouped(info, "g", "held back");
+        write(info, "gone after %u", get_info_counter());
     }
 
 protected:
@@ -32,11 +31,10 @@ protected:
                                zel::string const & url) override
     {
         output_buffer(type, text, url);
-        set_group_limitation(0);
     }
 
 private:
-    int descriptor_;
+    int descriptor_ = std::atoi(std::getenv("ZEL_TEST_PIPE"));
 } module_logger;
 
 } // namespace

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "zel/platform/kernel_objects.h"
+#include "zel/platform/threads.h"
 #include "zel/threads/event.h"
 #include "zel/threads/mutex.h"
 #include "zel/threads/process.h"
@@ -7,7 +8,6 @@
 
 #include "tests/sanitizers.h"
 #include "tests/time_limit.h"
-#include <fstream>
 #include <functional>
 #include <gtest/gtest.h>
 #include <stdexcept>
@@ -36,21 +36,24 @@ protected:
     }
 };
 
+std::atomic<int> alive{0};
+
 class task : public zel::thread_obj {
 public:
-    task(std::function<unsigned int(task &)> body, zel::auto_ptr<zel::logger> log = nullptr,
-         zel::string const & name = "task", std::atomic<int> * destroyed = nullptr)
-        : thread_obj(log, name)
+    explicit task(std::function<unsigned int(task &)> body,
+                  zel::auto_ptr<zel::logger> log = nullptr)
+        : thread_obj(log, "a name of more than 15 bytes")
         , body_(std::move(body))
-        , destroyed_(destroyed)
     {
+        ++alive;
     }
-    ~task() override
+    ~task() override { --alive; }
+
+    std::uint32_t exit_code() const
     {
-        if (destroyed_ != nullptr) {
-            ++*destroyed_;
-            destroyed_->notify_one();
-        }
+        std::uint32_t code = 0;
+        EXPECT_TRUE(zel::platform::get_exit_code_thread(get_handle(), code));
+        return code;
     }
 
 protected:
@@ -58,16 +61,16 @@ protected:
 
 private:
     std::function<unsigned int(task &)> body_;
-    std::atomic<int> * destroyed_;
 };
 
 using task_ptr = zel::auto_ptr<task>;
 
 // Has come to its end, and left nothing behind.
 task_ptr run_to_its_end(std::function<unsigned int(task &)> body,
-                        zel::auto_ptr<zel::logger> log = nullptr, zel::string const & name = "task")
+                        zel::auto_ptr<zel::logger> log = nullptr)
 {
-    task_ptr thread(new task(std::move(body), std::move(log), name));
+    time_limit const limit(20);
+    task_ptr thread(new task(std::move(body), std::move(log)));
     thread->start();
     thread->wait();
     EXPECT_FALSE(thread->is_started());
@@ -79,8 +82,8 @@ std::string failure_of(std::function<void()> const & call)
 {
     try {
         call();
-    } catch (zel::exception & failure) {
-        return std::to_string(failure.get_type()) + ": " + failure.get_message();
+    } catch (zel::kernel_obj::exception & failure) {
+        return failure.get_message();
     }
     return "nothing raised";
 }
@@ -95,68 +98,65 @@ TEST(thread_obj, has_no_thread_before_its_start)
     };
     for (auto const & call : calls) {
         EXPECT_EQ(failure_of(call),
-                  "2: Zel Kernel Exception: Failed To Create Object thread_obj::wait()");
+                  "Zel Kernel Exception: Failed To Create Object thread_obj::wait()");
     }
     EXPECT_FALSE(thread->is_started());
     EXPECT_EQ(thread->get_id(), 0U);
-    EXPECT_EQ(thread->get_handle(), nullptr);
     EXPECT_EQ(zel::auto_ptr<zel::process>(new zel::process)->ref_count(), 1U);
 }
 
 TEST(thread_obj, is_complete_while_it_runs_and_after)
 {
-    time_limit const limit(20);
     zel::auto_ptr<recorder> const log(new recorder);
     bool complete = false;
-    std::string shown;
-    task_ptr const thread = run_to_its_end(
-        [&](task & self) {
-            complete = self.is_started() && self.get_handle() != nullptr
-                && self.get_id() == static_cast<std::uint32_t>(::gettid());
-            char name[16] = {};
-            ::pthread_getname_np(::pthread_self(), name, sizeof name);
-            shown = name;
-            return 7U;
-        },
-        log, "a name of more than 15 bytes");
+    char shown[16] = {};
+    auto const body = [&](task & self) {
+        complete = self.is_started() && self.get_handle() != nullptr
+            && self.get_id() == static_cast<std::uint32_t>(::gettid());
+        ::pthread_getname_np(::pthread_self(), shown, sizeof shown);
+        return 7U;
+    };
+    task_ptr const thread = run_to_its_end(body, log);
     EXPECT_TRUE(complete);
-    EXPECT_EQ(shown, "a name of more ");
+    EXPECT_STREQ(shown, "a name of more ");
     EXPECT_NE(thread->get_id(), 0U);
-    EXPECT_TRUE(log->lines.empty());
+    EXPECT_EQ(thread->exit_code(), 7U);
+    EXPECT_TRUE(log->lines.empty()); // the notices of start and end are dropped
     thread->wait(); // at once
     EXPECT_TRUE(thread->terminate(0)); // harmless by now
 }
 
 TEST(thread_obj, reports_what_its_work_raises)
 {
-    time_limit const limit(20);
+    using failure = zel::sync_obj::exception;
     struct {
         std::function<void()> raise;
-        char const * before; // of the id
+        char const * report; // before the id
     } const rows[] = {
-        {[] { throw zel::exception("m"); }, "1 Exception 'm' occured in thread (id=0x"},
-        {[] { throw zel::exception(); },
-         "1 Exception 'Unknown Exception' occured in thread (id=0x"},
-        {[] { throw zel::sync_obj::exception(zel::sync_obj::exception::failed_to_lock, "x"); },
-         "1 Exception 'Zel Sync Exception: failed to lock x' occured in thread (id=0x"},
-        {[] { throw 5; }, "1 Unknown exception occured in thread (id=0x"},
-        {[] { throw std::runtime_error("x"); }, "1 Unknown exception occured in thread (id=0x"},
+        {[] { throw zel::exception("m"); }, "Exception 'm'"},
+        {[] { throw zel::exception(); }, "Exception 'Unknown Exception'"},
+        {[] { throw failure(failure::failed_to_lock, "x"); },
+         "Exception 'Zel Sync Exception: failed to lock x'"},
+        {[] { throw 5; }, "Unknown exception"},
+        {[] { throw std::runtime_error("x"); }, "Unknown exception"},
     };
     for (auto const & row : rows) {
-        SCOPED_TRACE(row.before);
+        SCOPED_TRACE(row.report);
         auto const body = [&](task &) {
             row.raise();
             return 0U;
         };
-        run_to_its_end(body); // nobody is told
+        EXPECT_EQ(run_to_its_end(body)->exit_code(), 0xFFFFFFFF); // nobody is told
         for (bool const logger_raises : {false, true}) {
             zel::auto_ptr<recorder> const log(new recorder);
             log->fail = logger_raises;
+            task_ptr const thread = run_to_its_end(body, log);
             zel::string expected;
-            expected.format("%s%x) 'its name'!", row.before,
-                            run_to_its_end(body, log, "its name")->get_id());
+            expected.format("1 %s occured in thread (id=0x%x) '%s'!", row.report, thread->get_id(),
+                            thread->get_name().c_str());
             EXPECT_EQ(log->lines, std::vector<std::string>{expected});
             EXPECT_EQ(log->get_error_counter(), 1U);
+            EXPECT_EQ(thread->exit_code(), 0xFFFFFFFF);
         }
     }
 }
@@ -164,27 +164,19 @@ TEST(thread_obj, reports_what_its_work_raises)
 TEST(thread_obj, keeps_itself_while_it_runs)
 {
     time_limit const limit(20);
-    std::atomic<int> destroyed{0};
     std::atomic<bool> go{false};
-    task_ptr thread(new task(
-        [&](task &) {
-            go.wait(false);
+    for (int i = 0; i < 1000; ++i) {
+        task_ptr(new task([&](task &) {
+            while (!go) {
+                std::this_thread::yield();
+            }
             return 0U;
-        },
-        nullptr, "task", &destroyed));
-    thread->start();
-    thread = nullptr;
-    std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    EXPECT_EQ(destroyed, 0);
-    go = true;
-    go.notify_one();
-    destroyed.wait(0); // on the thread itself
-
-    for (int i = 1; i <= 1000; ++i) {
-        task_ptr(new task([](task &) { return 0U; }, nullptr, "brief", &destroyed))->start();
+        }))->start();
+        EXPECT_TRUE(go || alive == i + 1);
+        go = go || i == 20;
     }
-    for (int seen = destroyed; seen != 1001; seen = destroyed) {
-        destroyed.wait(seen);
+    while (alive != 0) {
+        std::this_thread::yield();
     }
 }
 
@@ -193,17 +185,15 @@ TEST(thread_obj, gives_all_back_when_the_host_unwinds_the_thread)
 #ifdef _LIBCPP_VERSION
     GTEST_SKIP() << "pthread_exit unwinds with libgcc's unwinder, and crashes in libc++abi's own";
 #endif
-    time_limit const limit(20);
-    run_to_its_end([](task &) -> unsigned int { ::pthread_exit(nullptr); });
+    task_ptr const thread = run_to_its_end([](task &) -> unsigned int { ::pthread_exit(nullptr); });
+    EXPECT_EQ(thread->exit_code(), 0xFFFFFFFF);
 }
 
 // Starts threads until the host has no room for one more; true when that one then was as before.
 bool the_failed_start_takes_nothing()
 {
     ::rlimit const none{1, 1};
-    if (::setrlimit(RLIMIT_AS, &none) != 0) {
-        return false;
-    }
+    ::setrlimit(RLIMIT_AS, &none);
     for (int i = 0; i < 1000; ++i) { // the first may get stacks that the runtime has kept
         task * const thread = new task([](task &) {
             ::pause();
@@ -212,8 +202,7 @@ bool the_failed_start_takes_nothing()
         std::string const failure = failure_of([&] { thread->start(); });
         if (failure != "nothing raised") {
             return thread->ref_count() == 0 && thread->get_handle() == nullptr
-                && failure
-                == "2: Zel Kernel Exception: Failed To Create Object thread_obj::start()";
+                && failure == "Zel Kernel Exception: Failed To Create Object thread_obj::start()";
         }
     }
     return false;
@@ -228,74 +217,49 @@ TEST(thread_obj, a_failed_start_takes_nothing)
     EXPECT_EXIT(::_exit(the_failed_start_takes_nothing() ? 0 : 1), testing::ExitedWithCode(0), "");
 }
 
-TEST(thread_obj, can_be_suspended)
-{
-    SKIP_IF_THREADS_CANNOT_BE_STOPPED();
-    time_limit const limit(20);
-    std::atomic<std::uint32_t> count{0};
-    std::atomic<bool> over{false};
-    task_ptr const thread(new task([&](task &) {
-        while (!over) {
-            ++count;
-        }
-        return 0U;
-    }));
-    thread->start();
-    while (count == 0) { }
-    EXPECT_EQ(thread->suspend(), 0U);
-    EXPECT_EQ(thread->suspend(), 1U);
-    std::uint32_t const stopped = count;
-    std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    EXPECT_EQ(count, stopped);
-    EXPECT_EQ(thread->resume(), 2U);
-    std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    EXPECT_EQ(count, stopped);
-    EXPECT_EQ(thread->resume(), 1U);
-    while (count == stopped) { }
-    EXPECT_EQ(thread->get_priority(), 0);
-    EXPECT_TRUE(thread->set_priority(-1));
-    EXPECT_EQ(thread->get_priority(), -1);
-    EXPECT_FALSE(thread->set_priority(7));
-    EXPECT_EQ(thread->get_priority(), -1);
-    over = true;
-    thread->wait();
-    EXPECT_EQ(thread->suspend(), 0xFFFFFFFF);
-}
-
-TEST(thread_obj, terminate_cuts_it_off)
+TEST(thread_obj, can_be_suspended_and_cut_off)
 {
     SKIP_IF_THREADS_CANNOT_BE_STOPPED();
     time_limit const limit(20);
     zel::auto_ptr<recorder> const log(new recorder);
     zel::mutex mutex;
-    zel::event locked;
+    std::atomic<std::uint32_t> count{0};
     bool unwound = false;
-    task * const thread = new task(
-        [&](task &) {
-            struct at_end {
-                bool & flag;
-                ~at_end() { flag = true; }
-            } const end{unwound};
-            mutex.lock(0);
-            locked.set();
-            zel::event().lock(0xFFFFFFFF);
-            return 0U;
-        },
-        log);
+    auto const body = [&](task &) {
+        struct at_end {
+            bool & flag;
+            ~at_end() { flag = true; }
+        } const end{unwound};
+        mutex.lock(0);
+        while (++count != 0) { }
+        return 0U;
+    };
+    task * const thread = new task(body, log);
     thread->inc_ref();
     thread->start();
-    locked.lock(0xFFFFFFFF);
+    while (count == 0) { }
+    EXPECT_EQ(thread->suspend(), 0U);
+    EXPECT_EQ(thread->suspend(), 1U);
+    EXPECT_EQ(thread->resume(), 2U);
+    std::uint32_t const stopped = count;
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    EXPECT_EQ(count, stopped);
+    EXPECT_EQ(thread->resume(), 1U);
+    while (count == stopped) { }
+    EXPECT_TRUE(thread->set_priority(-1));
+    EXPECT_FALSE(thread->set_priority(7));
+    EXPECT_EQ(thread->get_priority(), -1);
+
     EXPECT_TRUE(thread->terminate(9));
     thread->wait();
+    EXPECT_EQ(thread->exit_code(), 9U);
     EXPECT_FALSE(unwound);
     EXPECT_TRUE(thread->is_started());
     EXPECT_EQ(thread->ref_count(), 2U); // the thread's own was never given back
     EXPECT_TRUE(log->lines.empty());
     EXPECT_EQ(zel::platform::wait_for_single_object(mutex.get_handle(), 0),
               zel::platform::wait_abandoned);
-    EXPECT_TRUE(mutex.unlock());
-    EXPECT_TRUE(thread->terminate(9));
-    thread->dec_ref();
+    EXPECT_EQ(thread->suspend(), 0xFFFFFFFF);
     delete thread; // by hand: nothing else can any more
 }
 
