@@ -32,23 +32,16 @@ static_assert(std::is_base_of_v<zel::exception, memory_exception>);
 TEST(exception, composes_its_message)
 {
     char const * const null = nullptr;
-    struct {
-        composed failure;
-        std::uint32_t type;
-        char const * message;
-    } rows[] = {
+    // clang-format off
+    struct { composed failure; std::uint32_t type; char const * message; } rows[] = {
         {{1, "text"}, 1, "first text"},
         {{2, "text"}, 2, "second  text"}, // the reason's own blank stays
-        {{1, null}, 1, "first"},
-        {{1, ""}, 1, "first "},
-        {{1, zel::string()}, 1, "first "},
-        {{2, zel::string("text")}, 2, "second  text"},
-        {{0, "text"}, 0, " text"},
-        {{3, "text"}, 3, " text"},
-        {{0xFFFFFFFF, zel::string("text")}, 0xFFFFFFFF, " text"},
-        {{7, null}, 7, "Unknown Exception"},
-        {composed(5), 5, "Unknown Exception"},
+        {{1, null}, 1, "first"}, {{1, ""}, 1, "first "}, {{1, zel::string()}, 1, "first "},
+        {{2, zel::string("text")}, 2, "second  text"}, {{0, "text"}, 0, " text"},
+        {{3, "text"}, 3, " text"}, {{0xFFFFFFFF, zel::string("text")}, 0xFFFFFFFF, " text"},
+        {{7, null}, 7, "Unknown Exception"}, {composed(5), 5, "Unknown Exception"},
     };
+    // clang-format on
     for (auto & row : rows) {
         SCOPED_TRACE(row.message);
         EXPECT_EQ(row.failure.get_message(), row.message);
@@ -59,13 +52,12 @@ TEST(exception, composes_its_message)
 
 TEST(exception, tells_what_it_was_given)
 {
-    zel::exception none;
+    zel::exception none, empty(""), both(9, "text");
     EXPECT_EQ(none.get_type(), 0U);
     EXPECT_EQ(none.get_message(), "Unknown Exception");
-    EXPECT_EQ(zel::exception("").get_message(), "Unknown Exception");
-    EXPECT_EQ(zel::exception("text").get_message(), "text");
-    zel::exception both(9, "text");
+    EXPECT_EQ(empty.get_message(), "Unknown Exception");
     EXPECT_EQ(both.get_type(), 9U);
+    EXPECT_EQ(both.get_message(), "text");
     zel::exception & target = none;
     target = memory_exception(memory_exception::resource, "x");
     EXPECT_EQ(none.get_type(), 5U);
@@ -74,25 +66,21 @@ TEST(exception, tells_what_it_was_given)
 
 TEST(memory_exception, has_a_text_for_each_reason)
 {
-    struct {
-        std::uint32_t type;
-        char const * message;
-    } const rows[] = {
-        {memory_exception::null_pointer, "Zel Memory Exception: Null Pointer x"},
-        {memory_exception::allocation_failed, "Zel Memory Exception: Allocation Failed x"},
-        {memory_exception::not_related_object, "Zel Memory Exception: Not releated object x"},
-        {memory_exception::invalid_array_boundary,
-         "Zel Memory Exception: Invalid array boundary x"},
-        {memory_exception::resource, "Zel Memory Exception: Resource x"},
-        {0, " x"},
-        {6, " x"},
+    char const * const messages[] = {
+        " x", // 0 is no reason, nor is what lies behind the last one
+        "Zel Memory Exception: Null Pointer x",
+        "Zel Memory Exception: Allocation Failed x",
+        "Zel Memory Exception: Not releated object x",
+        "Zel Memory Exception: Invalid array boundary x",
+        "Zel Memory Exception: Resource x",
+        " x",
     };
-    for (auto const & row : rows) {
+    for (std::uint32_t type = 0; type < std::size(messages); ++type) {
         try {
-            throw memory_exception(static_cast<memory_exception::exc_type>(row.type), "x");
+            throw memory_exception(static_cast<memory_exception::exc_type>(type), "x");
         } catch (zel::exception & failure) {
-            EXPECT_EQ(failure.get_message(), row.message);
-            EXPECT_EQ(failure.get_type(), row.type);
+            EXPECT_EQ(failure.get_message(), messages[type]);
+            EXPECT_EQ(failure.get_type(), type);
             EXPECT_NE(dynamic_cast<memory_exception *>(&failure), nullptr);
         }
     }
@@ -100,18 +88,15 @@ TEST(memory_exception, has_a_text_for_each_reason)
 
 TEST(get_last_error, describes_the_code_of_the_calling_thread)
 {
-    struct {
-        std::uint32_t code;
-        char const * text;
-    } const rows[] = {
+    // clang-format off
+    struct { std::uint32_t code; char const * text; } const rows[] = {
         {0, "The operation completed successfully.\r\n"},
-        {2, "The system cannot find the file specified.\r\n"},
-        {5, "Access is denied.\r\n"},
+        {2, "The system cannot find the file specified.\r\n"}, {5, "Access is denied.\r\n"},
         {6, "The handle is invalid.\r\n"},
         {183, "Cannot create a file when that file already exists.\r\n"},
-        {298, "Too many posts were made to a semaphore.\r\n"},
-        {0xABCDEF01, ""},
+        {298, "Too many posts were made to a semaphore.\r\n"}, {0xABCDEF01, ""},
     };
+    // clang-format on
     for (auto const & row : rows) {
         SCOPED_TRACE(row.code);
         zel::platform::set_last_error(row.code);

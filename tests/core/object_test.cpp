@@ -40,11 +40,10 @@ struct twofold : side, counted {
     using counted::counted;
 };
 
-static_assert(!std::is_copy_constructible_v<zel::ref_obj>);
-static_assert(!std::is_copy_assignable_v<zel::ref_obj>);
-static_assert(!std::is_default_constructible_v<zel::object>);
-static_assert(std::has_virtual_destructor_v<zel::object>);
-static_assert(std::is_empty_v<zel::object_non_copy>);
+static_assert(
+    !std::is_copy_constructible_v<zel::ref_obj> && !std::is_copy_assignable_v<zel::ref_obj>);
+static_assert(
+    !std::is_default_constructible_v<zel::object> && std::has_virtual_destructor_v<zel::object>);
 static_assert(std::is_nothrow_move_constructible_v<auto_ptr<counted>>);
 static_assert(!std::is_convertible_v<auto_ptr<counted>, auto_ptr<derived>>);
 static_assert(!std::is_convertible_v<auto_ptr<counted>, bool>);
@@ -53,15 +52,12 @@ TEST(ref_obj, counts_and_deletes_at_the_last_release)
 {
     std::atomic<int> deaths = 0;
     auto * const object = new counted(deaths);
-    EXPECT_EQ(object->ref_count(), 0U);
-    EXPECT_EQ(object->inc_ref(), 1U);
-    EXPECT_EQ(object->inc_ref(), 2U);
-    EXPECT_EQ(object->dec_ref(), 1U);
+    EXPECT_TRUE(object->inc_ref() == 1 && object->inc_ref() == 2 && object->dec_ref() == 1);
     EXPECT_EQ(deaths, 0);
     EXPECT_EQ(object->dec_ref(), 0U);
     EXPECT_EQ(deaths, 1);
-
     auto const fresh = std::make_unique<counted>(deaths);
+    EXPECT_EQ(fresh->ref_count(), 0U);
     EXPECT_EQ(fresh->dec_ref(), 0xFFFFFFFFU); // wraps and deletes nothing
     EXPECT_EQ(fresh->ref_count(), 0xFFFFFFFFU);
     EXPECT_EQ(deaths, 1);
@@ -74,25 +70,31 @@ TEST(auto_ptr, shares_the_object_and_lets_go_of_it)
     {
         auto_ptr<counted> p(object);
         auto_ptr<counted> q = p;
-        EXPECT_EQ(object->ref_count(), 2U);
-        auto const & same = p;
+        auto & same = p;
         p = same;
         p = q; // two that hold one object
-        EXPECT_EQ(object->ref_count(), 2U);
+        p = std::move(same);
         auto_ptr<counted> moved = std::move(q);
-        EXPECT_TRUE(q == nullptr && moved == p && moved.get() == object);
+        EXPECT_TRUE(q == nullptr && moved == p && moved.get() == object && &*p == p.operator->());
         EXPECT_EQ(object->ref_count(), 2U);
-        auto_ptr<counted> & itself = moved;
-        moved = std::move(itself);
-        EXPECT_EQ(moved, p);
         moved = nullptr;
         EXPECT_EQ(object->ref_count(), 1U);
         std::unordered_set<auto_ptr<counted>> const set{p};
         EXPECT_TRUE(set.contains(p));
-        EXPECT_EQ(&*p, p.operator->());
         EXPECT_EQ(deaths, 0);
     }
     EXPECT_EQ(deaths, 1);
+}
+
+template <typename Call> zel::string failure(Call && call)
+{
+    try {
+        call();
+    } catch (zel::memory_exception & raised) {
+        EXPECT_EQ(raised.get_type(), zel::memory_exception::null_pointer);
+        return raised.get_message();
+    }
+    return {};
 }
 
 TEST(auto_ptr, raises_only_when_a_null_one_is_followed)
@@ -102,19 +104,10 @@ TEST(auto_ptr, raises_only_when_a_null_one_is_followed)
     p = q;
     q = std::move(p);
     EXPECT_FALSE(p || q || auto_ptr<counted>(nullptr));
-    try {
-        (void)p->next;
-        ADD_FAILURE();
-    } catch (zel::memory_exception & failure) {
-        EXPECT_EQ(failure.get_type(), zel::memory_exception::null_pointer);
-        EXPECT_EQ(failure.get_message(), "Zel Memory Exception: Null Pointer auto_ptr::operator->");
-    }
-    try {
-        (void)(*p).next;
-        ADD_FAILURE();
-    } catch (zel::exception & failure) {
-        EXPECT_EQ(failure.get_message(), "Zel Memory Exception: Null Pointer auto_ptr::operator*");
-    }
+    EXPECT_EQ(failure([&] { (void)p->next; }),
+              "Zel Memory Exception: Null Pointer auto_ptr::operator->");
+    EXPECT_EQ(failure([&] { (void)(*p).next; }),
+              "Zel Memory Exception: Null Pointer auto_ptr::operator*");
 }
 
 TEST(auto_ptr, reads_a_source_that_dies_with_the_old_object)
@@ -138,7 +131,6 @@ TEST(auto_ptr, converts_to_a_base)
     std::atomic<int> deaths = 0;
     auto_ptr<derived> d(new derived(deaths));
     auto_ptr<counted> base = d;
-    EXPECT_EQ(d->ref_count(), 2U);
     auto_ptr<zel::ref_obj> root = std::move(d);
     EXPECT_TRUE(d == nullptr && root == base);
     EXPECT_EQ(base->ref_count(), 2U);
@@ -151,23 +143,19 @@ TEST(auto_ptr, converts_to_a_base)
 
     auto * const both = new twofold(deaths);
     auto_ptr<side> const by_side(both);
-    both->counted::inc_ref();
-    EXPECT_EQ(both->side::ref_count(), 1U);
-    EXPECT_EQ(both->counted::ref_count(), 1U);
+    EXPECT_TRUE(both->side::ref_count() == 1 && both->counted::ref_count() == 0);
 }
 
 TEST(auto_ptr, is_deleted_by_exactly_one_of_many_threads)
 {
     std::atomic<int> deaths = 0;
-    int const rounds = 300;
-    for (int round = 0; round < rounds; ++round) {
+    for (int round = 0; round < 300; ++round) {
         std::atomic<int> ready = 0;
         std::vector<std::thread> threads;
         auto_ptr<counted> shared(new counted(deaths));
         for (int t = 0; t < 8; ++t) {
             threads.emplace_back([&ready, mine = shared]() mutable {
-                ++ready;
-                while (ready < 8) {
+                for (++ready; ready < 8;) {
                     std::this_thread::yield();
                 }
                 for (int i = 0; i < 100; ++i) {
@@ -189,16 +177,13 @@ TEST(auto_buffer, moves_its_array_on_assignment)
 {
     zel::auto_buffer<char> a(3);
     zel::auto_buffer<char> b(0);
-    a[0] = 'x';
     char * const array = a.get();
     EXPECT_NE(b.get(), nullptr);
     auto & same = a;
     a = same;
     EXPECT_EQ(a.get(), array);
     b = a;
-    EXPECT_EQ(a.get(), nullptr);
-    EXPECT_EQ(b.get(), array);
-    EXPECT_EQ(b[0], 'x');
+    EXPECT_TRUE(a.get() == nullptr && b.get() == array && &b[1] == array + 1);
     b = zel::auto_buffer<char>(5);
     EXPECT_NE(b.get(), nullptr);
     void * volatile seen = nullptr; // an array that nobody looks at need not be made

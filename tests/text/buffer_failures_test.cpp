@@ -48,11 +48,8 @@ template <typename function> zel::string failure(int count, function && attempt)
 
 TEST(buffer_failures, leave_the_bytes_and_the_block_as_they_were)
 {
-    struct {
-        char const * change;
-        void (*run)(buffer & b, buffer const & other);
-    } const rows[] = {
-        // clang-format off
+    // clang-format off
+    struct { char const * change; void (*run)(buffer & b, buffer const & other); } const rows[] = {
         {"append 1",    [](buffer & b, buffer const & other) { b.append(other.data(), 1); }},
         {"append 2000", [](buffer & b, buffer const & other) { b.append(other.data(), 2000); }},
         {"+=",          [](buffer & b, buffer const & other) { b += other; }},
@@ -65,8 +62,8 @@ TEST(buffer_failures, leave_the_bytes_and_the_block_as_they_were)
         {"remove 700",  [](buffer & b, buffer const &) { b.remove(3, 700); }},
         {"remove tail", [](buffer & b, buffer const &) { b.remove(3); }},
         {"assign",      [](buffer & b, buffer const & other) { b = other; }},
-        // clang-format on
     };
+    // clang-format on
     buffer const other(2000, 'o');
     for (auto const & row : rows) {
         SCOPED_TRACE(row.change);

@@ -11,6 +11,7 @@
 #include <random>
 #include <string>
 #include <type_traits>
+#include <vector>
 
 namespace {
 
@@ -32,20 +33,27 @@ template <typename function> auto run(function && call) -> outcome<decltype(call
     }
 }
 
-template <typename number> number parse(char const * text)
+template <typename T> T parse(char const * text)
 {
     // clang-format off
-    if constexpr (std::is_same_v<number, signed char>) return convert::stringToInt8(text);
-    else if constexpr (std::is_same_v<number, short>) return convert::stringToInt16(text);
-    else if constexpr (std::is_same_v<number, std::int32_t>) return convert::stringToInt32(text);
-    else if constexpr (std::is_same_v<number, std::int64_t>) return convert::stringToInt64(text);
-    else if constexpr (std::is_same_v<number, unsigned char>) return convert::stringToUInt8(text);
-    else if constexpr (std::is_same_v<number, unsigned short>) return convert::stringToUInt16(text);
-    else if constexpr (std::is_same_v<number, std::uint32_t>) return convert::stringToUInt32(text);
-    else if constexpr (std::is_same_v<number, std::uint64_t>) return convert::stringToUInt64(text);
-    else if constexpr (std::is_same_v<number, float>) return convert::stringToFloat(text);
+    if constexpr (std::is_same_v<T, signed char>) return convert::stringToInt8(text);
+    else if constexpr (std::is_same_v<T, short>) return convert::stringToInt16(text);
+    else if constexpr (std::is_same_v<T, std::int32_t>) return convert::stringToInt32(text);
+    else if constexpr (std::is_same_v<T, std::int64_t>) return convert::stringToInt64(text);
+    else if constexpr (std::is_same_v<T, unsigned char>) return convert::stringToUInt8(text);
+    else if constexpr (std::is_same_v<T, unsigned short>) return convert::stringToUInt16(text);
+    else if constexpr (std::is_same_v<T, std::uint32_t>) return convert::stringToUInt32(text);
+    else if constexpr (std::is_same_v<T, std::uint64_t>) return convert::stringToUInt64(text);
+    else if constexpr (std::is_same_v<T, float>) return convert::stringToFloat(text);
     else return convert::stringToDouble(text);
     // clang-format on
+}
+
+template <typename T> void expect_refused(std::uint32_t reason, std::vector<std::string> texts)
+{
+    for (auto const & text : texts) {
+        EXPECT_EQ(run([&] { return parse<T>(text.c_str()); }).reason, reason) << text;
+    }
 }
 
 template <typename number> class convert_integers : public testing::Test {
@@ -65,18 +73,14 @@ TYPED_TEST(convert_integers, reach_their_limits_and_no_further)
     std::string const largest = std::to_string(limits::max());
     std::string const smallest = std::to_string(limits::min());
     for (char const * zeros : {"", "0", "0000000000000000000000000"}) {
-        SCOPED_TRACE(zeros);
-        EXPECT_EQ(parse<TypeParam>((zeros + largest).c_str()), limits::max());
-        EXPECT_EQ(run([&] { return parse<TypeParam>((zeros + next(largest)).c_str()); }).reason,
-                  refusal::out_of_range);
+        EXPECT_EQ(parse<TypeParam>((zeros + largest).c_str()), limits::max()) << zeros;
         // The overflow lies in front of what is wrong behind it.
-        EXPECT_EQ(run([&] { return parse<TypeParam>((zeros + largest + "1x").c_str()); }).reason,
-                  refusal::out_of_range);
+        expect_refused<TypeParam>(refusal::out_of_range,
+                                  {zeros + next(largest), zeros + largest + "1x"});
     }
     EXPECT_EQ(parse<TypeParam>(smallest.c_str()), limits::min());
     if (std::is_signed_v<TypeParam>) {
-        EXPECT_EQ(run([&] { return parse<TypeParam>(next(smallest).c_str()); }).reason,
-                  refusal::out_of_range);
+        expect_refused<TypeParam>(refusal::out_of_range, {next(smallest)});
         EXPECT_EQ(parse<TypeParam>("+7"), TypeParam{7});
         EXPECT_EQ(parse<TypeParam>("-0"), TypeParam{0});
     }
@@ -107,95 +111,53 @@ TYPED_TEST(convert_integers, agree_with_the_standard_parser)
 
 TEST(convert_signed, refuses_what_is_not_one_whole_number)
 {
-    struct {
-        char const * text;
-        std::uint32_t reason;
-    } const rows[] = {
-        {"", refusal::unexpected_end},   {"-", refusal::unexpected_end},
-        {"+", refusal::unexpected_end},  {" 7", refusal::wrong_symbol},
-        {"7 ", refusal::wrong_symbol},   {"0x10", refusal::wrong_symbol},
-        {"--1", refusal::wrong_symbol},  {"+-1", refusal::wrong_symbol},
-        {"128x", refusal::out_of_range}, {"12x8", refusal::wrong_symbol},
-    };
-    for (auto const & row : rows) {
-        EXPECT_EQ(run([&] { return convert::stringToInt8(row.text); }).reason, row.reason)
-            << row.text;
-    }
+    expect_refused<signed char>(refusal::unexpected_end, {"", "-", "+"});
+    expect_refused<signed char>(refusal::wrong_symbol, {" 7", "7 ", "0x10", "--1", "+-1", "12x8"});
+    expect_refused<signed char>(refusal::out_of_range, {"128x"});
 }
 
 TEST(convert_unsigned, takes_a_letter_for_hexadecimal)
 {
-    struct {
-        char const * text;
-        std::uint32_t reason;
-        std::uint64_t value;
-        bool wide;
-    } const rows[] = {
-        {"10", 0, 10, false},
-        {"0x10", 0, 16, false},
-        {"1F", 0, 31, false}, // the letter counts for the digit before it too
-        {"0XfF", 0, 255, false},
-        {"0", 0, 0, false},
-        {"00000000000000000000fe", 0, 254, false},
-        {"0x00000000000000000001", 0, 1, false},
-        {"", refusal::unexpected_end, 0, false},
-        {"0x", refusal::unexpected_end, 0, false},
-        {"00x1", refusal::wrong_symbol, 0, false},
-        {"x1", refusal::wrong_symbol, 0, false},
-        {"-1", refusal::wrong_symbol, 0, false},
-        {"+1", refusal::wrong_symbol, 0, false},
-        {"1g", refusal::wrong_symbol, 0, false},
-        {"100F", refusal::out_of_range, 0, false},
-        {"0x100", refusal::out_of_range, 0, false},
-        {"300A", refusal::out_of_range, 0, false}, // 300 fails before the letter
-        {"FFFFFFFFFFFFFFFF", 0, UINT64_MAX, true},
-        {"0xFFFFFFFFFFFFFFFF", 0, UINT64_MAX, true},
-        {"0x10000000000000000", refusal::out_of_range, 0, true},
-        {"1844674407370955161A", refusal::out_of_range, 0, true},
-        // 20 decimal digits fit; as hexadecimal ones they have wrapped to a small number.
-        {"10000000000000000001A", refusal::out_of_range, 0, true},
-        {"1000000000000000F", refusal::out_of_range, 0, true},
+    // clang-format off
+    struct { char const * text; std::uint64_t value; } const rows[] = {
+        {"10", 10}, {"0x10", 16}, {"0XfF", 255}, {"0", 0}, {"00000000000000000000fe", 254},
+        {"1F", 31}, // the letter counts for the digit before it too
+        {"0x00000000000000000001", 1}, {"FFFFFFFFFFFFFFFF", UINT64_MAX},
+        {"0xFFFFFFFFFFFFFFFF", UINT64_MAX},
     };
+    // clang-format on
     for (auto const & row : rows) {
-        auto const result = run([&] {
-            return row.wide ? convert::stringToUInt64(row.text) : convert::stringToUInt8(row.text);
-        });
-        EXPECT_EQ(result.reason, row.reason) << row.text;
-        EXPECT_EQ(result.value, row.value) << row.text;
+        EXPECT_EQ(convert::stringToUInt64(row.text), row.value) << row.text;
+        if (row.value <= 255) {
+            EXPECT_EQ(convert::stringToUInt8(row.text), row.value) << row.text;
+        }
     }
+    using byte = unsigned char;
+    expect_refused<byte>(refusal::unexpected_end, {"", "0x", "0X"});
+    expect_refused<byte>(refusal::wrong_symbol, {"00x1", "x1", "-1", "+1", "1g"});
+    // 300 fails before the letter is reached.
+    expect_refused<byte>(refusal::out_of_range, {"100F", "0x100", "300A"});
+    // Of the last one 20 decimal digits fit; as hexadecimal ones they have wrapped.
+    expect_refused<std::uint64_t>(refusal::out_of_range,
+                                  {"0x10000000000000000", "1844674407370955161A",
+                                   "1000000000000000F", "10000000000000000001A"});
 }
 
 TEST(convert_fractional, composes_the_pieces)
 {
-    struct {
-        char const * text;
-        double value;
-    } const rows[] = {
-        {"1.5", 1.5},
-        {".5", 0.5},
-        {"5.e0", 5},
-        {"e5", 0},
-        {"1d3", 1000},
-        {"1E3", 1000},
-        {"1D3", 1000},
-        {"+1e+3", 1000},
-        {"1.5e-3", .0015},
-        {"1.05", 1.05},
-        {"-0.5", -0.5},
-        {"-0", -0.0},
-        {"-0.0", -0.0},
-        {"-0e7", -0.0},
+    // clang-format off
+    struct { char const * text; double value; } const rows[] = {
+        {"1.5", 1.5}, {".5", 0.5}, {"5.e0", 5}, {"e5", 0}, {"1d3", 1000}, {"1E3", 1000},
+        {"1D3", 1000}, {"+1e+3", 1000}, {"1.5e-3", .0015}, {"1.05", 1.05}, {"-0.5", -0.5},
+        {"-0", -0.0}, {"-0.0", -0.0}, {"-0e7", -0.0},
         {"0.000001", 0x1.0c6f7a0b5ed8ep-20}, // the steps do not give the nearest number
-
-        {"0e999", 0},
-        {".e5", 0},
-        {"1e308", 0x1.1ccf385ebc8a3p+1023},
-        {"2.3e-308", 0x1.089ed476ecaadp-1022},
-        {"9223372036854775807", 9223372036854775807.0},
+        {"0e999", 0}, {".e5", 0}, {"1e308", 0x1.1ccf385ebc8a3p+1023},
+        {"2.3e-308", 0x1.089ed476ecaadp-1022}, {"9223372036854775807", 9223372036854775807.0},
         {"-9223372036854775808.0", -9223372036854775808.0},
         {"1.+5", 1.05}, // the sign counts as one of the bytes behind the point
         {"1e4294967298", 100}, // an exponent counts with its low 32 bits
     };
+    // clang-format on
     for (auto const & row : rows) {
         EXPECT_EQ(std::bit_cast<std::uint64_t>(convert::stringToDouble(row.text)),
                   std::bit_cast<std::uint64_t>(row.value))
@@ -208,44 +170,16 @@ TEST(convert_fractional, composes_the_pieces)
 
 TEST(convert_fractional, refuses_the_first_bad_piece)
 {
-    struct {
-        char const * text;
-        std::uint32_t reason;
-    } const rows[] = {
-        {"", refusal::unexpected_end},
-        {"-", refusal::unexpected_end},
-        {".", refusal::unexpected_end},
-        {"5.", refusal::unexpected_end},
-        {"-.5", refusal::unexpected_end},
-        {"1e", refusal::unexpected_end},
-        {"1.2.3", refusal::wrong_symbol},
-        {"1e2e3", refusal::wrong_symbol},
-        {"1e3.4", refusal::wrong_symbol},
-        {"1.-5", refusal::wrong_symbol},
-        {"0x10", refusal::wrong_symbol},
-        {"inf", refusal::wrong_symbol},
-        {"1,5", refusal::wrong_symbol},
-        {"12345678901234567890.x", refusal::out_of_range},
-        {"1.12345678901234567890ex", refusal::out_of_range},
-        {"1e309", refusal::out_of_range},
-        {"1.8e308", refusal::out_of_range},
-        {"1e-308", refusal::out_of_range},
-        {"1.797693134862315e308", refusal::out_of_range}, // the last step overflows
-        {"1e-309", refusal::out_of_range},
-        {"1e999999999999", refusal::out_of_range},
-        {"-1e-2147483648", refusal::out_of_range},
-    };
-    for (auto const & row : rows) {
-        EXPECT_EQ(run([&] { return convert::stringToDouble(row.text); }).reason, row.reason)
-            << row.text;
-    }
-    for (char const * text : {"3.5e38", "1e39", "1e-38"}) {
-        EXPECT_EQ(run([&] { return convert::stringToFloat(text); }).reason, refusal::out_of_range);
-    }
-    // The point lies behind what the piece of the exponent holds, and is seen all the same.
-    std::string const far = "1e" + std::string(300, '0') + ".5";
-    EXPECT_EQ(run([&] { return convert::stringToDouble(far.c_str()); }).reason,
-              refusal::wrong_symbol);
+    expect_refused<double>(refusal::unexpected_end, {"", "-", ".", "5.", "-.5", "1e"});
+    expect_refused<double>(refusal::wrong_symbol,
+                           {"1.2.3", "1e2e3", "1e3.4", "1.-5", "0x10", "inf", "1,5",
+                            // The point lies behind what the exponent's piece holds.
+                            "1e" + std::string(300, '0') + ".5"});
+    expect_refused<double>(refusal::out_of_range,
+                           {"12345678901234567890.x", "1.12345678901234567890ex", "1e309",
+                            "1.8e308", "1e-308", "1e-309", "1e999999999999", "-1e-2147483648",
+                            "1.797693134862315e308"}); // where the last step overflows
+    expect_refused<float>(refusal::out_of_range, {"3.5e38", "1e39", "1e-38"});
 }
 
 TEST(convert_fractional, is_close_to_the_nearest_number)
@@ -306,31 +240,25 @@ TEST(convert_powers, round_at_each_step_and_end)
 TEST(convert_limits, raise_for_what_is_no_normal_number)
 {
     double const infinity = std::numeric_limits<double>::infinity();
-    struct {
-        std::int64_t integer_part;
-        double fraction;
-        std::int64_t exponent;
-        bool good_float, good_double;
-    } const rows[] = {
-        {0, 0, INT64_MAX, true, true},      {1, 0.5, 38, true, true},
-        {-3, 0.5, 38, false, true},         {1, 0, -38, false, true},
-        {2, 0.3, -308, false, true},        {INT64_MIN, 0, 0, true, true},
-        {0, 5e-324, 286, true, true},       {1, 0, INT32_MAX, false, false},
-        {9, 0, INT32_MIN, false, false},    {0, infinity, 0, false, false},
+    // clang-format off
+    struct { std::int64_t whole; double fraction; std::int64_t exponent; bool in_float, in_double; }
+    const rows[] = {
+        {0, 0, INT64_MAX, true, true}, {1, 0.5, 38, true, true}, {-3, 0.5, 38, false, true},
+        {1, 0, -38, false, true}, {2, 0.3, -308, false, true}, {INT64_MIN, 0, 0, true, true},
+        {0, 5e-324, 286, true, true}, {1, 0, INT32_MAX, false, false},
+        {9, 0, INT32_MIN, false, false}, {0, infinity, 0, false, false},
         {0, std::nan(""), 0, false, false}, {0, -1, 0, false, false},
     };
+    // clang-format on
     for (auto const & row : rows) {
         SCOPED_TRACE(testing::PrintToString(&row - rows));
         auto const passes = [&](auto check) {
-            return run([&] {
-                       return check(row.integer_part, row.fraction, row.exponent), 0;
-                   }).reason
-                == 0;
+            return run([&] { return check(row.whole, row.fraction, row.exponent), 0; }).reason == 0;
         };
-        EXPECT_EQ(passes(convert::checkFloatLimits), row.good_float);
-        EXPECT_EQ(passes(convert::composeFloat), row.good_float);
-        EXPECT_EQ(passes(convert::checkDoubleLimits), row.good_double);
-        EXPECT_EQ(passes(convert::composeDouble), row.good_double);
+        EXPECT_EQ(passes(convert::checkFloatLimits), row.in_float);
+        EXPECT_EQ(passes(convert::composeFloat), row.in_float);
+        EXPECT_EQ(passes(convert::checkDoubleLimits), row.in_double);
+        EXPECT_EQ(passes(convert::composeDouble), row.in_double);
     }
 }
 

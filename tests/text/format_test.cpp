@@ -26,18 +26,13 @@ std::size_t length_of(char const * format, ...)
 TEST(format, ends_at_the_longest_length_of_the_runtime)
 {
     std::string const long_text(3000, 'x');
-    struct {
-        int width;
-        char const * tail;
-        std::size_t length;
-    } const rows[] = {
-        {1, "", 1},
-        {5000, long_text.c_str(), 8000},
-        {INT_MAX - 2, "ab", INT_MAX},
+    // clang-format off
+    struct { int width; char const * tail; std::size_t length; } const rows[] = {
+        {1, "", 1}, {5000, long_text.c_str(), 8000}, {INT_MAX - 2, "ab", INT_MAX},
         {INT_MAX - 2, "abc", SIZE_MAX}, // the tail waits on the stack while the rest is spilt
-        {INT_MAX - 2, long_text.c_str(), SIZE_MAX},
-        {INT_MAX, "", INT_MAX},
+        {INT_MAX - 2, long_text.c_str(), SIZE_MAX}, {INT_MAX, "", INT_MAX},
     };
+    // clang-format on
     for (auto const & row : rows) {
         EXPECT_EQ(length_of("%*d%s", row.width, 1, row.tail), row.length) << row.width << row.tail;
     }

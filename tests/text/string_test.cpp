@@ -69,28 +69,35 @@ string joined(std::vector<string> const & pieces)
     return text;
 }
 
-static_assert(std::is_nothrow_move_constructible_v<string>);
-static_assert(std::is_nothrow_move_assignable_v<string>);
-static_assert(!std::is_polymorphic_v<string>);
+struct outcome {
+    string result;
+    string expected;
+};
+void expect_equal(std::vector<outcome> const & outcomes)
+{
+    for (auto const & row : outcomes) {
+        EXPECT_EQ(row.result, row.expected) << "row " << &row - outcomes.data();
+    }
+}
 
+static_assert(std::is_nothrow_move_constructible_v<string>);
+static_assert(std::is_nothrow_move_assignable_v<string> && !std::is_polymorphic_v<string>);
+
+// clang-format off
 TEST(string, takes_what_the_standard_class_gives_and_is_compared_like_it)
 {
     string s = "x"s;
     s = std::string_view("yy");
     EXPECT_TRUE(s == "yy" && s == "yy"s && s == std::string_view("yy") && "yy" == s && s != "x");
     s = 'c';
-    EXPECT_EQ(s, "c");
-    EXPECT_EQ(string("x") + "y", "xy");
-    EXPECT_EQ("x" + s + 'd' + "e"s + std::string_view("f") + string("g"), "xcdefg");
-    EXPECT_EQ(string(3, 'c'), "ccc");
-    EXPECT_EQ(string("abc", 2), "ab");
-    EXPECT_EQ(string("abcdef", 2, 3), "cde");
-    EXPECT_EQ(string("ab\0de", 5).size(), 5U);
-    EXPECT_EQ(string("ab\0de").size(), 2U);
+    expect_equal({
+        {s, "c"}, {string("x") + "y", "xy"}, {string(3, 'c'), "ccc"}, {string("abc", 2), "ab"},
+        {"x" + s + 'd' + "e"s + std::string_view("f") + string("g"), "xcdefg"},
+        {string("abcdef", 2, 3), "cde"}, {string("ab\0de", 5), "ab\0de"s}, {"ab\0de", "ab"},
+    });
     std::map<string, int> const numbers{{"one", 1}, {"two", 2}};
-    EXPECT_EQ(numbers.at("two"), 2);
     std::unordered_set<string> const set{"a", "b"};
-    EXPECT_TRUE(set.contains("b"));
+    EXPECT_TRUE(numbers.at("two") == 2 && set.contains("b"));
     std::stringstream stream("word next");
     stream >> s;
     stream.str("");
@@ -108,12 +115,9 @@ TEST(string, takes_what_the_standard_class_gives_and_is_compared_like_it)
 TEST(string, takes_a_null_pointer_for_nothing_or_refuses_it)
 {
     char const * const null = nullptr;
-    EXPECT_EQ(string(null), "");
-    EXPECT_EQ(string(null, 7), "");
     string s("text");
     s += null;
-    EXPECT_EQ(s, "text");
-
+    expect_equal({{null, ""}, {string(null, 7), ""}, {s, "text"}});
     auto const list = [&](char const * format, ...) {
         std::va_list arguments;
         va_start(arguments, format);
@@ -121,21 +125,12 @@ TEST(string, takes_a_null_pointer_for_nothing_or_refuses_it)
         va_end(arguments);
     };
     std::function<void()> const refused[] = {
-        [&] { s.replace(0, 1, null); },
-        [&] { s.replace(0, 1, null, 2); },
-        [&] { s.replace(s.cbegin(), s.cend(), null); },
-        [&] { s.replace(s.cbegin(), s.cend(), null, 2); },
-        [&] { s = s + null; },
-        [&] { s = null + s; },
-        [&] { s = std::move(s) + null; },
-        [&] { EXPECT_FALSE(s == null); },
-        [&] { EXPECT_FALSE(s < null); },
-        [&] { s.trim(null); },
-        [&] { s.trim_left(null); },
-        [&] { s.trim_right(null); },
-        [&] { s.format(null); },
-        [&] { list(""); },
-        [&] { string::validate_ptr(null); },
+        [&] { s.replace(0, 1, null); }, [&] { s.replace(s.cbegin(), s.cend(), null); },
+        [&] { s.replace(0, 1, null, 2); }, [&] { s.replace(s.cbegin(), s.cend(), null, 2); },
+        [&] { s = s + null; }, [&] { s = null + s; }, [&] { s = std::move(s) + null; },
+        [&] { EXPECT_FALSE(s == null); }, [&] { EXPECT_FALSE(s < null); },
+        [&] { s.trim(null); }, [&] { s.trim_left(null); }, [&] { s.trim_right(null); },
+        [&] { s.format(null); }, [&] { list(""); }, [&] { string::validate_ptr(null); },
     };
     for (auto const & call : refused) {
         SCOPED_TRACE(&call - refused);
@@ -150,18 +145,12 @@ TEST(string, takes_a_null_pointer_for_nothing_or_refuses_it)
 TEST(string, gives_parts)
 {
     string const s("abcdef");
-    EXPECT_EQ(s.left(0), "");
-    EXPECT_EQ(s.left(2), "ab");
-    EXPECT_EQ(s.left(UINT_MAX), "abcdef");
-    EXPECT_EQ(s.right(0), "");
-    EXPECT_EQ(s.right(2), "ef");
-    EXPECT_EQ(s.right(6), "abcdef");
+    expect_equal({
+        {s.left(0), ""}, {s.left(2), "ab"}, {s.left(UINT_MAX), "abcdef"}, {s.right(0), ""},
+        {s.right(2), "ef"}, {s.right(6), "abcdef"}, {s.mid(1, 3), "bc"}, {s.mid(2, 100), "cdef"},
+        {s.mid(3, 1), "def"}, {s.mid(3, 3), ""}, {s.mid(6, 7), ""},
+    });
     EXPECT_THROW(s.right(7), std::out_of_range);
-    EXPECT_EQ(s.mid(1, 3), "bc");
-    EXPECT_EQ(s.mid(2, 100), "cdef");
-    EXPECT_EQ(s.mid(3, 1), "def");
-    EXPECT_EQ(s.mid(3, 3), "");
-    EXPECT_EQ(s.mid(6, 7), "");
     EXPECT_THROW(s.mid(7, 9), std::out_of_range);
     EXPECT_THROW(string(s, 7, 1), std::out_of_range);
 }
@@ -174,11 +163,11 @@ TEST(string, replaces_a_range)
         EXPECT_EQ(&s.replace(arguments...), &s);
         return s;
     };
-    EXPECT_EQ(replaced(1U, 2U, with), "a12345def");
-    EXPECT_EQ(replaced(1U, 2U, with, 3U, 1U), "a4def");
-    EXPECT_EQ(replaced(1U, 2U, 3U, 'x'), "axxxdef");
-    EXPECT_EQ(replaced(1U, 200U, "x"), "ax");
-    EXPECT_EQ(replaced(1U, 2U, "xyz", 2U), "axydef");
+    expect_equal({
+        {replaced(1U, 2U, with), "a12345def"}, {replaced(1U, 2U, with, 3U, 1U), "a4def"},
+        {replaced(1U, 2U, 3U, 'x'), "axxxdef"}, {replaced(1U, 200U, "x"), "ax"},
+        {replaced(1U, 2U, "xyz", 2U), "axydef"},
+    });
     string s("abcdef");
     s.replace(s.cbegin() + 1, s.cbegin() + 3, with);
     s.replace(s.cbegin(), s.cbegin() + 1, 2, 'x');
@@ -191,57 +180,45 @@ TEST(string, replaces_a_range)
 
 TEST(string_hash, has_its_known_values)
 {
-    EXPECT_EQ(string().hash(0), 0U);
-    EXPECT_EQ(string().hash(UINT_MAX), 0U);
-    EXPECT_EQ(string("a").hash(UINT_MAX), 0xCA2E9442U);
-    EXPECT_EQ(string("abc").hash(3), 0xED131F5BU);
-    EXPECT_EQ(string("abcdef").hash(3), 0xED131F5BU);
-    EXPECT_EQ(string("abc").hash(4), 0xED131F5BU);
-    EXPECT_EQ(string("\xFF").hash(1), 0xAE65A494U);
-    string const letters("abcdefghijklmnopqrstuvwxyz");
-    EXPECT_EQ(letters.truncate_hash(12), "abcdB9F5ED0A");
-    EXPECT_EQ(letters.truncate_hash(9), "aB9F5ED0A");
-    for (std::uint32_t const length : {0U, 8U, 26U, 27U, UINT_MAX}) {
-        EXPECT_EQ(letters.truncate_hash(length), letters) << length;
+    struct { char const * text; std::uint32_t count, hash; } const rows[] = {
+        {"", 0, 0}, {"", UINT_MAX, 0}, {"a", UINT_MAX, 0xCA2E9442}, {"abc", 3, 0xED131F5B},
+        {"abcdef", 3, 0xED131F5B}, {"abc", 4, 0xED131F5B}, {"\xFF", 1, 0xAE65A494},
+    };
+    for (auto const & row : rows) {
+        EXPECT_EQ(string(row.text).hash(row.count), row.hash) << row.text;
     }
+    string const s("abcdefghijklmnopqrstuvwxyz");
+    expect_equal({{s.truncate_hash(12), "abcdB9F5ED0A"}, {s.truncate_hash(9), "aB9F5ED0A"},
+                  {s.truncate_hash(8), s}, {s.truncate_hash(26), s}, {s.truncate_hash(0), s}});
 }
 
 TEST(string_operations, agree_with_a_plain_loop_on_any_text)
 {
-    std::map<char, char const *> const escapes{{'\t', "#x9;"},  {'\n', "#xa"},  {'\r', "#xd"},
-                                               {'"', "&quot;"}, {'&', "&amp;"}, {'<', "&lt;"},
-                                               {'>', "&gt;"}};
+    std::map<char, string> const escapes{{'\t', "#x9;"}, {'\n', "#xa"}, {'\r', "#xd"},
+        {'"', "&quot;"}, {'&', "&amp;"}, {'<', "&lt;"}, {'>', "&gt;"}};
     for (auto const & text : awkward_texts()) {
         SCOPED_TRACE(text.left(20) + " of " + std::to_string(text.size()));
-        string lower;
-        string upper;
+        string lower, upper, escaped, without;
         for (char const c : string(text.c_str())) {
             lower += c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c;
             upper += c >= 'a' && c <= 'z' ? static_cast<char>(c - 32) : c;
         }
-        string changed = text;
-        changed.to_lower();
-        EXPECT_EQ(changed, lower);
-        changed = text;
-        changed.to_upper();
-        EXPECT_EQ(changed, upper);
-
-        string escaped;
-        string without;
         std::uint32_t hash = 0;
         for (char const c : text) {
             auto const escape = escapes.find(c);
-            escaped += escape == escapes.end() ? string(1, c) : string(escape->second);
+            escaped += escape == escapes.end() ? string(1, c) : escape->second;
             without += c == ',' || c == '\xFF' ? string() : string(1, c);
             hash = (hash + static_cast<std::uint32_t>(static_cast<int>(c))) * 1025;
             hash ^= hash >> 6;
         }
         hash *= 9;
         EXPECT_EQ(text.hash(UINT_MAX), (hash ^ hash >> 11) * 32769);
-        EXPECT_EQ(text.normalize_for_xml(), escaped);
-        changed = text;
-        changed.remove(",\xFF\0a"s); // the set ends at its NUL
-        EXPECT_EQ(changed, without);
+        string lowered = text, raised = text, removed = text;
+        lowered.to_lower();
+        raised.to_upper();
+        removed.remove(",\xFF\0a"s); // the set ends at its NUL
+        expect_equal({{lowered, lower}, {raised, upper}, {removed, without},
+                      {text.normalize_for_xml(), escaped}});
 
         for (string const & separator : {string(","), string(", "), string("\0"s), string("")}) {
             auto const pieces = text.split(separator);
@@ -258,7 +235,7 @@ TEST(string_operations, agree_with_a_plain_loop_on_any_text)
                 for (std::size_t i = 0; i < pieces.size(); ++i) {
                     expected += i == 0 ? pieces[i] : to + pieces[i];
                 }
-                changed = text;
+                string changed = text;
                 EXPECT_EQ(&changed.replace(separator, to), &changed);
                 EXPECT_EQ(changed, expected);
             }
@@ -268,104 +245,59 @@ TEST(string_operations, agree_with_a_plain_loop_on_any_text)
 
 TEST(string_operations, trim_both_ends)
 {
-    struct {
-        char const * text;
-        char const * set;
-        char const * left;
-        char const * right;
-        char const * both;
-    } const rows[] = {
-        {"", " ", "", "", ""},
-        {" ", " ", "", "", ""},
-        {"   ", " \t\n\r", "", "", ""},
-        {"a  ", " ", "a  ", "a", "a"},
-        {" \t a b\r\n", " \t\n\r", "a b\r\n", " \t a b", "a b"},
-        {"xyx", "", "xyx", "xyx", "xyx"},
-        {"\xFF\xFE!\xFF", "\xFE\xFF", "!\xFF", "\xFF\xFE!", "!"},
+    struct { string text; char const * set, * left, * right, * both; } const rows[] = {
+        {"", " ", "", "", ""}, {" ", " ", "", "", ""}, {"   ", " \t\n\r", "", "", ""},
+        {"a  ", " ", "a  ", "a", "a"}, {" \t a b\r\n", " \t\n\r", "a b\r\n", " \t a b", "a b"},
+        {"xyx", "", "xyx", "xyx", "xyx"}, {"\xFF\xFE!\xFF", "\xFE\xFF", "!\xFF", "\xFF\xFE!", "!"},
     };
     for (auto const & row : rows) {
-        SCOPED_TRACE(row.text);
-        string s(row.text);
-        s.trim_left(row.set);
-        EXPECT_EQ(s, row.left);
-        s = row.text;
-        s.trim_right(row.set);
-        EXPECT_EQ(s, row.right);
-        s = row.text;
-        s.trim(row.set);
-        EXPECT_EQ(s, row.both);
+        string left = row.text, right = row.text, both = row.text;
+        left.trim_left(row.set);
+        right.trim_right(row.set);
+        both.trim(row.set);
+        expect_equal({{left, row.left}, {right, row.right}, {both, row.both}});
     }
-    string s(" \t\n\ra\v \r");
-    s.trim();
-    EXPECT_EQ(s, "a\v");
-    s = string("\0a\0"s);
-    s.trim("a");
-    EXPECT_EQ(s, "\0a\0"s); // a NUL is never in the set
-    s = "aba";
-    s.trim(s.c_str() + 2);
-    EXPECT_EQ(s, "b");
+    string blank(" \t\n\ra\v \r"), nul("\0a\0"s), own("aba");
+    blank.trim();
+    nul.trim("a"); // a NUL is never in the set
+    own.trim(own.c_str() + 2);
+    expect_equal({{blank, "a\v"}, {nul, "\0a\0"s}, {own, "b"}});
 }
 
 TEST(string_operations, cut_and_find)
 {
-    struct {
-        string text;
-        int index;
-        char const * word; // blanks between
-        char const * field; // commas between
-    } const rows[] = {
-        {"a  b c", 0, "a", "a  b c"},
-        {"a  b c", 1, "b", ""},
-        {"a  b c", 2, "c", ""},
-        {"a  b c", 3, "", ""},
-        {"a  b c", -1, "", ""},
-        {"  a", 0, "a", "  a"},
-        {"a ", 1, "", ""},
-        {"", 0, "", ""},
-        {"a,,b", 0, "a,,b", "a"},
-        {"a,,b", 1, "", ""},
-        {"a,,b", 2, "", "b"},
-        {"a,,b", 3, "", ""},
-        {"a b,c\0 d,e"s, 1, "b,c", "c"},
-        {"a b,c\0 d,e"s, 2, "", ""},
+    // Words between blanks, fields between commas.
+    struct { string text; int index; char const * word, * field; } const rows[] = {
+        {"a  b c", 0, "a", "a  b c"}, {"a  b c", 1, "b", ""}, {"a  b c", 2, "c", ""},
+        {"a  b c", 3, "", ""}, {"a  b c", -1, "", ""}, {"  a", 0, "a", "  a"}, {"a ", 1, "", ""},
+        {"", 0, "", ""}, {"a,,b", 0, "a,,b", "a"}, {"a,,b", 1, "", ""}, {"a,,b", 2, "", "b"},
+        {"a,,b", 3, "", ""}, {"a b,c\0 d,e"s, 1, "b,c", "c"}, {"a b,c\0 d,e"s, 2, "", ""},
     };
     for (auto const & row : rows) {
-        SCOPED_TRACE(row.text + " " + std::to_string(row.index));
-        EXPECT_EQ(row.text.word(row.index, " "), row.word);
-        EXPECT_EQ(row.text.extract_sub_string(static_cast<std::uint32_t>(row.index), ','),
-                  row.field);
+        auto const field = static_cast<std::uint32_t>(row.index);
+        expect_equal({{row.text.word(row.index, " "), row.word},
+                      {row.text.extract_sub_string(field, ','), row.field}});
     }
-    EXPECT_EQ(string("\0 a"s).word(0, "\0 "s), "");
-    EXPECT_EQ(string("one(two)").word(1), "two");
-    EXPECT_EQ(string("ab").extract_sub_string(0, '\0'), "ab");
-    EXPECT_EQ(string("ab").extract_sub_string(1, '\0'), "");
-
-    EXPECT_EQ(joined(string("a,b,").split(",")), "a|b||");
-    EXPECT_EQ(joined(string("a,b,").split(",", true)), "a|b|");
-    EXPECT_EQ(joined(string(",a").split(",", true)), "|a|");
-    EXPECT_EQ(joined(string("aaa").split("aa")), "|a|");
-    EXPECT_EQ(joined(string().split(",")), "|");
-    EXPECT_TRUE(string().split(",", true).empty());
-    EXPECT_EQ(joined(string("ab").split("")), "ab|");
-
-    EXPECT_EQ(string("hello").find_one_of("ol"), 2);
-    EXPECT_EQ(string("hello").find_one_of("\xFF"), -1);
-    EXPECT_EQ(string("hello").find_one_of(""), -1);
-    EXPECT_EQ(string("he\0l"s).find_one_of("l"), -1);
-    EXPECT_EQ(string("hel").find_one_of("\0l"s), -1);
-
-    string s("aaa");
-    EXPECT_EQ(s.replace("aa", "b"), "ba");
-    EXPECT_EQ(s.replace("", "x"), "ba");
-    EXPECT_EQ(s.replace(s, s), "ba");
-    EXPECT_EQ(s.replace("a", s), "bba");
-    EXPECT_EQ(s.replace(s, "z"), "z");
-    s = "abcab";
-    s.remove("ab");
-    EXPECT_EQ(s, "c");
-    s.load_string(1);
-    EXPECT_EQ(s, "c");
+    string s("aaa"), hello("hello"), c("abcab");
+    expect_equal({
+        {string("\0 a"s).word(0, "\0 "s), ""}, {string("one(two)").word(1), "two"},
+        {string("ab").extract_sub_string(0, '\0'), "ab"},
+        {string("ab").extract_sub_string(1, '\0'), ""},
+        {joined(string("a,b,").split(",")), "a|b||"}, {joined(string().split(",")), "|"},
+        {joined(string("a,b,").split(",", true)), "a|b|"}, {joined(string().split(",", true)), ""},
+        {joined(string(",a").split(",", true)), "|a|"}, {joined(string("aaa").split("aa")), "|a|"},
+        {joined(string("ab").split("")), "ab|"},
+        {s.replace("aa", "b"), "ba"}, {s.replace("", "x"), "ba"}, {s.replace(s, s), "ba"},
+        {s.replace("a", s), "bba"}, {s.replace(s, "z"), "z"},
+    });
+    EXPECT_TRUE(hello.find_one_of("ol") == 2 && hello.find_one_of("\xFF") == -1
+                && hello.find_one_of("") == -1 && hello.find_one_of("\0l"s) == -1
+                && string("he\0l"s).find_one_of("l") == -1);
+    c.remove("ab");
+    c.load_string(1);
+    EXPECT_EQ(c, "c");
 }
+// clang-format on
 
 // For formats that the compiler does not see; one without any argument it takes for an oversight.
 constexpr int unused = 0;

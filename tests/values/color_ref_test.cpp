@@ -28,24 +28,17 @@ static_assert(changed(&color_ref::set_reserved) == 0x7F332211);
 
 TEST(color_ref, compares_with_a_tolerance_in_percent)
 {
-    struct {
-        std::uint32_t a, b;
-        std::int32_t tolerance;
-        bool alike;
-    } const rows[] = {
+    // clang-format off
+    struct { std::uint32_t a, b; std::int32_t tolerance; bool alike; } const rows[] = {
         {0x01FFFFFF, 0x02FFFFFF, 0, false}, // the reserved byte counts here only
-        {0x01FFFFFF, 0x02FFFFFF, 1, true},
-        {0x000002, 0x000000, 1, true},
-        {0x000003, 0x000000, 1, false},
-        {0x000019, 0x000000, 10, true},
-        {0x00001A, 0x000000, 10, false},
-        {0x330000, 0x000000, 20, true}, // exactly 20 percent
-        {0x340000, 0x000000, 20, false},
-        {0x003400, 0x000000, 20, false},
-        {0x000000, 0xFFFFFF, 100, true},
-        {0x000000, 0x000000, -1, false},
+        {0x01FFFFFF, 0x02FFFFFF, 1, true}, {0x000002, 0x000000, 1, true},
+        {0x000003, 0x000000, 1, false}, {0x000019, 0x000000, 10, true},
+        {0x00001A, 0x000000, 10, false}, {0x330000, 0x000000, 20, true}, // exactly 20 percent
+        {0x340000, 0x000000, 20, false}, {0x003400, 0x000000, 20, false},
+        {0x000000, 0xFFFFFF, 100, true}, {0x000000, 0x000000, -1, false},
         {0x000000, 0xFFFFFF, 0x7FFFFFFF, true},
     };
+    // clang-format on
     for (auto const & row : rows) {
         SCOPED_TRACE(testing::Message() << row.a << ' ' << row.b << ' ' << row.tolerance);
         EXPECT_EQ(color_ref(row.a).compare(row.b, row.tolerance), row.alike);
@@ -59,13 +52,11 @@ TEST(color_ref, measures_in_single_precision_at_run_time_as_in_constants)
     static_assert(color_ref(0x00010001).get_distance(color_ref(0xFF000000)) == 1.4142135381698608);
     static_assert(color_ref(0x010101).get_brightness() == 1);
 
-    struct {
-        std::uint32_t color;
-        double distance; // from black
-    } const volatile rows[] = {{0xFFFFFF, 441.6729431152344},
-                               {0xFF000000, 0},
-                               {0x010001, 1.4142135381698608},
-                               {0x0000FF, 255}};
+    // clang-format off
+    struct { std::uint32_t color; double distance; } const volatile rows[] = { // from black
+        {0xFFFFFF, 441.6729431152344}, {0xFF000000, 0}, {0x010001, 1.4142135381698608}, {0xFF, 255},
+    };
+    // clang-format on
     for (auto const & row : rows) {
         EXPECT_EQ(color_ref(row.color).get_distance(0u), row.distance);
         EXPECT_EQ(color_ref(0xFF000000).get_distance(color_ref(row.color)), row.distance);

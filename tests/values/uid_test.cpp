@@ -5,6 +5,7 @@
 #include <cstring>
 #include <gtest/gtest.h>
 #include <sstream>
+#include <sys/mman.h>
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
@@ -112,40 +113,24 @@ TEST(uid, never_repeats_in_eight_threads_of_two_processes)
 {
     uid first;
     first.create(); // from here on this thread has bytes at hand that a child must not use
-    int ends[2];
-    ASSERT_EQ(::pipe(ends), 0);
+    constexpr std::size_t own = 50 + threads_each * ids_a_thread;
+    void * const shared = ::mmap(nullptr, own * sizeof(uid), PROT_READ | PROT_WRITE,
+                                 MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+    ASSERT_NE(shared, MAP_FAILED);
     pid_t const child = ::fork();
     ASSERT_GE(child, 0);
     if (child == 0) {
-        std::vector<uid> const made = create_many();
-        auto next = reinterpret_cast<char const *>(made.data());
-        for (std::size_t left = made.size() * sizeof(uid); left != 0;) {
-            ssize_t const written = ::write(ends[1], next, left);
-            if (written <= 0) {
-                ::_exit(1);
-            }
-            next += written;
-            left -= static_cast<std::size_t>(written);
-        }
+        std::memcpy(shared, create_many().data(), own * sizeof(uid));
         ::_exit(0);
     }
-    ::close(ends[1]);
     std::vector<uid> all = create_many();
-    std::size_t const own = all.size();
-    all.resize(2 * own);
-    auto next = reinterpret_cast<char *>(all.data() + own);
-    std::size_t left = own * sizeof(uid);
-    for (ssize_t got; left != 0 && (got = ::read(ends[0], next, left)) > 0;) {
-        next += got;
-        left -= static_cast<std::size_t>(got);
-    }
-    ::close(ends[0]);
     int status = -1;
     ASSERT_EQ(::waitpid(child, &status, 0), child);
     ASSERT_EQ(status, 0);
-    ASSERT_EQ(left, 0U);
-
+    auto const * const of_child = static_cast<uid const *>(shared);
+    all.insert(all.end(), of_child, of_child + own);
     all.push_back(first);
+    ::munmap(shared, own * sizeof(uid));
     std::sort(all.begin(), all.end());
     EXPECT_EQ(std::adjacent_find(all.begin(), all.end()), all.end());
 }

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "zel/values/variant.h"
 
-#include "zel/text/convert.h"
 #include <atomic>
 #include <bit>
 #include <charconv>
@@ -13,7 +12,6 @@
 #include <gtest/gtest.h>
 #include <memory>
 #include <new>
-#include <optional>
 #include <random>
 #include <sstream>
 #include <string>
@@ -71,7 +69,7 @@ template <typename... T> constexpr bool takes_any(std::tuple<T...> *)
 static_assert(!takes_any(static_cast<refused_types *>(nullptr)));
 static_assert(std::is_constructible_v<variant, char const *, int>);
 
-template <typename T> void expect_stored(T value, variant::vt_type type, std::int64_t number)
+template <typename T> void expect_stored(variant::vt_type type, T value, std::int64_t number)
 {
     variant const constructed(value);
     variant assigned("text"_s);
@@ -81,32 +79,28 @@ template <typename T> void expect_stored(T value, variant::vt_type type, std::in
         EXPECT_EQ(std::int64_t(stored), number);
     }
 }
+template <typename... T> void expect_all_stored(variant::vt_type type, std::int64_t number, T... of)
+{
+    (expect_stored(type, of, number), ...);
+}
 
 TEST(variant, has_a_type_for_every_integer_of_the_host)
 {
-    enum plain { five = 5 };
+    enum plain { letter = 65 };
     std::vector<bool> const bits{true};
-    expect_stored(true, variant::vt_bool, 1);
-    expect_stored(static_cast<schar>(-1), variant::vt_char, -1);
-    expect_stored('A', variant::vt_char, 65);
-    expect_stored(static_cast<uchar>(255), variant::vt_uchar, 255);
-    expect_stored(u8'A', variant::vt_uchar, 65);
-    expect_stored(static_cast<short>(-1), variant::vt_short, -1);
-    expect_stored(static_cast<ushort>(65535), variant::vt_ushort, 65535);
-    expect_stored(u'A', variant::vt_ushort, 65);
-    expect_stored(-1, variant::vt_long, -1);
-    expect_stored(L'A', variant::vt_long, 65);
-    expect_stored(five, variant::vt_long, 5);
-    expect_stored(variant::vt_short, variant::vt_ulong, 8);
-    expect_stored(0xFFFFFFFFU, variant::vt_ulong, 0xFFFFFFFF);
-    expect_stored(U'A', variant::vt_ulong, 65);
-    expect_stored(-1L, variant::vt_int64, -1);
-    expect_stored(-1LL, variant::vt_int64, -1);
-    expect_stored(sizeof(int), variant::vt_int64, 4);
-    expect_stored(INT64_MAX + 0ULL, variant::vt_int64, INT64_MAX);
-    expect_stored(1.0F, variant::vt_float, 1);
-    expect_stored(1.0, variant::vt_double, 1);
-    expect_stored(color_ref(1), variant::vt_color, 1);
+    expect_stored(variant::vt_bool, true, 1);
+    expect_all_stored(variant::vt_char, 65, static_cast<schar>(65), 'A');
+    expect_all_stored(variant::vt_uchar, 65, static_cast<uchar>(65), u8'A');
+    expect_stored(variant::vt_short, static_cast<short>(-1), -1);
+    expect_all_stored(variant::vt_ushort, 65, static_cast<ushort>(65), u'A');
+    expect_all_stored(variant::vt_long, 65, 65, L'A', letter);
+    expect_all_stored(variant::vt_ulong, 8, variant::vt_short, 8U, U'\b');
+    expect_all_stored(variant::vt_int64, 8, 8L, 8LL, sizeof(double), 8ULL);
+    expect_all_stored(variant::vt_int64, -1, -1L, -1LL);
+    expect_stored(variant::vt_int64, INT64_MAX + 0ULL, INT64_MAX);
+    expect_stored(variant::vt_float, 1.0F, 1);
+    expect_stored(variant::vt_double, 1.0, 1);
+    expect_stored(variant::vt_color, color_ref(1), 1);
     EXPECT_EQ(variant(bits[0]).type(), variant::vt_bool);
     EXPECT_EQ(static_cast<long long>(variant(7)), 7);
 
@@ -123,6 +117,7 @@ TEST(variant, takes_a_text_with_a_length)
     EXPECT_EQ(string(variant("abc", 7)), "abc");
     EXPECT_EQ(string(variant("ab\0c", 4)), "ab");
     EXPECT_EQ(string(variant(null, 7)), "");
+    EXPECT_EQ(string(variant("a\0b"_s)), "a");
     std::unique_ptr<char[]> const bare(new char[2]{'a', 'b'}); // nothing behind it may be read
     EXPECT_EQ(string(variant(bare.get(), 2)), "ab");
     EXPECT_EQ(variant(null, 0).type(), variant::vt_string);
@@ -135,31 +130,18 @@ TEST(variant, keeps_texts_of_its_own)
     variant b(a);
     b = "other"_s;
     EXPECT_EQ(string(a), long_text);
-    a = b;
     variant & self = a;
     a = self;
     a = std::move(self);
-    EXPECT_EQ(string(a), "other");
-
-    string stolen = long_text;
-    variant c(std::move(stolen));
-    variant d(std::move(c));
-    EXPECT_EQ(c.type(), variant::vt_empty);
-    b = std::move(d);
     swap(a, b);
     std::ostringstream stream;
-    stream << a << ' ' << b << ' ' << variant() << variant(true) << variant(0.5F);
+    stream << b << ' ' << a << ' ' << variant() << variant(true) << variant(0.5F);
     EXPECT_EQ(stream.str(), long_text + " other true0.5");
-    stolen = "again"_s;
-    a = std::move(stolen);
-    EXPECT_EQ(string(a), "again");
-
     for (variant value : {variant(true), variant(-7), variant(0.1), variant(0.1F), variant(),
                           variant(color_ref(7)), variant("t"_s)}) {
         variant target("text"_s);
         target = value;
-        EXPECT_EQ(target.type(), value.type());
-        EXPECT_EQ(target, value);
+        EXPECT_TRUE(target.type() == value.type() && target == value);
         target = std::move(value);
         EXPECT_EQ(value.type(), variant::vt_empty);
         target = variant();
@@ -197,30 +179,22 @@ TEST(variant, keeps_its_value_when_memory_runs_out_and_takes_none_to_move)
 
 TEST(variant, compares_in_the_type_on_the_left)
 {
-    struct {
-        variant left, right;
-        bool equal, equal_the_other_way;
-    } const rows[] = {
-        {1, "1"_s, true, true},
-        {1, "01"_s, true, false},
-        {true, "TRUE"_s, true, false},
-        {true, "yes"_s, false, false},
-        {variant(), variant(), true, true},
-        {schar(1), 300, false, false},
-        {schar(1), 1.0, true, true},
+    // clang-format off
+    struct { variant left, right; bool equal, equal_the_other_way; } const rows[] = {
+        {1, "1"_s, true, true}, {1, "01"_s, true, false}, {true, "TRUE"_s, true, false},
+        {true, "yes"_s, false, false}, {variant(), variant(), true, true},
+        {schar(1), 300, false, false}, {schar(1), 1.0, true, true},
         {1, 1.5, true, false}, // the fraction goes first
-        {0.1F, 0.1, true, false},
-        {double(NAN), double(NAN), false, false},
-        {float(NAN), 0, false, false},
-        {color_ref(16), "0x10"_s, true, false},
-        {-1, color_ref(0xFFFFFFFF), false, false},
-        {""_s, variant(), true, false},
+        {0.1F, 0.1, true, false}, {double(NAN), double(NAN), false, false},
+        {float(NAN), 0, false, false}, {color_ref(16), "0x10"_s, true, false},
+        {-1, color_ref(0xFFFFFFFF), false, false}, {""_s, variant(), true, false},
         {"Text"_s, "text"_s, false, false},
         {"a"_s, "a\0b"_s, true, false}, // what is read of the right side ends at its NUL
         {"a\0b"_s, "a\0b"_s, false, false},
         {"abcdefghijklmnopqrstuvwxyz"_s, "abcdefghijklmnopqrstuvwxyz"_s, true, true},
         {"abcdefghijklmnopqrstuvwxyz"_s, "abcdefghijklmnopqrstuvwxy"_s, false, false},
     };
+    // clang-format on
     for (auto const & row : rows) {
         SCOPED_TRACE(testing::Message() << row.left << ' ' << row.right);
         EXPECT_EQ(row.left == row.right, row.equal);
@@ -283,44 +257,29 @@ TEST(variant, checks_ranges_to_the_last_number)
         std::uint64_t const top = UINT64_MAX >> (64 - bits); // the largest unsigned number
         auto const positive = static_cast<std::int64_t>(top >> 1);
         double const power = std::ldexp(1.0, bits); // the first one beyond
+        // The largest double that passes: the last integer, or what lies before the power.
+        double const last = bits <= 53 ? power - 1 : std::nextafter(power, 0);
         EXPECT_TRUE(passes(opened::from_u_to_u, top, bits));
-        EXPECT_EQ(passes(opened::from_u_to_u, top + 1, bits), bits == 64);
         EXPECT_TRUE(passes(opened::from_u_to_s, top >> 1, bits));
-        EXPECT_FALSE(passes(opened::from_u_to_s, (top >> 1) + 1, bits));
-        EXPECT_FALSE(passes(opened::from_s_to_u, std::int64_t{-1}, bits));
         EXPECT_TRUE(passes(opened::from_s_to_u, positive, bits));
         EXPECT_TRUE(passes(opened::from_s_to_s, positive, bits));
         EXPECT_TRUE(passes(opened::from_s_to_s, -positive - 1, bits));
-        if (bits < 64) {
-            EXPECT_FALSE(passes(opened::from_s_to_s, positive + 1, bits));
-            EXPECT_FALSE(passes(opened::from_s_to_s, -positive - 2, bits));
-        }
-        EXPECT_FALSE(passes(opened::from_d_to_u, power, bits));
+        EXPECT_TRUE(passes(opened::from_d_to_u, last, bits));
+        EXPECT_TRUE(passes(opened::from_d_to_s, -power / 2, bits));
+        EXPECT_EQ(passes(opened::from_u_to_u, top + 1, bits), bits == 64);
+        EXPECT_FALSE(passes(opened::from_u_to_s, (top >> 1) + 1, bits));
+        EXPECT_FALSE(passes(opened::from_s_to_u, std::int64_t{-1}, bits));
+        EXPECT_FALSE(bits < 64 && passes(opened::from_s_to_s, positive + (bits < 64), bits));
+        EXPECT_FALSE(bits < 64 && passes(opened::from_s_to_s, -positive - 1 - (bits < 64), bits));
+        EXPECT_FALSE(passes(opened::from_d_to_u, std::nextafter(last, HUGE_VAL), bits));
         EXPECT_FALSE(passes(opened::from_d_to_u, -0.5, bits));
         EXPECT_FALSE(passes(opened::from_d_to_s, power / 2, bits));
-        EXPECT_TRUE(passes(opened::from_d_to_s, -power / 2, bits));
         EXPECT_FALSE(passes(opened::from_d_to_s, std::nextafter(-power / 2, -HUGE_VAL), bits));
-        // The largest double that passes: the last integer, or what lies before the power.
-        double const last = bits <= 53 ? power - 1 : std::nextafter(power, 0);
-        EXPECT_TRUE(passes(opened::from_d_to_u, last, bits));
-        EXPECT_FALSE(passes(opened::from_d_to_u, std::nextafter(last, HUGE_VAL), bits));
     }
 }
 
 struct matrix_row {
-    matrix_row(variant value, char const * outcomes)
-        : source(value)
-        , cells(outcomes)
-    {
-    }
-    matrix_row(string const & value, char const * outcomes)
-        : source(value)
-        , text(value.c_str())
-        , cells(outcomes)
-    {
-    }
     variant source;
-    string text; // of a text, up to its NUL
     char const * cells;
 };
 
@@ -331,17 +290,13 @@ std::vector<matrix_row> matrix()
 {
     return {
         // bool char uchar short ushort long ulong int64 float double string color
-        {variant(), "false 0 0 0 0 0 0 0 0 0 '' 0"},
-        {false, "false 0 0 0 0 0 0 0 0 0 false 0"},
+        {variant(), "false 0 0 0 0 0 0 0 0 0 '' 0"}, {false, "false 0 0 0 0 0 0 0 0 0 false 0"},
         {true, "true 1 1 1 1 1 1 1 1 1 true 1"},
         {schar(-128), "true -128 R -128 R -128 R -128 -128 -128 -128 R"},
-        {schar(-1), "true -1 R -1 R -1 R -1 -1 -1 -1 R"},
         {schar(127), "true 127 127 127 127 127 127 127 127 127 127 127"},
-        {uchar(128), "true R 128 128 128 128 128 128 128 128 128 128"},
         {uchar(255), "true R 255 255 255 255 255 255 255 255 255 255"},
         {short(-32768), "true R R -32768 R -32768 R -32768 -32768 -32768 -32768 R"},
         {short(-129), "true R R -129 R -129 R -129 -129 -129 -129 R"},
-        {short(256), "true R R 256 256 256 256 256 256 256 256 256"},
         {short(32767), "true R R 32767 32767 32767 32767 32767 32767 32767 32767 32767"},
         {ushort(32768), "true R R R 32768 32768 32768 32768 32768 32768 32768 32768"},
         {ushort(65535), "true R R R 65535 65535 65535 65535 65535 65535 65535 65535"},
@@ -352,26 +307,18 @@ std::vector<matrix_row> matrix()
         {4000000000U, "true R R R R R 4000000000 4000000000 4e+09 4e+09 4000000000 4000000000"},
         {4294967295U, "true R R R R R 4294967295 4294967295 4294967296 4294967295 4294967295 4294967295"},
         {INT64_MIN, "true R R R R R R -9223372036854775808 -9.223372e+18 -9223372036854775808 -9223372036854775808 R"},
-        {-2147483648L, "true R R R R -2147483648 R -2147483648 -2147483648 -2147483648 -2147483648 R"},
         {16777217L, "true R R R R 16777217 16777217 16777217 16777216 16777217 16777217 16777217"},
         {9007199254740993L, "true R R R R R R 9007199254740993 9.007199e+15 9007199254740992 9007199254740993 R"},
         {INT64_MAX, "true R R R R R R 9223372036854775807 9.223372e+18 9223372036854775808 9223372036854775807 R"},
-        {-0.0F, "false 0 0 0 0 0 0 0 -0 -0 -0 0"},
         {0.1F, "true 0 0 0 0 0 0 0 0.1 0.10000000149011612 0.1 0"},
         {127.5F, "true R 127 127 127 127 127 127 127.5 127.5 127.5 127"},
         {-128.5F, "true R R -128 R -128 R -128 -128.5 -128.5 -128.5 R"},
         {4294967040.0F, "true R R R R R 4294967040 4294967040 4294967040 4294967040 4.29497e+09 4294967040"},
         {9.223372e18F, "true R R R R R R R 9.223372e+18 9223372036854775808 9.22337e+18 R"},
-        {float(HUGE_VAL), "true R R R R R R R inf inf inf R"},
-        {float(NAN), "true R R R R R R R nan nan nan R"},
-        {0.0, "false 0 0 0 0 0 0 0 0 0 0 0"},
-        {-0.0, "false 0 0 0 0 0 0 0 -0 -0 -0 0"},
-        {-0.5, "true 0 R 0 R 0 R 0 -0.5 -0.5 -0.5 R"},
-        {3.9, "true 3 3 3 3 3 3 3 3.9 3.9 3.9 3"},
-        {127.5, "true R 127 127 127 127 127 127 127.5 127.5 127.5 127"},
+        {float(NAN), "true R R R R R R R nan nan nan R"}, {0.0, "false 0 0 0 0 0 0 0 0 0 0 0"},
+        {-0.5, "true 0 R 0 R 0 R 0 -0.5 -0.5 -0.5 R"}, {3.9, "true 3 3 3 3 3 3 3 3.9 3.9 3.9 3"},
         {32767.5, "true R R R 32767 32767 32767 32767 32767.5 32767.5 32767.5 32767"},
         {-32768.5, "true R R R R -32768 R -32768 -32768.5 -32768.5 -32768.5 R"},
-        {65535.5, "true R R R R 65535 65535 65535 65535.5 65535.5 65535.5 65535"},
         {123456.5, "true R R R R 123456 123456 123456 123456.5 123456.5 123456 123456"},
         {1234567.0, "true R R R R 1234567 1234567 1234567 1234567 1234567 1.23457e+06 1234567"},
         {2147483647.5, "true R R R R R 2147483647 2147483647 2147483648 2147483647.5 2.14748e+09 2147483647"},
@@ -384,22 +331,14 @@ std::vector<matrix_row> matrix()
         {-9223372036854777856.0, "true R R R R R R R -9.223372e+18 -9223372036854777856 -9.22337e+18 R"},
         {1e39, "true R R R R R R R inf 1e+39 1e+39 R"},
         {HUGE_VAL, "true R R R R R R R inf inf inf R"},
-        {double(NAN), "true R R R R R R R nan nan nan R"},
-        {""_s, "E E E E E E E E E E = E"},
-        {"0"_s, "false 0 0 0 0 0 0 0 0 0 = 0"},
-        {"1"_s, "true 1 1 1 1 1 1 1 1 1 = 1"},
-        {"TRUE"_s, "true E E E E E E E E E = E"},
-        {" true"_s, "E E E E E E E E E E = E"},
-        {"FaLsE"_s, "false E E E E E E E E E = E"},
-        {"-5"_s, "E -5 R -5 R -5 E E -5 -5 = E"},
-        {"+7"_s, "E 7 7 7 7 7 E E 7 7 = E"},
-        {"12abc"_s, "E 12 12 12 12 E 76476 12 12 12 = 76476"},
-        {"010"_s, "E 8 8 8 8 10 10 10 10 10 = 10"},
-        {"0x10"_s, "E 16 16 16 16 E 16 0 16 16 = 16"},
-        {"-0X1f"_s, "E -31 R -31 R E E E -31 -31 = E"},
-        {"1F"_s, "E 1 1 1 1 E 31 1 1 1 = 31"},
+        {double(NAN), "true R R R R R R R nan nan nan R"}, {""_s, "E E E E E E E E E E = E"},
+        {"0"_s, "false 0 0 0 0 0 0 0 0 0 = 0"}, {"1"_s, "true 1 1 1 1 1 1 1 1 1 = 1"},
+        {"TRUE"_s, "true E E E E E E E E E = E"}, {" true"_s, "E E E E E E E E E E = E"},
+        {"FaLsE"_s, "false E E E E E E E E E = E"}, {"-5"_s, "E -5 R -5 R -5 E E -5 -5 = E"},
+        {"+7"_s, "E 7 7 7 7 7 E E 7 7 = E"}, {"12abc"_s, "E 12 12 12 12 E 76476 12 12 12 = 76476"},
+        {"010"_s, "E 8 8 8 8 10 10 10 10 10 = 10"}, {"0x10"_s, "E 16 16 16 16 E 16 0 16 16 = 16"},
+        {"-0X1f"_s, "E -31 R -31 R E E E -31 -31 = E"}, {"1F"_s, "E 1 1 1 1 E 31 1 1 1 = 31"},
         {"300"_s, "E R R 300 300 300 300 300 300 300 = 300"},
-        {"65535"_s, "E R R R 65535 65535 65535 65535 65535 65535 = 65535"},
         {"2147483647"_s, "E R R R R 2147483647 2147483647 2147483647 2147483648 2147483647 = 2147483647"},
         {"2147483648"_s, "E R R R R E 2147483648 2147483648 2147483648 2147483648 = 2147483648"},
         {"-2147483648"_s, "E R R R R -2147483648 E E -2147483648 -2147483648 = E"},
@@ -410,23 +349,17 @@ std::vector<matrix_row> matrix()
         {"0x100000000"_s, "E R R R R E E 0 4294967296 4294967296 = E"},
         {"9223372036854775807"_s, "E R R R R E E 9223372036854775807 9.223372e+18 9223372036854775808 = E"},
         {"9223372036854775808"_s, "E R R R R E E R 9.223372e+18 9223372036854775808 = E"},
-        {"99999999999999999999"_s, "E R R R R E E R 1e+20 1e+20 = E"},
-        {"1.5"_s, "E 1 1 1 1 E E 1 1.5 1.5 = E"},
-        {"1,5"_s, "E 1 1 1 1 E E 1 1 1 = E"},
-        {".5"_s, "E E E E E E E E 0.5 0.5 = E"},
-        {"1e3"_s, "E 1 1 1 1 E 483 1 1000 1000 = 483"},
+        {"1.5"_s, "E 1 1 1 1 E E 1 1.5 1.5 = E"}, {"1,5"_s, "E 1 1 1 1 E E 1 1 1 = E"},
+        {".5"_s, "E E E E E E E E 0.5 0.5 = E"}, {"1e3"_s, "E 1 1 1 1 E 483 1 1000 1000 = 483"},
         {"1e400"_s, "E 1 1 1 1 E 123904 1 inf inf = 123904"},
-        {"1e-400"_s, "E 1 1 1 1 E E 1 0 0 = E"},
-        {"0x1.8p1"_s, "E 1 1 1 1 E E 0 3 3 = E"},
-        {"-Infinity"_s, "E E E E E E E E -inf -inf = E"},
-        {"nan"_s, "E E E E E E E E nan nan = E"},
+        {"1e-400"_s, "E 1 1 1 1 E E 1 0 0 = E"}, {"0x1.8p1"_s, "E 1 1 1 1 E E 0 3 3 = E"},
+        {"-Infinity"_s, "E E E E E E E E -inf -inf = E"}, {"nan"_s, "E E E E E E E E nan nan = E"},
         {"\t\n\v\f\r 7"_s, "E 7 7 7 7 E E E 7 7 = E"},
         {"9007199254740993"_s, "E R R R R E E 9007199254740993 9.007199e+15 9007199254740992 = E"},
         {"3.14159265358979323846"_s, "E 3 3 3 3 E E 3 3.1415927 3.141592653589793 = E"},
         {"2.2250738585072011e-308"_s, "E 2 2 2 2 E E 2 0 2.225073858507201e-308 = E"},
         {"00000000000000000000000000012"_s, "E 10 10 10 10 12 12 12 12 12 = 12"},
-        {"1\0abc"_s, "true 1 1 1 1 1 1 1 1 1 = 1"},
-        {"true\0x"_s, "true E E E E E E E E E = E"},
+        {"1\0abc"_s, "true 1 1 1 1 1 1 1 1 1 = 1"}, {"true\0x"_s, "true E E E E E E E E E = E"},
         {color_ref(0x0), "false 0 0 0 0 0 0 0 0 0 0 0"},
         {color_ref(0x332211), "true R R R R 3351057 3351057 3351057 3351057 3351057 3351057 3351057"},
         {color_ref(0xFFFFFFFF), "true R R R R R 4294967295 4294967295 4294967296 4294967295 4294967295 4294967295"},
@@ -473,13 +406,15 @@ struct {
 
 void expect_the_matrix()
 {
-    for (auto const & [source, text, cells] : matrix()) {
+    for (auto const & [source, cells] : matrix()) {
         std::istringstream words(cells);
+        std::ostringstream text;
+        text << source;
         for (auto const & target : targets) {
             std::string expected;
             words >> expected;
             if (expected == "=") {
-                expected = shown(text);
+                expected = shown(string(text.str()));
             }
             SCOPED_TRACE(testing::Message()
                          << source << " of type " << source.type() << " as " << target.type);
@@ -514,15 +449,6 @@ TEST(variant_conversion, follows_the_matrix_under_a_decimal_comma_too)
     expect_the_matrix();
 }
 
-template <typename Call> auto unless_refused(Call call) -> std::optional<decltype(call())>
-{
-    try {
-        return call();
-    } catch (zel::exception &) {
-        return std::nullopt;
-    }
-}
-
 // Other texts and numbers than those of the table, against the functions of the runtime.
 TEST(variant_conversion, equals_the_runtime_on_any_text_and_number)
 {
@@ -547,10 +473,6 @@ TEST(variant_conversion, equals_the_runtime_on_any_text_and_number)
         if (source.check_conversion(variant::vt_short)) {
             ASSERT_EQ(short(source), integer);
         }
-        ASSERT_EQ(unless_refused([&] { return std::int32_t(source); }),
-                  unless_refused([&] { return zel::convert::stringToInt32(text.c_str()); }));
-        ASSERT_EQ(unless_refused([&] { return std::uint32_t(source); }),
-                  unless_refused([&] { return zel::convert::stringToUInt32(text.c_str()); }));
         double const value = i % 2 == 0
             ? std::bit_cast<double>(random())
             : std::ldexp(static_cast<double>(random() >> 40), -static_cast<int>(random() % 40));
@@ -573,11 +495,12 @@ TEST(variant_conversion, does_not_look_at_a_locale_that_another_thread_changes)
         }
     });
     // Each of the texts takes another of the ways to a number.
-    std::pair<char const *, double> const texts[] = {{"1.5", 1.5},
-                                                     {"0.3333333333333333333333", 1.0 / 3},
-                                                     {"0x1.8p1", 3.0},
-                                                     {"1.5e400", HUGE_VAL},
-                                                     {"1,5", 1.0}};
+    // clang-format off
+    std::pair<char const *, double> const texts[] = {
+        {"1.5", 1.5}, {"0.3333333333333333333333", 1.0 / 3}, {"0x1.8p1", 3.0},
+        {"1.5e400", HUGE_VAL}, {"1,5", 1.0},
+    };
+    // clang-format on
     while (changes < 2'000) {
         for (auto const & [text, number] : texts) {
             EXPECT_EQ(double(variant(string(text))), number) << text;
