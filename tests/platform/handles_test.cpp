@@ -34,25 +34,27 @@ bool alive(void * handle)
     return slot != nullptr && is_alive(slot->state.load(), handle);
 }
 
-TEST(handles, live_until_they_are_closed_once)
+TEST(handles, live_until_they_are_closed_once_and_their_slot_while_it_is_pinned)
 {
     void * const first = open(7);
-    void * const second = open(8);
-    EXPECT_NE(first, second);
     EXPECT_EQ(kind_of(first), handle_kind::semaphore);
     EXPECT_EQ(word_of(slot_of(first)->state.load()), 7u);
-
     EXPECT_TRUE(close(first));
     EXPECT_FALSE(close(first));
-    EXPECT_FALSE(alive(first));
-    EXPECT_TRUE(alive(second));
 
-    void * const third = open(9); // in the slot of the first
-    EXPECT_EQ(slot_of(third), slot_of(first));
-    EXPECT_FALSE(alive(first));
-    EXPECT_FALSE(close(first));
-    EXPECT_TRUE(close(third));
+    void * const second = open(8); // in the slot of the first
+    handle_slot & slot = *slot_of(second);
+    EXPECT_EQ(slot_of(first), &slot);
+    EXPECT_FALSE(alive(first) || close(first));
+    ASSERT_TRUE(pin(slot, second));
     EXPECT_TRUE(close(second));
+    EXPECT_FALSE(alive(second) || pin(slot, second));
+
+    void * const third = open(9);
+    EXPECT_NE(slot_of(third), &slot);
+    EXPECT_TRUE(unpin(slot));
+    free_slot(slot);
+    EXPECT_TRUE(close(third));
 }
 
 TEST(handles, refuse_any_other_value)
@@ -79,23 +81,6 @@ TEST(handles, refuse_any_other_value)
         EXPECT_FALSE(close(reinterpret_cast<void *>(row)));
     }
     EXPECT_TRUE(close(handle));
-}
-
-TEST(handles, keep_a_pinned_slot_after_the_closing)
-{
-    void * const handle = open(1);
-    handle_slot & slot = *slot_of(handle);
-    ASSERT_TRUE(pin(slot, handle));
-    std::uint32_t word = 0;
-    ASSERT_TRUE(retire(slot, handle, word));
-    EXPECT_FALSE(unpin(slot));
-    EXPECT_FALSE(pin(slot, handle));
-
-    void * const other = open(2);
-    EXPECT_NE(slot_of(other), &slot);
-    EXPECT_TRUE(unpin(slot));
-    free_slot(slot);
-    EXPECT_TRUE(close(other));
 }
 
 TEST(handles, belong_to_one_thread_of_many_that_open_and_close)

@@ -4,6 +4,8 @@
 #include "zel/platform/address_wait.h"
 #include "zel/platform/handles.h"
 #include "zel/platform/last_error.h"
+
+#include "tests/sanitizers.h"
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
@@ -25,12 +27,6 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#if defined(__has_feature)
-#define HAS_FEATURE(name) __has_feature(name)
-#else
-#define HAS_FEATURE(name) 0
-#endif
-
 // A terminated thread leaves what it has from the heap, which the leak sanitizer must not count.
 extern "C" char const * __lsan_default_suppressions() { return "leak:busy_worker"; }
 
@@ -38,15 +34,6 @@ namespace {
 
 using namespace zel::platform;
 using namespace std::chrono_literals;
-
-// The thread sanitizer puts signals off until the victim next calls into its runtime, takes a
-// thread that ends by the bare system call for one that runs on, and ends a forked child that
-// starts threads.
-#if defined(__SANITIZE_THREAD__) || HAS_FEATURE(thread_sanitizer)
-constexpr bool is_followed_everywhere = false;
-#else
-constexpr bool is_followed_everywhere = true;
-#endif
 
 constexpr std::uint32_t failed = 0xFFFFFFFF;
 
@@ -59,12 +46,7 @@ protected:
 
 class thread_stops : public threads {
 protected:
-    void SetUp() override
-    {
-        if (!is_followed_everywhere) {
-            GTEST_SKIP() << "the sanitizer cannot follow it";
-        }
-    }
+    void SetUp() override { SKIP_IF_THREADS_CANNOT_BE_STOPPED(); }
 };
 
 // A thread of the layer that runs a function; waits for it in the end.
@@ -174,26 +156,6 @@ TEST_F(threads, are_waited_for_until_the_time_is_over)
     EXPECT_EQ(thread.exit_code(), 9u);
 }
 
-TEST_F(threads, are_waited_for_together_with_a_word)
-{
-    std::atomic<std::uint32_t> word{5};
-    std::atomic<bool> go{false};
-    worker const thread([&] {
-        std::this_thread::sleep_for(5ms);
-        word.store(6);
-        wake_address(word, 1, false);
-        run_until(go);
-        std::this_thread::sleep_for(5ms);
-        return 0u;
-    });
-    EXPECT_EQ(wait_for_thread_or_change(thread.handle(), word, 5, 0), 258u);
-    EXPECT_EQ(wait_for_thread_or_change(thread.handle(), word, 5, 20'000), 1u);
-    EXPECT_EQ(wait_for_thread_or_change(thread.handle(), word, 6, 10), 258u);
-    go.store(true);
-    EXPECT_EQ(wait_for_thread_or_change(thread.handle(), word, 6, 0xFFFFFFFF), 0u);
-    EXPECT_EQ(wait_for_thread_or_change(thread.handle(), word, 5, 0), 0u); // the end comes first
-}
-
 TEST_F(threads, refuse_what_is_no_handle_of_a_living_object)
 {
     void * closed = nullptr;
@@ -201,24 +163,24 @@ TEST_F(threads, refuse_what_is_no_handle_of_a_living_object)
         worker const thread([] { return 0u; });
         closed = thread.handle();
     }
+    std::uint32_t code = 0;
+    std::atomic<std::uint32_t> const word{0};
+    std::function<bool(void *)> const calls[] = {
+        [](void * it) { return wait_for_thread(it, 0) != failed; },
+        [](void * it) { return close_thread(it); },
+        [](void * it) { return suspend_thread(it) != failed; },
+        [](void * it) { return resume_thread(it) != failed; },
+        [](void * it) { return terminate_thread(it, 1); },
+        [&](void * it) { return get_exit_code_thread(it, code); },
+        [](void * it) { return get_thread_priority(it) != priority_error; },
+        [](void * it) { return set_thread_priority(it, 0); },
+        [&](void * it) { return wait_for_thread_or_change(it, word, 0, 0) != failed; },
+    };
     for (void * const row : {static_cast<void *>(nullptr), closed, static_cast<void *>(&closed)}) {
-        SCOPED_TRACE(row);
-        std::uint32_t code = 0;
-        std::atomic<std::uint32_t> const word{0};
-        std::function<bool()> const calls[] = {
-            [&] { return wait_for_thread(row, 0) != failed; },
-            [&] { return close_thread(row); },
-            [&] { return suspend_thread(row) != failed; },
-            [&] { return resume_thread(row) != failed; },
-            [&] { return terminate_thread(row, 1); },
-            [&] { return get_exit_code_thread(row, code); },
-            [&] { return get_thread_priority(row) != priority_error; },
-            [&] { return set_thread_priority(row, 0); },
-            [&] { return wait_for_thread_or_change(row, word, 0, 0) != failed; },
-        };
         for (auto const & call : calls) {
+            SCOPED_TRACE(&call - calls);
             set_last_error(0);
-            EXPECT_FALSE(call());
+            EXPECT_FALSE(call(row));
             EXPECT_EQ(last_error(), error_invalid_handle);
         }
     }
@@ -267,17 +229,6 @@ TEST_F(threads, call_their_teardown_after_their_own_destructors)
     EXPECT_EQ(order, (std::vector{1, 2, 1, 2}));
 }
 
-TEST_F(threads, show_the_start_of_their_names)
-{
-    worker([] {
-        set_thread_name("a name that is too long");
-        char shown[32]{};
-        EXPECT_EQ(::pthread_getname_np(::pthread_self(), shown, sizeof shown), 0);
-        EXPECT_STREQ(shown, "a name that is ");
-        return 0u;
-    }).wait();
-}
-
 TEST_F(threads, have_priorities_that_the_host_grants)
 {
     // In a child, which may give up the right to raise priorities.
@@ -313,7 +264,7 @@ TEST_F(threads, work_in_a_forked_child)
         good = good && wait_for_thread(thread.handle(), -1) == 0;
         good = good && get_exit_code_thread(thread.handle(), code) && code == failed;
         good = good && close_thread(thread.handle());
-        if (is_followed_everywhere) {
+        if (!under_thread_sanitizer) {
             worker const own([] { return 8u; });
             good = good && own.wait() == 0 && own.exit_code() == 8;
         }
@@ -333,7 +284,7 @@ TEST_F(threads, have_abandoned_what_they_owned_when_their_end_is_told)
         pthread_mutex_t mutex;
         ::pthread_mutex_init(&mutex, &robust);
         std::atomic<bool> is_owned{false};
-        bool const is_terminated = is_followed_everywhere && i % 2 == 0;
+        bool const is_terminated = !under_thread_sanitizer && i % 2 == 0;
         worker const owner([&] {
             ::pthread_mutex_lock(&mutex);
             is_owned.store(true);
@@ -519,18 +470,16 @@ TEST_F(thread_stops, count_suspensions_to_127)
 TEST_F(thread_stops, meet_a_start_and_an_end)
 {
     for (int i = 0; i < 3'000; ++i) {
-        std::atomic<std::uint64_t> steps{0};
+        std::atomic<int> steps{0};
         worker const thread([&] {
-            for (int n = 0; n < i % 50 * 20; ++n) {
-                steps.fetch_add(1);
-            }
+            while (steps.fetch_add(1) < i % 50 * 20) { }
             return 1u;
         });
         if (suspend_thread(thread.handle()) == failed) {
             ASSERT_EQ(last_error(), error_access_denied);
             continue;
         }
-        std::uint64_t const seen = steps.load();
+        int const seen = steps.load();
         std::this_thread::yield();
         ASSERT_EQ(steps.load(), seen);
         ASSERT_EQ(thread.exit_code(), still_active);
