@@ -13,6 +13,7 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <random>
+#include <sys/file.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <thread>
@@ -24,6 +25,7 @@ namespace faults {
 std::atomic<int> calls_left{-1}; // until one fails; negative for none
 std::atomic<int> reason{EIO};
 std::atomic<std::size_t> longest_write{static_cast<std::size_t>(-1)};
+std::atomic<mode_t> made_with{0}; // the mode of the last file that was made
 
 bool hits() { return calls_left >= 0 && calls_left-- == 0; }
 
@@ -37,7 +39,12 @@ bool hits() { return calls_left >= 0 && calls_left-- == 0; }
     }
 
 extern "C" {
-WRAPPED(open, (char const * name, int flags, mode_t mode), (name, flags, mode))
+int __real_open(char const * name, int flags, mode_t mode);
+int __wrap_open(char const * name, int flags, mode_t mode)
+{
+    faults::made_with = (flags & O_CREAT) != 0 ? mode : faults::made_with.load();
+    return faults::hits() ? (errno = faults::reason, -1) : __real_open(name, flags, mode);
+}
 WRAPPED(fcntl, (int file, int command, void * argument), (file, command, argument))
 WRAPPED(flock, (int file, int operation), (file, operation))
 WRAPPED(fstat, (int file, struct stat * facts), (file, facts))
@@ -367,6 +374,7 @@ TEST(private_profile, keeps_the_mode_and_the_links)
     }
     ::stat(folder.file("f").c_str(), &before);
     EXPECT_TRUE(write(folder.file("sub/link"), "s", "k", "2"));
+    EXPECT_EQ(faults::made_with, 0600U); // or others could open it before it holds secrets
     EXPECT_EQ(get(folder.file("f")), "[s]\nk=2\n");
     EXPECT_TRUE(std::filesystem::is_symlink(folder.file("sub/link")));
     ::stat(folder.file("f").c_str(), &after);
@@ -386,6 +394,7 @@ TEST(private_profile, keeps_the_mode_and_the_links)
     std::filesystem::create_symlink("new", folder.file("ahead"));
     EXPECT_TRUE(write(folder.file("ahead"), "s", "k", "1"));
     EXPECT_EQ(get(folder.file("new")), "[s]\nk=1\n");
+    EXPECT_EQ(faults::made_with, 0666U);
 
     EXPECT_TRUE(write(folder.file("new"), "s", "k", "1")); // as it is already
     struct stat const known = (::stat(folder.file("new").c_str(), &before), before);
@@ -407,6 +416,33 @@ TEST(private_profile, writes_into_the_file_where_the_folder_admits_no_other)
     EXPECT_EQ(get(folder.file("f")), "[s]\nk=longer\n");
     EXPECT_EQ(folder.entries(), 1);
     ::chmod(folder.name().c_str(), 0755);
+}
+
+TEST(private_profile, waits_for_no_lock_of_another_program_for_ever)
+{
+    scratch_folder const folder;
+    std::string const file = folder.file("f");
+    put(file, "[s]\nk=1\n");
+    int const other = ::open(file.c_str(), O_RDWR | O_CLOEXEC, 0);
+    ASSERT_EQ(::flock(other, LOCK_EX), 0);
+    EXPECT_TRUE(write(file, "s", "k", "2"));
+    EXPECT_EQ(read(file, "s", "k"), "2");
+    ::close(other);
+    pid_t const holder = start_process([&] {
+        struct flock whole = {};
+        whole.l_type = F_WRLCK;
+        int const held = ::open(file.c_str(), O_RDWR | O_CLOEXEC, 0);
+        return ::fcntl(held, F_SETLK, &whole) == 0 && ::raise(SIGSTOP) == 0;
+    });
+    int status = 0;
+    ASSERT_EQ(::waitpid(holder, &status, WUNTRACED), holder);
+    ASSERT_TRUE(WIFSTOPPED(status));
+    EXPECT_EQ(read(file, "s", "k"), "2");
+    EXPECT_FALSE(write(file, "s", "k", "3"));
+    EXPECT_EQ(last_error(), error_sharing_violation);
+    ::kill(holder, SIGCONT);
+    EXPECT_TRUE(ended_well(holder));
+    EXPECT_TRUE(write(file, "s", "k", "3"));
 }
 
 // Each call of the host's in turn fails, for a file that is replaced, a new one, and one that is
@@ -562,8 +598,8 @@ TEST(private_profile, shows_readers_whole_states_only)
             return std::string(500 + static_cast<std::size_t>(n) % 7 * 300,
                                static_cast<char>('a' + n % 26));
         };
-        write(file, "s", "k", value(0));
-        write(file, "s", "z", "end");
+        put(file, std::string("[s]\nf=").append(32'252, 'f') + "\nk=" + value(0) + "\nz=end\n");
+        ASSERT_EQ(get(file).size(), 32'768U); // whole blocks, so that an end shows only behind them
         if (overwritten) {
             std::filesystem::create_hard_link(file, folder.file("twin"));
         }

@@ -21,7 +21,7 @@
 namespace zel::platform {
 
 /// Finds an entry in one walk over the file, which is neither locked against writers that replace
-/// it nor kept. Allocates nothing.
+/// it nor kept. A file that another program locks is read as it is found. Allocates nothing.
 /// \param buffer  receives the value, or `default_value` as it was given when there is no such
 ///                entry, either of them cut to `size - 1` bytes, and a terminator.
 /// \returns the bytes in front of the terminator.
@@ -70,7 +70,10 @@ struct private_profile_entry {
 /// bytes back, but a kill in the middle leaves a part. A read-only file is not written. A write
 /// that changes nothing leaves the file alone.
 ///
-/// Writers take turns by locks that end with their process, on the temporary file and on the file.
+/// Writers take turns by locks that end with their process, on the temporary file and far behind
+/// the end of the file; a process that is stopped in the middle keeps the others waiting. Locks of
+/// other programs are of no concern (`flock`, `fcntl` on the content), but for one by `fcntl` on
+/// all of the file: after two seconds of that the write fails with `error_sharing_violation`.
 /// \returns false when an entry was not written; a refused entry (one whose text could not be found
 ///          again as that entry) does not keep the others from being written.
 /// \throws std::bad_alloc  with nothing written.

@@ -26,15 +26,23 @@ namespace {
 
 // Locks, all of them ended by the kernel with the process that holds them:
 //
-//   on                 kind               held by
-//   the temporary file flock              who writes by replacing the file, for all of it
-//   the file           OFD, byte ranges   whoever writes, from reading to the end
-//   the file           flock, exclusive   who overwrites in place, while the bytes change
-//   the file           flock, shared      who reads
+//   on                 kind                  held by
+//   the temporary file flock                 who writes by replacing the file, for all of it
+//   the file           OFD, `writers_byte`   whoever writes, from reading to the end
+//   the file           OFD, `content_byte`   exclusive: who overwrites in place, while the bytes
+//                                            change; shared: who reads
 //
 // taken in this order, and by threads that nobody stops or ends meanwhile. Replacing a file keeps
 // no reader waiting. None is left to `close`: a child that another thread forks meanwhile shares
 // the open file, and with it the lock.
+//
+// The bytes lie behind every file's end, where no other program locks one by itself: whoever locks
+// the file with `flock`, or its content with `fcntl`, is not in the way. Who locks the whole of it
+// with `fcntl` is, and may keep it for ever.
+
+constexpr off_t writers_byte = 0x7A65'6C00'0000'0000;
+constexpr off_t content_byte = writers_byte + 2; // neighbours would become one lock
+constexpr int writers_patience = 2000; // milliseconds that a write waits for other programs' locks
 
 constexpr std::int64_t size_limit = std::int64_t{1} << 30;
 constexpr bool flush = ZEL_PROFILE_SYNC;
@@ -103,19 +111,75 @@ descriptor open_file(char const * name, int access, struct stat & facts) noexcep
     return file;
 }
 
-/// Lets go of an `flock` at the end of a block.
-class flock_release {
+/// A lock on one byte, until the end of a block.
+class byte_lock {
 public:
-    explicit flock_release(descriptor const & file) noexcept
+    byte_lock(descriptor const & file, off_t byte) noexcept
         : file_(file)
+        , byte_(byte)
     {
     }
-    flock_release(flock_release const &) = delete;
-    flock_release & operator=(flock_release const &) = delete;
-    ~flock_release() { ::flock(file_.number(), LOCK_UN); }
+    byte_lock(byte_lock const &) = delete;
+    byte_lock & operator=(byte_lock const &) = delete;
+    ~byte_lock() { unlock(); }
+
+    /// Waits as long as it takes for those who lock this very byte, and `patience` milliseconds for
+    /// others.
+    /// \param kind  `F_RDLCK` or `F_WRLCK`.
+    /// \returns false with `errno` set; `EBUSY` when others have not let go.
+    bool lock(short kind, int patience) noexcept
+    {
+        for (int waited = 0;;) {
+            struct flock wanted = description(kind);
+            locked_ = set(F_OFD_SETLK, wanted);
+            if (locked_ || (errno != EAGAIN && errno != EACCES) || !set(F_OFD_GETLK, wanted)) {
+                return locked_;
+            }
+            if (wanted.l_type == F_UNLCK) { // it has become free meanwhile
+                continue;
+            }
+            if (wanted.l_pid == -1 && wanted.l_start == byte_ && wanted.l_len == 1) {
+                wanted = description(kind);
+                return locked_ = set(F_OFD_SETLKW, wanted);
+            }
+            if (waited++ == patience) {
+                errno = EBUSY;
+                return false;
+            }
+            timespec const pause{0, 1'000'000};
+            ::nanosleep(&pause, nullptr);
+        }
+    }
+
+    void unlock() noexcept
+    {
+        if (locked_) {
+            int const reason = errno;
+            struct flock wanted = description(F_UNLCK);
+            set(F_OFD_SETLK, wanted);
+            locked_ = false;
+            errno = reason;
+        }
+    }
 
 private:
+    struct flock description(short kind) const noexcept
+    {
+        struct flock result = {};
+        result.l_type = kind;
+        result.l_whence = SEEK_SET;
+        result.l_start = byte_;
+        result.l_len = 1;
+        return result;
+    }
+    bool set(int command, struct flock & wanted) const noexcept
+    {
+        return retried([&] { return ::fcntl(file_.number(), command, &wanted); }) == 0;
+    }
+
     descriptor const & file_;
+    off_t const byte_;
+    bool locked_ = false;
 };
 
 bool same_file(struct stat const & a, struct stat const & b) noexcept
@@ -134,9 +198,10 @@ bool find_value(std::string_view section, std::string_view name, value_sink & si
     if (!file) {
         return fail_with_errno();
     }
-    // Where there are no locks nobody overwrites under one.
-    retried([&] { return ::flock(file.number(), LOCK_SH); });
-    flock_release const release(file);
+    // Where there are no locks nobody overwrites under one; what another program locks is read as
+    // it is found.
+    byte_lock content(file, content_byte);
+    content.lock(F_RDLCK, 0);
 
     entry_finder finder(section, name, sink);
     char block[32 * 1024];
@@ -146,9 +211,11 @@ bool find_value(std::string_view section, std::string_view name, value_sink & si
             return fail_with_errno();
         }
         done += count;
-        // Files whose size is not known beforehand say 0, and a read of nothing ends them.
-        if (count == 0 || finder.feed({block, static_cast<std::size_t>(count)})
-            || done == facts.st_size) {
+        // Files whose size is not known beforehand say 0, and a read of nothing ends them. A full
+        // block may have more behind it than there was when the file was opened.
+        auto const size = static_cast<std::size_t>(count);
+        if (size == 0 || finder.feed({block, size})
+            || (done == facts.st_size && size < sizeof block)) {
             return finder.found() || fail(error_file_not_found);
         }
     }
@@ -240,9 +307,9 @@ public:
     {
         std::size_t const front = place.rfind('/') + 1;
         // Writers whose long names begin alike share a gate, which only makes them take turns.
-        constexpr std::size_t longest = NAME_MAX - 9;
-        name_.append(place, 0, front).append(".").append(place, front, longest);
-        name_.append(".profile");
+        constexpr std::string_view suffix = ".zel-write"; // nobody names settings like that
+        constexpr std::size_t longest = NAME_MAX - 1 - suffix.size();
+        name_.append(place, 0, front).append(".").append(place, front, longest).append(suffix);
     }
     temporary_file(temporary_file const &) = delete;
     temporary_file & operator=(temporary_file const &) = delete;
@@ -256,11 +323,15 @@ public:
     }
 
     /// Waits for those who have it, and makes a new one.
-    bool create() noexcept
+    /// \param for_new_file  whether it gets the rights of a new file; else nobody but the owner may
+    ///                      open it, who could otherwise read secrets that are written later.
+    bool create(bool for_new_file) noexcept
     {
+        for_new_file_ = for_new_file;
+        mode_t const mode = for_new_file ? 0666 : 0600;
         for (;;) {
             file_ = descriptor(retried(
-                [&] { return ::open(name_.c_str(), O_RDWR | O_CREAT | O_EXCL | options, 0666); }));
+                [&] { return ::open(name_.c_str(), O_RDWR | O_CREAT | O_EXCL | options, mode); }));
             if (file_) {
                 if (lock(file_.number())) {
                     return true;
@@ -277,8 +348,9 @@ public:
         }
     }
 
-    int number() const noexcept { return file_.number(); }
     bool exists() const noexcept { return static_cast<bool>(file_); }
+    bool is_for_new_file() const noexcept { return for_new_file_; }
+    int number() const noexcept { return file_.number(); }
 
     /// Takes over what else belongs to a file.
     bool imitate(struct stat const & old) noexcept
@@ -349,6 +421,7 @@ private:
 
     std::string name_;
     descriptor file_;
+    bool for_new_file_ = false;
 };
 
 /// Whether something belongs to the file that `imitate` does not take over: an access control list,
@@ -373,10 +446,10 @@ bool has_attributes(int file) noexcept
 bool overwrite(descriptor const & target, std::string_view before, std::string_view after) noexcept
 {
     int const file = target.number();
-    if (retried([&] { return ::flock(file, LOCK_EX); }) != 0) {
+    byte_lock content(target, content_byte);
+    if (!content.lock(F_WRLCK, writers_patience)) {
         return false;
     }
-    flock_release const release(target);
     std::size_t const common = std::min(before.size(), after.size());
     auto const differs = std::mismatch(
         before.begin(), before.begin() + static_cast<std::ptrdiff_t>(common), after.begin());
@@ -393,26 +466,12 @@ bool overwrite(descriptor const & target, std::string_view before, std::string_v
     return done;
 }
 
-bool set_writers_lock(int file, short kind, int command) noexcept
-{
-    struct flock whole = {};
-    whole.l_type = kind;
-    whole.l_whence = SEEK_SET;
-    return retried([&] { return ::fcntl(file, command, &whole); }) == 0;
-}
-
 /// The file that is being written, with the writers' lock on it.
 class locked_file {
 public:
     locked_file() noexcept = default;
     locked_file(locked_file const &) = delete;
     locked_file & operator=(locked_file const &) = delete;
-    ~locked_file()
-    {
-        if (locked_) {
-            set_writers_lock(file_.number(), F_UNLCK, F_OFD_SETLK);
-        }
-    }
 
     /// \returns false with `errno` set; `ENOENT` when there is no file.
     bool open(std::string const & place) noexcept
@@ -426,35 +485,33 @@ public:
                 errno = EACCES; // read-only, which the host does not tell the superuser
                 return false;
             }
-            if (!set_writers_lock(file_.number(), F_WRLCK, F_OFD_SETLKW)) {
+            if (!lock_.lock(F_WRLCK, writers_patience)) {
                 return false;
             }
-            locked_ = true;
             struct stat there;
             if (::stat(place.c_str(), &there) == 0 && same_file(facts_, there)) {
                 return ::fstat(file_.number(), &facts_) == 0; // the size may be another by now
             }
             // It was replaced or removed while this waited.
-            set_writers_lock(file_.number(), F_UNLCK, F_OFD_SETLK);
-            locked_ = false;
+            lock_.unlock();
         }
     }
 
-    explicit operator bool() const noexcept { return locked_; }
+    explicit operator bool() const noexcept { return static_cast<bool>(file_); }
     descriptor const & file() const noexcept { return file_; }
     struct stat const & facts() const noexcept { return facts_; }
 
     /// Whether the temporary file can take its place without a loss.
     bool replaceable_by(temporary_file & temporary) const noexcept
     {
-        return temporary.exists() && facts_.st_nlink == 1 && !has_attributes(file_.number())
-            && temporary.imitate(facts_);
+        return temporary.exists() && !temporary.is_for_new_file() && facts_.st_nlink == 1
+            && !has_attributes(file_.number()) && temporary.imitate(facts_);
     }
 
 private:
     descriptor file_;
     struct stat facts_ = {};
-    bool locked_ = false;
+    byte_lock lock_{file_, writers_byte};
 };
 
 /// Writes all entries.
@@ -468,7 +525,8 @@ bool rewrite(std::span<private_profile_entry const> entries, char const * file_n
     }
     temporary_file temporary(place);
     int obstacle = 0; // why there can be no new file
-    if (!temporary.create()) {
+    struct stat there;
+    if (!temporary.create(::stat(place.c_str(), &there) != 0)) {
         obstacle = errno;
         if (obstacle != EACCES && obstacle != EPERM && obstacle != EROFS) {
             return false;
