@@ -286,6 +286,28 @@ TEST_F(on_a_file, writes_what_single_calls_would_have_written)
     EXPECT_EQ(alone->writes, 9); // three at each commit, and once more at the first destruction
 }
 
+TEST_F(on_a_file, writes_each_section_to_the_store_that_it_was_given)
+{
+    std::string const other = folder.file("other.ini");
+    auto_ptr<with_keys> derived(new with_keys(file));
+    derived->insertKey(
+        new with_keys::cached_key("there", new zel::ini_file(zel::from_native(other).c_str())));
+    for (char const * const section : {"here", "there"}) {
+        derived->write_int(section, "k", 1);
+    }
+    derived->commit();
+    for (int const last : {1, 2}) {
+        std::string const rest = "]\nk=" + std::to_string(last) + "\n";
+        EXPECT_EQ(get(name), "[here" + rest);
+        EXPECT_EQ(get(other), "[there" + rest);
+        if (derived != nullptr) {
+            derived->write_int("here", "k", 2);
+            derived->write_int("there", "k", 2);
+            derived = nullptr;
+        }
+    }
+}
+
 TEST_F(on_a_file, keeps_truth_values_as_numbers)
 {
     put(name, "[s]\ntrue=true\none=1\ntwo=2\n");

@@ -46,6 +46,7 @@ public:
     /// Fetches a block from the store below and keeps it.
     auto_ptr<cached_value> load_binary(string const & section, string const & entry);
 
+    bool writes_to(iprofile const * store) const noexcept { return profile_.get() == store; }
     /// Adds the dirty entries to those of one commit, and is told when they have been written.
     void append_writes(std::vector<profile_write> & writes) const;
     void written() noexcept;

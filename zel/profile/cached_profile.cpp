@@ -106,22 +106,25 @@ void cached_profile::read_binary(string const & section, string const & key, voi
 
 void cached_profile::commit()
 {
-    if (takes_batches(profile.get())) {
+    bool const together = takes_batches(profile.get());
+    if (together) {
         commit_together(false);
-        return;
     }
     // By position, since the store may be one that comes back here and adds sections.
     for (std::size_t i = 0; i < keys.size(); ++i) {
-        keys[i].get()->commit();
+        if (!together || !keys[i].get()->writes_to(profile.get())) {
+            keys[i].get()->commit();
+        }
     }
 }
 
-/// Writes what is dirty in all sections with one call.
+/// Writes what is dirty with one call, but for sections that a derived class gave another store.
 /// \param last  for sections that end with this object; what others hold still waits for them.
 void cached_profile::commit_together(bool last)
 {
-    auto const takes_part
-        = [&](auto_ptr<cached_key> const & key) { return !last || key.get()->ref_count() == 1; };
+    auto const takes_part = [&](auto_ptr<cached_key> const & key) {
+        return key.get()->writes_to(profile.get()) && (!last || key.get()->ref_count() == 1);
+    };
     std::vector<profile_write> writes;
     for (auto const & key : keys) {
         if (takes_part(key)) {
@@ -155,7 +158,7 @@ auto_ptr<cached_profile::cached_key> cached_profile::getKey(string const & secti
 /// `getKey` without a reference of the caller's own: sections stay as long as this object.
 cached_profile::cached_key & cached_profile::key_of(string const & section)
 {
-    if (last_used_ == nullptr || last_used_->name_view() != section) {
+    if (last_used_ == nullptr || !index_.equal(last_used_->name_view(), section)) {
         cached_key * found = index_.find(section);
         if (found == nullptr) {
             auto_ptr<cached_key> const added(found = new cached_key(section, profile));

@@ -55,6 +55,24 @@ public:
         take({hash_of(added->name_view()), added});
     }
 
+    /// Without a call for names of ordinary lengths.
+    static bool equal(std::string_view a, std::string_view b) noexcept
+    {
+        std::size_t const size = a.size();
+        if (size != b.size()) {
+            return false;
+        }
+        if (size > 16) {
+            return std::memcmp(a.data(), b.data(), size) == 0;
+        }
+        if (size > 8) { // two halves that overlap
+            return word<std::uint64_t>(a.data()) == word<std::uint64_t>(b.data())
+                && word<std::uint64_t>(a.data() + size - 8)
+                == word<std::uint64_t>(b.data() + size - 8);
+        }
+        return short_word(a.data(), size) == short_word(b.data(), size);
+    }
+
 private:
     struct slot {
         std::uint64_t hash = 0;
@@ -99,24 +117,6 @@ private:
         }
         hash = (hash ^ short_word(name.data(), name.size())) * multiplier;
         return hash ^ hash >> 32;
-    }
-
-    /// Without a call for names of ordinary lengths.
-    static bool equal(std::string_view a, std::string_view b) noexcept
-    {
-        std::size_t const size = a.size();
-        if (size != b.size()) {
-            return false;
-        }
-        if (size > 16) {
-            return std::memcmp(a.data(), b.data(), size) == 0;
-        }
-        if (size > 8) { // two halves that overlap
-            return word<std::uint64_t>(a.data()) == word<std::uint64_t>(b.data())
-                && word<std::uint64_t>(a.data() + size - 8)
-                == word<std::uint64_t>(b.data() + size - 8);
-        }
-        return short_word(a.data(), size) == short_word(b.data(), size);
     }
 
     template <typename integer> static integer word(char const * bytes) noexcept

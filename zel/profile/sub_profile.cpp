@@ -95,10 +95,12 @@ void sub_profile::read_binary(string const & section, string const & key, void *
 
 string sub_profile::formPath(string const & section)
 {
-    string joined;
-    joined.resize(path.size() + 1 + section.size(), '\\');
-    path.copy(joined.data(), path.size());
-    section.copy(joined.data() + path.size() + 1, section.size());
+    string joined(path);
+    if (std::size_t const size = path.size() + 1 + section.size(); size > joined.capacity()) {
+        joined.reserve(size);
+    }
+    joined += '\\';
+    joined += section;
     return joined;
 }
 
