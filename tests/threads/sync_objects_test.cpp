@@ -63,8 +63,6 @@ TEST(sync_objects, raise_where_nothing_is_made_opened_or_held)
         {[&] { mutex.unlock(); }, no_handle},
         {[&] { units.lock(0); }, no_handle},
         {[&] { units.unlock(); }, no_handle},
-        {[&] { throw zel::sync_obj::exception(zel::sync_obj::exception::failed_to_release, "x"); },
-         "Zel Sync Exception: failed to release x"},
     };
     for (auto const & row : rows) {
         SCOPED_TRACE(&row - rows);
@@ -81,11 +79,11 @@ TEST(crit_sect, is_one_threads_at_a_time)
 {
     time_limit const limit(20);
     zel::crit_sect section;
-    EXPECT_TRUE(section.lock(0) && section.try_lock()); // the holder may take it again
-    on_another_thread([&] { EXPECT_FALSE(section.try_lock()); });
-    EXPECT_TRUE(section.unlock());
     std::atomic<bool> given_back{false};
+    EXPECT_TRUE(section.lock(0) && section.try_lock()); // the holder may take it again
+    EXPECT_TRUE(section.unlock());
     std::thread waiter([&] {
+        EXPECT_FALSE(section.try_lock());
         EXPECT_TRUE(section.lock(0)); // the time has no effect: it waits
         EXPECT_TRUE(given_back && section.unlock());
     });
@@ -93,7 +91,6 @@ TEST(crit_sect, is_one_threads_at_a_time)
     given_back = true;
     section.unlock();
     waiter.join();
-    EXPECT_TRUE(section.try_lock());
 }
 
 TEST(event, lets_one_through_or_everyone)

@@ -9,9 +9,6 @@
 #include <thread>
 #include <vector>
 
-#include <sys/resource.h>
-#include <unistd.h>
-
 namespace {
 
 using namespace zel::platform;
@@ -93,24 +90,6 @@ TEST(thread_obj_ex, serves_the_queue_until_the_thread_has_ended)
     EXPECT_TRUE(peek_message(left, window, plain, plain, peek_remove));
     EXPECT_FALSE(peek_message(left, nullptr, 0, 0, 0));
     EXPECT_TRUE(destroy_window(window));
-}
-
-TEST(thread_obj_ex, uses_no_time_while_nothing_happens)
-{
-    time_limit const limit(20);
-    gate thread;
-    thread.start();
-    std::thread opener([&] {
-        std::this_thread::sleep_for(std::chrono::milliseconds(300));
-        thread.open();
-    });
-    ::rusage before{};
-    ::rusage after{};
-    ::getrusage(RUSAGE_THREAD, &before);
-    thread.wait_msg_loop();
-    ::getrusage(RUSAGE_THREAD, &after);
-    opener.join();
-    EXPECT_LE(after.ru_nvcsw - before.ru_nvcsw, 3); // slept through
 }
 
 } // namespace
