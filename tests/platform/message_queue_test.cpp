@@ -106,11 +106,6 @@ TEST(message_queue, hands_out_what_was_posted_and_dispatches_it)
     EXPECT_EQ(dispatch_message_w(message), 0); // no window, no procedure
     EXPECT_EQ(drain(), numbers{user + 2});
     EXPECT_TRUE(destroy_window(window));
-    for (unsigned int const key : {0x100U, 0x101U, 0x104U, 0x105U}) {
-        message.message = key;
-        EXPECT_TRUE(translate_message(message));
-    }
-    EXPECT_FALSE(translate_message({nullptr, 0x102, 0, 0, 0, {0, 0}}));
 }
 
 TEST(message_queue, filters_by_window_and_range)
