@@ -261,6 +261,9 @@ bool run(options const & wanted)
     }
     broken->wait();
     here.waiting->wait();
+    if (here.terminated) {
+        here.waiting->dec_ref(); // the thread's own, which it cannot give back any more
+    }
     here.counting->end();
     here.counting->wait();
     platform::destroy_window(window);
