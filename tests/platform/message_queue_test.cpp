@@ -6,7 +6,6 @@
 #include "zel/platform/message_queue.h"
 #include "zel/platform/threads.h"
 
-#include "tests/sanitizers.h"
 #include "tests/time_limit.h"
 #include <atomic>
 #include <functional>
@@ -229,37 +228,6 @@ TEST(message_queue, ends_with_its_thread)
             EXPECT_EQ(error_of(destroy_window(window)), 1400U);
         }).join();
     }
-}
-
-TEST(message_queue, outlives_threads_that_are_terminated_at_any_moment)
-{
-    SKIP_IF_THREADS_CANNOT_BE_STOPPED();
-    time_limit const limit(60);
-    window_handle const window = create_window(sum);
-    for (unsigned int round = 0; round < 300; ++round) {
-        std::atomic<std::uint32_t> id{0};
-        void * const thread = begin_thread(
-            [](void * to) -> unsigned int {
-                tagMSG message{};
-                while (true) {
-                    post_message(to, user, 0, 0);
-                    post_message(create_window(sum), user, 0, 0);
-                    while (peek_message(message, nullptr, 0, 0, peek_remove)) { }
-                }
-            },
-            window, &id);
-        tagMSG message{};
-        for (unsigned int seen = 0; seen <= round % 50;) {
-            seen += get_message_a(message, nullptr, 0, 0) == 1;
-        }
-        EXPECT_TRUE(terminate_thread(thread, 0));
-        EXPECT_TRUE(close_thread(thread));
-        EXPECT_EQ(error_of(post_thread_message(id, user, 0, 0)), 1444U);
-        drain();
-        ASSERT_TRUE(post_message(window, user, 0, 0)); // nobody has taken the lock along
-        EXPECT_EQ(drain(), numbers{user});
-    }
-    EXPECT_TRUE(destroy_window(window));
 }
 
 TEST(message_queue, a_window_takes_its_messages_along)
