@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "zel/core/object.h"
 
+#include "tests/threads_at_once.h"
 #include "zel/core/auto_buffer.h"
 #include "zel/core/auto_ptr.h"
 #include "zel/core/exception.h"
@@ -8,7 +9,6 @@
 #include <atomic>
 #include <gtest/gtest.h>
 #include <memory>
-#include <thread>
 #include <type_traits>
 #include <unordered_set>
 #include <utility>
@@ -150,25 +150,17 @@ TEST(auto_ptr, is_deleted_by_exactly_one_of_many_threads)
 {
     std::atomic<int> deaths = 0;
     for (int round = 0; round < 300; ++round) {
-        std::atomic<int> ready = 0;
-        std::vector<std::thread> threads;
         auto_ptr<counted> shared(new counted(deaths));
-        for (int t = 0; t < 8; ++t) {
-            threads.emplace_back([&ready, mine = shared]() mutable {
-                for (++ready; ready < 8;) {
-                    std::this_thread::yield();
-                }
-                for (int i = 0; i < 100; ++i) {
-                    auto_ptr<counted> const copy = mine;
-                    EXPECT_GE(copy->ref_count(), 1U);
-                }
-                mine = nullptr;
-            });
-        }
+        std::vector<auto_ptr<counted>> of_each(8, shared);
         shared = nullptr;
-        for (auto & thread : threads) {
-            thread.join();
-        }
+        run_at_once(8, [&](int thread) {
+            auto_ptr<counted> & mine = of_each[static_cast<std::size_t>(thread)];
+            for (int i = 0; i < 100; ++i) {
+                auto_ptr<counted> const copy = mine;
+                EXPECT_GE(copy->ref_count(), 1U);
+            }
+            mine = nullptr;
+        });
         EXPECT_EQ(deaths, round + 1);
     }
 }

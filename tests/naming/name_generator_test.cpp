@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: MIT
 #include "zel/naming/name_generator.h"
 
+#include "tests/threads_at_once.h"
 #include <atomic>
 #include <gtest/gtest.h>
 #include <random>
 #include <sstream>
-#include <thread>
 
 namespace {
 
@@ -211,17 +211,11 @@ TEST(name_generator, holds_its_promises_for_any_name)
     }
     EXPECT_EQ(shortener.abbreviate(names[0], 1999), zel::string(1999, 'A'));
     std::atomic<int> differences{0};
-    std::vector<std::thread> threads;
-    for (int t = 0; t < 8; ++t) {
-        threads.emplace_back([&] {
-            for (std::size_t i = 0; i < names.size(); ++i) {
-                differences += shortener.abbreviate(names[i], target_of(i)) != expected[i];
-            }
-        });
-    }
-    for (auto & thread : threads) {
-        thread.join();
-    }
+    run_at_once(8, [&](int) {
+        for (std::size_t i = 0; i < names.size(); ++i) {
+            differences += shortener.abbreviate(names[i], target_of(i)) != expected[i];
+        }
+    });
     EXPECT_EQ(differences, 0);
 }
 

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "zel/text/crc32.h"
 
+#include "tests/threads_at_once.h"
 #include "zel/text/crc32_kernels.h"
 #include <algorithm>
 #include <atomic>
@@ -8,8 +9,6 @@
 #include <memory>
 #include <random>
 #include <string_view>
-#include <thread>
-#include <vector>
 
 namespace {
 
@@ -105,20 +104,8 @@ TEST(crc32, gives_the_published_check_values)
 // A program of its own under ctest, so that the calls are the first ones.
 TEST(crc32, takes_its_first_call_from_many_threads_at_once)
 {
-    std::atomic<int> waiting{8};
     std::atomic<int> right{0};
-    std::vector<std::thread> threads;
-    for (int i = 0; i < 8; ++i) {
-        threads.emplace_back([&] {
-            for (--waiting; waiting != 0;) {
-                std::this_thread::yield();
-            }
-            right += checksum("123456789") == -873187034 ? 1 : 0;
-        });
-    }
-    for (std::thread & thread : threads) {
-        thread.join();
-    }
+    run_at_once(8, [&](int) { right += checksum("123456789") == -873187034 ? 1 : 0; });
     EXPECT_EQ(right, 8);
 }
 

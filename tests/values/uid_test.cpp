@@ -1,13 +1,13 @@
 // SPDX-License-Identifier: MIT
 #include "zel/values/uid.h"
 
+#include "tests/threads_at_once.h"
 #include <algorithm>
 #include <cstring>
 #include <gtest/gtest.h>
 #include <sstream>
 #include <sys/mman.h>
 #include <sys/wait.h>
-#include <thread>
 #include <unistd.h>
 #include <unordered_set>
 #include <vector>
@@ -86,26 +86,18 @@ TEST(uid, is_of_version_4_and_random_everywhere_else)
     }
 }
 
-constexpr std::size_t threads_each = 8;
 constexpr std::size_t ids_a_thread = 62'500;
+constexpr std::size_t ids_a_process = 50 + 8 * ids_a_thread;
 
 // What the calling thread still has at hand, then what eight threads make.
 std::vector<uid> create_many()
 {
-    std::vector<uid> made(50 + threads_each * ids_a_thread);
-    auto const create = [&made](std::size_t from, std::size_t count) {
-        for (std::size_t i = from; i < from + count; ++i) {
-            made[i].create();
-        }
-    };
-    create(0, 50);
-    std::vector<std::thread> threads;
-    for (std::size_t i = 0; i < threads_each; ++i) {
-        threads.emplace_back(create, 50 + i * ids_a_thread, ids_a_thread);
-    }
-    for (std::thread & thread : threads) {
-        thread.join();
-    }
+    std::vector<uid> made(ids_a_process);
+    std::for_each(made.begin(), made.begin() + 50, [](uid & id) { id.create(); });
+    run_at_once(8, [&](int thread) {
+        uid * const own = made.data() + 50 + static_cast<std::size_t>(thread) * ids_a_thread;
+        std::for_each(own, own + ids_a_thread, [](uid & id) { id.create(); });
+    });
     return made;
 }
 
@@ -113,14 +105,14 @@ TEST(uid, never_repeats_in_eight_threads_of_two_processes)
 {
     uid first;
     first.create(); // from here on this thread has bytes at hand that a child must not use
-    constexpr std::size_t own = 50 + threads_each * ids_a_thread;
-    void * const shared = ::mmap(nullptr, own * sizeof(uid), PROT_READ | PROT_WRITE,
-                                 MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+    constexpr std::size_t size = ids_a_process * sizeof(uid);
+    void * const shared
+        = ::mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
     ASSERT_NE(shared, MAP_FAILED);
     pid_t const child = ::fork();
     ASSERT_GE(child, 0);
     if (child == 0) {
-        std::memcpy(shared, create_many().data(), own * sizeof(uid));
+        std::memcpy(shared, create_many().data(), size);
         ::_exit(0);
     }
     std::vector<uid> all = create_many();
@@ -128,9 +120,9 @@ TEST(uid, never_repeats_in_eight_threads_of_two_processes)
     ASSERT_EQ(::waitpid(child, &status, 0), child);
     ASSERT_EQ(status, 0);
     auto const * const of_child = static_cast<uid const *>(shared);
-    all.insert(all.end(), of_child, of_child + own);
+    all.insert(all.end(), of_child, of_child + ids_a_process);
     all.push_back(first);
-    ::munmap(shared, own * sizeof(uid));
+    ::munmap(shared, size);
     std::sort(all.begin(), all.end());
     EXPECT_EQ(std::adjacent_find(all.begin(), all.end()), all.end());
 }

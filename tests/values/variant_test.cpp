@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "zel/values/variant.h"
 
+#include "tests/locale_for_a_test.h"
 #include <atomic>
 #include <bit>
 #include <charconv>
@@ -428,24 +429,12 @@ void expect_the_matrix()
     }
 }
 
-// While it lives, the runtime has a decimal comma. ctest names the folder that holds the locale.
-struct decimal_comma {
-    static constexpr char name[] = "de_DE.UTF-8";
-
-    decimal_comma()
-    {
-        EXPECT_NE(std::setlocale(LC_ALL, name), nullptr) << "LOCPATH lacks " << name;
-    }
-    decimal_comma(decimal_comma const &) = delete;
-    decimal_comma & operator=(decimal_comma const &) = delete;
-    ~decimal_comma() { std::setlocale(LC_ALL, "C"); }
-};
-
 TEST(variant_conversion, follows_the_matrix) { expect_the_matrix(); }
 
 TEST(variant_conversion, follows_the_matrix_under_a_decimal_comma_too)
 {
-    decimal_comma const locale;
+    locale_for_a_test const comma("de_DE.UTF-8");
+    ASSERT_TRUE(comma.set) << "LOCPATH lacks it";
     expect_the_matrix();
 }
 
@@ -486,12 +475,13 @@ TEST(variant_conversion, equals_the_runtime_on_any_text_and_number)
 
 TEST(variant_conversion, does_not_look_at_a_locale_that_another_thread_changes)
 {
-    decimal_comma const locale;
+    locale_for_a_test const comma("de_DE.UTF-8");
+    ASSERT_TRUE(comma.set) << "LOCPATH lacks it";
     std::atomic<bool> done = false;
     std::atomic<int> changes = 0;
     std::thread changer([&] {
         for (; !done; ++changes) {
-            std::setlocale(LC_ALL, changes % 2 == 0 ? "C" : decimal_comma::name);
+            std::setlocale(LC_ALL, changes % 2 == 0 ? "C" : "de_DE.UTF-8");
         }
     });
     // Each of the texts takes another of the ways to a number.
