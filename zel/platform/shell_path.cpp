@@ -3,14 +3,9 @@
 
 #include "zel/text/ascii.h"
 #include <algorithm>
-#include <bit>
 #include <cstddef>
 #include <cstring>
 #include <string_view>
-
-#ifdef __SSE2__
-#include <emmintrin.h>
-#endif
 
 namespace zel::platform {
 namespace {
@@ -23,12 +18,6 @@ constexpr std::size_t longest = max_path - 1; // bytes of a text without its ter
 // What a result is composed in before it replaces anything: two whole texts and the separators
 // and dots between and around them. Only what is left in the end has to fit into a path.
 using work_area = char[2 * max_path + 8];
-
-/// What the order of two bytes goes by.
-constexpr unsigned char fold(char c) noexcept
-{
-    return static_cast<unsigned char>(ascii::lower(c));
-}
 
 constexpr bool begins_with_drive(std::string_view text) noexcept
 {
@@ -97,10 +86,18 @@ constexpr bool is_bare_drive(std::string_view root) noexcept
 /// Takes the component in front off `rest`, and with it all separators in front and behind.
 constexpr std::string_view take_component(std::string_view & rest) noexcept
 {
-    rest.remove_prefix(std::min(rest.find_first_not_of('\\'), rest.size()));
-    std::string_view const component = rest.substr(0, rest.find('\\'));
-    rest.remove_prefix(component.size());
-    rest.remove_prefix(std::min(rest.find_first_not_of('\\'), rest.size()));
+    auto const skip = [&rest](bool separators) {
+        std::size_t size = 0; // components are short: nothing is gained by a call
+        while (size < rest.size() && (rest[size] == '\\') == separators) {
+            ++size;
+        }
+        std::string_view const skipped = rest.substr(0, size);
+        rest.remove_prefix(size);
+        return skipped;
+    };
+    skip(true);
+    std::string_view const component = skip(false);
+    skip(true);
     return component;
 }
 
@@ -214,14 +211,32 @@ std::string_view fold_server(std::string_view text, char * area) noexcept
     return {area, size};
 }
 
+/// True for most texts that are canonical; a false is not the last word.
+bool is_canonical(std::string_view text) noexcept
+{
+    if (begins_with_server(text)) {
+        return false;
+    }
+    std::size_t const drive = begins_with_drive(text) ? 2 : 0;
+    text.remove_prefix(drive + (text.substr(drive).starts_with('\\') ? 1 : 0));
+    char previous = '\\';
+    for (char const c : text) {
+        if (previous == '\\' && (c == '.' || c == '\\')) {
+            return false;
+        }
+        previous = c;
+    }
+    return true;
+}
+
 bool canonicalize(char * result, std::string_view source) noexcept
 {
-    char folded[max_path];
-    source = fold_server(source, folded);
-    if (source.empty()) {
-        *result = '\0';
+    if (is_canonical(source)) {
+        store(result, source);
         return true;
     }
+    char folded[max_path];
+    source = fold_server(source, folded);
     std::size_t const root = root_length(source);
     canonical_text text(source.substr(0, root));
     text.add(source.substr(root));
@@ -331,62 +346,6 @@ bool match_wild_cards(std::string_view name, std::string_view pattern) noexcept
         p += i;
     }
 }
-
-#ifdef __SSE2__
-using block = __m128i;
-
-block load(char const * text) noexcept
-{
-    return _mm_loadu_si128(reinterpret_cast<block const *>(text));
-}
-
-/// 16 bytes of the first text, each made 0 where the second has another one.
-block keep_equal(char const * first, char const * second) noexcept
-{
-    constexpr char case_bit = 'a' - 'A';
-    block const a = load(first);
-    block const small = _mm_or_si128(a, _mm_set1_epi8(case_bit));
-    // Moved so that `z` is the largest signed byte, the letters are those above a limit.
-    block const letter = _mm_cmpgt_epi8(_mm_add_epi8(small, _mm_set1_epi8(127 - 'z')),
-                                        _mm_set1_epi8(127 - 'z' + 'a' - 1));
-    block const ignored = _mm_and_si128(letter, _mm_set1_epi8(case_bit));
-    block const difference = _mm_andnot_si128(ignored, _mm_xor_si128(a, load(second)));
-    return _mm_and_si128(a, _mm_cmpeq_epi8(difference, _mm_setzero_si128()));
-}
-
-/// One bit for each byte that is 0.
-unsigned int zeros(block bytes) noexcept
-{
-    return static_cast<unsigned int>(_mm_movemask_epi8(_mm_cmpeq_epi8(bytes, _mm_setzero_si128())));
-}
-
-/// The first byte that differs or ends both texts, each in an array of `max_path` bytes.
-inline unsigned int find_end_or_difference(char const * first, char const * second) noexcept
-{
-    constexpr unsigned int size = sizeof(block);
-    unsigned int i = 0;
-    for (; i + 2 * size <= max_path; i += 2 * size) {
-        block const low = keep_equal(first + i, second + i);
-        block const high = keep_equal(first + i + size, second + i + size);
-        if (zeros(_mm_min_epu8(low, high)) != 0) [[unlikely]] {
-            return i
-                + static_cast<unsigned int>(std::countr_zero(zeros(low) | zeros(high) << size));
-        }
-    }
-    i = max_path - size;
-    return i
-        + static_cast<unsigned int>(std::countr_zero(zeros(keep_equal(first + i, second + i))));
-}
-#else
-inline unsigned int find_end_or_difference(char const * first, char const * second) noexcept
-{
-    unsigned int i = 0;
-    while (first[i] != '\0' && ascii::lower(first[i]) == ascii::lower(second[i])) {
-        ++i;
-    }
-    return i;
-}
-#endif
 
 } // namespace
 
@@ -677,21 +636,28 @@ bool path_relative_path_to(char * result, char const * from, std::int32_t from_a
 
     std::string_view steps = start.substr(root);
     std::string_view shared = end.substr(root, shared_end - root);
-    bool related = root > 1; // a lone backslash leads nowhere in common
-    while (!steps.empty()) {
-        std::string_view next_steps = steps;
-        std::string_view next_shared = shared;
-        std::string_view const component = take_component(next_steps);
-        if (!equal_without_case(component, take_component(next_shared))) {
+    auto const skip_separator
+        = [](std::string_view & text) { text.remove_prefix(text.starts_with('\\') ? 1 : 0); };
+    skip_separator(steps);
+    skip_separator(shared);
+    std::size_t in_common = 0; // bytes of whole components
+    for (std::size_t i = 0;; ++i) {
+        bool const step_ends = i == steps.size() || steps[i] == '\\';
+        bool const shared_ends = i == shared.size() || shared[i] == '\\';
+        if (step_ends && shared_ends) {
+            in_common = i;
+        }
+        if (i == steps.size() || i == shared.size()
+            || (steps[i] != shared[i] && ascii::lower(steps[i]) != ascii::lower(shared[i]))) {
             break;
         }
-        related = related || !component.empty();
-        steps = next_steps;
-        shared = next_shared;
     }
-    if (!related) {
+    if (root <= 1 && in_common == 0) { // a lone backslash leads nowhere in common
         return false;
     }
+    steps.remove_prefix(in_common);
+    shared.remove_prefix(in_common);
+    skip_separator(shared);
 
     char way[max_path];
     std::size_t size = 0;
@@ -773,19 +739,6 @@ bool path_match_spec(std::string_view name, std::string_view spec) noexcept
         }
         start = end + 1;
     }
-}
-
-int path_compare(char const * first, char const * second) noexcept
-{
-    unsigned int const at = find_end_or_difference(first, second);
-    return fold(first[at]) - fold(second[at]);
-}
-
-bool path_equal(char const * first, char const * second) noexcept
-{
-    // At a difference the bytes differ in more than their case, at the end in nothing.
-    unsigned int const at = find_end_or_difference(first, second);
-    return first[at] == second[at];
 }
 
 } // namespace zel::platform

@@ -144,7 +144,7 @@ bool name_matches(std::string_view name, std::string_view pattern) noexcept;
 /// \returns below 0, 0 or above 0.
 int path_compare(char const * first, char const * second) noexcept;
 
-/// The same as a comparison that gives 0, a little faster.
+/// The same as a comparison that gives 0, and faster.
 bool path_equal(char const * first, char const * second) noexcept;
 
 } // namespace zel::platform
