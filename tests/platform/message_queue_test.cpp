@@ -27,9 +27,9 @@ void * operator new(std::size_t size, std::nothrow_t const &) noexcept
 {
     return allocations_left == 0 ? nullptr : (--allocations_left, ::operator new(size));
 }
-void * operator new[](std::size_t size, std::nothrow_t const & none) noexcept
+void * operator new[](std::size_t size, std::nothrow_t const &) noexcept
 {
-    return ::operator new(size, none);
+    return allocations_left == 0 ? nullptr : (--allocations_left, ::operator new[](size));
 }
 
 namespace {
