@@ -8,12 +8,11 @@ namespace zel::platform {
 
 /// A lock of one process that its owner may take again. All members are the functions' own.
 struct critical_section {
-    std::atomic<std::uint32_t> word; // 0 free, 1 held, 2 held and someone may sleep
-    std::uint32_t count; // holds of the owner
-    std::atomic<std::uint64_t> owner; // its number, never given twice; 0 for none
+    std::atomic<std::uint64_t> state; // the owner's number; 0 free; one more: someone may sleep
+    std::uint32_t more_holds; // of the owner, beyond the first; 0 for a free one
 };
 
-/// The calling thread's number; 0 until it is asked for.
+/// The calling thread's number, even and never given twice; 0 until it is asked for.
 [[gnu::tls_model("initial-exec")]] extern constinit thread_local std::uint64_t own_section_number;
 std::uint64_t give_section_number() noexcept;
 
@@ -30,9 +29,8 @@ inline std::uint64_t section_number() noexcept
 
 inline void initialize_critical_section(critical_section & section) noexcept
 {
-    section.word.store(0, std::memory_order_relaxed);
-    section.count = 0;
-    section.owner.store(0, std::memory_order_relaxed);
+    section.state.store(0, std::memory_order_relaxed);
+    section.more_holds = 0;
 }
 
 /// Nobody holds it or waits for it.
@@ -42,15 +40,13 @@ inline void delete_critical_section(critical_section &) noexcept { }
 inline bool try_enter_critical_section(critical_section & section) noexcept
 {
     std::uint64_t const self = section_number();
-    std::uint32_t free = 0;
-    if (section.word.compare_exchange_strong(free, 1, std::memory_order_acquire,
-                                             std::memory_order_relaxed)) {
-        section.owner.store(self, std::memory_order_relaxed);
-        section.count = 1;
+    std::uint64_t before = 0;
+    if (section.state.compare_exchange_strong(before, self, std::memory_order_acquire,
+                                              std::memory_order_relaxed)) {
         return true;
     }
-    if (section.owner.load(std::memory_order_relaxed) == self) {
-        ++section.count;
+    if ((before & ~std::uint64_t{1}) == self) {
+        ++section.more_holds;
         return true;
     }
     return false;
@@ -67,16 +63,16 @@ inline void enter_critical_section(critical_section & section) noexcept
 /// Does nothing for a thread that does not hold it.
 inline void leave_critical_section(critical_section & section) noexcept
 {
-    if (section.owner.load(std::memory_order_relaxed) != section_number()) {
+    std::uint64_t self = own_section_number;
+    if ((section.state.load(std::memory_order_relaxed) & ~std::uint64_t{1}) != self || self == 0) {
         return;
     }
-    if (--section.count != 0) {
+    if (section.more_holds != 0) {
+        --section.more_holds;
         return;
     }
-    section.owner.store(0, std::memory_order_relaxed);
-    std::uint32_t held = 1;
-    if (!section.word.compare_exchange_strong(held, 0, std::memory_order_release,
-                                              std::memory_order_relaxed)) {
+    if (!section.state.compare_exchange_strong(self, 0, std::memory_order_release,
+                                               std::memory_order_relaxed)) {
         free_section_and_wake(section);
     }
 }
