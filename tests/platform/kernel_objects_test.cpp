@@ -7,8 +7,10 @@
 #include "zel/platform/last_error.h"
 #include "zel/platform/threads.h"
 #include <atomic>
+#include <cerrno>
 #include <chrono>
 #include <cstdint>
+#include <cstring>
 #include <functional>
 #include <gtest/gtest.h>
 #include <initializer_list>
@@ -19,6 +21,7 @@
 #include <thread>
 #include <vector>
 
+#include <pthread.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -264,6 +267,46 @@ TEST(unnamed_mutex, tells_one_waiter_that_its_owner_ended)
         EXPECT_TRUE(release_mutex(others[1]) && release_mutex(others[0]));
         EXPECT_EQ(others[1].wait(0), wait_object_0) << "told once";
         release_mutex(others[1]);
+    }
+}
+
+// The host keeps one list of a thread's locks, with one place for the lock in work.
+TEST(unnamed_mutex, shares_the_hosts_list_with_the_c_librarys_locks)
+{
+    limit const seconds(20);
+    // In turn: a, b and the C library's p are taken, A, B and P given back; then the owner ends.
+    char const * const lives[] = {"a", "apP", "apPA", "ap", "pab", "abA", "abB", "apbPA", "paPAb"};
+    for (char const * const life : lives) {
+        SCOPED_TRACE(life);
+        object const mutexes[]
+            = {object(create_mutex(false, nullptr)), object(create_mutex(false, nullptr))};
+        pthread_mutex_t hosts;
+        pthread_mutexattr_t wishes;
+        ::pthread_mutexattr_init(&wishes);
+        ::pthread_mutexattr_setrobust(&wishes, PTHREAD_MUTEX_ROBUST);
+        ::pthread_mutex_init(&hosts, &wishes);
+        std::thread([&] {
+            for (char const * step = life; *step != '\0'; ++step) {
+                if (*step == 'p' || *step == 'P') {
+                    (*step == 'p' ? ::pthread_mutex_lock : ::pthread_mutex_unlock)(&hosts);
+                } else if (*step >= 'a') {
+                    EXPECT_EQ(mutexes[*step - 'a'].wait(0), wait_object_0);
+                } else {
+                    EXPECT_TRUE(release_mutex(mutexes[*step - 'A']));
+                }
+            }
+        }).join();
+        auto const is_held = [&](char taken, char given) {
+            return std::strchr(life, taken) != nullptr && std::strchr(life, given) == nullptr;
+        };
+        EXPECT_EQ(mutexes[0].wait(0), is_held('a', 'A') ? wait_abandoned : wait_object_0);
+        EXPECT_EQ(mutexes[1].wait(0), is_held('b', 'B') ? wait_abandoned : wait_object_0);
+        EXPECT_EQ(::pthread_mutex_trylock(&hosts), is_held('p', 'P') ? EOWNERDEAD : 0);
+        EXPECT_TRUE(release_mutex(mutexes[0]) && release_mutex(mutexes[1]));
+        ::pthread_mutex_consistent(&hosts);
+        ::pthread_mutex_unlock(&hosts);
+        ::pthread_mutex_destroy(&hosts);
+        ::pthread_mutexattr_destroy(&wishes);
     }
 }
 

@@ -24,9 +24,9 @@ inline std::uint32_t maximum_of(handle_slot const & slot) noexcept
 /// \name One exchange of the word, when that is all it takes
 /// \returns false when nothing was done: the function of the same job sees to it.
 /// @{
-inline bool take_free_unit(handle_slot & slot, void * handle) noexcept
+/// \param state  of the slot, just loaded.
+inline bool take_free_unit(handle_slot & slot, void * handle, std::uint64_t state) noexcept
 {
-    std::uint64_t state = slot.state.load(std::memory_order_acquire);
     return is_alive(state, handle) && word_of(state) - 1 < 0x7FFFFFFF
         && slot.state.compare_exchange_strong(state, state - 1, std::memory_order_acquire,
                                               std::memory_order_relaxed);

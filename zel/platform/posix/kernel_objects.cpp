@@ -55,11 +55,13 @@ named_memory & memory_in(handle_slot & slot)
     return *static_cast<named_memory *>(room);
 }
 
-robust_mutex mutex_in(named_memory const & memory)
+robust_mutex mutex_in(named_memory const & memory, std::uint64_t process)
 {
     auto & object = *static_cast<named_mutex *>(memory.block);
-    return {object.state, object.ownership, process_mark()};
+    return {object.state, object.ownership, process};
 }
+
+robust_mutex mutex_in(named_memory const & memory) { return mutex_in(memory, process_mark()); }
 
 named_waitable & waitable_in(handle_slot & slot)
 {
@@ -275,7 +277,7 @@ void initialize_mutex(void * block, void const * initially_owned) noexcept
         auto & object = *static_cast<named_mutex *>(block);
         robust_mutex const mutex{object.state, object.ownership, process_mark()};
         std::uint64_t free = 0;
-        mutex.take(*robust_list::own(), free);
+        mutex.take(*robust_list::own(), robust_mutex::thread_number(), free);
     }
 }
 
@@ -364,21 +366,29 @@ std::uint32_t wait_for_mutex(handle_slot & slot, void * handle, robust_mutex mut
     }
 }
 
+/// The quickest way to a free mutex.
+/// \returns false when nothing was done: `take_mutex` sees to it.
+[[gnu::always_inline]] inline bool take_free_mutex(robust_mutex const & mutex, std::uint64_t state)
+{
+    robust_list * const list = robust_list::own_if_known();
+    std::uint32_t const self = this_thread.id;
+    return word_of(state) == 0 && list != nullptr && self != 0 && mutex.take(*list, self, state);
+}
+
 // What is no more than one exchange is done without a pin: nobody closes a handle that another
 // thread is using. The slot is the handle's, as `state` tells.
-[[gnu::always_inline]] inline std::uint32_t take_mutex(handle_slot & slot, void * handle,
-                                                       robust_mutex const & mutex,
-                                                       std::uint64_t state,
-                                                       std::uint32_t milliseconds)
+std::uint32_t take_mutex(handle_slot & slot, void * handle, robust_mutex const & mutex,
+                         std::uint64_t state, std::uint32_t milliseconds)
 {
     robust_list * const list = robust_list::own();
     if (list == nullptr) {
         return wait_failed;
     }
-    if (word_of(state) == 0 && mutex.take(*list, state)) {
+    std::uint32_t const self = robust_mutex::thread_number();
+    if (word_of(state) == 0 && mutex.take(*list, self, state)) {
         return wait_object_0;
     }
-    if (mutex.is_mine(word_of(state))) {
+    if (mutex.is_mine(self, word_of(state))) {
         return mutex.take_again() ? wait_object_0 : wait_failed;
     }
     return wait_for_mutex(slot, handle, mutex, milliseconds);
@@ -405,14 +415,11 @@ std::uint32_t take_named_mutex(handle_slot & slot, void * handle, std::uint32_t 
                       milliseconds);
 }
 
-[[gnu::always_inline]] inline bool release_any_mutex(robust_mutex const & mutex,
-                                                     std::uint64_t state)
+bool release_any_mutex(robust_mutex const & mutex, std::uint64_t state)
 {
-    if (!mutex.is_mine(word_of(state))) {
-        return refuse(error_not_owner);
-    }
-    mutex.give_back(*robust_list::own(), state);
-    return true;
+    return mutex.is_mine(robust_mutex::thread_number(), word_of(state))
+        ? mutex.give_back(*robust_list::own(), state)
+        : refuse(error_not_owner);
 }
 
 // An owner that closes the only handle of an unnamed mutex can never release it. If nobody waits
@@ -421,11 +428,92 @@ void leave_mutex_behind(handle_slot & slot, std::uint32_t word)
 {
     robust_mutex const mutex = unnamed_mutex(slot);
     bool const unwatched = word_of(slot.references.load(std::memory_order_acquire)) == 1;
-    if (unwatched && mutex.is_mine(word)) {
+    if (unwatched && mutex.is_mine(robust_mutex::thread_number(), word)) {
         mutex.ownership.more_holds.store(0, std::memory_order_relaxed);
         mutex.give_back(*robust_list::own(), slot.state.load(std::memory_order_relaxed));
     }
 }
+
+/// \name The whole of what the functions of the same names do
+/// Those try what takes one exchange and call nothing but these, as their last step. So they save
+/// no register: an exchange waits for all stores before it.
+/// @{
+[[gnu::noinline]] std::uint32_t wait_at_length(void * handle, std::uint32_t milliseconds)
+{
+    handle_slot * const slot = slot_of(handle);
+    switch (slot == nullptr ? handle_kind::none : kind_of(handle)) {
+    case handle_kind::auto_event:
+    case handle_kind::manual_event:
+    case handle_kind::semaphore:
+        return wait_for_unnamed(*slot, handle, milliseconds);
+    case handle_kind::mutex:
+        return take_unnamed_mutex(*slot, handle, milliseconds);
+    case handle_kind::named_mutex:
+        return take_named_mutex(*slot, handle, milliseconds);
+    case handle_kind::named_event:
+    case handle_kind::named_semaphore:
+        return wait_for_named(*slot, handle, milliseconds);
+    case handle_kind::thread:
+        return wait_for_thread(handle, moment_or_test(milliseconds));
+    default:
+        return refuse_wait(error_invalid_handle);
+    }
+}
+
+[[gnu::noinline]] bool set_event_at_length(void * handle)
+{
+    handle_slot * const slot = slot_of(handle);
+    switch (slot == nullptr ? handle_kind::none : kind_of(handle)) {
+    case handle_kind::auto_event:
+    case handle_kind::manual_event:
+        return set_unnamed_event(*slot, handle);
+    case handle_kind::named_event: {
+        named_access const event(*slot, handle, event_modify_state);
+        return event && set(*event);
+    }
+    default:
+        return refuse(error_invalid_handle);
+    }
+}
+
+[[gnu::noinline]] bool release_mutex_at_length(void * handle)
+{
+    handle_slot * const slot = slot_of(handle);
+    std::uint64_t const state = slot == nullptr ? 0 : slot->state.load(std::memory_order_acquire);
+    if (!is_alive(state, handle)) {
+        return refuse(error_invalid_handle);
+    }
+    switch (kind_of(handle)) {
+    case handle_kind::mutex:
+        return release_any_mutex(unnamed_mutex(*slot), state);
+    case handle_kind::named_mutex: {
+        robust_mutex const mutex = mutex_in(memory_in(*slot));
+        return release_any_mutex(mutex, mutex.state.load(std::memory_order_relaxed));
+    }
+    default:
+        return refuse(error_invalid_handle);
+    }
+}
+
+[[gnu::noinline]] bool release_semaphore_at_length(void * handle, std::int32_t count,
+                                                   std::int32_t * previous)
+{
+    handle_slot * const slot = slot_of(handle);
+    auto const units = static_cast<std::uint32_t>(count);
+    switch (slot == nullptr ? handle_kind::none : kind_of(handle)) {
+    case handle_kind::semaphore:
+        return count > 0 ? release_unnamed_semaphore(*slot, handle, units, previous)
+                         : refuse(error_invalid_parameter);
+    case handle_kind::named_semaphore: {
+        named_access const semaphore(*slot, handle, semaphore_modify_state);
+        return semaphore
+            && (count > 0 ? release(*semaphore, units, previous) : refuse(error_invalid_parameter));
+    }
+    default:
+        return refuse(error_invalid_handle);
+    }
+}
+/// @}
 
 void * create_waitable(handle_kind unnamed, handle_kind named, std::uint32_t access,
                        char const * name, waitable_content const & content)
@@ -507,44 +595,44 @@ void * open_mutex(std::uint32_t access, bool, char const * name) noexcept
 
 std::uint32_t wait_for_single_object(void * handle, std::uint32_t milliseconds) noexcept
 {
-    handle_slot * const slot = slot_of(handle);
-    switch (slot == nullptr ? handle_kind::none : kind_of(handle)) {
-    case handle_kind::auto_event:
-    case handle_kind::semaphore:
-        if (take_free_unit(*slot, handle)) {
-            return wait_object_0;
+    if (handle_slot * const slot = slot_of(handle)) {
+        std::uint64_t const state = slot->state.load(std::memory_order_acquire);
+        switch (kind_of(handle)) {
+        case handle_kind::auto_event:
+        case handle_kind::semaphore:
+            if (take_free_unit(*slot, handle, state)) {
+                return wait_object_0;
+            }
+            break;
+        case handle_kind::mutex:
+            if (is_alive(state, handle) && take_free_mutex(unnamed_mutex(*slot), state)) {
+                return wait_object_0;
+            }
+            break;
+        case handle_kind::named_mutex:
+            if (std::uint64_t const process = known_process_mark.load(std::memory_order_relaxed);
+                process != 0 && is_alive(state, handle)
+                && (slot->access.load(std::memory_order_relaxed) & synchronize) != 0) {
+                robust_mutex const mutex = mutex_in(memory_in(*slot), process);
+                if (take_free_mutex(mutex, mutex.state.load(std::memory_order_acquire))) {
+                    return wait_object_0;
+                }
+            }
+            break;
+        default:
+            break;
         }
-        [[fallthrough]];
-    case handle_kind::manual_event:
-        return wait_for_unnamed(*slot, handle, milliseconds);
-    case handle_kind::mutex:
-        return take_unnamed_mutex(*slot, handle, milliseconds);
-    case handle_kind::named_mutex:
-        return take_named_mutex(*slot, handle, milliseconds);
-    case handle_kind::named_event:
-    case handle_kind::named_semaphore:
-        return wait_for_named(*slot, handle, milliseconds);
-    case handle_kind::thread:
-        return wait_for_thread(handle, moment_or_test(milliseconds));
-    default:
-        return refuse_wait(error_invalid_handle);
     }
+    return wait_at_length(handle, milliseconds);
 }
 
 bool set_event(void * handle) noexcept
 {
     handle_slot * const slot = slot_of(handle);
-    switch (slot == nullptr ? handle_kind::none : kind_of(handle)) {
-    case handle_kind::auto_event:
-    case handle_kind::manual_event:
-        return put_down(*slot, handle, 1, 1) || set_unnamed_event(*slot, handle);
-    case handle_kind::named_event: {
-        named_access const event(*slot, handle, event_modify_state);
-        return event && set(*event);
-    }
-    default:
-        return refuse(error_invalid_handle);
-    }
+    bool const is_unnamed = kind_of(handle) == handle_kind::auto_event
+        || kind_of(handle) == handle_kind::manual_event;
+    return (slot != nullptr && is_unnamed && put_down(*slot, handle, 1, 1))
+        || set_event_at_length(handle);
 }
 
 bool reset_event(void * handle) noexcept
@@ -582,41 +670,38 @@ bool pulse_event(void * handle) noexcept
 bool release_mutex(void * handle) noexcept
 {
     handle_slot * const slot = slot_of(handle);
-    std::uint64_t const state = slot == nullptr ? 0 : slot->state.load(std::memory_order_acquire);
-    if (!is_alive(state, handle)) {
-        return refuse(error_invalid_handle);
+    robust_list * const list = robust_list::own_if_known();
+    std::uint32_t const self = this_thread.id;
+    std::uint64_t const process = known_process_mark.load(std::memory_order_relaxed);
+    if (slot != nullptr && list != nullptr && self != 0) {
+        std::uint64_t const state = slot->state.load(std::memory_order_acquire);
+        if (is_alive(state, handle) && kind_of(handle) == handle_kind::mutex) {
+            robust_mutex const mutex = unnamed_mutex(*slot);
+            if (mutex.is_mine(self, word_of(state))) {
+                return mutex.give_back(*list, state);
+            }
+        } else if (is_alive(state, handle) && kind_of(handle) == handle_kind::named_mutex
+                   && process != 0) {
+            robust_mutex const mutex = mutex_in(memory_in(*slot), process);
+            std::uint64_t const now = mutex.state.load(std::memory_order_relaxed);
+            if (mutex.is_mine(self, word_of(now))) {
+                return mutex.give_back(*list, now);
+            }
+        }
     }
-    switch (kind_of(handle)) {
-    case handle_kind::mutex:
-        return release_any_mutex(unnamed_mutex(*slot), state);
-    case handle_kind::named_mutex: {
-        robust_mutex const mutex = mutex_in(memory_in(*slot));
-        return release_any_mutex(mutex, mutex.state.load(std::memory_order_relaxed));
-    }
-    default:
-        return refuse(error_invalid_handle);
-    }
+    return release_mutex_at_length(handle);
 }
 
 bool release_semaphore(void * handle, std::int32_t count, std::int32_t * previous) noexcept
 {
     handle_slot * const slot = slot_of(handle);
-    auto const units = static_cast<std::uint32_t>(count);
-    switch (slot == nullptr ? handle_kind::none : kind_of(handle)) {
-    case handle_kind::semaphore:
-        if (previous == nullptr && count > 0 && put_down(*slot, handle, units, maximum_of(*slot))) {
+    if (previous == nullptr && count > 0) [[likely]] {
+        if (slot != nullptr && kind_of(handle) == handle_kind::semaphore
+            && put_down(*slot, handle, static_cast<std::uint32_t>(count), maximum_of(*slot))) {
             return true;
         }
-        return count > 0 ? release_unnamed_semaphore(*slot, handle, units, previous)
-                         : refuse(error_invalid_parameter);
-    case handle_kind::named_semaphore: {
-        named_access const semaphore(*slot, handle, semaphore_modify_state);
-        return semaphore
-            && (count > 0 ? release(*semaphore, units, previous) : refuse(error_invalid_parameter));
     }
-    default:
-        return refuse(error_invalid_handle);
-    }
+    return release_semaphore_at_length(handle, count, previous);
 }
 
 bool close_handle(void * handle) noexcept

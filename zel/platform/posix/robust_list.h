@@ -16,7 +16,8 @@
 ///
 /// Every change of a word that others may have to hear of stands between `announce` and `withdraw`:
 /// should the thread end in between, the kernel looks at the announced word too, and if it finds
-/// nobody's number there it wakes a sleeper, who then sees to the rest.
+/// nobody's number there it wakes a sleeper, who then sees to the rest. A word that is announced and
+/// on the list counts once; it may stay announced as long as the thread owns it.
 ///
 /// The kernel follows 2,048 entries of a list.
 namespace zel::platform {
@@ -39,9 +40,22 @@ public:
     /// \returns null, with last error 1450, when the host has none or lays it out differently.
     static robust_list * own() noexcept { return own_ != nullptr ? own_ : find(); }
 
-    void announce(robust_node & node) noexcept
+    /// The same, or null when nobody has asked for it yet.
+    static robust_list * own_if_known() noexcept { return own_; }
+
+    [[gnu::always_inline]] void announce(robust_node & node) noexcept
     {
         pending_.store(entry_of(node), std::memory_order_relaxed);
+        std::atomic_signal_fence(std::memory_order_seq_cst);
+    }
+
+    /// For a node that mostly is announced still: a step with a lock prefix waits for every store
+    /// before it, but not for a load.
+    [[gnu::always_inline]] void announce_again(robust_node & node) noexcept
+    {
+        if (pending_.load(std::memory_order_relaxed) != entry_of(node)) {
+            announce(node);
+        }
         std::atomic_signal_fence(std::memory_order_seq_cst);
     }
 
@@ -53,14 +67,14 @@ public:
         std::atomic_signal_fence(std::memory_order_seq_cst);
     }
 
-    void withdraw() noexcept
+    [[gnu::always_inline]] void withdraw() noexcept
     {
         std::atomic_signal_fence(std::memory_order_seq_cst);
         pending_.store(0, std::memory_order_relaxed);
     }
 
     /// The node's word holds the calling thread's number, and the node is announced.
-    void add(robust_node & node) noexcept
+    [[gnu::always_inline]] void add(robust_node & node) noexcept
     {
         std::uintptr_t const first = first_.load(std::memory_order_relaxed);
         node.next.store(first, std::memory_order_relaxed);
@@ -72,7 +86,7 @@ public:
     }
 
     /// The node is in this list, and announced.
-    void remove(robust_node & node) noexcept
+    [[gnu::always_inline]] void remove(robust_node & node) noexcept
     {
         std::uintptr_t const next = node.next.load(std::memory_order_relaxed);
         std::uintptr_t const previous = node.previous.load(std::memory_order_relaxed);

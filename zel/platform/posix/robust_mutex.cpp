@@ -30,6 +30,7 @@ bool robust_mutex::hold_again(mutex_ownership & ownership) noexcept
 
 std::uint32_t robust_mutex::wait(robust_list & list, std::int64_t until) const noexcept
 {
+    std::uint32_t const self = thread_number();
     std::uint32_t others = 0; // the flag, once this thread has slept: it may not be the only one
     std::uint32_t result = wait_timeout;
     // All the time: a process that is killed between its wake-up and its taking has the kernel wake
@@ -39,7 +40,7 @@ std::uint32_t robust_mutex::wait(robust_list & list, std::int64_t until) const n
     for (;;) {
         std::uint32_t const seen = word_of(now);
         if ((seen & thread_mask) == 0) {
-            if (take_announced(list, now, (seen & waiters_flag) | others)) {
+            if (take_announced(list, self, now, (seen & waiters_flag) | others)) {
                 ownership.more_holds.store(0, std::memory_order_relaxed); // those of a dead owner
                 result = (seen & owner_died) != 0 ? wait_abandoned : wait_object_0;
                 break;
@@ -71,18 +72,21 @@ std::uint32_t robust_mutex::wait(robust_list & list, std::int64_t until) const n
     return result;
 }
 
-void robust_mutex::free_and_wake(robust_mutex mutex, std::uint64_t now) noexcept
+bool robust_mutex::free_and_wake(std::atomic<std::uint64_t> & state, bool shared,
+                                 robust_list & list, std::uint64_t now) noexcept
 {
     uninterrupted const guard; // between the two steps nobody else would wake the sleeper
-    bool const shared = mutex.is_shared();
     std::uint64_t freed;
     do {
         freed = with_word(now, shared ? word_of(now) & waiters_flag : 0);
-    } while (!mutex.state.compare_exchange_weak(now, freed, std::memory_order_release,
-                                                std::memory_order_relaxed));
-    if ((word_of(now) & waiters_flag) != 0 && wake_address(mutex.word(), 1, true) == 0 && shared) {
-        mutex.state.compare_exchange_strong(freed, with_word(freed, 0), std::memory_order_relaxed);
+    } while (!state.compare_exchange_weak(now, freed, std::memory_order_release,
+                                          std::memory_order_relaxed));
+    if ((word_of(now) & waiters_flag) != 0 && wake_address(word_in(state), 1, true) == 0
+        && shared) {
+        state.compare_exchange_strong(freed, with_word(freed, 0), std::memory_order_relaxed);
     }
+    list.withdraw();
+    return true;
 }
 
 std::uint64_t make_process_mark() noexcept

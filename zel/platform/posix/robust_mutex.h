@@ -59,15 +59,19 @@ struct robust_mutex {
 
     bool is_shared() const noexcept { return process != 0; }
 
-    std::atomic<std::uint32_t> const & word() const noexcept
+    std::atomic<std::uint32_t> const & word() const noexcept { return word_in(state); }
+
+    static std::atomic<std::uint32_t> const &
+    word_in(std::atomic<std::uint64_t> const & state) noexcept
     {
         void const * const address = &state;
         return *static_cast<std::atomic<std::uint32_t> const *>(address);
     }
 
-    bool is_mine(std::uint32_t word_now) const noexcept
+    /// \param self  thread_number()
+    bool is_mine(std::uint32_t self, std::uint32_t word_now) const noexcept
     {
-        return (word_now & thread_mask) == thread_number()
+        return (word_now & thread_mask) == self
             && (!is_shared() || ownership.process.load(std::memory_order_relaxed) == process);
     }
 
@@ -79,10 +83,11 @@ struct robust_mutex {
     /// One step from a free or abandoned state to one that the calling thread owns. The node is
     /// announced, and stays so.
     /// \param expected  updated on failure.
-    bool take_announced(robust_list & list, std::uint64_t & expected,
-                        std::uint32_t flags) const noexcept
+    [[gnu::always_inline]] bool take_announced(robust_list & list, std::uint32_t self,
+                                               std::uint64_t & expected,
+                                               std::uint32_t flags) const noexcept
     {
-        if (!state.compare_exchange_strong(expected, with_word(expected, thread_number() | flags),
+        if (!state.compare_exchange_strong(expected, with_word(expected, self | flags),
                                            std::memory_order_acquire, std::memory_order_acquire)) {
             return false;
         }
@@ -99,11 +104,16 @@ struct robust_mutex {
         return true;
     }
 
-    bool take(robust_list & list, std::uint64_t & expected) const noexcept
+    /// Takes a free mutex. It stays announced, which spares the release doing it again, as long as
+    /// the C library's locks do not take its place.
+    [[gnu::always_inline]] bool take(robust_list & list, std::uint32_t self,
+                                     std::uint64_t & expected) const noexcept
     {
         list.announce(ownership.node);
-        bool const taken = take_announced(list, expected, 0);
-        list.withdraw();
+        bool const taken = take_announced(list, self, expected, 0);
+        if (!taken) {
+            list.withdraw();
+        }
         return taken;
     }
 
@@ -129,27 +139,30 @@ struct robust_mutex {
     std::uint32_t wait(robust_list & list, std::int64_t until) const noexcept;
 
     /// Gives one hold of the caller's back.
-    void give_back(robust_list & list, std::uint64_t now) const noexcept
+    /// \returns true.
+    [[gnu::always_inline]] bool give_back(robust_list & list, std::uint64_t now) const noexcept
     {
         std::uint32_t const more = ownership.more_holds.load(std::memory_order_relaxed);
         if (more > 0) {
             ownership.more_holds.store(more - 1, std::memory_order_relaxed);
-            return;
+            return true;
         }
-        list.announce(ownership.node);
+        list.announce_again(ownership.node);
         list.remove(ownership.node);
         if ((now & waiters_flag) != 0
             || !state.compare_exchange_strong(now, with_word(now, 0), std::memory_order_release,
                                               std::memory_order_relaxed)) {
-            free_and_wake(*this, now);
+            return free_and_wake(state, is_shared(), list, now);
         }
         list.withdraw();
+        return true;
     }
 
 private:
-    // By value, so that the fast paths need no copy in memory.
+    // Not members of an object, so that the fast paths need no copy in memory.
     static bool hold_again(mutex_ownership & ownership) noexcept;
-    static void free_and_wake(robust_mutex mutex, std::uint64_t now) noexcept;
+    static bool free_and_wake(std::atomic<std::uint64_t> & state, bool shared, robust_list & list,
+                              std::uint64_t now) noexcept;
 };
 
 } // namespace zel::platform
