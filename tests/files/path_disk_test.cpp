@@ -3,6 +3,7 @@
 
 #include "scratch.h"
 #include <set>
+#include <tuple>
 
 namespace {
 
@@ -71,17 +72,13 @@ TEST(path_queries, tell_files_from_folders)
         std::int32_t attributes;
         unsigned int size;
     } const rows[] = {
-        {"five", path::attr_normal, 5},
-        {"empty", path::attr_readonly, 0},
-        {".dot", path::attr_hidden, 0},
-        {"folder", path::attr_directory, none},
-        {"link", path::attr_normal, 5},
-        {"folder link", path::attr_directory, none},
-        {"dangling", -1, none},
-        {"missing", -1, none},
-        {"folder/../five", path::attr_normal, 5},
-        {"five/", -1, none},
-        {"folder/.", path::attr_directory, none},
+        // clang-format off
+        {"five", path::attr_normal, 5}, {"empty", path::attr_readonly, 0},
+        {".dot", path::attr_hidden, 0}, {"folder", path::attr_directory, none},
+        {"link", path::attr_normal, 5}, {"folder link", path::attr_directory, none},
+        {"dangling", -1, none}, {"missing", -1, none}, {"folder/../five", path::attr_normal, 5},
+        {"five/", -1, none}, {"folder/.", path::attr_directory, none},
+        // clang-format on
     };
     for (auto const & row : rows) {
         SCOPED_TRACE(row.name);
@@ -99,11 +96,7 @@ TEST(path_queries, tell_files_from_folders)
     fs::create_directories(area.host("far/away"));
     fs::create_symlink("far/away", area.host("near"));
     EXPECT_EQ(area.path("near/../five").file_size(), 5U);
-}
 
-TEST(path_queries, say_when_a_size_does_not_fit)
-{
-    scratch const area;
     for (auto const & [size, told] : {std::pair{0xFFFFFFFEULL, 0xFFFFFFFEU},
                                       {0xFFFFFFFFULL, 0xFFFFFFFFU},
                                       {0x100000001ULL, 0xFFFFFFFFU}}) {
@@ -141,10 +134,7 @@ TEST(path_entries, match_the_pattern_and_carry_the_folder)
     }
     fs::create_directory(area.host("sub"));
     fs::create_symlink("nothing", area.host("dangling"));
-    struct {
-        char const * spec;
-        name_set names;
-    } const rows[] = {
+    std::pair<char const *, name_set> const rows[] = {
         {"*.txt", {"a.txt", "B.TXT", "d e.txt"}},
         {"c", {"c"}},
         {"x;y", {"x;y"}},
@@ -155,12 +145,10 @@ TEST(path_entries, match_the_pattern_and_carry_the_folder)
         {"sub/*", {}},
         {"D:\\*", {}},
     };
-    for (auto const & row : rows) {
-        SCOPED_TRACE(row.spec);
-        EXPECT_EQ(names(area.path(""), row.spec), row.names);
+    for (auto const & [spec, expected] : rows) {
+        EXPECT_EQ(names(area.path(""), spec), expected) << spec;
     }
     EXPECT_EQ(names(area.path("")).size(), 10U);
-    EXPECT_EQ(names(area.path(""), "*").size(), 10U);
 
     std::list<zel::auto_ptr<path>> entries;
     area.path("").get_entries(entries, "sub");
@@ -297,9 +285,7 @@ TEST(path_copy, keeps_holes)
     scratch const area;
     area.write("sparse", "begin");
     fs::resize_file(area.host("sparse"), 0x100000000 + 10);
-    std::fstream out(area.host("sparse"), std::ios::in | std::ios::out);
-    out.seekp(0x40000000);
-    out << "middle" << std::flush;
+    std::fstream(area.host("sparse")).seekp(0x40000000) << "middle";
     ASSERT_TRUE(area.path("sparse").copy(area.path("copy")));
     EXPECT_EQ(fs::file_size(area.host("copy")), 0x100000000 + 10);
     std::ifstream in(area.host("copy"));
@@ -322,10 +308,9 @@ TEST(path_temp, creates_a_new_empty_file_each_time)
         made.insert(file.c_str());
     }
     EXPECT_EQ(made.size(), 200U);
-    EXPECT_TRUE(path::get_temp_filename(area.path("missing")).empty());
-    EXPECT_TRUE(path::get_temp_filename(path()).empty());
-    EXPECT_TRUE(
-        path::get_temp_filename(area.path(std::string(256 - area.path("").size(), 'x'))).empty());
+    for (path const & none : {area.path("missing"), path(), path(std::string(250, 'x').c_str())}) {
+        EXPECT_TRUE(path::get_temp_filename(none).empty());
+    }
 }
 
 TEST(path_compare_files, compares_content)
@@ -343,20 +328,16 @@ TEST(path_compare_files, compares_content)
     last.back() = 'd';
     area.write("last differs", last);
     fs::create_directory(area.host("folder"));
-    struct {
-        char const * first;
-        char const * second;
-        bool equal;
-    } const rows[] = {
+    std::tuple<char const *, char const *, bool> const rows[] = {
         {"a", "same", true},          {"a", "a", true},
         {"512", "512 too", true},     {"empty", "empty too", true},
         {"a", "longer", false},       {"longer", "a", false},
         {"a", "last differs", false}, {"missing", "missing", false},
         {"folder", "folder", false},  {"a", "missing", false},
     };
-    for (auto const & row : rows) {
-        EXPECT_EQ(path::compare_files(area.path(row.first), area.path(row.second)), row.equal)
-            << row.first << ", " << row.second;
+    for (auto const & [first, second, equal] : rows) {
+        EXPECT_EQ(path::compare_files(area.path(first), area.path(second)), equal)
+            << first << ", " << second;
     }
     EXPECT_FALSE(path::compare_files(path("C:\\dev\\zero"), path("C:\\dev\\zero")));
 }
@@ -393,19 +374,14 @@ TEST(path_remove, takes_files_links_and_trees)
 
 TEST(path_remove, leaves_what_no_path_can_name)
 {
-    scratch const area;
-    area.write("victim", "x");
-    area.write("tree/..\\..\\victim", "");
-    area.write("tree/good", "");
-    EXPECT_FALSE(area.path("tree").remove());
-    EXPECT_FALSE(area.path("tree").empty_folder());
-    EXPECT_EQ(area.read("victim"), "x");
-    EXPECT_TRUE(area.exists("tree/..\\..\\victim"));
-    EXPECT_FALSE(area.exists("tree/good"));
-}
+    scratch const outer;
+    outer.write("victim", "x");
+    outer.write("tree/..\\..\\victim", "");
+    outer.write("tree/good", "");
+    EXPECT_FALSE(outer.path("tree").remove() || outer.path("tree").empty_folder());
+    EXPECT_TRUE(outer.exists("tree/..\\..\\victim") && outer.exists("victim"));
+    EXPECT_FALSE(outer.exists("tree/good"));
 
-TEST(path_remove, is_stopped_by_the_length_of_a_path_alone)
-{
     // As deep as a path can name, then one deeper.
     for (bool const beyond : {false, true}) {
         scratch const area;
