@@ -8,9 +8,12 @@
 namespace zel::platform {
 namespace {
 
-bool holds_any(std::string_view text, std::string_view bytes) noexcept
+/// Whether a byte would end the text in the file.
+/// \param other  one that does beside line ends and NUL.
+bool is_broken(std::string_view text, char other = '\0') noexcept
 {
-    return text.find_first_of(bytes) != std::string_view::npos;
+    return std::any_of(text.begin(), text.end(),
+                       [other](char c) { return is_line_end(c) || c == '\0' || c == other; });
 }
 
 bool has_bare_ends(std::string_view name) noexcept
@@ -61,14 +64,11 @@ std::string hexadecimal(std::string_view bytes)
 
 bool can_be_read_back(private_profile_entry const & entry) noexcept
 {
-    constexpr std::string_view in_value("\r\n\0", 3);
-    constexpr std::string_view in_section("\r\n\0]", 4);
-    constexpr std::string_view in_name("\r\n\0=", 4);
     std::string_view const section = trim_spaces(entry.section);
     std::string_view const name = trim_spaces(entry.name);
-    return !holds_any(section, in_section) && has_bare_ends(section) && !holds_any(name, in_name)
+    return !is_broken(section, ']') && has_bare_ends(section) && !is_broken(name, '=')
         && has_bare_ends(name) && !name.starts_with(';') && !name.starts_with('[')
-        && (entry.kind != private_profile_entry::text || !holds_any(entry.value, in_value));
+        && (entry.kind != private_profile_entry::text || !is_broken(entry.value));
 }
 
 std::size_t profile_editor::folded_hash::operator()(std::string_view name) const noexcept
