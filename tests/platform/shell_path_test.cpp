@@ -42,18 +42,10 @@ std::string canonicalize(std::string const & text)
     return path_canonicalize(result.text, text.c_str()) ? result.text : "<false>";
 }
 
-struct two_texts {
-    char const * text;
-    char const * expected;
-};
-
-struct three_texts {
-    char const * first;
-    char const * second;
-    char const * expected;
-};
-
 // clang-format off
+struct two_texts { char const * text; char const * expected; };
+struct three_texts { char const * first; char const * second; char const * expected; };
+
 TEST(shell_path, canonicalize)
 {
     two_texts const rows[] = {
@@ -94,8 +86,6 @@ TEST(shell_path, combine)
     area text(R"(name_1\name_2)");
     EXPECT_TRUE(path_append(text.text, R"(\name_3)"));
     EXPECT_STREQ(text.text, R"(name_1\name_2\name_3)");
-    EXPECT_TRUE(path_append(text.text, R"(C:\x)"));
-    EXPECT_STREQ(text.text, R"(C:\x)");
 }
 
 TEST(shell_path, roots)
@@ -142,10 +132,10 @@ TEST(shell_path, components)
         SCOPED_TRACE(row.text);
         EXPECT_STREQ(path_find_file_name(row.text), row.name);
         EXPECT_EQ(change<path_strip_path>(row.text), row.name);
-        EXPECT_EQ(change<path_remove_file_spec>(row.text), row.folder);
         EXPECT_STREQ(path_find_next_component(row.text), row.next);
         area text(row.text);
         EXPECT_EQ(path_remove_file_spec(text.text), std::strcmp(row.text, row.folder) != 0);
+        EXPECT_STREQ(text.text, row.folder);
     }
     EXPECT_TRUE(path_is_file_spec("a.b") && path_is_file_spec("") && !path_is_file_spec("c:x")
                 && !path_is_file_spec("a\\b"));
