@@ -41,6 +41,15 @@ inline bool put_down(handle_slot & slot, void * handle, std::uint32_t count,
         && slot.state.compare_exchange_strong(state, state + count, std::memory_order_release,
                                               std::memory_order_relaxed);
 }
+
+/// What giving one unit of a semaphore back mostly comes to, for callers to have inline.
+/// \param handle  any value.
+inline bool put_down_one(void * handle) noexcept
+{
+    handle_slot * const slot = slot_of(handle);
+    return slot != nullptr && kind_of(handle) == handle_kind::semaphore
+        && put_down(*slot, handle, 1, maximum_of(*slot));
+}
 /// @}
 
 std::uint32_t wait_for_unnamed(handle_slot & slot, void * handle,

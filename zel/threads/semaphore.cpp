@@ -2,6 +2,7 @@
 #include "zel/threads/semaphore.h"
 
 #include "zel/platform/kernel_objects.h"
+#include "zel/platform/unnamed_objects.h"
 #include "zel/threads/handle_wait.h"
 
 namespace zel {
@@ -41,6 +42,10 @@ bool semaphore::unlock() { return unlock(std::int32_t{1}, static_cast<std::int32
 bool semaphore::unlock(std::int32_t count, std::int32_t * previous)
 {
     require_handle(handle);
+    // One unit, and nobody to wake: here the compiler folds it into `unlock()`.
+    if (count == 1 && previous == nullptr && platform::put_down_one(handle)) {
+        return true;
+    }
     return platform::release_semaphore(handle, count, previous);
 }
 
