@@ -219,12 +219,27 @@ bool is_canonical(std::string_view text) noexcept
     }
     std::size_t const drive = begins_with_drive(text) ? 2 : 0;
     text.remove_prefix(drive + (text.substr(drive).starts_with('\\') ? 1 : 0));
-    char previous = '\\';
-    for (char const c : text) {
-        if (previous == '\\' && (c == '.' || c == '\\')) {
+    if (text.starts_with('.') || text.starts_with('\\')) {
+        return false;
+    }
+    auto const touched = [](char const * at) { // what `.`, `..` and an empty component begin with
+        return static_cast<char>(at[0] == '\\') & static_cast<char>(at[1] == '.' || at[1] == '\\');
+    };
+    constexpr std::size_t block = 16; // no branch inside, so that all are compared at once
+    std::size_t i = 0;
+    for (; i + block < text.size(); i += block) {
+        char found = 0;
+        for (std::size_t k = 0; k < block; ++k) {
+            found = static_cast<char>(found | touched(text.data() + i + k));
+        }
+        if (found != 0) {
             return false;
         }
-        previous = c;
+    }
+    for (; i + 1 < text.size(); ++i) {
+        if (touched(text.data() + i) != 0) {
+            return false;
+        }
     }
     return true;
 }
