@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <cerrno>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -8,6 +9,7 @@
 #include <stdexcept>
 #include <string>
 #include <sys/wait.h>
+#include <system_error>
 #include <unistd.h>
 
 /// A folder of a test's own, which goes with all that is in it.
@@ -55,12 +57,15 @@ inline std::string get(std::string const & file)
     return in ? std::string(std::istreambuf_iterator<char>(in), {}) : "<no file>";
 }
 
-/// Runs `body` in a process of its own.
+/// Runs `body` in a process of its own. Fails rather than give a number that `kill` takes for all.
 template <typename function> pid_t start_process(function && body)
 {
     pid_t const child = ::fork();
     if (child == 0) {
         ::_exit(body() ? 0 : 1);
+    }
+    if (child < 0) {
+        throw std::system_error(errno, std::generic_category(), "fork");
     }
     return child;
 }
