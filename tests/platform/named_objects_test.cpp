@@ -254,6 +254,33 @@ TEST(named_objects, do_not_trust_a_folder_that_others_may_write_to)
     }
 }
 
+TEST(named_objects, do_not_trust_what_somebody_else_put_there)
+{
+    if (::geteuid() != 0) {
+        GTEST_SKIP() << "takes another user's place, which only the superuser can";
+    }
+    constexpr uid_t user = 64'123;
+    std::string const place = "/dev/shm/zel-" + std::to_string(user);
+    auto const last_error_of_user = [] {
+        process child([] {
+            if (::setresuid(user, user, user) != 0) {
+                return 255;
+            }
+            void * const made = create_event(false, false, fresh_name().c_str());
+            return made == nullptr ? static_cast<int>(last_error()) : !close_handle(made);
+        });
+        return child.result();
+    };
+    ASSERT_EQ(::mkdir(place.c_str(), 0700), 0); // the superuser's
+    EXPECT_EQ(last_error_of_user(), 5);
+    ASSERT_EQ(::rmdir(place.c_str()), 0);
+    ASSERT_EQ(::symlink("/tmp", place.c_str()), 0);
+    EXPECT_EQ(last_error_of_user(), 5);
+    ASSERT_EQ(::unlink(place.c_str()), 0);
+    EXPECT_EQ(last_error_of_user(), 0); // a folder of its own
+    EXPECT_FALSE(std::filesystem::exists(place)); // it went with the last object
+}
+
 TEST(named_event, lets_through_whom_it_should)
 {
     limit const seconds(30);
