@@ -28,6 +28,10 @@ TEST(path_faults, without_rights_nothing_changes)
     area.write("open/movable", "x");
     fs::permissions(area.host("open/movable"), fs::perms(0666));
     fs::permissions(area.host("secret"), fs::perms(0));
+    // Also where the tests run as an ordinary user, whose own files these are.
+    fs::permissions(area.host("locked/file"), fs::perms(0444));
+    fs::permissions(area.host("locked/folder"), fs::perms(0555));
+    fs::permissions(area.host("locked"), fs::perms(0555));
     EXPECT_EQ(as_ordinary_user([&] {
                   int failures = 0;
                   auto const refused = [&](bool done) { failures += done ? 1 : 0; };
@@ -51,6 +55,8 @@ TEST(path_faults, without_rights_nothing_changes)
                   return failures;
               }),
               0);
+    fs::permissions(area.host("locked"), fs::perms(0755));
+    fs::permissions(area.host("locked/folder"), fs::perms(0755));
     EXPECT_EQ(area.read("locked/file") + area.read("locked/folder/inner"), "xx");
     EXPECT_FALSE(area.exists("open/secret") || area.exists("open/x") || area.exists("locked/x"));
     EXPECT_EQ(area.read("open/copy"), "new");

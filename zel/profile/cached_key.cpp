@@ -128,7 +128,7 @@ auto_ptr<cached_value> cached_key::load_binary(string const & section, string co
     auto_buffer<unsigned char> bytes(size);
     std::fill_n(bytes.get(), size, static_cast<unsigned char>(0));
     profile_->read_binary(section, entry, bytes.get(), size);
-    auto_ptr<cached_value> const value(new binary_cached_value(entry, bytes.get(), size, false));
+    auto_ptr<cached_value> value(new binary_cached_value(entry, bytes.get(), size, false));
     insert_value(value);
     return value;
 }
