@@ -17,7 +17,7 @@ void thread_obj_ex::start() { start_on(proc_ex); }
 
 unsigned int thread_obj_ex::proc_ex(void * argument)
 {
-    thread_obj * const self = static_cast<thread_obj *>(argument);
+    auto * const self = static_cast<thread_obj *>(argument);
     return self->work();
 }
 

@@ -403,7 +403,7 @@ bool make(std::string_view name, named_memory_content const & content, folder co
             || (memory = map_file(file.get(), content.size)) == nullptr)) {
         failure = errno;
     }
-    if (failure != 0) {
+    if (memory == nullptr) {
         ::unlinkat(place.get(), path.text, 0);
         return refuse_errno(failure);
     }
