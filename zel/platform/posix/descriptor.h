@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <cerrno>
 #include <utility>
 
 #include <unistd.h>
@@ -27,7 +28,9 @@ public:
     ~descriptor()
     {
         if (number_ >= 0) {
+            int const reason = errno; // of what the caller is about to report
             ::close(number_); // not retried after EINTR: the number may already be another file's
+            errno = reason;
         }
     }
 

@@ -2,6 +2,7 @@
 #include "zel/platform/private_profile.h"
 
 #include "zel/platform/last_error.h"
+#include "zel/platform/posix/descriptor.h"
 #include "zel/platform/profile_editor.h"
 #include "zel/platform/profile_text.h"
 #include "zel/platform/threads.h"
@@ -47,38 +48,6 @@ constexpr int writers_patience = 2000; // milliseconds that a write waits for ot
 constexpr std::int64_t size_limit = std::int64_t{1} << 30;
 constexpr bool flush = ZEL_PROFILE_SYNC;
 
-class descriptor {
-public:
-    descriptor() noexcept = default;
-    explicit descriptor(int number) noexcept
-        : number_(number)
-    {
-    }
-    descriptor(descriptor && other) noexcept
-        : number_(std::exchange(other.number_, -1))
-    {
-    }
-    descriptor & operator=(descriptor && other) noexcept
-    {
-        std::swap(number_, other.number_);
-        return *this;
-    }
-    ~descriptor()
-    {
-        if (number_ >= 0) {
-            int const reason = errno;
-            ::close(number_);
-            errno = reason;
-        }
-    }
-
-    explicit operator bool() const noexcept { return number_ >= 0; }
-    int number() const noexcept { return number_; }
-
-private:
-    int number_ = -1;
-};
-
 template <typename Call> auto retried(Call call) noexcept
 {
     auto result = call();
@@ -101,10 +70,10 @@ descriptor open_file(char const * name, int access, struct stat & facts) noexcep
 {
     descriptor file(
         retried([&] { return ::open(name, access | O_CLOEXEC | O_NONBLOCK | O_NOCTTY); }));
-    if (file && ::fstat(file.number(), &facts) != 0) {
+    if (file.is_open() && ::fstat(file.get(), &facts) != 0) {
         return {};
     }
-    if (file && (!S_ISREG(facts.st_mode) || facts.st_size > size_limit)) {
+    if (file.is_open() && (!S_ISREG(facts.st_mode) || facts.st_size > size_limit)) {
         errno = EACCES;
         return {};
     }
@@ -174,7 +143,7 @@ private:
     }
     bool set(int command, struct flock & wanted) const noexcept
     {
-        return retried([&] { return ::fcntl(file_.number(), command, &wanted); }) == 0;
+        return retried([&] { return ::fcntl(file_.get(), command, &wanted); }) == 0;
     }
 
     descriptor const & file_;
@@ -195,7 +164,7 @@ bool find_value(std::string_view section, std::string_view name, value_sink & si
     uninterrupted const guard;
     struct stat facts;
     descriptor const file = open_file(file_name, O_RDONLY, facts);
-    if (!file) {
+    if (!file.is_open()) {
         return fail_with_errno();
     }
     // Where there are no locks nobody overwrites under one; what another program locks is read as
@@ -206,7 +175,7 @@ bool find_value(std::string_view section, std::string_view name, value_sink & si
     entry_finder finder(section, name, sink);
     char block[32 * 1024];
     for (std::int64_t done = 0; done <= size_limit;) {
-        ssize_t const count = retried([&] { return ::read(file.number(), block, sizeof block); });
+        ssize_t const count = retried([&] { return ::read(file.get(), block, sizeof block); });
         if (count < 0) {
             return fail_with_errno();
         }
@@ -315,7 +284,7 @@ public:
     temporary_file & operator=(temporary_file const &) = delete;
     ~temporary_file()
     {
-        if (file_) {
+        if (file_.is_open()) {
             int const reason = errno;
             ::unlink(name_.c_str()); // while it is locked
             errno = reason;
@@ -332,8 +301,8 @@ public:
         for (;;) {
             file_ = descriptor(retried(
                 [&] { return ::open(name_.c_str(), O_RDWR | O_CREAT | O_EXCL | options, mode); }));
-            if (file_) {
-                if (lock(file_.number())) {
+            if (file_.is_open()) {
+                if (lock(file_.get())) {
                     return true;
                 }
                 if (errno != ESTALE) {
@@ -348,9 +317,9 @@ public:
         }
     }
 
-    bool exists() const noexcept { return static_cast<bool>(file_); }
+    bool exists() const noexcept { return file_.is_open(); }
     bool is_for_new_file() const noexcept { return for_new_file_; }
-    int number() const noexcept { return file_.number(); }
+    int number() const noexcept { return file_.get(); }
 
     /// Takes over what else belongs to a file.
     bool imitate(struct stat const & old) noexcept
@@ -410,10 +379,10 @@ private:
     bool remove_leftover() const noexcept
     {
         descriptor const old(retried([&] { return ::open(name_.c_str(), O_RDONLY | options); }));
-        if (!old && errno != ELOOP) {
+        if (!old.is_open() && errno != ELOOP) {
             return errno == ENOENT;
         }
-        if (old && !lock(old.number())) {
+        if (old.is_open() && !lock(old.get())) {
             return errno == ESTALE;
         }
         return ::unlink(name_.c_str()) == 0 || errno == ENOENT;
@@ -445,7 +414,7 @@ bool has_attributes(int file) noexcept
 /// before an old byte is touched; after a failure the old bytes come back.
 bool overwrite(descriptor const & target, std::string_view before, std::string_view after) noexcept
 {
-    int const file = target.number();
+    int const file = target.get();
     byte_lock content(target, content_byte);
     if (!content.lock(F_WRLCK, writers_patience)) {
         return false;
@@ -478,7 +447,7 @@ public:
     {
         for (;;) {
             file_ = open_file(place.c_str(), O_RDWR, facts_);
-            if (!file_) {
+            if (!file_.is_open()) {
                 return false;
             }
             if ((facts_.st_mode & (S_IWUSR | S_IWGRP | S_IWOTH)) == 0) {
@@ -490,14 +459,14 @@ public:
             }
             struct stat there;
             if (::stat(place.c_str(), &there) == 0 && same_file(facts_, there)) {
-                return ::fstat(file_.number(), &facts_) == 0; // the size may be another by now
+                return ::fstat(file_.get(), &facts_) == 0; // the size may be another by now
             }
             // It was replaced or removed while this waited.
             lock_.unlock();
         }
     }
 
-    explicit operator bool() const noexcept { return static_cast<bool>(file_); }
+    explicit operator bool() const noexcept { return file_.is_open(); }
     descriptor const & file() const noexcept { return file_; }
     struct stat const & facts() const noexcept { return facts_; }
 
@@ -505,7 +474,7 @@ public:
     bool replaceable_by(temporary_file & temporary) const noexcept
     {
         return temporary.exists() && !temporary.is_for_new_file() && facts_.st_nlink == 1
-            && !has_attributes(file_.number()) && temporary.imitate(facts_);
+            && !has_attributes(file_.get()) && temporary.imitate(facts_);
     }
 
 private:
@@ -545,7 +514,7 @@ bool rewrite(std::span<private_profile_entry const> entries, char const * file_n
         }
         std::string before;
         auto const size = static_cast<std::size_t>(old.facts().st_size);
-        if (old && !read_whole(old.file().number(), size, before)) {
+        if (old && !read_whole(old.file().get(), size, before)) {
             return false;
         }
         profile_editor editor(before);
