@@ -23,6 +23,7 @@ expect(STATUS 2 ARGS names.c missing.c ERROR "abbreviate: missing.c: No such fil
 expect(STATUS 2 ARGS . ERROR "abbreviate: .: Is a directory\n")
 
 # An unreadable file; a superuser may read it all the same.
+file(REMOVE locked) # CMake takes the unreadable one of an earlier run for missing
 file(WRITE locked "")
 file(CHMOD locked PERMISSIONS OWNER_WRITE)
 execute_process(COMMAND id -u OUTPUT_VARIABLE user)
