@@ -2,8 +2,8 @@
 // The grammar of private-profile files: a walk in blocks of any size against a plain reading line
 // by line, and writes that are read again. The input is section, name, value and the file's text,
 // parted by bytes of 0xFF; the first byte says how to write and how long the blocks are.
-#include "zel/platform/profile_editor.h"
-#include "zel/platform/profile_text.h"
+#include "zel/platform/profiles/profile_editor.h"
+#include "zel/platform/profiles/profile_text.h"
 
 #include <cstdio>
 #include <cstdlib>

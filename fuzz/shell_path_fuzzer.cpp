@@ -2,8 +2,8 @@
 // Every shell path function on two texts, each in a block of exactly its size and each result in
 // an array of exactly a path's, so that the sanitizer sees one byte too many; and what holds for
 // every text.
-#include "zel/platform/host_path.h"
-#include "zel/platform/shell_path.h"
+#include "zel/platform/paths/host_path.h"
+#include "zel/platform/paths/shell_path.h"
 
 #include <algorithm>
 #include <cstdint>

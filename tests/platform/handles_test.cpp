@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "zel/platform/handles.h"
+#include "zel/platform/waits/handles.h"
 
 #include <atomic>
 #include <cstdint>

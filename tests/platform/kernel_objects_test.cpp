@@ -2,10 +2,10 @@
 #include "zel/platform/kernel_objects.h"
 
 #include "tests/platform/waited_object.h"
-#include "zel/platform/address_wait.h"
-#include "zel/platform/critical_section.h"
 #include "zel/platform/last_error.h"
-#include "zel/platform/threads.h"
+#include "zel/platform/objects/critical_section.h"
+#include "zel/platform/threads/threads.h"
+#include "zel/platform/waits/address_wait.h"
 #include <atomic>
 #include <cerrno>
 #include <chrono>

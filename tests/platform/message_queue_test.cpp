@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: MIT
-#include "zel/platform/address_wait.h"
-#include "zel/platform/handles.h"
 #include "zel/platform/kernel_objects.h"
 #include "zel/platform/last_error.h"
 #include "zel/platform/message_queue.h"
-#include "zel/platform/threads.h"
+#include "zel/platform/threads/threads.h"
+#include "zel/platform/waits/address_wait.h"
+#include "zel/platform/waits/handles.h"
 
 #include "tests/time_limit.h"
 #include <atomic>

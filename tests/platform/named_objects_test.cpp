@@ -2,8 +2,8 @@
 #include "zel/platform/kernel_objects.h"
 
 #include "tests/platform/waited_object.h"
-#include "zel/platform/address_wait.h"
 #include "zel/platform/last_error.h"
+#include "zel/platform/waits/address_wait.h"
 #include <algorithm>
 #include <atomic>
 #include <chrono>

@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: MIT
-#include "zel/platform/private_profile.h"
+#include "zel/platform/profiles/private_profile.h"
 
 #include "tests/scratch_folder.h"
 #include "zel/platform/last_error.h"
-#include "zel/platform/profile_editor.h"
-#include "zel/platform/profile_text.h"
+#include "zel/platform/profiles/profile_editor.h"
+#include "zel/platform/profiles/profile_text.h"
 #include <algorithm>
 #include <atomic>
 #include <cerrno>

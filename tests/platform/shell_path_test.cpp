@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "zel/platform/shell_path.h"
+#include "zel/platform/paths/shell_path.h"
 
 #include <cstring>
 #include <gtest/gtest.h>

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "zel/platform/kernel_objects.h"
-#include "zel/platform/threads.h"
+#include "zel/platform/threads/threads.h"
 #include "zel/threads/event.h"
 #include "zel/threads/mutex.h"
 #include "zel/threads/process.h"

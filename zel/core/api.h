@@ -1,9 +1,4 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-/// Marks what leaves the shared library; everything else in it is hidden.
-#define ZEL_API __attribute__((visibility("default")))
-
-/// Has the compiler check the arguments of a member against its printf format. Positions count
-/// from 1, and the object itself is number 1; 0 for `arguments` where a `va_list` is passed.
-#define ZEL_PRINTF(text, arguments) __attribute__((format(printf, text, arguments)))
+#include "zel/base/api.h"

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "zel/files/dyn_lib.h"
 
+#include "zel/platform/files/module_loader.h"
 #include "zel/platform/last_error.h"
-#include "zel/platform/module_loader.h"
 #include <utility>
 
 namespace zel {

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "zel/files/file.h"
 
-#include "zel/platform/file_stream.h"
+#include "zel/platform/files/file_stream.h"
 #include <cstring>
 #include <iterator>
 #include <utility>

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include "zel/files/native_path.h"
 
-#include "zel/platform/host_path.h"
-#include "zel/platform/shell_path.h"
-#include "zel/text/ascii.h"
+#include "zel/base/ascii.h"
+#include "zel/platform/paths/host_path.h"
+#include "zel/platform/paths/shell_path.h"
 #include <stdexcept>
 
 namespace zel {

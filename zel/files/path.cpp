@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: MIT
 #include "zel/files/path.h"
 
+#include "zel/base/ascii.h"
 #include "zel/core/auto_buffer.h"
 #include "zel/files/file.h"
-#include "zel/platform/file_system.h"
-#include "zel/platform/folders.h"
-#include "zel/platform/shell_path.h"
-#include "zel/text/ascii.h"
+#include "zel/platform/files/file_system.h"
+#include "zel/platform/files/folders.h"
+#include "zel/platform/paths/shell_path.h"
 #include <algorithm>
 #include <cstdint>
 #include <cstring>

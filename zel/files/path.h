@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "zel/core/api.h"
+#include "zel/base/api.h"
 #include "zel/core/auto_ptr.h"
 #include "zel/core/ref_obj.h"
 #include "zel/text/string.h"

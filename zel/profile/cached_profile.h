@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "zel/core/api.h"
+#include "zel/base/api.h"
 #include "zel/core/auto_ptr.h"
 #include "zel/profile/cached_key.h"
 #include "zel/profile/iprofile.h"

@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: MIT
 #include "zel/profile/ini_file.h"
 
-#include "zel/platform/host_path.h"
-#include "zel/platform/private_profile.h"
-#include "zel/platform/shell_path.h"
+#include "zel/base/ascii.h"
+#include "zel/platform/paths/host_path.h"
+#include "zel/platform/paths/shell_path.h"
+#include "zel/platform/profiles/private_profile.h"
 #include "zel/profile/number_list.h"
 #include "zel/profile/profile_batch.h"
-#include "zel/text/ascii.h"
 #include <array>
 #include <typeinfo>
 #include <vector>

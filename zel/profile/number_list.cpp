@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "zel/profile/number_list.h"
 
-#include "zel/text/ascii.h"
+#include "zel/base/ascii.h"
 #include <algorithm>
 #include <limits>
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "zel/core/api.h"
+#include "zel/base/api.h"
 #include <cstdint>
 
 namespace zel {

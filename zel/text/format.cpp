@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "zel/text/format.h"
 
-#include "zel/platform/locale.h"
+#include "zel/platform/host/locale.h"
 #include "zel/text/rounded_decimal.h"
 #include <algorithm>
 #include <bit>

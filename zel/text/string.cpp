@@ -2,7 +2,7 @@
 #include "zel/text/string.h"
 
 #include "zel/core/exception.h"
-#include "zel/platform/locale.h"
+#include "zel/platform/host/locale.h"
 #include "zel/text/format.h"
 #include <algorithm>
 #include <array>

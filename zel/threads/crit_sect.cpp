@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "zel/threads/crit_sect.h"
 
-#include "zel/platform/critical_section.h"
+#include "zel/platform/objects/critical_section.h"
 
 namespace zel {
 

@@ -2,7 +2,7 @@
 #include "zel/threads/semaphore.h"
 
 #include "zel/platform/kernel_objects.h"
-#include "zel/platform/unnamed_objects.h"
+#include "zel/platform/objects/unnamed_objects.h"
 #include "zel/threads/handle_wait.h"
 
 namespace zel {

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "zel/core/api.h"
+#include "zel/base/api.h"
 #include "zel/threads/kernel_obj.h"
 #include "zel/threads/sync_obj.h"
 #include <cstdint>

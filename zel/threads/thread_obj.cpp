@@ -2,7 +2,7 @@
 #include "zel/threads/thread_obj.h"
 
 #include "zel/platform/kernel_objects.h"
-#include "zel/platform/threads.h"
+#include "zel/platform/threads/threads.h"
 #include "zel/threads/handle_wait.h"
 #include "zel/threads/sync_obj.h"
 #include <exception>

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "zel/values/number_text.h"
 
-#include "zel/platform/locale.h"
-#include "zel/text/ascii.h"
+#include "zel/base/ascii.h"
+#include "zel/platform/host/locale.h"
 #include <bit>
 #include <charconv>
 #include <cmath>

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "zel/core/api.h"
+#include "zel/base/api.h"
 #include "zel/platform/rectangles.h"
 #include "zel/text/string.h"
 #include "zel/values/point.h"

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "zel/values/time.h"
 
-#include "zel/platform/calendar.h"
-#include "zel/platform/clock.h"
+#include "zel/platform/host/calendar.h"
+#include "zel/platform/host/clock.h"
 #include <algorithm>
 #include <cstring>
 #include <ostream>

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "zel/values/uid.h"
 
-#include "zel/platform/guid.h"
+#include "zel/platform/host/guid.h"
 #include <cstring>
 #include <emmintrin.h>
 #include <ostream>

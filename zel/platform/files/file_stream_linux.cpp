@@ -1,0 +1,110 @@
+// SPDX-License-Identifier: MIT
+#include "zel/platform/files/file_stream.h"
+
+#include "zel/platform/host/descriptor_linux.h"
+#include "zel/platform/last_error.h"
+#include "zel/platform/paths/host_path.h"
+#include "zel/platform/paths/shell_path.h"
+#include <cstdint>
+#include <cstring>
+
+#include <cerrno>
+#include <fcntl.h>
+#include <stdio_ext.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace zel::platform {
+namespace {
+
+// The C library's own streams throw away what they buffered when a signal interrupts the write of
+// it, so that these read and write through functions of their own. The cookie is the descriptor.
+
+int number(void * cookie) noexcept
+{
+    return static_cast<int>(reinterpret_cast<std::intptr_t>(cookie));
+}
+
+ssize_t read_stream(void * cookie, char * buffer, std::size_t size) noexcept
+{
+    ssize_t count;
+    do {
+        count = ::read(number(cookie), buffer, size);
+    } while (count < 0 && errno == EINTR);
+    return count;
+}
+
+ssize_t write_stream(void * cookie, char const * buffer, std::size_t size) noexcept
+{
+    std::size_t done = 0;
+    while (done < size) {
+        ssize_t const count = ::write(number(cookie), buffer + done, size - done);
+        if (count >= 0) {
+            done += static_cast<std::size_t>(count);
+        } else if (errno != EINTR) {
+            break; // a short count is the sign of an error here
+        }
+    }
+    return static_cast<ssize_t>(done);
+}
+
+int seek_stream(void * cookie, off64_t * offset, int whence) noexcept
+{
+    *offset = ::lseek(number(cookie), *offset, whence);
+    return *offset < 0 ? -1 : 0;
+}
+
+int close_stream(void * cookie) noexcept
+{
+    // An interrupted close has closed all the same.
+    return ::close(number(cookie)) == 0 || errno == EINTR ? 0 : -1;
+}
+
+int open_flags(char const * mode) noexcept
+{
+    int const access = std::strchr(mode, '+') != nullptr ? O_RDWR
+        : *mode == 'r'                                   ? O_RDONLY
+                                                         : O_WRONLY;
+    int const creation = *mode == 'r' ? 0 : *mode == 'a' ? O_CREAT | O_APPEND : O_CREAT | O_TRUNC;
+    return access | creation | O_CLOEXEC;
+}
+
+std::FILE * fail() noexcept
+{
+    set_last_error(error_from_errno(errno));
+    return nullptr;
+}
+
+} // namespace
+
+std::FILE * open_stream(char const * path, char const * mode) noexcept
+{
+    char host[max_path];
+    if (!to_host_path(host, path)) {
+        return nullptr;
+    }
+    int opened;
+    do {
+        opened = ::open(host, open_flags(mode), 0666);
+    } while (opened < 0 && errno == EINTR); // a pipe is waited for
+    descriptor file(opened);
+    struct stat facts;
+    if (!file.is_open() || ::fstat(file.get(), &facts) != 0) {
+        return fail();
+    }
+    if (S_ISDIR(facts.st_mode)) {
+        errno = EISDIR;
+        return fail();
+    }
+    std::FILE * const stream
+        = ::fopencookie(reinterpret_cast<void *>(std::intptr_t{file.get()}), mode,
+                        {read_stream, write_stream, seek_stream, close_stream});
+    if (stream == nullptr) {
+        return fail();
+    }
+    file.release();
+    ::__fsetlocking(stream, FSETLOCKING_BYCALLER);
+    return stream;
+}
+
+} // namespace zel::platform

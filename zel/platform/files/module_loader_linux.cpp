@@ -1,0 +1,63 @@
+// SPDX-License-Identifier: MIT
+#include "zel/platform/files/module_loader.h"
+
+#include "zel/platform/last_error.h"
+#include "zel/platform/paths/host_path.h"
+#include "zel/platform/paths/shell_path.h"
+#include <cstring>
+#include <string_view>
+
+#include <dlfcn.h>
+
+namespace zel::platform {
+namespace {
+
+void keep_reason(std::uint32_t code) noexcept
+{
+    char const * const reason = ::dlerror();
+    set_last_error(code, reason == nullptr ? std::string_view() : std::string_view(reason));
+}
+
+} // namespace
+
+void * load_library(char const * name) noexcept
+{
+    char host[max_path];
+    if (std::strchr(name, '\\') != nullptr || path_get_drive_number(name) >= 0) {
+        if (!to_host_path(host, name)) {
+            set_last_error(error_mod_not_found);
+            return nullptr;
+        }
+        name = host;
+    }
+    if (*name == '\0') { // dlopen would give the program itself
+        set_last_error(error_mod_not_found);
+        return nullptr;
+    }
+    void * const module = ::dlopen(name, RTLD_LAZY | RTLD_LOCAL);
+    if (module == nullptr) {
+        keep_reason(error_mod_not_found);
+    }
+    return module;
+}
+
+void * get_proc_address(void * module, char const * name) noexcept
+{
+    ::dlerror(); // an older reason would be taken for this call's
+    void * const address = ::dlsym(module, name);
+    if (address == nullptr) {
+        keep_reason(error_proc_not_found);
+    }
+    return address;
+}
+
+bool free_library(void * module) noexcept
+{
+    if (::dlclose(module) == 0) {
+        return true;
+    }
+    keep_reason(error_invalid_handle);
+    return false;
+}
+
+} // namespace zel::platform

@@ -1,0 +1,139 @@
+// SPDX-License-Identifier: MIT
+#include "zel/platform/host/guid.h"
+
+#include <atomic>
+#include <cerrno>
+#include <cstddef>
+#include <cstring>
+#include <fcntl.h>
+#include <new>
+#include <sys/mman.h>
+#include <sys/random.h>
+#include <unistd.h>
+
+namespace zel::platform {
+namespace {
+
+// What a thread has fetched and not used yet. Of no use to a child of fork, in which the parent's
+// thread lives on with the same bytes.
+struct supply {
+    std::uint32_t process; // as `this_process` gives it; 0 before the first time
+    std::uint32_t used;
+    unsigned char bytes[32 * sizeof(guid)];
+};
+
+constinit thread_local supply of_this_thread{};
+
+constinit std::atomic<std::uint32_t> processes{0};
+
+// A page of which a child of fork gets zeros instead of a copy, however the fork was made (a
+// handler of pthread_atfork would not see a clone). Null where the kernel, before Linux 4.14,
+// cannot do it.
+std::atomic<std::uint32_t> * map_mark()
+{
+    long const page_size = ::sysconf(_SC_PAGESIZE);
+    auto const size = static_cast<std::size_t>(page_size);
+    void * const page
+        = ::mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    if (page == MAP_FAILED) {
+        return nullptr;
+    }
+    if (::madvise(page, size, MADV_WIPEONFORK) != 0) {
+        ::munmap(page, size);
+        return nullptr;
+    }
+    return ::new (page) std::atomic<std::uint32_t>(0);
+}
+
+// A number that tells this process from all that it descends from; 0 when they cannot be told.
+std::uint32_t this_process()
+{
+    static std::atomic<std::uint32_t> * const mark = map_mark();
+    if (mark == nullptr) {
+        return 0;
+    }
+    std::uint32_t number = mark->load(std::memory_order_relaxed);
+    if (number == 0) [[unlikely]] {
+        std::uint32_t const next = processes.fetch_add(1, std::memory_order_relaxed) + 1;
+        if (mark->compare_exchange_strong(number, next, std::memory_order_relaxed)) {
+            number = next;
+        }
+    }
+    return number;
+}
+
+bool read_device(unsigned char * bytes, std::size_t count)
+{
+    int const device = ::open("/dev/urandom", O_RDONLY | O_CLOEXEC);
+    if (device < 0) {
+        return false;
+    }
+    while (count != 0) {
+        ssize_t const got = ::read(device, bytes, count);
+        if (got <= 0) {
+            if (got < 0 && errno == EINTR) {
+                continue;
+            }
+            break;
+        }
+        bytes += got;
+        count -= static_cast<std::size_t>(got);
+    }
+    ::close(device);
+    return count == 0;
+}
+
+bool fetch(unsigned char * bytes, std::size_t count)
+{
+    while (count != 0) {
+        ssize_t const got = ::getrandom(bytes, count, 0);
+        if (got < 0) {
+            if (errno == EINTR) {
+                continue;
+            }
+            return read_device(bytes, count); // the call may be forbidden where the file is not
+        }
+        bytes += got;
+        count -= static_cast<std::size_t>(got);
+    }
+    return true;
+}
+
+[[gnu::noinline]] bool refill(supply & from, std::uint32_t process)
+{
+    from.process = 0;
+    if (!fetch(from.bytes, sizeof from.bytes)) {
+        return false;
+    }
+    from.process = process;
+    from.used = 0;
+    return true;
+}
+
+} // namespace
+
+bool co_create_guid(guid & id) noexcept
+{
+    guid fresh;
+    std::uint32_t const process = this_process();
+    supply & from = of_this_thread;
+    if (process == 0) {
+        unsigned char bytes[sizeof fresh];
+        if (!fetch(bytes, sizeof bytes)) {
+            return false;
+        }
+        std::memcpy(&fresh, bytes, sizeof fresh);
+    } else {
+        if ((from.process != process || from.used == sizeof from.bytes) && !refill(from, process)) {
+            return false;
+        }
+        std::memcpy(&fresh, from.bytes + from.used, sizeof fresh);
+        from.used += sizeof fresh;
+    }
+    fresh.data3 = static_cast<std::uint16_t>((fresh.data3 & 0x0FFF) | 0x4000); // the version
+    fresh.data4[0] = static_cast<std::uint8_t>((fresh.data4[0] & 0x3F) | 0x80); // the variant
+    id = fresh;
+    return true;
+}
+
+} // namespace zel::platform

@@ -1,0 +1,391 @@
+// SPDX-License-Identifier: MIT
+#include "zel/platform/objects/unnamed_objects.h"
+
+#include "zel/platform/kernel_objects.h"
+#include "zel/platform/last_error.h"
+#include "zel/platform/threads/threads.h"
+#include "zel/platform/waits/address_wait.h"
+#include <algorithm>
+
+// The word of an object:
+//
+//     bits 0 to 30  the units that are free: of a semaphore up to its maximum, of an event 1 when
+//                   it is set. A wait takes one, but from a manual-reset event none
+//     bit 31        `queued`: somebody waits, and then no unit is free
+//
+// Without `queued` every operation is one exchange of the word. With it only those that hold the
+// queue's lock change the word; a unit is then not put down for whoever comes first but given to
+// the first in the queue, who leaves the queue in the same step. Nothing has to be taken after the
+// wake-up, so a latecomer cannot take it.
+//
+// A thread that is told to stop leaves the queue, or, if it had just been given a unit, gives that
+// to the next. What a pulse gave, and what a manual-reset event gave, it keeps: the next in the
+// queue has come later than the pulse, or was given its own.
+namespace zel::platform {
+namespace {
+
+constexpr std::uint32_t queued = 0x80000000;
+
+struct waiter {
+    std::atomic<std::uint32_t> granted{0};
+    bool keeps = false; // what it was given is for nobody else; settled before `granted`
+    waiter * next = nullptr;
+    waiter * previous = nullptr;
+};
+
+struct waiter_queue {
+    std::atomic<std::uint32_t> maximum; // where maximum_of looks
+    brief_lock lock;
+    waiter * first;
+    waiter * last;
+
+    void append(waiter & one) noexcept
+    {
+        one.next = nullptr;
+        one.previous = last;
+        (last == nullptr ? first : last->next) = &one;
+        last = &one;
+    }
+
+    void remove(waiter & one) noexcept
+    {
+        (one.previous == nullptr ? first : one.previous->next) = one.next;
+        (one.next == nullptr ? last : one.next->previous) = one.previous;
+    }
+
+    // The waiter may be gone with its stack as soon as `granted` is set; waking needs only the
+    // address. A false wake-up there does no harm to whoever sleeps on that address by then.
+    void grant_first(bool keeps) noexcept
+    {
+        waiter & one = *first;
+        remove(one);
+        std::atomic<std::uint32_t> const & word = one.granted;
+        one.keeps = keeps;
+        one.granted.store(1, std::memory_order_release);
+        wake_address(word, 1, false);
+    }
+};
+static_assert(sizeof(waiter_queue) <= sizeof(handle_slot::room));
+
+waiter_queue & queue_of(handle_slot & slot)
+{
+    void * const room = slot.room;
+    return *static_cast<waiter_queue *>(room);
+}
+
+bool refuse(std::uint32_t error)
+{
+    set_last_error(error);
+    return false;
+}
+
+/// The right to touch the queue: the slot cannot change hands, and the thread is not stopped.
+class queue_access {
+public:
+    queue_access(handle_slot & slot, void * handle) noexcept
+        : slot_(slot)
+        , pinned_(pin(slot, handle))
+    {
+        if (pinned_) {
+            queue_of(slot).lock.lock();
+        }
+    }
+    ~queue_access()
+    {
+        if (pinned_) {
+            queue_of(slot_).lock.unlock();
+            if (unpin(slot_)) {
+                free_slot(slot_);
+            }
+        }
+    }
+    queue_access(queue_access const &) = delete;
+    queue_access & operator=(queue_access const &) = delete;
+
+    explicit operator bool() const noexcept { return pinned_ || refuse(error_invalid_handle); }
+    waiter_queue & operator*() const noexcept { return queue_of(slot_); }
+    waiter_queue * operator->() const noexcept { return &queue_of(slot_); }
+
+private:
+    uninterrupted const guard_;
+    handle_slot & slot_;
+    bool const pinned_;
+};
+
+// The tag may change under a pin, when the handle is closed, and without `queued` the word too.
+void set_word(handle_slot & slot, std::uint32_t word)
+{
+    std::uint64_t state = slot.state.load(std::memory_order_relaxed);
+    while (!slot.state.compare_exchange_weak(state, with_word(state, word),
+                                             std::memory_order_acq_rel)) { }
+}
+
+// Under the queue's lock: gives `count` units to those that wait and puts down the rest, up to the
+// maximum: a unit that comes back from a waiter may find the semaphore full again.
+void distribute(handle_slot & slot, waiter_queue & queue, std::uint32_t count)
+{
+    while (count > 0 && queue.first != nullptr) {
+        queue.grant_first(false);
+        --count;
+    }
+    if (queue.first != nullptr) {
+        return;
+    }
+    std::uint32_t const maximum = queue.maximum.load(std::memory_order_relaxed);
+    std::uint64_t state = slot.state.load(std::memory_order_relaxed);
+    std::uint32_t word;
+    do {
+        std::uint32_t const free = word_of(state) & ~queued;
+        word = free + std::min(count, maximum - free);
+    } while (!slot.state.compare_exchange_weak(state, with_word(state, word),
+                                               std::memory_order_acq_rel));
+}
+
+// Under the queue's lock: takes a unit, or else announces a waiter.
+bool take_or_announce(handle_slot & slot, bool manual)
+{
+    std::uint64_t state = slot.state.load(std::memory_order_acquire);
+    for (;;) {
+        std::uint32_t const word = word_of(state);
+        bool const free = word != 0 && word != queued;
+        if (free && manual) {
+            return true;
+        }
+        if (slot.state.compare_exchange_weak(state, with_word(state, free ? word - 1 : queued),
+                                             std::memory_order_acq_rel,
+                                             std::memory_order_acquire)) {
+            return free;
+        }
+    }
+}
+
+void leave(handle_slot & slot, waiter_queue & queue, waiter & self)
+{
+    queue.remove(self);
+    if (queue.first == nullptr) {
+        set_word(slot, 0);
+    }
+}
+
+enum class outcome { given, late, stopped };
+
+// Waits once, from joining the queue to leaving it.
+outcome wait_in_queue(handle_slot & slot, waiter_queue & queue, bool manual, std::int64_t until)
+{
+    waiter self;
+    queue.lock.lock();
+    bool const taken = take_or_announce(slot, manual);
+    if (!taken) {
+        queue.append(self);
+    }
+    queue.lock.unlock();
+    if (taken) {
+        return outcome::given;
+    }
+
+    wake_reason reason;
+    do {
+        reason = wait_interruptibly(self.granted, 0, until, false);
+    } while (self.granted.load(std::memory_order_acquire) == 0 && reason != wake_reason::late
+             && !told_to_stop());
+
+    bool stopped = told_to_stop();
+    bool given = self.granted.load(std::memory_order_acquire) != 0;
+    if (given && (!stopped || self.keeps)) {
+        return outcome::given;
+    }
+    queue.lock.lock();
+    given = self.granted.load(std::memory_order_relaxed) != 0;
+    if (!given) {
+        leave(slot, queue, self);
+    } else if (stopped && !self.keeps) {
+        given = false;
+        distribute(slot, queue, 1);
+    }
+    queue.lock.unlock();
+    if (given) {
+        return outcome::given;
+    }
+    return reason == wake_reason::late && !stopped ? outcome::late : outcome::stopped;
+}
+
+std::uint32_t wait_slowly(handle_slot & slot, void * handle, bool manual,
+                          std::uint32_t milliseconds)
+{
+    std::int64_t const until = moment_after(milliseconds);
+    for (;;) {
+        // A thread that is told to stop does so at the end of this, without the pin: it may be
+        // terminated there.
+        uninterrupted const guard;
+        if (!pin(slot, handle)) {
+            set_last_error(error_invalid_handle);
+            return wait_failed;
+        }
+        outcome const result = wait_in_queue(slot, queue_of(slot), manual, until);
+        if (unpin(slot)) {
+            free_slot(slot);
+        }
+        if (result != outcome::stopped) {
+            return result == outcome::given ? wait_object_0 : wait_timeout;
+        }
+    }
+}
+
+/// Puts another word in the place of one without `queued`.
+/// \param before  takes the old word; when that is `queued`, nothing has been done.
+bool exchange(handle_slot & slot, void * handle, std::uint32_t & before, std::uint32_t after)
+{
+    std::uint64_t state = slot.state.load(std::memory_order_relaxed);
+    do {
+        if (!is_alive(state, handle)) {
+            return refuse(error_invalid_handle);
+        }
+        before = word_of(state);
+        // Also when the word stays the same: what this thread did before becomes visible to the
+        // thread that is let through.
+    } while (before != queued
+             && !slot.state.compare_exchange_weak(state, with_word(state, after),
+                                                  std::memory_order_acq_rel,
+                                                  std::memory_order_relaxed));
+    return true;
+}
+
+bool is_manual(void * handle) { return kind_of(handle) == handle_kind::manual_event; }
+
+} // namespace
+
+void * create_unnamed(handle_kind kind, std::uint32_t initial, std::uint32_t maximum) noexcept
+{
+    uninterrupted const guard;
+    handle_slot * const slot = take_slot();
+    if (slot == nullptr) {
+        return nullptr;
+    }
+    queue_of(*slot).maximum.store(maximum, std::memory_order_relaxed);
+    return publish(*slot, kind, initial, 0xFFFFFFFF);
+}
+
+std::uint32_t wait_for_unnamed(handle_slot & slot, void * handle,
+                               std::uint32_t milliseconds) noexcept
+{
+    bool const manual = is_manual(handle);
+    std::uint64_t state = slot.state.load(std::memory_order_acquire);
+    for (;;) {
+        if (!is_alive(state, handle)) {
+            set_last_error(error_invalid_handle);
+            return wait_failed;
+        }
+        if (word_of(state) == 0 || word_of(state) == queued) {
+            break;
+        }
+        if (manual
+            || slot.state.compare_exchange_weak(state, state - 1, std::memory_order_acquire)) {
+            return wait_object_0;
+        }
+    }
+    return milliseconds == 0 ? wait_timeout : wait_slowly(slot, handle, manual, milliseconds);
+}
+
+bool set_unnamed_event(handle_slot & slot, void * handle) noexcept
+{
+    std::uint32_t before;
+    if (!exchange(slot, handle, before, 1)) {
+        return false;
+    }
+    if (before == queued) {
+        queue_access const queue(slot, handle);
+        if (!queue) {
+            return false;
+        }
+        if (is_manual(handle)) {
+            while (queue->first != nullptr) {
+                queue->grant_first(true);
+            }
+            set_word(slot, 1);
+        } else {
+            distribute(slot, *queue, 1);
+        }
+    }
+    return true;
+}
+
+bool reset_unnamed_event(handle_slot & slot, void * handle) noexcept
+{
+    std::uint32_t before;
+    return exchange(slot, handle, before, 0);
+}
+
+bool pulse_unnamed_event(handle_slot & slot, void * handle) noexcept
+{
+    std::uint32_t before;
+    if (!exchange(slot, handle, before, 0)) {
+        return false;
+    }
+    if (before == queued) {
+        queue_access const queue(slot, handle);
+        if (!queue) {
+            return false;
+        }
+        bool const all = is_manual(handle);
+        while (queue->first != nullptr) {
+            queue->grant_first(true);
+            if (!all) {
+                break;
+            }
+        }
+        if (queue->first == nullptr) {
+            set_word(slot, 0);
+        }
+    }
+    return true;
+}
+
+bool release_unnamed_semaphore(handle_slot & slot, void * handle, std::uint32_t count,
+                               std::int32_t * previous) noexcept
+{
+    std::uint32_t const maximum = maximum_of(slot);
+    std::uint64_t state = slot.state.load(std::memory_order_relaxed);
+    for (;;) {
+        if (!is_alive(state, handle)) {
+            return refuse(error_invalid_handle);
+        }
+        std::uint32_t const before = word_of(state);
+        std::uint32_t const free = before & ~queued;
+        if (count > maximum - free) {
+            return refuse(error_too_many_posts);
+        }
+        if (before != queued) {
+            if (!slot.state.compare_exchange_weak(state, state + count, std::memory_order_release,
+                                                  std::memory_order_relaxed)) {
+                continue;
+            }
+        } else {
+            queue_access const queue(slot, handle);
+            if (!queue) {
+                return false;
+            }
+            state = slot.state.load(std::memory_order_relaxed);
+            if (word_of(state) != queued) {
+                continue; // the last one has left meanwhile
+            }
+            distribute(slot, *queue, count);
+        }
+        if (previous != nullptr) {
+            *previous = static_cast<std::int32_t>(free);
+        }
+        return true;
+    }
+}
+
+void forget_waiters(handle_slot & slot) noexcept
+{
+    waiter_queue & queue = queue_of(slot);
+    queue.lock.reset();
+    queue.first = nullptr;
+    queue.last = nullptr;
+    if (word_of(slot.state.load(std::memory_order_relaxed)) == queued) {
+        set_word(slot, 0);
+    }
+}
+
+} // namespace zel::platform

@@ -1,0 +1,69 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "zel/platform/waits/handles.h"
+#include <atomic>
+#include <cstdint>
+
+/// Events and semaphores without a name: the word in the slot's state, the queue of waiters in its
+/// room. The handles are of the kinds auto_event, manual_event and semaphore; results and last
+/// errors as in kernel_objects.h.
+namespace zel::platform {
+
+/// \param maximum  of a semaphore; 1 for an event.
+/// \returns null with the last error of `take_slot`.
+void * create_unnamed(handle_kind kind, std::uint32_t initial, std::uint32_t maximum) noexcept;
+
+/// Of a semaphore; it stands first in the room. Means nothing when the handle is not alive.
+inline std::uint32_t maximum_of(handle_slot const & slot) noexcept
+{
+    void const * const room = slot.room;
+    return static_cast<std::atomic<std::uint32_t> const *>(room)->load(std::memory_order_relaxed);
+}
+
+/// \name One exchange of the word, when that is all it takes
+/// \returns false when nothing was done: the function of the same job sees to it.
+/// @{
+/// \param state  of the slot, just loaded.
+inline bool take_free_unit(handle_slot & slot, void * handle, std::uint64_t state) noexcept
+{
+    return is_alive(state, handle) && word_of(state) - 1 < 0x7FFFFFFF
+        && slot.state.compare_exchange_strong(state, state - 1, std::memory_order_acquire,
+                                              std::memory_order_relaxed);
+}
+
+inline bool put_down(handle_slot & slot, void * handle, std::uint32_t count,
+                     std::uint32_t maximum) noexcept
+{
+    std::uint64_t state = slot.state.load(std::memory_order_relaxed);
+    std::uint64_t const after = word_of(state) + std::uint64_t{count};
+    return is_alive(state, handle) && after <= maximum
+        && slot.state.compare_exchange_strong(state, state + count, std::memory_order_release,
+                                              std::memory_order_relaxed);
+}
+
+/// What giving one unit of a semaphore back mostly comes to, for callers to have inline.
+/// \param handle  any value.
+inline bool put_down_one(void * handle) noexcept
+{
+    handle_slot * const slot = slot_of(handle);
+    return slot != nullptr && kind_of(handle) == handle_kind::semaphore
+        && put_down(*slot, handle, 1, maximum_of(*slot));
+}
+/// @}
+
+std::uint32_t wait_for_unnamed(handle_slot & slot, void * handle,
+                               std::uint32_t milliseconds) noexcept;
+
+bool set_unnamed_event(handle_slot & slot, void * handle) noexcept;
+bool reset_unnamed_event(handle_slot & slot, void * handle) noexcept;
+bool pulse_unnamed_event(handle_slot & slot, void * handle) noexcept;
+
+/// \param count  positive.
+bool release_unnamed_semaphore(handle_slot & slot, void * handle, std::uint32_t count,
+                               std::int32_t * previous) noexcept;
+
+/// In the child after a fork, for a slot with a living handle: nobody waits there.
+void forget_waiters(handle_slot & slot) noexcept;
+
+} // namespace zel::platform

@@ -1,0 +1,89 @@
+// SPDX-License-Identifier: MIT
+#include "zel/platform/paths/host_path.h"
+
+#include "zel/platform/last_error.h"
+#include "zel/platform/paths/shell_path.h"
+#include <algorithm>
+#include <cstring>
+
+namespace zel::platform {
+namespace {
+
+bool is_drive(std::string_view text) noexcept
+{
+    return text.size() >= 2 && text[1] == ':'
+        && ((text[0] >= 'a' && text[0] <= 'z') || (text[0] >= 'A' && text[0] <= 'Z'));
+}
+
+bool is_separator(char c) noexcept { return c == '\\' || c == '/'; }
+
+/// True when the last component is a dot, behind which the host would follow a link.
+bool ends_in_dot(std::string_view text) noexcept
+{
+    std::size_t const last = text.find_last_not_of("\\/");
+    return last != text.npos && last > 0 && text[last] == '.' && is_separator(text[last - 1]);
+}
+
+bool fail(std::uint32_t code) noexcept
+{
+    set_last_error(code);
+    return false;
+}
+
+} // namespace
+
+bool to_host_path(char * result, char const * text) noexcept
+{
+    *result = '\0';
+    std::string_view rest(text == nullptr ? "" : text);
+    if (rest.size() >= max_path) {
+        return fail(error_filename_exced_range);
+    }
+    if (rest.starts_with("\\\\?\\") && is_drive(rest.substr(4))) {
+        rest.remove_prefix(4);
+    }
+    // A folder's `..` is the folder in front of it in the text, also where the host would follow a
+    // link first.
+    char resolved[max_path];
+    if (rest.find("..") != rest.npos || ends_in_dot(rest)) {
+        *std::replace_copy(rest.begin(), rest.end(), resolved, '/', '\\') = '\0';
+        path_canonicalize(resolved, resolved); // never longer than it was, apart from `.\c:`
+        rest = resolved;
+    }
+    if (is_drive(rest)) {
+        if ((rest[0] | 0x20) != 'c') {
+            return fail(error_path_not_found);
+        }
+        rest.remove_prefix(2);
+        *result++ = '/';
+        while (!rest.empty() && is_separator(rest.front())) {
+            rest.remove_prefix(1);
+        }
+    } else if (rest.empty()
+               || (rest.size() >= 2 && is_separator(rest[0]) && is_separator(rest[1]))) {
+        return fail(error_path_not_found);
+    }
+    *std::replace_copy(rest.begin(), rest.end(), result, '\\', '/') = '\0';
+    return true;
+}
+
+bool from_host_path(char * result, std::string_view host) noexcept
+{
+    *result = '\0';
+    bool const rooted = host.starts_with('/');
+    if (host.empty() || is_drive(host) || host.find('\\') != host.npos
+        || host.find('\0') != host.npos) {
+        return fail(error_bad_pathname);
+    }
+    if (host.size() + (rooted ? 2 : 0) >= max_path) {
+        return fail(error_filename_exced_range);
+    }
+    if (rooted) {
+        *result++ = 'C';
+        *result++ = ':';
+    }
+    *std::replace_copy(host.begin(), host.end(), result, '/', '\\') = '\0';
+    return true;
+}
+
+} // namespace zel::platform

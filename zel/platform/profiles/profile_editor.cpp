@@ -1,0 +1,369 @@
+// SPDX-License-Identifier: MIT
+#include "zel/platform/profiles/profile_editor.h"
+
+#include "zel/base/ascii.h"
+#include "zel/platform/profiles/profile_text.h"
+#include <algorithm>
+
+namespace zel::platform {
+namespace {
+
+/// Whether a byte would end the text in the file.
+/// \param other  one that does beside line ends and NUL.
+bool is_broken(std::string_view text, char other = '\0') noexcept
+{
+    return std::any_of(text.begin(), text.end(),
+                       [other](char c) { return is_line_end(c) || c == '\0' || c == other; });
+}
+
+bool has_bare_ends(std::string_view name) noexcept
+{
+    return trim_profile_blanks(name).size() == name.size();
+}
+
+std::string_view leading_blanks(std::string_view text) noexcept
+{
+    auto const end = std::find_if_not(text.begin(), text.end(), is_profile_blank);
+    return text.substr(0, static_cast<std::size_t>(end - text.begin()));
+}
+
+std::string_view line_end_at(std::string_view text, std::size_t position) noexcept
+{
+    bool const both = text.substr(position).starts_with("\r\n");
+    return text.substr(position, both ? 2 : 1);
+}
+
+/// The line end that closes the text, or nothing.
+std::string_view closing_line_end(std::string_view text) noexcept
+{
+    std::size_t const size = text.ends_with("\r\n")           ? 2
+        : !text.empty() && is_line_end(text[text.size() - 1]) ? 1
+                                                              : 0;
+    return text.substr(text.size() - size);
+}
+
+std::string hexadecimal(std::string_view bytes)
+{
+    constexpr char digits[] = "0123456789ABCDEF";
+    std::string text;
+    text.reserve(2 * bytes.size() + 2);
+    auto const add = [&](unsigned char byte) {
+        text += digits[byte / 16];
+        text += digits[byte % 16];
+    };
+    unsigned char sum = 0;
+    for (char const byte : bytes) {
+        add(static_cast<unsigned char>(byte));
+        sum = static_cast<unsigned char>(sum + static_cast<unsigned char>(byte));
+    }
+    add(sum);
+    return text;
+}
+
+} // namespace
+
+bool can_be_read_back(private_profile_entry const & entry) noexcept
+{
+    std::string_view const section = trim_spaces(entry.section);
+    std::string_view const name = trim_spaces(entry.name);
+    return !is_broken(section, ']') && has_bare_ends(section) && !is_broken(name, '=')
+        && has_bare_ends(name) && !name.starts_with(';') && !name.starts_with('[')
+        && (entry.kind != private_profile_entry::text || !is_broken(entry.value));
+}
+
+std::size_t profile_editor::folded_hash::operator()(std::string_view name) const noexcept
+{
+    std::uint64_t sum = 0xCBF29CE484222325; // FNV-1a
+    for (char const c : name) {
+        sum = (sum ^ static_cast<unsigned char>(ascii::lower(c))) * 0x100000001B3;
+    }
+    return static_cast<std::size_t>(sum ^ sum >> 32);
+}
+
+bool profile_editor::folded_equal::operator()(std::string_view a, std::string_view b) const noexcept
+{
+    return ascii::equal_without_case(a, b);
+}
+
+std::size_t profile_editor::name_index::find(std::string_view name) const
+{
+    auto const place = places_.find(name);
+    return place == places_.end() ? none : place->second;
+}
+
+void profile_editor::name_index::drop() noexcept
+{
+    places_.clear();
+    searches_ = 0;
+}
+
+profile_editor::profile_editor(std::string_view text)
+    : text_(text)
+{
+    std::size_t const mark = text.starts_with(byte_order_mark) ? byte_order_mark.size() : 0;
+    char const * const end = text.data() + text.size();
+    char const * const begin = text.data() + mark;
+    char const * part = text.data();
+    std::string_view name;
+    for (char const * at = begin;;) {
+        at = find_section_head(begin, at, end, true);
+        char const * front = at;
+        while (at != end && front != begin && is_profile_blank(front[-1])) {
+            --front;
+        }
+        sections_.push_back({name, std::string_view(part, static_cast<std::size_t>(front - part))});
+        if (at == end) {
+            break;
+        }
+        part = front;
+        ++at;
+        auto const is_name_end = [](char c) { return c == ']' || is_line_end(c); };
+        char const * const name_end = std::find_if(at, end, is_name_end);
+        name = trim_profile_blanks(std::string_view(at, static_cast<std::size_t>(name_end - at)));
+        at = name_end;
+    }
+}
+
+bool profile_editor::apply(private_profile_entry const & entry)
+{
+    if (!can_be_read_back(entry)) {
+        return false;
+    }
+    std::string_view const name = trim_spaces(entry.name);
+    section * part = find_section(trim_spaces(entry.section));
+    std::size_t const position = part == nullptr ? none : find_line(*part, name);
+    if (entry.kind == private_profile_entry::removal) {
+        if (position != none) {
+            remove(*part, position);
+        }
+        return true;
+    }
+    std::string_view value = entry.value;
+    if (entry.kind == private_profile_entry::block) {
+        value = made_.emplace_back(hexadecimal(value));
+    }
+    if (position != none) {
+        set_value(part->lines[position], value);
+    } else {
+        if (part == nullptr) {
+            part = &add_section(trim_spaces(entry.section));
+        }
+        line added;
+        added.lead = name;
+        added.equals = "=";
+        added.value = value;
+        added.name = name;
+        added.is_entry = true;
+        insert(*part, part->last_entry, added);
+    }
+    added_ += value.size() + name.size() + 3;
+    return true;
+}
+
+std::string profile_editor::text() const
+{
+    std::string result;
+    result.reserve(text_.size() + added_);
+    for (section const & part : sections_) {
+        if (part.lines.empty()) {
+            result += part.text;
+            continue;
+        }
+        for (std::size_t i = 0; i != none; i = part.lines[i].next) {
+            line const & each = part.lines[i];
+            result.append(each.lead).append(each.equals).append(each.blanks);
+            result.append(each.value).append(each.end);
+        }
+    }
+    return result;
+}
+
+profile_editor::section * profile_editor::find_section(std::string_view name)
+{
+    if (last_found_ != none && ascii::equal_without_case(sections_[last_found_].name, name)) {
+        return &sections_[last_found_];
+    }
+    std::size_t found = none;
+    if (section_names_.due()) {
+        for (std::size_t i = 1; i < sections_.size(); ++i) {
+            section_names_.add(sections_[i].name, i);
+        }
+    }
+    if (section_names_.built()) {
+        found = section_names_.find(name);
+    } else {
+        for (std::size_t i = 1; i < sections_.size() && found == none; ++i) {
+            found = ascii::equal_without_case(sections_[i].name, name) ? i : none;
+        }
+    }
+    if (found == none) {
+        return nullptr;
+    }
+    last_found_ = found;
+    return &sections_[found];
+}
+
+profile_editor::section & profile_editor::add_section(std::string_view name)
+{
+    std::string_view const end = close_file();
+    std::string & head = made_.emplace_back("[");
+    head.append(name).append("]");
+    section & part = sections_.emplace_back(section{name, {}});
+    line first;
+    first.lead = head;
+    first.end = end;
+    part.lines.push_back(first);
+    part.last = 0;
+    last_found_ = sections_.size() - 1;
+    if (section_names_.built()) {
+        section_names_.add(name, last_found_);
+    }
+    added_ += head.size() + end.size();
+    return part;
+}
+
+/// Takes the section apart into lines, once.
+void profile_editor::open(section & part)
+{
+    if (!part.lines.empty()) {
+        return;
+    }
+    for (std::string_view rest = part.text; !rest.empty();) {
+        char const * const stop = find_line_end(rest.data(), rest.data() + rest.size());
+        auto const length = static_cast<std::size_t>(stop - rest.data());
+        line each;
+        each.lead = rest.substr(0, length);
+        if (length < rest.size()) {
+            each.end = line_end_at(rest, length);
+        }
+        rest.remove_prefix(length + each.end.size());
+        std::size_t const equals = each.lead.find('=');
+        std::string_view const visible = trim_profile_blanks(each.lead);
+        if (equals != each.lead.npos && visible.front() != ';' && visible.front() != '[') {
+            std::string_view const behind = each.lead.substr(equals + 1);
+            each.is_entry = true;
+            each.name = trim_profile_blanks(each.lead.substr(0, equals));
+            each.blanks = leading_blanks(behind);
+            each.value = behind.substr(each.blanks.size());
+            each.lead = each.lead.substr(0, equals + 1);
+            part.last_entry = part.lines.size();
+        }
+        each.previous = part.last;
+        part.last = part.lines.size();
+        if (each.previous != none) {
+            part.lines[each.previous].next = part.last;
+        }
+        part.lines.push_back(each);
+    }
+}
+
+/// The blanks between `=` and a value stay unless the new value begins with some of its own: lines
+/// that somebody has aligned stay so, and writing a value twice is writing it once.
+void profile_editor::set_value(line & entry, std::string_view value) noexcept
+{
+    if (entry.blanks.empty()) {
+        entry.blanks = leading_blanks(entry.value);
+    }
+    if (!leading_blanks(value).empty()) {
+        entry.blanks = {};
+    }
+    entry.value = value;
+}
+
+std::size_t profile_editor::find_line(section & part, std::string_view name)
+{
+    open(part);
+    bool const build = part.entries.due();
+    if (part.entries.built() && !build) {
+        return part.entries.find(name);
+    }
+    std::size_t found = none;
+    for (std::size_t i = 0; i != none && (build || found == none); i = part.lines[i].next) {
+        line const & each = part.lines[i];
+        if (!each.is_entry) {
+            continue;
+        }
+        if (build) {
+            part.entries.add(each.name, i);
+        }
+        if (found == none && ascii::equal_without_case(each.name, name)) {
+            found = i;
+        }
+    }
+    return found;
+}
+
+/// Puts an entry behind a line and gives it that line's end.
+void profile_editor::insert(section & part, std::size_t behind, line added)
+{
+    added.end = close_line(part, behind);
+    added.previous = behind;
+    added.next = part.lines[behind].next;
+    std::size_t const position = part.lines.size();
+    if (part.entries.built()) {
+        part.entries.add(added.name, position);
+    }
+    part.lines.push_back(added);
+    part.lines[behind].next = position;
+    if (added.next != none) {
+        part.lines[added.next].previous = position;
+    } else {
+        part.last = position;
+    }
+    part.last_entry = position;
+}
+
+void profile_editor::remove(section & part, std::size_t position)
+{
+    line const gone = part.lines[position];
+    part.lines[gone.previous].next = gone.next;
+    if (gone.next != none) {
+        part.lines[gone.next].previous = gone.previous;
+    } else {
+        part.last = gone.previous;
+    }
+    if (part.last_entry == position) {
+        std::size_t entry = gone.previous;
+        while (entry != 0 && !part.lines[entry].is_entry) {
+            entry = part.lines[entry].previous;
+        }
+        part.last_entry = entry;
+    }
+    // A second entry of that name is the first one now.
+    part.entries.drop();
+}
+
+/// The end of a line that something is to follow. Only the last line of the file can have none; it
+/// gets that of the line in front of it.
+std::string_view profile_editor::close_line(section & part, std::size_t position)
+{
+    std::string_view & end = part.lines[position].end;
+    if (end.empty() && part.lines[position].previous != none) {
+        end = part.lines[part.lines[position].previous].end;
+    }
+    for (section const * front = &part; end.empty() && front != sections_.data();) {
+        --front;
+        end = front->lines.empty() ? closing_line_end(front->text) : front->lines[front->last].end;
+    }
+    if (end.empty()) {
+        end = "\n";
+    }
+    return end;
+}
+
+/// The same for the file's last line.
+std::string_view profile_editor::close_file()
+{
+    section & part = sections_.back();
+    if (part.lines.empty() && (part.text.empty() || part.text == byte_order_mark)) {
+        return "\n";
+    }
+    std::string_view const end = part.lines.empty() ? closing_line_end(part.text) : "";
+    if (!end.empty()) {
+        return end;
+    }
+    open(part);
+    return close_line(part, part.last);
+}
+
+} // namespace zel::platform
