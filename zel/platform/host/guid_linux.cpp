@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "zel/platform/host/guid.h"
 
-#include <atomic>
+#include "zel/base/atomic.h"
 #include <cerrno>
 #include <cstddef>
 #include <cstring>
@@ -24,12 +24,12 @@ struct supply {
 
 constinit thread_local supply of_this_thread{};
 
-constinit std::atomic<std::uint32_t> processes{0};
+constinit atomic<std::uint32_t> processes{0};
 
 // A page of which a child of fork gets zeros instead of a copy, however the fork was made (a
 // handler of pthread_atfork would not see a clone). Null where the kernel, before Linux 4.14,
 // cannot do it.
-std::atomic<std::uint32_t> * map_mark()
+atomic<std::uint32_t> * map_mark()
 {
     long const page_size = ::sysconf(_SC_PAGESIZE);
     auto const size = static_cast<std::size_t>(page_size);
@@ -42,13 +42,13 @@ std::atomic<std::uint32_t> * map_mark()
         ::munmap(page, size);
         return nullptr;
     }
-    return ::new (page) std::atomic<std::uint32_t>(0);
+    return ::new (page) atomic<std::uint32_t>(0);
 }
 
 // A number that tells this process from all that it descends from; 0 when they cannot be told.
 std::uint32_t this_process()
 {
-    static std::atomic<std::uint32_t> * const mark = map_mark();
+    static atomic<std::uint32_t> * const mark = map_mark();
     if (mark == nullptr) {
         return 0;
     }

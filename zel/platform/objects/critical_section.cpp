@@ -26,11 +26,11 @@ constinit thread_local std::uint64_t own_section_number = 0;
 
 namespace {
 
-std::atomic<std::uint32_t> const & low_half(std::atomic<std::uint64_t> const & state)
+atomic<std::uint32_t> const & low_half(atomic<std::uint64_t> const & state)
 {
     static_assert(std::endian::native == std::endian::little);
     void const * const address = &state;
-    return *static_cast<std::atomic<std::uint32_t> const *>(address);
+    return *static_cast<atomic<std::uint32_t> const *>(address);
 }
 
 } // namespace
@@ -40,7 +40,7 @@ std::atomic<std::uint32_t> const & low_half(std::atomic<std::uint64_t> const & s
 // the thread.
 std::uint64_t give_section_number() noexcept
 {
-    static constinit std::atomic<std::uint64_t> last{0};
+    static constinit atomic<std::uint64_t> last{0};
     own_section_number = last.fetch_add(2, std::memory_order_relaxed) + 2;
     return own_section_number;
 }
@@ -49,7 +49,7 @@ void wait_for_section(critical_section & section) noexcept
 {
     uninterrupted const guard;
     std::uint64_t const self = section_number();
-    std::atomic<std::uint32_t> const & word = low_half(section.state);
+    atomic<std::uint32_t> const & word = low_half(section.state);
     std::uint64_t others = 0; // 1 once this thread has slept: it may not be the only one
     std::uint64_t now = section.state.load(std::memory_order_relaxed);
     for (;;) {

@@ -1,14 +1,14 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include <atomic>
+#include "zel/base/atomic.h"
 #include <cstdint>
 
 namespace zel::platform {
 
 /// A lock of one process that its owner may take again. All members are the functions' own.
 struct critical_section {
-    std::atomic<std::uint64_t> state; // the owner's number; 0 free; one more: someone may sleep
+    atomic<std::uint64_t> state; // the owner's number; 0 free; one more: someone may sleep
     std::uint32_t more_holds; // of the owner, beyond the first; 0 for a free one
 };
 

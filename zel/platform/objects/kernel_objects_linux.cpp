@@ -42,7 +42,7 @@ robust_mutex unnamed_mutex(handle_slot & slot) { return {slot.state, ownership_i
 /// A handle's slot holds where this handle has the object mapped.
 /// @{
 struct named_mutex {
-    std::atomic<std::uint64_t> state;
+    atomic<std::uint64_t> state;
     std::byte unused[robust_word_distance - sizeof(std::uint64_t)];
     mutex_ownership ownership;
 };
@@ -182,7 +182,7 @@ void renew_slot(handle_slot & slot)
 }
 
 constinit brief_lock preparation;
-constinit std::atomic<bool> forks_prepared{false};
+constinit atomic<bool> forks_prepared{false};
 
 void after_fork_in_child()
 {

@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: MIT
 #include "zel/platform/objects/named_memory.h"
 
+#include "zel/base/atomic.h"
 #include "zel/platform/host/descriptor_linux.h"
 #include "zel/platform/last_error.h"
 #include "zel/platform/threads/this_thread_linux.h"
 #include "zel/platform/threads/threads.h"
 #include <algorithm>
-#include <atomic>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -86,13 +86,13 @@ bool lock_file(int file, int how)
 /// @{
 constinit brief_lock calls;
 constinit brief_lock preparation;
-constinit std::atomic<bool> prepared{false};
+constinit atomic<bool> prepared{false};
 
 void add_to_depth(std::uint32_t number)
 {
-    std::atomic<std::uint32_t> & depth = this_thread.depth;
+    atomic<std::uint32_t> & depth = this_thread.depth;
     depth.store(depth.load(std::memory_order_relaxed) + number, std::memory_order_relaxed);
-    std::atomic_signal_fence(std::memory_order_seq_cst);
+    signal_fence();
 }
 
 void before_fork()
@@ -271,7 +271,7 @@ found look_for(folder const & place, char const * name, descriptor & file)
     return found::held;
 }
 
-constinit std::atomic<int> looked_at{0}; // how many files of others to pass over, to go on behind
+constinit atomic<int> looked_at{0}; // how many files of others to pass over, to go on behind
 
 void folder::tidy() noexcept
 {

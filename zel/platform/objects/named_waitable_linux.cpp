@@ -64,10 +64,10 @@ bool comes_before(std::uint32_t one, std::uint32_t other)
     return static_cast<std::int32_t>(one - other) < 0;
 }
 
-std::atomic<std::uint32_t> const & word_in(std::atomic<std::uint64_t> const & whole)
+atomic<std::uint32_t> const & word_in(atomic<std::uint64_t> const & whole)
 {
     void const * const address = &whole; // the low half comes first
-    return *static_cast<std::atomic<std::uint32_t> const *>(address);
+    return *static_cast<atomic<std::uint32_t> const *>(address);
 }
 
 std::uint32_t used_places(named_waitable const & object)
@@ -187,7 +187,7 @@ public:
         return false;
     }
 
-    std::atomic<std::uint64_t> & grant_word() noexcept { return place_->grant; }
+    atomic<std::uint64_t> & grant_word() noexcept { return place_->grant; }
 
 private:
     // First nobody grants to the place any more, then it changes hands. One whose owner has died

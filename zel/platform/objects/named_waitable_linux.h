@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include <atomic>
+#include "zel/base/atomic.h"
 #include <cstddef>
 #include <cstdint>
 
@@ -17,8 +17,8 @@ constexpr std::size_t most_named_waiters = 1000;
 
 /// The place of one that waits.
 struct alignas(64) named_waiter {
-    std::atomic<std::uint64_t> grant; // what it sleeps on, and above that its ticket
-    std::atomic<std::uint32_t> owner; // its thread's number, by the rules of robust_list.h
+    atomic<std::uint64_t> grant; // what it sleeps on, and above that its ticket
+    atomic<std::uint32_t> owner; // its thread's number, by the rules of robust_list.h
     std::byte unused[20];
     robust_node node;
 };
@@ -26,10 +26,10 @@ static_assert(offsetof(named_waiter, node) - offsetof(named_waiter, owner) == ro
 static_assert(sizeof(named_waiter) == 64);
 
 struct named_waitable {
-    std::atomic<std::uint64_t> state;
-    std::atomic<std::uint32_t> maximum; // 1 for an event
-    std::atomic<std::uint32_t> manual; // 1 for an event that stays set
-    std::atomic<std::uint32_t> used; // places of `waiters` that ever were
+    atomic<std::uint64_t> state;
+    atomic<std::uint32_t> maximum; // 1 for an event
+    atomic<std::uint32_t> manual; // 1 for an event that stays set
+    atomic<std::uint32_t> used; // places of `waiters` that ever were
     named_waiter waiters[most_named_waiters];
 };
 

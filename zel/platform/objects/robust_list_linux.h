@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include <atomic>
+#include "zel/base/atomic.h"
 #include <cstddef>
 #include <cstdint>
 
@@ -27,8 +27,8 @@ constexpr std::uint32_t owner_died = 0x40000000;
 constexpr std::uint32_t thread_mask = 0x3FFFFFFF;
 
 struct robust_node {
-    std::atomic<std::uintptr_t> previous;
-    std::atomic<std::uintptr_t> next;
+    atomic<std::uintptr_t> previous;
+    atomic<std::uintptr_t> next;
 };
 
 /// How far in front of a node's `previous` its word lies.
@@ -46,7 +46,7 @@ public:
     [[gnu::always_inline]] void announce(robust_node & node) noexcept
     {
         pending_.store(entry_of(node), std::memory_order_relaxed);
-        std::atomic_signal_fence(std::memory_order_seq_cst);
+        signal_fence();
     }
 
     /// For a node that mostly is announced still: a step with a lock prefix waits for every store
@@ -56,7 +56,7 @@ public:
         if (pending_.load(std::memory_order_relaxed) != entry_of(node)) {
             announce(node);
         }
-        std::atomic_signal_fence(std::memory_order_seq_cst);
+        signal_fence();
     }
 
     /// Tells of a word that is nobody's and has no node.
@@ -64,12 +64,12 @@ public:
     void announce_word(void const * word) noexcept
     {
         pending_.store(reinterpret_cast<std::uintptr_t>(word) + 32, std::memory_order_relaxed);
-        std::atomic_signal_fence(std::memory_order_seq_cst);
+        signal_fence();
     }
 
     [[gnu::always_inline]] void withdraw() noexcept
     {
-        std::atomic_signal_fence(std::memory_order_seq_cst);
+        signal_fence();
         pending_.store(0, std::memory_order_relaxed);
     }
 
@@ -80,9 +80,9 @@ public:
         node.next.store(first, std::memory_order_relaxed);
         node.previous.store(end(), std::memory_order_relaxed);
         set_previous_of(first, entry_of(node));
-        std::atomic_signal_fence(std::memory_order_seq_cst);
+        signal_fence();
         first_.store(entry_of(node), std::memory_order_relaxed);
-        std::atomic_signal_fence(std::memory_order_seq_cst);
+        signal_fence();
     }
 
     /// The node is in this list, and announced.
@@ -91,13 +91,13 @@ public:
         std::uintptr_t const next = node.next.load(std::memory_order_relaxed);
         std::uintptr_t const previous = node.previous.load(std::memory_order_relaxed);
         set_previous_of(next, previous);
-        std::atomic_signal_fence(std::memory_order_seq_cst);
+        signal_fence();
         next_of(previous).store(next, std::memory_order_relaxed);
-        std::atomic_signal_fence(std::memory_order_seq_cst);
+        signal_fence();
     }
 
 private:
-    using link = std::atomic<std::uintptr_t>;
+    using link = atomic<std::uintptr_t>;
 
     static robust_list * find() noexcept;
 

@@ -9,7 +9,7 @@
 
 namespace zel::platform {
 
-constinit std::atomic<std::uint64_t> known_process_mark{0};
+constinit atomic<std::uint64_t> known_process_mark{0};
 
 namespace {
 
@@ -72,8 +72,8 @@ std::uint32_t robust_mutex::wait(robust_list & list, std::int64_t until) const n
     return result;
 }
 
-bool robust_mutex::free_and_wake(std::atomic<std::uint64_t> & state, bool shared,
-                                 robust_list & list, std::uint64_t now) noexcept
+bool robust_mutex::free_and_wake(atomic<std::uint64_t> & state, bool shared, robust_list & list,
+                                 std::uint64_t now) noexcept
 {
     uninterrupted const guard; // between the two steps nobody else would wake the sleeper
     std::uint64_t freed;

@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "zel/base/atomic.h"
 #include "zel/platform/objects/robust_list_linux.h"
 #include "zel/platform/threads/this_thread_linux.h"
 #include "zel/platform/threads/threads.h"
 #include "zel/platform/waits/handles.h"
-#include <atomic>
 #include <cstdint>
 
 /// A mutex that its owner may take again and whose owner's end is told to the next: one algorithm
@@ -29,12 +29,12 @@ namespace zel::platform {
 /// What lies behind the state of a mutex.
 struct mutex_ownership {
     robust_node node;
-    std::atomic<std::uint32_t> more_holds; // of the owner, beyond the first; 0 for a free one
+    atomic<std::uint32_t> more_holds; // of the owner, beyond the first; 0 for a free one
     /// In shared memory the owner's process. Processes in different containers may use the same
     /// numbers for their threads.
-    std::atomic<std::uint64_t> process;
+    atomic<std::uint64_t> process;
     /// Where the owner has this structure: a process may see the same memory at several addresses.
-    std::atomic<std::uintptr_t> home;
+    atomic<std::uintptr_t> home;
 };
 
 /// What a wait gives that has ended because its thread is told to stop, which it does when it
@@ -42,7 +42,7 @@ struct mutex_ownership {
 /// given.
 constexpr std::uint32_t wait_stopped = 0xFFFFFFFE;
 
-extern constinit std::atomic<std::uint64_t> known_process_mark; // 0: not made yet
+extern constinit atomic<std::uint64_t> known_process_mark; // 0: not made yet
 std::uint64_t make_process_mark() noexcept;
 
 /// A random number that stands for this process, another one in the child after a fork.
@@ -53,19 +53,18 @@ inline std::uint64_t process_mark() noexcept
 }
 
 struct robust_mutex {
-    std::atomic<std::uint64_t> & state;
+    atomic<std::uint64_t> & state;
     mutex_ownership & ownership;
     std::uint64_t process; // process_mark() for one in shared memory, else 0
 
     bool is_shared() const noexcept { return process != 0; }
 
-    std::atomic<std::uint32_t> const & word() const noexcept { return word_in(state); }
+    atomic<std::uint32_t> const & word() const noexcept { return word_in(state); }
 
-    static std::atomic<std::uint32_t> const &
-    word_in(std::atomic<std::uint64_t> const & state) noexcept
+    static atomic<std::uint32_t> const & word_in(atomic<std::uint64_t> const & state) noexcept
     {
         void const * const address = &state;
-        return *static_cast<std::atomic<std::uint32_t> const *>(address);
+        return *static_cast<atomic<std::uint32_t> const *>(address);
     }
 
     /// \param self  thread_number()
@@ -161,7 +160,7 @@ struct robust_mutex {
 private:
     // Not members of an object, so that the fast paths need no copy in memory.
     static bool hold_again(mutex_ownership & ownership) noexcept;
-    static bool free_and_wake(std::atomic<std::uint64_t> & state, bool shared, robust_list & list,
+    static bool free_and_wake(atomic<std::uint64_t> & state, bool shared, robust_list & list,
                               std::uint64_t now) noexcept;
 };
 

@@ -27,14 +27,14 @@ namespace {
 constexpr std::uint32_t queued = 0x80000000;
 
 struct waiter {
-    std::atomic<std::uint32_t> granted{0};
+    atomic<std::uint32_t> granted{0};
     bool keeps = false; // what it was given is for nobody else; settled before `granted`
     waiter * next = nullptr;
     waiter * previous = nullptr;
 };
 
 struct waiter_queue {
-    std::atomic<std::uint32_t> maximum; // where maximum_of looks
+    atomic<std::uint32_t> maximum; // where maximum_of looks
     brief_lock lock;
     waiter * first;
     waiter * last;
@@ -59,7 +59,7 @@ struct waiter_queue {
     {
         waiter & one = *first;
         remove(one);
-        std::atomic<std::uint32_t> const & word = one.granted;
+        atomic<std::uint32_t> const & word = one.granted;
         one.keeps = keeps;
         one.granted.store(1, std::memory_order_release);
         wake_address(word, 1, false);

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "zel/base/atomic.h"
 #include "zel/platform/waits/handles.h"
-#include <atomic>
 #include <cstdint>
 
 /// Events and semaphores without a name: the word in the slot's state, the queue of waiters in its
@@ -18,7 +18,7 @@ void * create_unnamed(handle_kind kind, std::uint32_t initial, std::uint32_t max
 inline std::uint32_t maximum_of(handle_slot const & slot) noexcept
 {
     void const * const room = slot.room;
-    return static_cast<std::atomic<std::uint32_t> const *>(room)->load(std::memory_order_relaxed);
+    return static_cast<atomic<std::uint32_t> const *>(room)->load(std::memory_order_relaxed);
 }
 
 /// \name One exchange of the word, when that is all it takes

@@ -4,7 +4,7 @@
 #include "zel/base/ascii.h"
 
 #ifdef __SSE2__
-#include <atomic>
+#include "zel/base/atomic.h"
 #include <bit>
 #include <cpuid.h>
 #include <immintrin.h>
@@ -112,7 +112,7 @@ using equality = bool (*)(char const *, char const *) noexcept;
 
 bool find_fastest(char const * first, char const * second) noexcept;
 
-constinit std::atomic<equality> equal_by_fastest = find_fastest;
+constinit atomic<equality> equal_by_fastest = find_fastest;
 
 bool find_fastest(char const * first, char const * second) noexcept
 {

@@ -1,13 +1,13 @@
 // SPDX-License-Identifier: MIT
 #include "zel/platform/message_queue.h"
 
+#include "zel/base/atomic.h"
 #include "zel/platform/kernel_objects.h"
 #include "zel/platform/last_error.h"
 #include "zel/platform/queues/message_store.h"
 #include "zel/platform/threads/threads.h"
 #include "zel/platform/waits/address_wait.h"
 #include <algorithm>
-#include <atomic>
 #include <bit>
 #include <cerrno>
 #include <cstddef>
@@ -47,7 +47,7 @@ static_assert(sizeof(window_name) == sizeof(window_handle));
 struct alignas(64) queue {
     brief_lock lock;
     // 1 while the owner sleeps, or is about to, until a message comes. Whoever makes it 0 wakes it.
-    std::atomic<std::uint32_t> sleeping{0};
+    atomic<std::uint32_t> sleeping{0};
     message_store messages;
     bool fresh = false; // something came since the owner last looked
     bool quit = false;
@@ -75,16 +75,16 @@ struct queue_group {
         }
     }
 
-    std::atomic<std::uint32_t> owners[size]{}; // 0: free
+    atomic<std::uint32_t> owners[size]{}; // 0: free
     queue queues[size];
 };
 
 constexpr std::size_t group_limit = 65'536 / queue_group::size; // a queue's number has 16 bits
 
 constinit queue_group first_group{0};
-constinit std::atomic<queue_group *> groups[group_limit]{&first_group};
+constinit atomic<queue_group *> groups[group_limit]{&first_group};
 constinit brief_lock groups_lock; // whoever makes a group or takes a free queue
-constinit std::atomic<bool> fork_handlers{false}; // there, or being put there
+constinit atomic<bool> fork_handlers{false}; // there, or being put there
 
 constinit thread_local queue * current = nullptr;
 
@@ -118,7 +118,7 @@ template <typename Visit> void for_each_queue(Visit visit)
     }
 }
 
-std::atomic<std::uint32_t> & owner_of(queue const & it) noexcept
+atomic<std::uint32_t> & owner_of(queue const & it) noexcept
 {
     return groups[it.number / queue_group::size]
         .load(std::memory_order_acquire)
@@ -263,7 +263,7 @@ void renew_descriptor(queue & it)
 void after_fork_in_child()
 {
     uninterrupted const guard;
-    for_each_queue([](queue & it, std::atomic<std::uint32_t> & owner) {
+    for_each_queue([](queue & it, atomic<std::uint32_t> & owner) {
         it.lock.reset();
         if (&it != current) {
             empty(it); // its thread is the parent's
@@ -285,7 +285,7 @@ queue * find_free_queue(std::uint32_t id) noexcept
 {
     queue * free = nullptr;
     queue * again = nullptr;
-    for_each_queue([&](queue & it, std::atomic<std::uint32_t> const & owner) {
+    for_each_queue([&](queue & it, atomic<std::uint32_t> const & owner) {
         std::uint32_t const holder = owner.load(std::memory_order_acquire);
         free = free == nullptr && holder == 0 ? &it : free;
         again = holder == id ? &it : again;
@@ -556,7 +556,7 @@ bool post_thread_message(std::uint32_t thread_id, unsigned int message, std::uin
     tagMSG const posted{nullptr, message, wparam, lparam, now_in_milliseconds(), {0, 0}};
     queue * to = nullptr;
     if (thread_id != 0) {
-        for_each_queue([&](queue & it, std::atomic<std::uint32_t> const & owner) {
+        for_each_queue([&](queue & it, atomic<std::uint32_t> const & owner) {
             to = owner.load(std::memory_order_acquire) == thread_id ? &it : to;
         });
     }

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "zel/base/atomic.h"
 #include "zel/platform/waits/handles.h"
-#include <atomic>
 #include <cstdint>
 
 #include <pthread.h>
@@ -47,12 +47,12 @@ struct thread_teardown {
 /// What others know of a thread that begin_thread made: the object in the slot of its handle. The
 /// thread has a reference of its own on the slot until it has ended.
 struct thread_record {
-    std::atomic<std::uint32_t> control;
-    std::atomic<std::uint32_t> end;
-    std::atomic<std::uint32_t> start;
-    std::atomic<std::uint32_t> id; // the host's number
-    std::atomic<std::uint32_t> exit_code; // that of the thread itself
-    std::atomic<std::uint64_t> wanted_code; // above 32 bits: terminate_thread gives the lower ones
+    atomic<std::uint32_t> control;
+    atomic<std::uint32_t> end;
+    atomic<std::uint32_t> start;
+    atomic<std::uint32_t> id; // the host's number
+    atomic<std::uint32_t> exit_code; // that of the thread itself
+    atomic<std::uint64_t> wanted_code; // above 32 bits: terminate_thread gives the lower ones
     pthread_t thread;
     unsigned int (*proc)(void *);
     void * argument;
@@ -70,15 +70,15 @@ inline thread_record & record_of(handle_slot & slot) noexcept
 /// reads it, hence the atomics; only the thread itself changes it.
 struct this_thread_state {
     handle_slot * slot; // null for a thread that others made, and after the end of one of ours
-    std::atomic<std::uint32_t> const * control; // of the record, or a word that stays 0
-    std::atomic<std::uint32_t> depth; // how many `uninterrupted` live
-    std::atomic<bool> at_rest; // stops of its own accord, outside of any work
+    atomic<std::uint32_t> const * control; // of the record, or a word that stays 0
+    atomic<std::uint32_t> depth; // how many `uninterrupted` live
+    atomic<bool> at_rest; // stops of its own accord, outside of any work
     bool last_round; // the destructors of other keys had their turn
     std::uint32_t id; // 0: not asked for yet
     thread_teardown teardown; // of a thread that others made
 };
 
-constexpr std::atomic<std::uint32_t> nobody_stops{0};
+constexpr atomic<std::uint32_t> nobody_stops{0};
 
 // Beside the thread pointer, so that no access calls the dynamic linker: that may allocate, which a
 // signal handler must not. The C library keeps room for this in modules that are loaded late.
@@ -91,9 +91,9 @@ void leave_interruptible_wait(void * context) noexcept;
 
 /// Like `wait_interruptibly`, for any of two words; neither is shared.
 /// \returns false when the host cannot wait for two words.
-bool wait_for_either_interruptibly(std::atomic<std::uint32_t> const & first,
+bool wait_for_either_interruptibly(atomic<std::uint32_t> const & first,
                                    std::uint32_t first_expected,
-                                   std::atomic<std::uint32_t> const & second,
+                                   atomic<std::uint32_t> const & second,
                                    std::uint32_t second_expected, std::int64_t until) noexcept;
 
 /// Makes ready what stopping a thread needs.

@@ -121,7 +121,7 @@ bool is_in_library_work(greg_t const * registers)
 
 // One more than the number of the slot of the thread that was terminated last and is not buried;
 // `next_free` of its slot leads to the one before it.
-constinit std::atomic<std::uint32_t> graveyard{0};
+constinit atomic<std::uint32_t> graveyard{0};
 
 [[noreturn]] void leave_for_good(handle_slot & slot)
 {
@@ -166,7 +166,7 @@ void bury(handle_slot & slot)
 // On the signal's stack frame of the thread that is told to stop.
 void park(handle_slot & slot, greg_t const * registers)
 {
-    std::atomic<std::uint32_t> & control = record_of(slot).control;
+    atomic<std::uint32_t> & control = record_of(slot).control;
     std::uint32_t now = control.load(std::memory_order_acquire);
     for (;;) {
         if ((now & end_wanted) != 0) {
@@ -440,27 +440,27 @@ void stop_here() noexcept
     }
     int const saved = errno;
     this_thread.at_rest.store(true, std::memory_order_relaxed);
-    std::atomic_signal_fence(std::memory_order_seq_cst);
+    signal_fence();
     send_stop_signal(current_thread_id()); // delivered before the call returns
-    std::atomic_signal_fence(std::memory_order_seq_cst);
+    signal_fence();
     this_thread.at_rest.store(false, std::memory_order_relaxed);
     errno = saved;
 }
 
 uninterrupted::uninterrupted() noexcept
 {
-    std::atomic<std::uint32_t> & depth = this_thread.depth;
+    atomic<std::uint32_t> & depth = this_thread.depth;
     depth.store(depth.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
-    std::atomic_signal_fence(std::memory_order_seq_cst);
+    signal_fence();
 }
 
 uninterrupted::~uninterrupted()
 {
-    std::atomic_signal_fence(std::memory_order_seq_cst);
-    std::atomic<std::uint32_t> & depth = this_thread.depth;
+    signal_fence();
+    atomic<std::uint32_t> & depth = this_thread.depth;
     std::uint32_t const left = depth.load(std::memory_order_relaxed) - 1;
     depth.store(left, std::memory_order_relaxed);
-    std::atomic_signal_fence(std::memory_order_seq_cst);
+    signal_fence();
     // A wish that comes after this look finds the depth at 0.
     if (left == 0) {
         stop_here();
@@ -480,7 +480,7 @@ void stop_if_told() noexcept
     this_thread.depth.store(0, std::memory_order_relaxed);
     stop_here();
     this_thread.depth.store(1, std::memory_order_relaxed);
-    std::atomic_signal_fence(std::memory_order_seq_cst);
+    signal_fence();
 }
 
 std::uint32_t suspend_thread(void * handle) noexcept
@@ -530,7 +530,7 @@ std::uint32_t resume_thread(void * handle) noexcept
     if (slot == nullptr) {
         return 0xFFFFFFFF;
     }
-    std::atomic<std::uint32_t> & control = record_of(*slot).control;
+    atomic<std::uint32_t> & control = record_of(*slot).control;
     std::uint32_t now = control.load(std::memory_order_acquire);
     while ((now & suspensions_mask) != 0 && !control.compare_exchange_weak(now, now - 1)) { }
     std::uint32_t const before = now & suspensions_mask;

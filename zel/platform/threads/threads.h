@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include <atomic>
+#include "zel/base/atomic.h"
 #include <cstdint>
 
 /// Threads that can be suspended and terminated.
@@ -33,7 +33,7 @@ constexpr std::int32_t priority_error = 0x7FFFFFFF;
 /// \param id      takes the host's number of the thread, for any thread to read; may be null.
 /// \param handle  takes what is returned too; may be null.
 /// \returns a handle for `wait_for_single_object` and `close_handle`; null with the last error set.
-void * begin_thread(unsigned int (*proc)(void *), void * argument, std::atomic<std::uint32_t> * id,
+void * begin_thread(unsigned int (*proc)(void *), void * argument, atomic<std::uint32_t> * id,
                     void ** handle = nullptr) noexcept;
 
 /// Stores the exit code, 259 while the thread runs.
@@ -82,7 +82,7 @@ bool set_thread_teardown(void (*function)(void *), void * data) noexcept;
 /// noticed up to 5 ms late.
 /// \returns 0: the thread has ended; 1: the word holds something else than `expected`; 258: the
 ///          time was over; 0xFFFFFFFF with last error 6: no handle of a thread.
-std::uint32_t wait_for_thread_or_change(void * handle, std::atomic<std::uint32_t> const & word,
+std::uint32_t wait_for_thread_or_change(void * handle, atomic<std::uint32_t> const & word,
                                         std::uint32_t expected,
                                         std::uint32_t milliseconds) noexcept;
 
@@ -112,7 +112,7 @@ public:
     void reset() noexcept { word_.store(0, std::memory_order_relaxed); }
 
 private:
-    std::atomic<std::uint32_t> word_{0}; // 0 free, 1 held, 2 held and someone may sleep
+    atomic<std::uint32_t> word_{0}; // 0 free, 1 held, 2 held and someone may sleep
 };
 
 } // namespace zel::platform

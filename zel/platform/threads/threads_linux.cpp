@@ -27,9 +27,9 @@ constexpr std::uint32_t thread_all_access = 0x1FFFFF;
 constexpr std::int64_t slice = 5'000'000; // nanoseconds between two looks where the host needs them
 
 constinit brief_lock preparation;
-constinit std::atomic<bool> forks_prepared{false};
-constinit std::atomic<bool> ends_prepared{false};
-constinit std::atomic<bool> starts_prepared{false};
+constinit atomic<bool> forks_prepared{false};
+constinit atomic<bool> ends_prepared{false};
+constinit atomic<bool> starts_prepared{false};
 
 constinit pthread_key_t end_key{}; // its destructor runs at the end of a thread
 constinit bool tells_ids = false; // whether id_of gives the host's numbers
@@ -140,7 +140,7 @@ bool prepare_starts_once()
 }
 
 // Has `step` done once in the process; it is tried again when it failed for want of memory.
-bool prepare(std::atomic<bool> & done, bool (*step)())
+bool prepare(atomic<bool> & done, bool (*step)())
 {
     if (done.load(std::memory_order_acquire)) {
         return true;
@@ -242,7 +242,7 @@ void let_go(handle_slot & slot) noexcept
     }
 }
 
-void * begin_thread(unsigned int (*proc)(void *), void * argument, std::atomic<std::uint32_t> * id,
+void * begin_thread(unsigned int (*proc)(void *), void * argument, atomic<std::uint32_t> * id,
                     void ** handle) noexcept
 {
     if (proc == nullptr) {
@@ -291,7 +291,7 @@ void * begin_thread(unsigned int (*proc)(void *), void * argument, std::atomic<s
         *handle = result;
     }
     // With this the thread runs, and may be over and its slot another's at once.
-    std::atomic<std::uint32_t> & start = record.start;
+    atomic<std::uint32_t> & start = record.start;
     if (start.exchange(settled, std::memory_order_acq_rel) == awaited) {
         wake_address(start, 1, false);
     }
@@ -336,7 +336,7 @@ std::uint32_t wait_for_thread(void * handle, std::int64_t until) noexcept
     }
 }
 
-std::uint32_t wait_for_thread_or_change(void * handle, std::atomic<std::uint32_t> const & word,
+std::uint32_t wait_for_thread_or_change(void * handle, atomic<std::uint32_t> const & word,
                                         std::uint32_t expected, std::uint32_t milliseconds) noexcept
 {
     std::int64_t const until = milliseconds == 0 ? 0 : moment_after(milliseconds);

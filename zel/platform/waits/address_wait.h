@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include <atomic>
+#include "zel/base/atomic.h"
 #include <cstdint>
 
 namespace zel::platform {
@@ -17,12 +17,12 @@ std::int64_t moment_after(std::uint32_t milliseconds) noexcept;
 /// \param until   nanoseconds of the monotonic clock; negative for no limit.
 /// \param shared  true for a word in memory that other processes map, or that the kernel wakes.
 /// \returns false when that moment has come, else true.
-bool wait_on_address(std::atomic<std::uint32_t> const & word, std::uint32_t expected,
-                     std::int64_t until, bool shared) noexcept;
+bool wait_on_address(atomic<std::uint32_t> const & word, std::uint32_t expected, std::int64_t until,
+                     bool shared) noexcept;
 
 /// Wakes up to `count` of those that sleep on `word` with the same `shared`.
 /// \returns how many woke.
-int wake_address(std::atomic<std::uint32_t> const & word, int count, bool shared) noexcept;
+int wake_address(atomic<std::uint32_t> const & word, int count, bool shared) noexcept;
 
 /// How `wait_interruptibly` came back.
 enum class wake_reason {
@@ -35,7 +35,7 @@ enum class wake_reason {
 /// The same for a thread inside `uninterrupted` (threads.h): ends as soon as somebody wants to
 /// suspend or terminate the calling thread, also when that wish comes between the caller's own
 /// look and the sleep. The caller then leaves whatever it had joined and calls `stop_if_told`.
-wake_reason wait_interruptibly(std::atomic<std::uint32_t> const & word, std::uint32_t expected,
+wake_reason wait_interruptibly(atomic<std::uint32_t> const & word, std::uint32_t expected,
                                std::int64_t until, bool shared) noexcept;
 
 } // namespace zel::platform

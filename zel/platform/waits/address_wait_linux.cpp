@@ -10,7 +10,7 @@
 #include <ucontext.h>
 #include <unistd.h>
 
-// long zel_interruptible_syscall(number, a, b, c, d, std::atomic<std::uint32_t> const * control)
+// long zel_interruptible_syscall(number, a, b, c, d, atomic<std::uint32_t> const * control)
 //
 // Makes the system call unless the low byte of *control is set, and returns what the kernel gives.
 // A signal that arrives anywhere between the look at *control and the end of the call makes it end
@@ -92,8 +92,8 @@ std::int64_t moment_after(std::uint32_t milliseconds) noexcept
                                       : monotonic_now() + milliseconds * std::int64_t{1'000'000};
 }
 
-bool wait_on_address(std::atomic<std::uint32_t> const & word, std::uint32_t expected,
-                     std::int64_t until, bool shared) noexcept
+bool wait_on_address(atomic<std::uint32_t> const & word, std::uint32_t expected, std::int64_t until,
+                     bool shared) noexcept
 {
     // futex(2): FUTEX_WAIT_BITSET takes a moment where FUTEX_WAIT takes a span, so that a signal
     // in the middle does not make the wait longer.
@@ -104,14 +104,14 @@ bool wait_on_address(std::atomic<std::uint32_t> const & word, std::uint32_t expe
     return result == 0 || errno != ETIMEDOUT;
 }
 
-int wake_address(std::atomic<std::uint32_t> const & word, int count, bool shared) noexcept
+int wake_address(atomic<std::uint32_t> const & word, int count, bool shared) noexcept
 {
     int const operation = FUTEX_WAKE | (shared ? 0 : FUTEX_PRIVATE_FLAG);
     long const woken = ::syscall(SYS_futex, &word, operation, count, nullptr, nullptr, 0);
     return woken < 0 ? 0 : static_cast<int>(woken);
 }
 
-wake_reason wait_interruptibly(std::atomic<std::uint32_t> const & word, std::uint32_t expected,
+wake_reason wait_interruptibly(atomic<std::uint32_t> const & word, std::uint32_t expected,
                                std::int64_t until, bool shared) noexcept
 {
     int const operation = FUTEX_WAIT_BITSET | (shared ? 0 : FUTEX_PRIVATE_FLAG);
@@ -130,9 +130,9 @@ wake_reason wait_interruptibly(std::atomic<std::uint32_t> const & word, std::uin
     }
 }
 
-bool wait_for_either_interruptibly(std::atomic<std::uint32_t> const & first,
+bool wait_for_either_interruptibly(atomic<std::uint32_t> const & first,
                                    std::uint32_t first_expected,
-                                   std::atomic<std::uint32_t> const & second,
+                                   atomic<std::uint32_t> const & second,
                                    std::uint32_t second_expected, std::int64_t until) noexcept
 {
     constexpr std::uint32_t flags = FUTEX_32 | FUTEX_PRIVATE_FLAG;

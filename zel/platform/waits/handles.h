@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include <atomic>
+#include "zel/base/atomic.h"
 #include <bit>
 #include <cstddef>
 #include <cstdint>
@@ -46,12 +46,12 @@ enum class handle_kind : std::uint32_t {
 };
 
 struct alignas(128) handle_slot {
-    std::atomic<std::uint64_t> state; // tag and word, as above
+    atomic<std::uint64_t> state; // tag and word, as above
     /// The tag while the handle is alive, and in the low half the count: the handle's own reference
     /// and one a pin.
-    std::atomic<std::uint64_t> references;
-    std::atomic<std::uint32_t> access; // rights of the handle
-    std::atomic<std::uint32_t> next_free; // the table's own
+    atomic<std::uint64_t> references;
+    atomic<std::uint32_t> access; // rights of the handle
+    atomic<std::uint32_t> next_free; // the table's own
     /// The object. What is read here without a pin is atomic, for the slot may change hands.
     alignas(8) std::byte room[104];
 };
@@ -62,7 +62,7 @@ static_assert(std::endian::native == std::endian::little); // the word is the st
 constexpr std::size_t most_handles = std::size_t{1} << 20;
 
 /// The first slot; null until something was created.
-extern constinit std::atomic<handle_slot *> handle_table;
+extern constinit atomic<handle_slot *> handle_table;
 
 constexpr std::uint64_t word_mask = 0xFFFFFFFF;
 
@@ -110,10 +110,10 @@ inline bool is_alive(std::uint64_t state, void * handle) noexcept
 
 /// The object's word for wait_on_address and wake_address, which only pass its address on. Load and
 /// change it as part of `state`.
-inline std::atomic<std::uint32_t> const & address_of_word(handle_slot const & slot) noexcept
+inline atomic<std::uint32_t> const & address_of_word(handle_slot const & slot) noexcept
 {
     void const * const address = &slot.state;
-    return *static_cast<std::atomic<std::uint32_t> const *>(address);
+    return *static_cast<atomic<std::uint32_t> const *>(address);
 }
 
 /// A slot for a new object, its `room` all zero.

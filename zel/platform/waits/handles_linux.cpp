@@ -8,15 +8,15 @@
 
 namespace zel::platform {
 
-constinit std::atomic<handle_slot *> handle_table{nullptr};
+constinit atomic<handle_slot *> handle_table{nullptr};
 
 namespace {
 
 // Slots that were in use before: the low half is one more than the number of the first, 0 for none.
 // The high half counts the changes, so that a pop that was overtaken by others notices it although
 // the same slot is on top again.
-constinit std::atomic<std::uint64_t> free_slots{0};
-constinit std::atomic<std::uint32_t> used_slots{0}; // the rest was never touched
+constinit atomic<std::uint64_t> free_slots{0};
+constinit atomic<std::uint32_t> used_slots{0}; // the rest was never touched
 
 constexpr std::size_t table_size = most_handles * sizeof(handle_slot);
 static_assert(table_size <= word_mask);
