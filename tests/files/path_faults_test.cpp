@@ -62,17 +62,39 @@ TEST(path_faults, without_rights_nothing_changes)
     EXPECT_EQ(area.read("open/copy"), "new");
 }
 
+// With fs.protected_symlinks the host follows a link in a sticky folder only for its own planter.
+TEST(path_faults, a_planted_link_is_followed_where_the_host_follows_it)
+{
+    if (::geteuid() != 0 || get("/proc/sys/fs/protected_symlinks") != "1\n") {
+        GTEST_SKIP() << "needs two users and fs.protected_symlinks";
+    }
+    scratch const area;
+    area.write("source", "new");
+    area.write("victim", "old");
+    fs::create_directory(area.host("shared"));
+    fs::permissions(area.host("shared"), fs::perms(01777));
+    for (auto const & [link, target] : {std::pair{"planted", "victim"}, {"dangling", "made"}}) {
+        fs::create_symlink(area.host(target), area.host("shared") / link);
+        ASSERT_EQ(::lchown((area.host("shared") / link).c_str(), 1234, 1234), 0);
+        EXPECT_FALSE(area.path("source").copy(area.path(std::string("shared/") + link))) << link;
+    }
+    EXPECT_EQ(area.read("victim"), "old");
+    EXPECT_FALSE(area.exists("made"));
+}
+
 TEST(path_faults, a_full_disk_leaves_the_old_target)
 {
     scratch const area;
     area.write("source", std::string(1'000'000, 's'));
     area.write("target", "old");
+    fs::create_symlink("nothing", area.host("dangling"));
     EXPECT_EQ(in_child([&] {
                   std::signal(SIGXFSZ, SIG_IGN);
                   ::rlimit const limit{300'000, 300'000};
                   ::setrlimit(RLIMIT_FSIZE, &limit);
                   if (area.path("source").copy(area.path("target"))
-                      || area.path("source").copy(area.path("fresh"))) {
+                      || area.path("source").copy(area.path("fresh"))
+                      || area.path("source").copy(area.path("dangling"))) {
                       return 1;
                   }
                   zel::file full(area.path("full"), zel::file::mode_write, zel::file::kind_binary);
@@ -89,7 +111,7 @@ TEST(path_faults, a_full_disk_leaves_the_old_target)
               }),
               0);
     EXPECT_EQ(area.read("target"), "old");
-    EXPECT_EQ(area.entries(), 3);
+    EXPECT_EQ(area.entries(), 4);
 }
 
 TEST(path_faults, one_of_two_racing_processes_gets_the_name)

@@ -2,7 +2,7 @@
 #include "zel/platform/files/file_stream.h"
 
 #include "zel/platform/host/descriptor_linux.h"
-#include "zel/platform/last_error.h"
+#include "zel/platform/host/failure.h"
 #include "zel/platform/paths/host_path.h"
 #include "zel/platform/paths/shell_path.h"
 #include <cstdint>
@@ -69,12 +69,6 @@ int open_flags(char const * mode) noexcept
     return access | creation | O_CLOEXEC;
 }
 
-std::FILE * fail() noexcept
-{
-    set_last_error(error_from_errno(errno));
-    return nullptr;
-}
-
 } // namespace
 
 std::FILE * open_stream(char const * path, char const * mode) noexcept
@@ -90,17 +84,17 @@ std::FILE * open_stream(char const * path, char const * mode) noexcept
     descriptor file(opened);
     struct stat facts;
     if (!file.is_open() || ::fstat(file.get(), &facts) != 0) {
-        return fail();
+        return fail_with_null(error_from_errno(errno));
     }
     if (S_ISDIR(facts.st_mode)) {
         errno = EISDIR;
-        return fail();
+        return fail_with_null(error_from_errno(errno));
     }
     std::FILE * const stream
         = ::fopencookie(reinterpret_cast<void *>(std::intptr_t{file.get()}), mode,
                         {read_stream, write_stream, seek_stream, close_stream});
     if (stream == nullptr) {
-        return fail();
+        return fail_with_null(error_from_errno(errno));
     }
     file.release();
     ::__fsetlocking(stream, FSETLOCKING_BYCALLER);

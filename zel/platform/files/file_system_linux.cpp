@@ -4,8 +4,10 @@
 #include "zel/platform/files/directory_reader_linux.h"
 #include "zel/platform/files/file_content_linux.h"
 #include "zel/platform/host/descriptor_linux.h"
-#include "zel/platform/last_error.h"
-#include "zel/platform/paths/host_path.h"
+#include "zel/platform/host/failure.h"
+#include "zel/platform/host/folder_entry_linux.h"
+#include "zel/platform/host/same_file_linux.h"
+#include "zel/platform/paths/host_name_linux.h"
 #include "zel/platform/paths/shell_path.h"
 #include <algorithm>
 #include <cstdio>
@@ -23,46 +25,6 @@ namespace {
 
 constexpr mode_t write_bits = S_IWUSR | S_IWGRP | S_IWOTH;
 
-bool fail(std::uint32_t code) noexcept
-{
-    set_last_error(code);
-    return false;
-}
-
-bool fail() noexcept { return fail(error_from_errno(errno)); }
-
-/// Turns a host call's result into a function's.
-bool succeeded(int result) noexcept { return result == 0 || fail(); }
-
-/// A path as the host takes it, with the last error set when there is none.
-class host_name {
-public:
-    explicit host_name(char const * path) noexcept
-        : valid_(to_host_path(text_, path))
-    {
-    }
-
-    explicit operator bool() const noexcept { return valid_; }
-    char const * c_str() const noexcept { return text_; }
-
-    /// Without separators at the end, behind which the host would follow a link.
-    /// \returns true when there were any.
-    bool strip_separators() noexcept
-    {
-        std::size_t const size = std::strlen(text_);
-        std::size_t end = size;
-        while (end > 1 && text_[end - 1] == '/') {
-            --end;
-        }
-        text_[end] = '\0';
-        return end != size;
-    }
-
-private:
-    char text_[max_path];
-    bool valid_;
-};
-
 bool get_facts(char const * path, struct stat & facts) noexcept
 {
     host_name const name(path);
@@ -77,7 +39,7 @@ bool get_facts_of_entry(host_name & name, struct stat & facts) noexcept
     }
     bool const folder_wanted = name.strip_separators();
     if (::lstat(name.c_str(), &facts) != 0) {
-        return fail();
+        return fail_with_errno();
     }
     struct stat target;
     if (!folder_wanted || S_ISDIR(facts.st_mode)
@@ -126,7 +88,7 @@ bool empty_open_directory(directory_reader & reader, std::size_t length) noexcep
                     continue;
                 }
                 errno = reason;
-                return fail();
+                return fail_with_errno();
             }
         }
         if (inner >= 0) {
@@ -135,80 +97,20 @@ bool empty_open_directory(directory_reader & reader, std::size_t length) noexcep
                 return false;
             }
             if (::unlinkat(reader.folder(), entry->d_name, AT_REMOVEDIR) != 0) {
-                return fail();
+                return fail_with_errno();
             }
             continue;
         }
         struct stat facts;
         if (::fstatat(reader.folder(), entry->d_name, &facts, AT_SYMLINK_NOFOLLOW) != 0) {
-            return fail();
+            return fail_with_errno();
         }
         if (!unlink_entry(reader.folder(), entry->d_name, facts)) {
             return false;
         }
     }
-    return reader.failed() ? fail() : complete;
+    return reader.failed() ? fail_with_errno() : complete;
 }
-
-/// An entry in an open folder: what renames and replacements work on.
-class place {
-public:
-    /// \returns false when the folder can't be opened.
-    bool open(char const * host) noexcept { return open_in(AT_FDCWD, host); }
-
-    /// Goes on to what the entry leads to while it is a link.
-    bool follow_links() noexcept
-    {
-        char target[PATH_MAX];
-        for (int hops = 0; hops < 40; ++hops) { // as many as the host follows
-            ssize_t const size = ::readlinkat(folder_.get(), name_, target, sizeof target);
-            if (size < 0) {
-                return errno == EINVAL || errno == ENOENT || fail();
-            }
-            if (size == sizeof target) {
-                return fail(error_filename_exced_range);
-            }
-            target[size] = '\0';
-            descriptor const from = std::move(folder_);
-            folder_ = descriptor();
-            if (!open_in(from.get(), target)) {
-                return false;
-            }
-        }
-        return fail(error_path_not_found);
-    }
-
-    int folder() const noexcept { return folder_.get(); }
-    char const * name() const noexcept { return name_; }
-
-private:
-    bool open_in(int start, char const * host) noexcept
-    {
-        std::string_view text = host;
-        while (text.size() > 1 && text.ends_with('/')) {
-            text.remove_suffix(1);
-        }
-        std::size_t const slash = text.rfind('/');
-        std::string_view const name
-            = slash == std::string_view::npos ? text : text.substr(slash + 1);
-        if (name.size() >= sizeof name_) {
-            return fail(error_filename_exced_range);
-        }
-        // The root has no name in its folder; a dot stands for it.
-        std::string_view const entry = name.empty() ? "." : name;
-        name_[entry.copy(name_, entry.size())] = '\0';
-
-        char folder[PATH_MAX] = ".";
-        if (slash != std::string_view::npos) {
-            folder[text.copy(folder, std::max<std::size_t>(slash, 1))] = '\0';
-        }
-        folder_ = descriptor(::openat(start, folder, O_PATH | O_DIRECTORY | O_CLOEXEC));
-        return folder_.is_open() || fail();
-    }
-
-    descriptor folder_;
-    char name_[NAME_MAX + 1];
-};
 
 /// A file under a name of its own until it is complete. It goes again unless it is published.
 class new_file {
@@ -242,16 +144,16 @@ public:
     int content() const noexcept { return content_.get(); }
     bool is_open() const noexcept { return content_.is_open(); }
 
-    bool replace(place const & target) noexcept
+    bool replace(folder_entry const & target) noexcept
     {
         published_ = ::renameat(folder_, name_, target.folder(), target.name()) == 0;
-        return published_ || fail();
+        return published_ || fail_with_errno();
     }
 
-    bool publish_as(place const & target) noexcept
+    bool publish_as(folder_entry const & target) noexcept
     {
         published_ = rename_without_replacing(folder_, name_, target.folder(), target.name());
-        return published_ || fail();
+        return published_ || fail_with_errno();
     }
 
     /// Renames in one step with the test whether the target exists.
@@ -300,7 +202,7 @@ bool open_source(int folder, char const * name, int flags, descriptor & content,
     content
         = descriptor(::openat(folder, name, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC | flags));
     if (!content.is_open() || ::fstat(content.get(), &facts) != 0) {
-        return fail();
+        return fail_with_errno();
     }
     return S_ISREG(facts.st_mode) || fail(error_access_denied);
 }
@@ -309,18 +211,18 @@ bool open_source(int folder, char const * name, int flags, descriptor & content,
 bool fill(new_file const & copy, descriptor const & source, struct stat const & facts) noexcept
 {
     if (!copy.is_open() || !copy_content(source.get(), copy.content())) {
-        return fail();
+        return fail_with_errno();
     }
     timespec const times[] = {facts.st_atim, facts.st_mtim};
     // Rights that belong to an owner other than the copy's are not handed on.
     if (::fchmod(copy.content(), facts.st_mode & 0777) != 0
         || ::futimens(copy.content(), times) != 0) {
-        return fail();
+        return fail_with_errno();
     }
     return true;
 }
 
-bool move_file_across(place const & source, place const & target) noexcept
+bool move_file_across(folder_entry const & source, folder_entry const & target) noexcept
 {
     struct stat facts;
     descriptor content;
@@ -338,16 +240,103 @@ bool move_file_across(place const & source, place const & target) noexcept
     return copy.publish_as(target);
 }
 
-bool move_link_across(place const & source, place const & target) noexcept
+bool move_link_across(folder_entry const & source, folder_entry const & target) noexcept
 {
     char content[PATH_MAX];
     ssize_t const size = ::readlinkat(source.folder(), source.name(), content, sizeof content - 1);
     if (size < 0) {
-        return fail();
+        return fail_with_errno();
     }
     content[size] = '\0';
     return succeeded(::symlinkat(content, target.folder(), target.name()));
 }
+
+/// The entry whose place a copy takes.
+class copy_target {
+public:
+    copy_target() noexcept = default;
+    copy_target(copy_target const &) = delete;
+    copy_target & operator=(copy_target const &) = delete;
+    ~copy_target()
+    {
+        if (created_) {
+            remove_created();
+        }
+    }
+
+    /// Finds what the host takes `name` for: where it refuses to follow a link that somebody planted
+    /// in a shared folder, this fails too.
+    /// \param source  the file that is copied.
+    bool find(char const * name, struct stat const & source) noexcept
+    {
+        constexpr int attempts = 20; // other processes may exchange what is there each time
+        for (int attempt = 0; attempt < attempts; ++attempt) {
+            descriptor const there(::open(name, O_PATH | O_CLOEXEC));
+            if (there.is_open()) {
+                struct stat facts;
+                if (::fstat(there.get(), &facts) != 0) {
+                    return fail_with_errno();
+                }
+                if (same_file(facts, source)) {
+                    return fail(error_sharing_violation);
+                }
+                if (!S_ISREG(facts.st_mode) || is_read_only(facts)) {
+                    return fail(error_access_denied);
+                }
+                if (entry_.open_of_file(name, there.get())) {
+                    return true;
+                }
+                if (errno != ESTALE) {
+                    return fail_with_errno();
+                }
+                continue;
+            }
+            struct stat link;
+            if (errno != ENOENT || !entry_.open(name)) {
+                return fail_with_errno();
+            }
+            if (::fstatat(entry_.folder(), entry_.name(), &link, AT_SYMLINK_NOFOLLOW) != 0) {
+                return errno == ENOENT || fail_with_errno();
+            }
+            // A link that leads to nothing yet. Only the host can say where a file would come into
+            // being, so that it makes an empty one.
+            descriptor const made(::open(name, creation_flags, creation_mode));
+            if (made.is_open()) {
+                created_ = true;
+            } else if (errno != ENOENT) {
+                return fail_with_errno();
+            }
+        }
+        return fail(error_sharing_violation);
+    }
+
+    folder_entry const & entry() const noexcept { return entry_; }
+
+    /// The copy is in its place.
+    bool keep() noexcept
+    {
+        created_ = false;
+        return true;
+    }
+
+private:
+    static constexpr mode_t creation_mode = 0600;
+    static constexpr int creation_flags = O_WRONLY | O_CREAT | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
+
+    /// Leaves what another process has put in the place of the empty file, or into it.
+    void remove_created() const noexcept
+    {
+        struct stat facts;
+        if (::fstatat(entry_.folder(), entry_.name(), &facts, AT_SYMLINK_NOFOLLOW) == 0
+            && S_ISREG(facts.st_mode) && facts.st_size == 0 && facts.st_nlink == 1
+            && (facts.st_mode & 07777 & ~creation_mode) == 0 && facts.st_uid == ::geteuid()) {
+            ::unlinkat(entry_.folder(), entry_.name(), 0);
+        }
+    }
+
+    folder_entry entry_;
+    bool created_ = false;
+};
 
 } // namespace
 
@@ -454,14 +443,14 @@ bool empty_directory(char const * path, bool through_link) noexcept
     descriptor folder(
         ::open(name.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC | (through_link ? 0 : O_NOFOLLOW)));
     if (!folder.is_open()) {
-        return fail();
+        return fail_with_errno();
     }
     struct stat facts;
     struct stat root;
     if (::fstat(folder.get(), &facts) != 0 || ::stat("/", &root) != 0) {
-        return fail();
+        return fail_with_errno();
     }
-    if (facts.st_dev == root.st_dev && facts.st_ino == root.st_ino) {
+    if (same_file(facts, root)) {
         return fail(error_access_denied);
     }
     char text[max_path];
@@ -485,17 +474,19 @@ bool move_file(char const * source, char const * target) noexcept
     host_name from_name(source);
     host_name const to_name(target);
     struct stat facts;
-    place from;
-    place to;
-    if (!get_facts_of_entry(from_name, facts) || !to_name || !from.open(from_name.c_str())
-        || !to.open(to_name.c_str())) {
+    folder_entry from;
+    folder_entry to;
+    if (!get_facts_of_entry(from_name, facts) || !to_name) {
         return false;
+    }
+    if (!from.open(from_name.c_str()) || !to.open(to_name.c_str())) {
+        return fail_with_errno();
     }
     if (new_file::rename_without_replacing(from.folder(), from.name(), to.folder(), to.name())) {
         return true;
     }
     if (errno != EXDEV || S_ISDIR(facts.st_mode)) {
-        return fail();
+        return fail_with_errno();
     }
     bool const moved
         = S_ISLNK(facts.st_mode) ? move_link_across(from, to) : move_file_across(from, to);
@@ -505,7 +496,7 @@ bool move_file(char const * source, char const * target) noexcept
     if (::unlinkat(from.folder(), from.name(), 0) == 0) {
         return true;
     }
-    fail();
+    fail_with_errno();
     ::unlinkat(to.folder(), to.name(), 0);
     return false;
 }
@@ -516,23 +507,13 @@ bool copy_file(char const * source, char const * target) noexcept
     host_name const to(target);
     struct stat facts;
     descriptor content;
-    place place_of_target;
+    copy_target place;
     if (!from || !to || !open_source(AT_FDCWD, from.c_str(), 0, content, facts)
-        || !place_of_target.open(to.c_str()) || !place_of_target.follow_links()) {
+        || !place.find(to.c_str(), facts)) {
         return false;
     }
-    struct stat old;
-    if (::fstatat(place_of_target.folder(), place_of_target.name(), &old, AT_SYMLINK_NOFOLLOW)
-        == 0) {
-        if (old.st_dev == facts.st_dev && old.st_ino == facts.st_ino) {
-            return fail(error_sharing_violation);
-        }
-        if (!S_ISREG(old.st_mode) || is_read_only(old)) {
-            return fail(error_access_denied);
-        }
-    }
-    new_file copy(place_of_target.folder());
-    return fill(copy, content, facts) && copy.replace(place_of_target);
+    new_file copy(place.entry().folder());
+    return fill(copy, content, facts) && copy.replace(place.entry()) && place.keep();
 }
 
 bool get_temp_file_name(char const * folder, char const * prefix, char * result) noexcept
@@ -541,7 +522,7 @@ bool get_temp_file_name(char const * folder, char const * prefix, char * result)
     *result = '\0';
     std::uint16_t number = 0;
     if (::getrandom(&number, sizeof number, 0) < 0) {
-        return fail();
+        return fail_with_errno();
     }
     for (unsigned int attempt = 0; attempt < numbers; ++attempt, ++number) {
         char name[max_path];
@@ -562,7 +543,7 @@ bool get_temp_file_name(char const * folder, char const * prefix, char * result)
             return true;
         }
         if (errno != EEXIST) {
-            return fail();
+            return fail_with_errno();
         }
     }
     return fail(error_file_exists);
@@ -577,13 +558,13 @@ bool list_directory(char const * path, void (*take)(void * context, std::string_
     }
     descriptor folder(::open(name.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (!folder.is_open()) {
-        return fail();
+        return fail_with_errno();
     }
     directory_reader reader(std::move(folder));
     while (dirent64 const * const entry = reader.next()) {
         take(context, entry->d_name);
     }
-    return reader.failed() ? fail() : true;
+    return reader.failed() ? fail_with_errno() : true;
 }
 
 } // namespace zel::platform

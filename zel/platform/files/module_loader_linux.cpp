@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "zel/platform/files/module_loader.h"
 
-#include "zel/platform/last_error.h"
+#include "zel/platform/host/failure.h"
 #include "zel/platform/paths/host_path.h"
 #include "zel/platform/paths/shell_path.h"
 #include <cstring>
@@ -25,14 +25,12 @@ void * load_library(char const * name) noexcept
     char host[max_path];
     if (std::strchr(name, '\\') != nullptr || path_get_drive_number(name) >= 0) {
         if (!to_host_path(host, name)) {
-            set_last_error(error_mod_not_found);
-            return nullptr;
+            return fail_with_null(error_mod_not_found);
         }
         name = host;
     }
     if (*name == '\0') { // dlopen would give the program itself
-        set_last_error(error_mod_not_found);
-        return nullptr;
+        return fail_with_null(error_mod_not_found);
     }
     void * const module = ::dlopen(name, RTLD_LAZY | RTLD_LOCAL);
     if (module == nullptr) {

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "zel/platform/host/calendar.h"
 
-#include "zel/platform/last_error.h"
+#include "zel/platform/host/failure.h"
 
 namespace zel::platform {
 namespace {
@@ -47,8 +47,7 @@ bool system_time_to_file_time(system_time const & time, std::int64_t & ticks) no
     if (time.year < first_year || time.year > last_year || time.month < 1 || time.month > 12
         || time.day < 1 || time.day > days_of_month(time.year, time.month) || time.hour > 23
         || time.minute > 59 || time.second > 59 || time.milliseconds > 999) {
-        set_last_error(error_invalid_parameter);
-        return false;
+        return fail(error_invalid_parameter);
     }
     std::uint32_t const days = days_from_march_0(time.year, time.month, time.day) - start_of_1601;
     std::uint32_t const seconds = (time.hour * 60U + time.minute) * 60U + time.second;
@@ -60,8 +59,7 @@ bool system_time_to_file_time(system_time const & time, std::int64_t & ticks) no
 bool file_time_to_system_time(std::int64_t ticks, system_time & time) noexcept
 {
     if (ticks < 0 || ticks >= end_of_time) {
-        set_last_error(error_invalid_parameter);
-        return false;
+        return fail(error_invalid_parameter);
     }
     auto const milliseconds = static_cast<std::uint64_t>(ticks / ticks_a_millisecond);
     auto const days = static_cast<std::uint32_t>(milliseconds / milliseconds_a_day);

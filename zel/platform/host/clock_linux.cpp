@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "zel/platform/host/clock.h"
 
-#include "zel/platform/last_error.h"
+#include "zel/platform/host/failure.h"
 #include <algorithm>
 #include <cerrno>
 #include <cstdlib>
@@ -81,8 +81,7 @@ bool set_clock(timespec const & moment)
     if (::clock_settime(CLOCK_REALTIME, &moment) == 0) {
         return true;
     }
-    set_last_error(errno == EPERM ? error_privilege_not_held : error_from_errno(errno));
-    return false;
+    return fail(errno == EPERM ? error_privilege_not_held : error_from_errno(errno));
 }
 
 } // namespace
@@ -127,8 +126,7 @@ bool set_local_time(system_time const & time) noexcept
     fields.tm_wday = -1;
     std::time_t const seconds = std::mktime(&fields);
     if (seconds == -1 && fields.tm_wday == -1) { // -1 alone is the last second of 1969
-        set_last_error(error_invalid_parameter);
-        return false;
+        return fail(error_invalid_parameter);
     }
     return set_clock({.tv_sec = seconds, .tv_nsec = time.milliseconds * 1'000'000L});
 }

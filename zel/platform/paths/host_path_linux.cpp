@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "zel/platform/paths/host_path.h"
 
-#include "zel/platform/last_error.h"
+#include "zel/platform/host/failure.h"
 #include "zel/platform/paths/shell_path.h"
 #include <algorithm>
 #include <cstring>
@@ -22,12 +22,6 @@ bool ends_in_dot(std::string_view text) noexcept
 {
     std::size_t const last = text.find_last_not_of("\\/");
     return last != text.npos && last > 0 && text[last] == '.' && is_separator(text[last - 1]);
-}
-
-bool fail(std::uint32_t code) noexcept
-{
-    set_last_error(code);
-    return false;
 }
 
 } // namespace

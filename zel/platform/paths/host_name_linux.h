@@ -1,0 +1,41 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "zel/platform/paths/host_path.h"
+#include "zel/platform/paths/shell_path.h"
+#include <cstddef>
+#include <cstring>
+
+namespace zel::platform {
+
+/// A path as the host's functions take it, in an array of its own.
+class host_name {
+public:
+    /// Sets the last error when the path stands for no name of the host, which is then empty.
+    explicit host_name(char const * path) noexcept
+        : valid_(to_host_path(text_, path))
+    {
+    }
+
+    explicit operator bool() const noexcept { return valid_; }
+    char const * c_str() const noexcept { return text_; }
+
+    /// Removes the separators at the end, behind which the host would follow a link.
+    /// \returns true when there were any.
+    bool strip_separators() noexcept
+    {
+        std::size_t const size = std::strlen(text_);
+        std::size_t end = size;
+        while (end > 1 && text_[end - 1] == '/') {
+            --end;
+        }
+        text_[end] = '\0';
+        return end != size;
+    }
+
+private:
+    char text_[max_path];
+    bool valid_;
+};
+
+} // namespace zel::platform
