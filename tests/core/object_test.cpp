@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "zel/core/object.h"
 
-#include "tests/threads_at_once.h"
+#include "tests/support/raised.h"
+#include "tests/support/threads_at_once.h"
 #include "zel/core/auto_buffer.h"
 #include "zel/core/auto_ptr.h"
 #include "zel/core/exception.h"
@@ -86,17 +87,6 @@ TEST(auto_ptr, shares_the_object_and_lets_go_of_it)
     EXPECT_EQ(deaths, 1);
 }
 
-template <typename Call> zel::string failure(Call && call)
-{
-    try {
-        call();
-    } catch (zel::memory_exception & raised) {
-        EXPECT_EQ(raised.get_type(), zel::memory_exception::null_pointer);
-        return raised.get_message();
-    }
-    return {};
-}
-
 TEST(auto_ptr, raises_only_when_a_null_one_is_followed)
 {
     auto_ptr<counted> p;
@@ -104,9 +94,9 @@ TEST(auto_ptr, raises_only_when_a_null_one_is_followed)
     p = q;
     q = std::move(p);
     EXPECT_FALSE(p || q || auto_ptr<counted>(nullptr));
-    EXPECT_EQ(failure([&] { (void)p->next; }),
+    EXPECT_EQ(message_raised<zel::memory_exception>([&] { (void)p->next; }),
               "Zel Memory Exception: Null Pointer auto_ptr::operator->");
-    EXPECT_EQ(failure([&] { (void)(*p).next; }),
+    EXPECT_EQ(message_raised<zel::memory_exception>([&] { (void)(*p).next; }),
               "Zel Memory Exception: Null Pointer auto_ptr::operator*");
 }
 

@@ -14,16 +14,6 @@ namespace {
 
 using zel::file;
 
-std::uint32_t type_raised(std::function<void()> const & body)
-{
-    try {
-        body();
-    } catch (file::exception & failure) {
-        return failure.get_type();
-    }
-    return 0;
-}
-
 TEST(file, opens_in_every_mode)
 {
     struct {

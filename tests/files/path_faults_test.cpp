@@ -6,6 +6,7 @@
 #include <atomic>
 #include <csignal>
 #include <thread>
+#include <vector>
 
 #include <fcntl.h>
 #include <sys/resource.h>
@@ -102,12 +103,9 @@ TEST(path_faults, a_full_disk_leaves_the_old_target)
                   if (full.write("ab", 2) != 2) {
                       return 3; // they wait in the buffer
                   }
-                  try {
-                      full.close();
-                      return 4;
-                  } catch (zel::file::exception & failure) {
-                      return failure.get_type() == zel::file::exception::cannot_close ? 0 : 5;
-                  }
+                  return type_raised([&] { full.close(); }) == zel::file::exception::cannot_close
+                      ? 0
+                      : 4;
               }),
               0);
     EXPECT_EQ(area.read("target"), "old");
@@ -121,10 +119,10 @@ TEST(path_faults, one_of_two_racing_processes_gets_the_name)
         std::string const target = "target" + std::to_string(round);
         int pipe_ends[2];
         ASSERT_EQ(::pipe(pipe_ends), 0);
-        ::pid_t children[2];
+        std::vector<child_process> children;
         for (int i = 0; i < 2; ++i) {
             area.write("source" + std::to_string(i), std::to_string(i));
-            children[i] = start_process([&] {
+            children.emplace_back([&, i] {
                 char go;
                 ::close(pipe_ends[1]);
                 return ::read(pipe_ends[0], &go, 1) == 0
@@ -133,7 +131,7 @@ TEST(path_faults, one_of_two_racing_processes_gets_the_name)
         }
         ::close(pipe_ends[0]);
         ::close(pipe_ends[1]);
-        bool const won[] = {ended_well(children[0]), ended_well(children[1])};
+        bool const won[] = {children[0].result() == 0, children[1].result() == 0};
         EXPECT_NE(won[0], won[1]);
         EXPECT_EQ(area.read(target), won[0] ? "0" : "1");
         EXPECT_TRUE(area.exists(won[0] ? "source1" : "source0"));

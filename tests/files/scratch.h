@@ -4,9 +4,9 @@
 #include "zel/files/native_path.h"
 #include "zel/files/path.h"
 
-#include "tests/scratch_folder.h"
-#include <cstdint>
-#include <functional>
+#include "tests/support/processes.h"
+#include "tests/support/raised.h"
+#include "tests/support/scratch_folder.h"
 #include <gtest/gtest.h>
 
 /// A test's own folder, whose entries the standard library sees by one name and zel by another.
@@ -32,27 +32,3 @@ public:
         return std::filesystem::exists(std::filesystem::symlink_status(host(entry)));
     }
 };
-
-/// Runs `body` in a child process and tells what it returned; 255 when it was killed.
-inline int in_child(std::function<int()> const & body)
-{
-    ::pid_t const child = ::fork();
-    if (child == 0) {
-        ::_exit(body());
-    }
-    int status = 0;
-    ::waitpid(child, &status, 0);
-    return WIFEXITED(status) ? WEXITSTATUS(status) : 255;
-}
-
-/// The same as an ordinary user, whom rights stop.
-inline int as_ordinary_user(std::function<int()> const & body)
-{
-    return in_child([&] {
-        if (::geteuid() == 0
-            && (::setresgid(65534, 65534, 65534) != 0 || ::setresuid(65534, 65534, 65534) != 0)) {
-            return 254;
-        }
-        return body();
-    });
-}

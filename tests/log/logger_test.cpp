@@ -2,32 +2,16 @@
 #include "zel/core/exception.h"
 #include "zel/log/logger.h"
 
+#include "tests/support/allocations.h"
+#include "tests/support/processes.h"
+
 #include <cstdlib>
 #include <gtest/gtest.h>
-#include <new>
 #include <stdexcept>
 
 #include <dlfcn.h>
 #include <sys/wait.h>
 #include <unistd.h>
-
-namespace {
-
-int allocations = 0;
-
-} // namespace
-
-// Not inlined, or the compiler takes new and free for an unequal pair.
-[[gnu::noinline]] void * operator new(std::size_t size)
-{
-    ++allocations;
-    if (void * const memory = std::malloc(size)) {
-        return memory;
-    }
-    throw std::bad_alloc();
-}
-[[gnu::noinline]] void operator delete(void * memory) noexcept { std::free(memory); }
-[[gnu::noinline]] void operator delete(void * memory, std::size_t) noexcept { std::free(memory); }
 
 namespace {
 
@@ -148,15 +132,15 @@ TEST(logger, allocates_nothing_but_the_text_that_it_hands_on)
     struct {
         logger::log_type type;
         std::uint32_t limit;
-        int plain, grouped;
+        unsigned int plain, grouped;
     } const rows[] = {{logger::info, 99, 1, 1}, {logger::info, 0, 1, 0}, {logger::trace, 99, 0, 0}};
     for (auto const & row : rows) {
         log.set_group_limitation(row.limit);
-        int const before = allocations;
+        std::uint64_t const before = allocations::made;
         log.write(row.type, "%s", text.c_str());
-        EXPECT_EQ(allocations - before, row.plain);
+        EXPECT_EQ(allocations::made - before, row.plain);
         log.write_grouped(row.type, "group", "%s", text.c_str());
-        EXPECT_EQ(allocations - before, row.plain + row.grouped);
+        EXPECT_EQ(allocations::made - before, row.plain + row.grouped);
     }
 }
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "zel/naming/name_generator.h"
 
-#include "tests/threads_at_once.h"
+#include "tests/support/threads_at_once.h"
 #include <atomic>
 #include <gtest/gtest.h>
 #include <random>

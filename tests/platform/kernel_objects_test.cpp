@@ -2,6 +2,8 @@
 #include "zel/platform/kernel_objects.h"
 
 #include "tests/platform/waited_object.h"
+#include "tests/support/processes.h"
+#include "tests/support/sanitizers.h"
 #include "zel/platform/last_error.h"
 #include "zel/platform/objects/critical_section.h"
 #include "zel/platform/threads/threads.h"
@@ -23,7 +25,6 @@
 
 #include <pthread.h>
 #include <sys/syscall.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 namespace {
@@ -31,35 +32,9 @@ namespace {
 using namespace zel::platform;
 using namespace std::chrono_literals;
 
-// The thread sanitizer puts signals off until the victim next calls into its runtime, and takes a
-// thread that ends by the bare system call for one that runs on.
-#if defined(__SANITIZE_THREAD__)
-constexpr bool can_stop_threads = false;
-#elif defined(__has_feature)
-#if __has_feature(thread_sanitizer)
-constexpr bool can_stop_threads = false;
-#else
-constexpr bool can_stop_threads = true;
-#endif
-#else
-constexpr bool can_stop_threads = true;
-#endif
-
-// What the child of a fork found; the child runs nothing else of the program.
-int in_child(std::function<int()> const & body)
-{
-    pid_t const child = ::fork();
-    if (child == 0) {
-        ::_exit(body());
-    }
-    int status = -1;
-    ::waitpid(child, &status, 0);
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-}
-
 TEST(unnamed_event, lets_through_whom_it_should)
 {
-    limit const seconds(20);
+    time_limit const seconds(20);
     object const automatic(create_event(false, false, nullptr));
     object const manual(create_event(true, true, ""));
     EXPECT_EQ(last_error(), 0U);
@@ -142,7 +117,7 @@ private:
 
 TEST(unnamed_event, goes_to_the_one_that_has_waited_longest)
 {
-    limit const seconds(20);
+    time_limit const seconds(20);
     object const event(create_event(false, false, nullptr));
     queue_of_waiters waiters(event, 3);
     std::vector<int> expected;
@@ -156,7 +131,7 @@ TEST(unnamed_event, goes_to_the_one_that_has_waited_longest)
 
 TEST(unnamed_event, pulses_for_those_that_wait_and_for_nobody_later)
 {
-    limit const seconds(20);
+    time_limit const seconds(20);
     for (bool const manual : {false, true}) {
         SCOPED_TRACE(manual);
         object const event(create_event(manual, false, nullptr));
@@ -173,7 +148,7 @@ TEST(unnamed_event, pulses_for_those_that_wait_and_for_nobody_later)
 
 TEST(unnamed_semaphore, counts_and_serves_in_order)
 {
-    limit const seconds(20);
+    time_limit const seconds(20);
     for (auto const & [initial, maximum] : {std::pair{-1, 1}, {2, 1}, {0, 0}, {0, -1}}) {
         EXPECT_EQ(create_semaphore(initial, maximum, nullptr), nullptr);
         EXPECT_EQ(last_error(), 87U);
@@ -202,7 +177,7 @@ TEST(unnamed_semaphore, counts_and_serves_in_order)
 
 TEST(unnamed_mutex, belongs_to_one_thread_as_often_as_it_takes_it)
 {
-    limit const seconds(20);
+    time_limit const seconds(20);
     object const mutex(create_mutex(true, nullptr));
     EXPECT_EQ(mutex.wait(), wait_object_0);
     std::thread([&] {
@@ -222,10 +197,10 @@ TEST(unnamed_mutex, belongs_to_one_thread_as_often_as_it_takes_it)
 
 TEST(unnamed_mutex, tells_one_waiter_that_its_owner_ended)
 {
-    limit const seconds(20);
+    time_limit const seconds(20);
     // Ends of a thread that nothing of this library or of the C library sees, too.
     for (bool const bare : {false, true}) {
-        if (bare && !can_stop_threads) {
+        if (bare && under_thread_sanitizer) {
             continue;
         }
         SCOPED_TRACE(bare);
@@ -273,7 +248,7 @@ TEST(unnamed_mutex, tells_one_waiter_that_its_owner_ended)
 // The host keeps one list of a thread's locks, with one place for the lock in work.
 TEST(unnamed_mutex, shares_the_hosts_list_with_the_c_librarys_locks)
 {
-    limit const seconds(20);
+    time_limit const seconds(20);
     // In turn: a, b and the C library's p are taken, A, B and P given back; then the owner ends.
     char const * const lives[] = {"a", "apP", "apPA", "ap", "pab", "abA", "abB", "apbPA", "paPAb"};
     for (char const * const life : lives) {
@@ -312,7 +287,7 @@ TEST(unnamed_mutex, shares_the_hosts_list_with_the_c_librarys_locks)
 
 TEST(unnamed_mutex, stays_owned_when_its_handle_is_closed)
 {
-    limit const seconds(20);
+    time_limit const seconds(20);
     void * const mutex = create_mutex(false, nullptr);
     object const go(create_event(false, false, nullptr));
     std::atomic<bool> looked{false};
@@ -361,7 +336,7 @@ TEST(handles_of_objects, are_refused_where_they_do_not_belong)
 
 TEST(unnamed_objects, are_the_childs_own_after_a_fork)
 {
-    limit const seconds(20);
+    time_limit const seconds(20);
     object const event(create_event(false, false, nullptr));
     object const mutex(create_mutex(true, nullptr));
     object const semaphore(create_semaphore(0, 3, nullptr));
@@ -402,7 +377,7 @@ TEST(unnamed_objects, are_the_childs_own_after_a_fork)
 
 TEST(critical_section, excludes_and_counts)
 {
-    limit const seconds(20);
+    time_limit const seconds(20);
     critical_section section;
     initialize_critical_section(section);
     enter_critical_section(section);
@@ -447,7 +422,7 @@ void under_load(std::function<void(int)> const & work)
 
 TEST(under_load, locks_exclude)
 {
-    limit const seconds(60);
+    time_limit const seconds(60);
     critical_section section;
     initialize_critical_section(section);
     object const mutex(create_mutex(false, nullptr));
@@ -472,7 +447,7 @@ TEST(under_load, locks_exclude)
 
 TEST(under_load, no_unit_is_lost_or_made)
 {
-    limit const seconds(60);
+    time_limit const seconds(60);
     object const semaphore(create_semaphore(2, 5, nullptr));
     std::atomic<long> given{2};
     std::atomic<long> taken{0};
@@ -495,7 +470,7 @@ TEST(under_load, no_unit_is_lost_or_made)
 
 TEST(under_load, no_wake_up_is_lost)
 {
-    limit const seconds(60);
+    time_limit const seconds(60);
     object const ping(create_event(false, false, nullptr));
     object const pong(create_event(false, false, nullptr));
     std::atomic<bool> done{false};
@@ -516,10 +491,8 @@ TEST(under_load, no_wake_up_is_lost)
 
 TEST(terminated_threads, leave_the_waiters_and_abandon_what_they_own)
 {
-    if (!can_stop_threads) {
-        GTEST_SKIP() << "the sanitizer takes the victim for one that runs on";
-    }
-    limit const seconds(20);
+    SKIP_IF_THREADS_CANNOT_BE_STOPPED();
+    time_limit const seconds(20);
     std::string const name = "zel test victim " + std::to_string(::getpid());
     for (char const * const which : {"", name.c_str()}) {
         SCOPED_TRACE(which);
@@ -668,10 +641,8 @@ protected:
 // through as long as the first is suspended, unless the first had the object in its hands before.
 TEST_P(suspended_waiters, leave_no_other_asleep_beside_a_free_object)
 {
-    if (!can_stop_threads) {
-        GTEST_SKIP() << "the sanitizer puts the stop signal off";
-    }
-    limit const seconds(110);
+    SKIP_IF_THREADS_CANNOT_BE_STOPPED();
+    time_limit const seconds(110);
     constexpr std::uint32_t rounds = 100'000;
     bool const is_lock = GetParam().is_lock;
     object_ = GetParam().create();

@@ -6,31 +6,20 @@
 #include "zel/platform/waits/address_wait.h"
 #include "zel/platform/waits/handles.h"
 
-#include "tests/time_limit.h"
+#include "tests/support/allocations.h"
+#include "tests/support/processes.h"
+#include "tests/support/time_limit.h"
 #include <atomic>
 #include <functional>
 #include <gtest/gtest.h>
 #include <iterator>
-#include <new>
 #include <random>
 #include <thread>
 #include <vector>
 
 #include <poll.h>
 #include <sys/epoll.h>
-#include <sys/wait.h>
 #include <unistd.h>
-
-static thread_local int allocations_left = -1; // of the calling thread; negative for no limit
-
-void * operator new(std::size_t size, std::nothrow_t const &) noexcept
-{
-    return allocations_left == 0 ? nullptr : (--allocations_left, ::operator new(size));
-}
-void * operator new[](std::size_t size, std::nothrow_t const &) noexcept
-{
-    return allocations_left == 0 ? nullptr : (--allocations_left, ::operator new[](size));
-}
 
 namespace {
 
@@ -321,15 +310,15 @@ TEST(message_queue, has_a_descriptor_that_is_readable_while_messages_wait)
 TEST(message_queue, fails_whole_when_memory_is_exhausted)
 {
     std::thread([] {
-        allocations_left = 0;
+        allocations::left = 0;
         EXPECT_EQ(create_window(sum), nullptr);
         EXPECT_EQ(last_error(), 8U);
         std::size_t posted = 0;
         for (unsigned int i = 0; i < 1000; ++i) {
-            allocations_left = static_cast<int>(i % 2);
+            allocations::left = i % 2;
             posted += post_message(nullptr, user + i, 0, 0) ? 1U : 0U;
         }
-        allocations_left = -1;
+        allocations::left = allocations::all;
         EXPECT_LT(posted, 1000U);
         EXPECT_EQ(drain().size(), posted);
     }).join();
@@ -372,18 +361,15 @@ TEST(message_queue, a_forked_child_has_a_queue_of_its_own)
     other_thread other;
     ASSERT_TRUE(post_message(window, user, 0, 0));
     std::uint32_t const parent = current_thread_id();
-    ::pid_t const child = ::fork();
-    if (child == 0) {
+    child_process child([&] {
         bool const starts_with_a_copy = is_readable(descriptor) && drain() == numbers{user};
         bool const reaches_back
             = post_thread_message(parent, user, 0, 0) || post_message(other.window, user, 0, 0);
         bool const works = !is_readable(descriptor) && post_message(window, user + 1, 0, 0)
             && post_thread_message(current_thread_id(), user, 0, 0) && is_readable(descriptor);
-        ::_exit(starts_with_a_copy && !reaches_back && works ? 0 : 1);
-    }
-    int status = -1;
-    EXPECT_EQ(::waitpid(child, &status, 0), child);
-    EXPECT_EQ(status, 0);
+        return starts_with_a_copy && !reaches_back && works;
+    });
+    EXPECT_EQ(child.result(), 0);
     EXPECT_TRUE(is_readable(descriptor));
     EXPECT_EQ(drain(), numbers{user});
     EXPECT_TRUE(destroy_window(window));

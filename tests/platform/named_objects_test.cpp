@@ -2,6 +2,7 @@
 #include "zel/platform/kernel_objects.h"
 
 #include "tests/platform/waited_object.h"
+#include "tests/support/processes.h"
 #include "zel/platform/last_error.h"
 #include "zel/platform/waits/address_wait.h"
 #include <algorithm>
@@ -25,7 +26,6 @@
 #include <sys/file.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 namespace {
@@ -41,50 +41,6 @@ std::string fresh_name(char const * what = "object")
 }
 
 std::string folder() { return "/dev/shm/zel-" + std::to_string(::geteuid()); }
-
-// A child process; it runs nothing else of the program, and is killed if it is still there.
-class process {
-public:
-    explicit process(std::function<int()> const & body)
-        : id_(::fork())
-    {
-        if (id_ == 0) {
-            ::_exit(body());
-        }
-    }
-    ~process()
-    {
-        if (id_ > 0) {
-            kill();
-        }
-    }
-    process & operator=(process && other) noexcept
-    {
-        std::swap(id_, other.id_);
-        return *this;
-    }
-    process(process && other) noexcept
-        : id_(std::exchange(other.id_, -1))
-    {
-    }
-
-    pid_t id() const { return id_; }
-    int result()
-    {
-        int status = -1;
-        ::waitpid(std::exchange(id_, -1), &status, 0);
-        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    }
-    void kill()
-    {
-        ::kill(id_, SIGKILL);
-        ::waitpid(std::exchange(id_, -1), nullptr, 0);
-    }
-    void send_kill() const { ::kill(id_, SIGKILL); }
-
-private:
-    pid_t id_;
-};
 
 // Counters that the processes of a test share.
 struct counters {
@@ -114,7 +70,7 @@ int abandoned_files()
 
 TEST(named_objects, are_one_object_in_all_processes)
 {
-    limit const seconds(20);
+    time_limit const seconds(20);
     std::string const name = fresh_name();
     object const event(create_event(false, false, name.c_str()));
     EXPECT_EQ(last_error(), 0U);
@@ -124,7 +80,7 @@ TEST(named_objects, are_one_object_in_all_processes)
         EXPECT_EQ(last_error(), 183U);
         EXPECT_EQ(again.wait(0), wait_timeout);
     }
-    process child([&] {
+    child_process child([&] {
         // A program that is started anew knows nothing but the name; here without the handles.
         void * const opened = open_event(event_all_access, false, ("Global\\" + name).c_str());
         return opened != nullptr && set_event(opened) ? 0 : 1;
@@ -136,7 +92,7 @@ TEST(named_objects, are_one_object_in_all_processes)
 
 TEST(named_objects, last_as_long_as_anybody_holds_them)
 {
-    limit const seconds(20);
+    time_limit const seconds(20);
     std::string const name = fresh_name();
     auto const is_there = [&] {
         void * const handle = open_semaphore(semaphore_all_access, false, name.c_str());
@@ -152,7 +108,7 @@ TEST(named_objects, last_as_long_as_anybody_holds_them)
 
     void * const held = create_semaphore(3, 3, name.c_str());
     object const ready(create_event(false, false, (name + "ready").c_str()));
-    process child([&] {
+    child_process child([&] {
         set_event(ready);
         return ::pause();
     });
@@ -168,11 +124,11 @@ TEST(named_objects, last_as_long_as_anybody_holds_them)
 
 TEST(named_objects, are_given_back_by_exec)
 {
-    limit const seconds(20);
+    time_limit const seconds(20);
     std::string const name = fresh_name();
     object const ready(create_event(false, false, (name + "ready").c_str()));
     object const watched(create_mutex(false, (name + "mutex").c_str()));
-    process child([&] {
+    child_process child([&] {
         void * const only = create_event(false, false, name.c_str());
         wait_for_single_object(watched, infinite);
         set_event(ready);
@@ -196,7 +152,7 @@ TEST(named_objects, are_given_back_by_exec)
 
 TEST(named_objects, take_any_name_and_refuse_what_is_none)
 {
-    limit const seconds(20);
+    time_limit const seconds(20);
     std::string bytes;
     for (int c = 1; c < 256; ++c) {
         bytes += static_cast<char>(c);
@@ -262,7 +218,7 @@ TEST(named_objects, do_not_trust_what_somebody_else_put_there)
     constexpr uid_t user = 64'123;
     std::string const place = "/dev/shm/zel-" + std::to_string(user);
     auto const last_error_of_user = [] {
-        process child([] {
+        child_process child([] {
             if (::setresuid(user, user, user) != 0) {
                 return 255;
             }
@@ -283,13 +239,13 @@ TEST(named_objects, do_not_trust_what_somebody_else_put_there)
 
 TEST(named_event, lets_through_whom_it_should)
 {
-    limit const seconds(30);
+    time_limit const seconds(30);
     for (bool const manual : {false, true}) {
         SCOPED_TRACE(manual);
         std::string const name = fresh_name();
         object const event(create_event(manual, false, name.c_str()));
         counters & passed = shared_counters();
-        std::vector<process> waiters;
+        std::vector<child_process> waiters;
         for (int i = 0; i < 3; ++i) {
             waiters.emplace_back([&, i] {
                 if (event.wait(20'000) == wait_object_0) {
@@ -326,7 +282,7 @@ TEST(named_event, lets_through_whom_it_should)
 
 TEST(named_semaphore, counts)
 {
-    limit const seconds(20);
+    time_limit const seconds(20);
     object const semaphore(create_semaphore(1, 4, fresh_name().c_str()));
     std::int32_t previous = -7;
     EXPECT_FALSE(release_semaphore(semaphore, 4, &previous));
@@ -339,15 +295,15 @@ TEST(named_semaphore, counts)
     for (int i = 0; i < 4; ++i) {
         EXPECT_EQ(semaphore.wait(0), wait_object_0);
     }
-    std::vector<process> waiters;
+    std::vector<child_process> waiters;
     for (int i = 0; i < 3; ++i) {
         waiters.emplace_back([&] { return semaphore.wait(20'000) == wait_object_0 ? 0 : 1; });
     }
-    for (process const & waiter : waiters) {
+    for (child_process const & waiter : waiters) {
         until_asleep(waiter.id());
     }
     EXPECT_TRUE(release_semaphore(semaphore, 4, nullptr));
-    for (process & waiter : waiters) {
+    for (child_process & waiter : waiters) {
         EXPECT_EQ(waiter.result(), 0);
     }
     EXPECT_EQ(semaphore.wait(0), wait_object_0);
@@ -356,13 +312,13 @@ TEST(named_semaphore, counts)
 
 TEST(named_mutex, belongs_to_the_thread_and_not_to_the_child_of_a_fork)
 {
-    limit const seconds(20);
+    time_limit const seconds(20);
     std::string const name = fresh_name();
     object const mutex(create_mutex(true, name.c_str()));
     object const second(create_mutex(true, name.c_str()));
     EXPECT_EQ(last_error(), 183U);
     EXPECT_EQ(second.wait(0), wait_object_0) << "the same owner through another handle";
-    process child([&] {
+    child_process child([&] {
         if (release_mutex(mutex) || last_error() != 288U) {
             return 1;
         }
@@ -381,7 +337,7 @@ TEST(named_mutex, belongs_to_the_thread_and_not_to_the_child_of_a_fork)
 
 TEST(named_mutex, stays_owned_when_its_handle_is_closed)
 {
-    limit const seconds(20);
+    time_limit const seconds(20);
     std::string const name = fresh_name();
     object const watcher(create_mutex(false, name.c_str()));
     std::atomic<std::uint32_t> step{0};
@@ -412,14 +368,14 @@ TEST(named_mutex, stays_owned_when_its_handle_is_closed)
 
 TEST(named_mutex, tells_of_its_owners_death_at_once)
 {
-    limit const seconds(60);
+    time_limit const seconds(60);
     constexpr int rounds = 101;
     std::string const name = fresh_name();
     object const mutex(create_mutex(false, name.c_str()));
     object const ready(create_event(false, false, (name + "ready").c_str()));
     std::vector<std::int64_t> times;
     for (int i = 0; i < rounds; ++i) {
-        process const owner([&] {
+        child_process const owner([&] {
             wait_for_single_object(mutex, infinite);
             wait_for_single_object(mutex, infinite);
             set_event(ready);
@@ -436,7 +392,7 @@ TEST(named_mutex, tells_of_its_owners_death_at_once)
         });
         std::this_thread::sleep_for(2ms);
         std::int64_t const killed = monotonic_now();
-        owner.send_kill();
+        owner.send(SIGKILL);
         waiter.join();
         times.push_back(returned - killed);
     }
@@ -449,7 +405,7 @@ TEST(named_mutex, tells_of_its_owners_death_at_once)
 
 TEST(named_objects, survive_the_death_of_their_users)
 {
-    limit const seconds(100);
+    time_limit const seconds(100);
     constexpr int processes = 200;
     std::string const name = fresh_name();
     counters & count = shared_counters();
@@ -478,7 +434,7 @@ TEST(named_objects, survive_the_death_of_their_users)
             return 0;
         };
         unsigned seed = 1;
-        std::vector<process> users;
+        std::vector<child_process> users;
         for (int i = 0; i < processes; ++i) {
             if (users.size() == 8) {
                 users.erase(users.begin() + static_cast<int>(seed / 65536 % 8));
@@ -516,10 +472,10 @@ TEST(named_objects, survive_the_death_of_their_users)
 
 TEST(named_objects, lose_nothing_when_creation_meets_the_last_release)
 {
-    limit const seconds(60);
+    time_limit const seconds(60);
     std::string const name = fresh_name();
     counters & count = shared_counters();
-    std::vector<process> users;
+    std::vector<child_process> users;
     for (int i = 0; i < 4; ++i) {
         users.emplace_back([&] {
             auto const end = std::chrono::steady_clock::now() + 2s;
@@ -541,7 +497,7 @@ TEST(named_objects, lose_nothing_when_creation_meets_the_last_release)
             return 0;
         });
     }
-    for (process & user : users) {
+    for (child_process & user : users) {
         EXPECT_EQ(user.result(), 0);
     }
     EXPECT_GT(count.values[1], 100);

@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "zel/platform/profiles/private_profile.h"
 
-#include "tests/scratch_folder.h"
+#include "tests/support/processes.h"
+#include "tests/support/scratch_folder.h"
 #include "zel/platform/last_error.h"
 #include "zel/platform/profiles/profile_editor.h"
 #include "zel/platform/profiles/profile_text.h"
@@ -326,14 +327,6 @@ TEST(private_profile, tells_blocks_from_other_texts)
     EXPECT_EQ(last_error(), error_bad_length);
 }
 
-/// Runs `body` without the superuser's rights, in a process of its own.
-template <typename function> bool holds_for_a_plain_user(function && body)
-{
-    return ended_well(start_process([&] {
-        return (::geteuid() != 0 || (::setgid(65534) == 0 && ::setuid(65534) == 0)) && body();
-    }));
-}
-
 TEST(private_profile, takes_what_is_no_file_of_settings_for_missing)
 {
     scratch_folder const folder;
@@ -356,7 +349,7 @@ TEST(private_profile, takes_what_is_no_file_of_settings_for_missing)
     ::chmod(folder.name().c_str(), 0777);
     ::chmod(folder.file("locked").c_str(), 0);
     EXPECT_TRUE(
-        holds_for_a_plain_user([&] { return read(folder.file("locked"), "s", "k") == missing; })
+        holds_for_ordinary_user([&] { return read(folder.file("locked"), "s", "k") == missing; })
         || ::geteuid() != 0);
 }
 
@@ -408,7 +401,7 @@ TEST(private_profile, writes_into_the_file_where_the_folder_admits_no_other)
     put(folder.file("f"), "[s]\nk=1\n");
     ::chmod(folder.file("f").c_str(), 0666);
     ::chmod(folder.name().c_str(), 0555);
-    EXPECT_TRUE(holds_for_a_plain_user([&] {
+    EXPECT_TRUE(holds_for_ordinary_user([&] {
         return write(folder.file("f"), "s", "k", "longer")
             && !write(folder.file("new"), "s", "k", "1") && last_error() == error_access_denied;
     }));
@@ -427,20 +420,20 @@ TEST(private_profile, waits_for_no_lock_of_another_program_for_ever)
     EXPECT_TRUE(write(file, "s", "k", "2"));
     EXPECT_EQ(read(file, "s", "k"), "2");
     ::close(other);
-    pid_t const holder = start_process([&] {
+    child_process holder([&] {
         struct flock whole = {};
         whole.l_type = F_WRLCK;
         int const held = ::open(file.c_str(), O_RDWR | O_CLOEXEC, 0);
         return ::fcntl(held, F_SETLK, &whole) == 0 && ::raise(SIGSTOP) == 0;
     });
     int status = 0;
-    ASSERT_EQ(::waitpid(holder, &status, WUNTRACED), holder);
+    ASSERT_EQ(::waitpid(holder.id(), &status, WUNTRACED), holder.id());
     ASSERT_TRUE(WIFSTOPPED(status));
     EXPECT_EQ(read(file, "s", "k"), "2");
     EXPECT_FALSE(write(file, "s", "k", "3"));
     EXPECT_EQ(last_error(), error_sharing_violation);
-    ::kill(holder, SIGCONT);
-    EXPECT_TRUE(ended_well(holder));
+    holder.send(SIGCONT);
+    EXPECT_EQ(holder.result(), 0);
     EXPECT_TRUE(write(file, "s", "k", "3"));
 }
 
@@ -497,9 +490,9 @@ TEST(private_profile, loses_no_entry_of_any_writer)
 {
     scratch_folder const folder(fast_place); // 4,000 flushes would take a slow disk a minute
     constexpr int processes = 4, threads = 4, keys = 250;
-    std::vector<pid_t> children;
+    std::vector<child_process> children;
     for (int process = 0; process < processes; ++process) {
-        children.push_back(start_process([&] {
+        children.emplace_back([&, process] {
             std::atomic<int> lost = 0;
             std::vector<std::thread> writers;
             for (int thread = 0; thread < threads; ++thread) {
@@ -514,10 +507,10 @@ TEST(private_profile, loses_no_entry_of_any_writer)
                 writer.join();
             }
             return lost == 0;
-        }));
+        });
     }
-    for (pid_t const child : children) {
-        EXPECT_TRUE(ended_well(child));
+    for (auto & child : children) {
+        EXPECT_EQ(child.result(), 0);
     }
     int found = 0;
     for (int name = 0; name < processes * threads * keys; ++name) {
@@ -543,15 +536,13 @@ TEST(private_profile, is_whole_after_a_kill_and_clean_after_the_next_write)
         if (round % 4 == 0) {
             std::filesystem::remove(file); // so that some die while they make it
         }
-        pid_t const child = start_process([&] {
+        child_process child([&] {
             for (int n = 0; write_state(std::to_string(n)); ++n) { }
             return false;
         });
         std::this_thread::sleep_for(std::chrono::microseconds(random() % 4000));
-        ::kill(child, SIGKILL);
-        int status = 0;
-        ASSERT_EQ(::waitpid(child, &status, 0), child);
-        ASSERT_TRUE(WIFSIGNALED(status)) << "a write failed";
+        child.send(SIGKILL);
+        ASSERT_TRUE(WIFSIGNALED(child.status())) << "a write failed";
         ASSERT_EQ(read(file, "s", "first"), read(file, "u", "last"));
         ASSERT_TRUE(!std::filesystem::exists(file) || read(file, "t", "filler", 30'000) == filler);
         ASSERT_TRUE(write_state("next"));

@@ -6,7 +6,9 @@
 #include "zel/platform/waits/address_wait.h"
 #include "zel/platform/waits/handles.h"
 
-#include "tests/sanitizers.h"
+#include "tests/support/processes.h"
+#include "tests/support/sanitizers.h"
+#include "tests/support/time_limit.h"
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
@@ -25,7 +27,6 @@
 
 #include <pthread.h>
 #include <sys/resource.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 // A terminated thread leaves what it has from the heap, which the leak sanitizer must not count.
@@ -38,11 +39,8 @@ using namespace std::chrono_literals;
 
 constexpr std::uint32_t failed = 0xFFFFFFFF;
 
-// Ends the program when a test takes longer: a thread that is lost cannot be waited for.
 class threads : public testing::Test {
-protected:
-    threads() { ::alarm(100); }
-    ~threads() override { ::alarm(0); }
+    time_limit const limit_{100};
 };
 
 class thread_stops : public threads {
@@ -103,18 +101,6 @@ std::ptrdiff_t tasks()
 {
     std::filesystem::directory_iterator const begin("/proc/self/task");
     return std::distance(begin, std::filesystem::directory_iterator());
-}
-
-// Whether `function` returns true in a forked child.
-bool holds_in_child(std::function<bool()> const & function)
-{
-    pid_t const child = ::fork();
-    if (child == 0) {
-        ::alarm(20);
-        ::_exit(function() ? 0 : 1);
-    }
-    int status = -1;
-    return ::waitpid(child, &status, 0) == child && status == 0;
 }
 
 TEST_F(threads, have_handle_and_id_before_the_body_runs)

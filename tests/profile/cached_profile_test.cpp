@@ -2,31 +2,15 @@
 #include "zel/profile/cached_profile.h"
 
 #include "tests/profile/recording_store.h"
-#include "tests/scratch_folder.h"
+#include "tests/support/allocations.h"
+#include "tests/support/scratch_folder.h"
 #include "zel/core/exception.h"
 #include "zel/files/native_path.h"
 #include "zel/profile/ini_file.h"
 #include <algorithm>
-#include <atomic>
-#include <cstdlib>
 #include <gtest/gtest.h>
 #include <map>
-#include <new>
 #include <random>
-
-static std::atomic<int> allocations{0};
-
-// Not inlined, or the compiler sees a call of free for what came from new.
-[[gnu::noinline]] void * operator new(std::size_t size)
-{
-    ++allocations;
-    if (void * const memory = std::malloc(size == 0 ? 1 : size)) {
-        return memory;
-    }
-    throw std::bad_alloc();
-}
-[[gnu::noinline]] void operator delete(void * memory) noexcept { std::free(memory); }
-[[gnu::noinline]] void operator delete(void * memory, std::size_t) noexcept { std::free(memory); }
 
 namespace {
 
@@ -227,10 +211,10 @@ TEST_F(cached_profile_test, allocates_nothing_for_a_hit)
     cache->write_string(section, key, "short");
     cache->write_int(section, "number", 1);
     string const number("number");
-    int const before = allocations;
+    std::uint64_t const before = allocations::made;
     bool const right = cache->read_string(section, key, none) == "short"
         && cache->read_int(section, number, 0) == 1;
-    EXPECT_EQ(allocations, before);
+    EXPECT_EQ(allocations::made, before);
     EXPECT_TRUE(right);
 }
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "zel/profile/ini_file.h"
 
-#include "tests/scratch_folder.h"
+#include "tests/support/scratch_folder.h"
 #include "zel/core/auto_ptr.h"
 #include "zel/files/native_path.h"
 #include <cstring>

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // The road that most programs take: a prefix over a cache over a file.
-#include "tests/scratch_folder.h"
+#include "tests/support/scratch_folder.h"
 #include "zel/files/native_path.h"
 #include "zel/profile/cached_profile.h"
 #include "zel/profile/ini_file.h"

@@ -1,14 +1,12 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include <cerrno>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <stdexcept>
 #include <string>
-#include <sys/wait.h>
 #include <system_error>
 #include <unistd.h>
 
@@ -55,24 +53,4 @@ inline std::string get(std::string const & file)
 {
     std::ifstream in(file, std::ios::binary);
     return in ? std::string(std::istreambuf_iterator<char>(in), {}) : "<no file>";
-}
-
-/// Runs `body` in a process of its own. Fails rather than give a number that `kill` takes for all.
-template <typename function> pid_t start_process(function && body)
-{
-    pid_t const child = ::fork();
-    if (child == 0) {
-        ::_exit(body() ? 0 : 1);
-    }
-    if (child < 0) {
-        throw std::system_error(errno, std::generic_category(), "fork");
-    }
-    return child;
-}
-
-/// \returns whether the process ended by itself, and well.
-inline bool ended_well(pid_t child)
-{
-    int status = -1;
-    return child > 0 && ::waitpid(child, &status, 0) == child && status == 0;
 }

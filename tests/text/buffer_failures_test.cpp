@@ -4,6 +4,8 @@
 #include "zel/core/exception.h"
 #include "zel/text/buffer.h"
 
+#include "tests/support/raised.h"
+
 #include <cstdlib>
 #include <gtest/gtest.h>
 
@@ -35,15 +37,10 @@ unsigned char const digits[] = "0123456789";
 /// The message of a `memory_exception`, or an empty text; `attempt` runs with `count` allocations.
 template <typename function> zel::string failure(int count, function && attempt)
 {
-    try {
-        granted = count;
-        attempt();
-        granted = -1;
-    } catch (zel::memory_exception & raised) {
-        granted = -1;
-        return raised.get_message();
-    }
-    return {};
+    granted = count;
+    zel::string const raised = message_raised<zel::memory_exception>(attempt);
+    granted = -1;
+    return raised;
 }
 
 TEST(buffer_failures, leave_the_bytes_and_the_block_as_they_were)

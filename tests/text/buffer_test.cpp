@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "zel/text/buffer.h"
 
+#include "tests/support/raised.h"
 #include "zel/core/auto_ptr.h"
 #include "zel/core/exception.h"
 #include <algorithm>
@@ -23,17 +24,6 @@ buffer make(bytes const & content)
 
 bytes content(buffer const & b) { return bytes(b.data(), b.data() + b.size()); }
 
-/// The message of the failure, or an empty text.
-template <typename function> zel::string failure(function && call)
-{
-    try {
-        call();
-    } catch (zel::memory_exception & raised) {
-        return raised.get_message();
-    }
-    return {};
-}
-
 // Random operations against a vector: contents, sizes and refusals.
 TEST(buffer, behaves_as_an_array_with_checked_spans)
 {
@@ -43,7 +33,8 @@ TEST(buffer, behaves_as_an_array_with_checked_spans)
     bytes model;
     auto const expect_refused_unless = [](bool good, char const * member, auto && call) {
         zel::string const refused = "Zel Memory Exception: Invalid array boundary buffer::";
-        EXPECT_EQ(failure(call), good ? zel::string() : refused + member);
+        EXPECT_EQ(message_raised<zel::memory_exception>(call),
+                  good ? zel::string() : refused + member);
     };
     for (int step = 0; step < 100'000; ++step) {
         auto const size = static_cast<std::uint32_t>(model.size());
@@ -159,11 +150,14 @@ TEST(buffer, refuses_sizes_that_would_wrap)
                [&] { b.insert(3, &byte, count); }, [&] { b.resize(count); },
                [&] { b.resize(count, 'c'); }};
         for (auto const & call : grow) {
-            EXPECT_EQ(failure(call), refused + "reallocate=") << &call - grow;
+            EXPECT_EQ(message_raised<zel::memory_exception>(call), refused + "reallocate=")
+                << &call - grow;
             ASSERT_EQ(content(b), ten);
         }
-        EXPECT_EQ(failure([&] { buffer(count, 'c'); }), refused + "allocate");
-        EXPECT_EQ(failure([&] { buffer(&byte, count); }), refused + "allocate");
+        EXPECT_EQ(message_raised<zel::memory_exception>([&] { buffer(count, 'c'); }),
+                  refused + "allocate");
+        EXPECT_EQ(message_raised<zel::memory_exception>([&] { buffer(&byte, count); }),
+                  refused + "allocate");
     }
 }
 

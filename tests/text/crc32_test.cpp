@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "zel/text/crc32.h"
 
-#include "tests/threads_at_once.h"
+#include "tests/support/threads_at_once.h"
 #include "zel/text/crc32_kernels.h"
 #include <algorithm>
 #include <atomic>

@@ -6,8 +6,9 @@
 #include "zel/threads/process.h"
 #include "zel/threads/thread_obj_ex.h"
 
-#include "tests/sanitizers.h"
-#include "tests/time_limit.h"
+#include "tests/support/raised.h"
+#include "tests/support/sanitizers.h"
+#include "tests/support/time_limit.h"
 #include <functional>
 #include <gtest/gtest.h>
 #include <stdexcept>
@@ -80,16 +81,6 @@ task_ptr run_to_its_end(std::function<unsigned int(task &)> body,
     return thread;
 }
 
-std::string failure_of(std::function<void()> const & call)
-{
-    try {
-        call();
-    } catch (zel::kernel_obj::exception & failure) {
-        return failure.get_message();
-    }
-    return "nothing raised";
-}
-
 TEST(thread_obj, has_no_thread_before_its_start)
 {
     task_ptr const thread(new task([](task &) { return 0U; }));
@@ -99,7 +90,7 @@ TEST(thread_obj, has_no_thread_before_its_start)
         [&] { thread->suspend(); },      [&] { thread->resume(); },
     };
     for (auto const & call : calls) {
-        EXPECT_EQ(failure_of(call),
+        EXPECT_EQ(message_raised<zel::kernel_obj::exception>(call),
                   "Zel Kernel Exception: Failed To Create Object thread_obj::wait()");
     }
     EXPECT_FALSE(thread->is_started());
@@ -182,7 +173,7 @@ void fail_to_start()
     ::setrlimit(RLIMIT_AS, &none);
     for (int i = 0; i < 1000; ++i) { // the first may get stacks that the runtime has kept
         task * const thread = new task([](task &) { return ::pause() == 0 ? 1U : 0U; });
-        if (failure_of([&] { thread->start(); })
+        if (message_raised<zel::kernel_obj::exception>([&] { thread->start(); })
             == "Zel Kernel Exception: Failed To Create Object thread_obj::start()") {
             ::_exit(thread->ref_count() == 0 && thread->get_handle() == nullptr ? 7 : 1);
         }

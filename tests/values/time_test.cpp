@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "zel/values/time.h"
 
+#include "tests/support/processes.h"
 #include "zel/core/auto_ptr.h"
 #include "zel/platform/last_error.h"
 #include <cmath>
@@ -8,8 +9,6 @@
 #include <ctime>
 #include <gtest/gtest.h>
 #include <sstream>
-#include <sys/wait.h>
-#include <unistd.h>
 
 namespace {
 
@@ -189,22 +188,15 @@ TEST(time, reads_the_clock_in_the_zone_of_the_moment)
 
 TEST(time, reports_that_a_user_may_not_set_the_clock)
 {
-    pid_t const child = ::fork();
-    if (child == 0) {
-        // The superuser's rights go first: the clock of the machine is not to be changed.
-        if (::getuid() == 0 && (::setgid(65534) != 0 || ::setuid(65534) != 0)) {
-            ::_exit(2);
-        }
+    // The superuser\'s rights go first: the clock of the machine is not to be changed.
+    EXPECT_TRUE(holds_for_ordinary_user([] {
         time const now(time::system_time);
         time const local(time::local_time);
         auto const refused = [](bool done) {
             return !done && zel::platform::last_error() == zel::platform::error_privilege_not_held;
         };
-        ::_exit(refused(now.write_system()) && refused(local.write_local()) ? 0 : 1);
-    }
-    int status = -1;
-    ASSERT_EQ(::waitpid(child, &status, 0), child);
-    EXPECT_EQ(status, 0);
+        return refused(now.write_system()) && refused(local.write_local());
+    }));
 }
 
 TEST(timer, counts_its_fields_as_they_stand)

@@ -1,14 +1,13 @@
 // SPDX-License-Identifier: MIT
 #include "zel/values/uid.h"
 
-#include "tests/threads_at_once.h"
+#include "tests/support/processes.h"
+#include "tests/support/threads_at_once.h"
 #include <algorithm>
 #include <cstring>
 #include <gtest/gtest.h>
 #include <sstream>
 #include <sys/mman.h>
-#include <sys/wait.h>
-#include <unistd.h>
 #include <unordered_set>
 #include <vector>
 
@@ -109,16 +108,12 @@ TEST(uid, never_repeats_in_eight_threads_of_two_processes)
     void * const shared
         = ::mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
     ASSERT_NE(shared, MAP_FAILED);
-    pid_t const child = ::fork();
-    ASSERT_GE(child, 0);
-    if (child == 0) {
+    child_process child([&] {
         std::memcpy(shared, create_many().data(), size);
-        ::_exit(0);
-    }
+        return true;
+    });
     std::vector<uid> all = create_many();
-    int status = -1;
-    ASSERT_EQ(::waitpid(child, &status, 0), child);
-    ASSERT_EQ(status, 0);
+    ASSERT_EQ(child.result(), 0);
     auto const * const of_child = static_cast<uid const *>(shared);
     all.insert(all.end(), of_child, of_child + ids_a_process);
     all.push_back(first);
