@@ -11,6 +11,16 @@ foreach(object IN LISTS OBJECTS)
   endif()
 endforeach()
 
+# A child that is forked while another thread initializes a local static variable would wait for that
+# thread, which it does not have.
+execute_process(COMMAND ${NM} --undefined-only ${OBJECTS} OUTPUT_VARIABLE needed
+                        COMMAND_ERROR_IS_FATAL ANY)
+if(needed MATCHES "__cxa_(guard_acquire|thread_atexit)")
+  list(APPEND failures "a static or thread_local variable is initialized late: ${CMAKE_MATCH_0}")
+elseif(NOT needed MATCHES "memcpy")
+  list(APPEND failures "the names that the objects need were not read")
+endif()
+
 # The shared object: one entry, the C run-time's own frame_dummy.
 if(LIBRARY MATCHES "\\.so")
   execute_process(COMMAND ${READELF} --wide --sections ${LIBRARY} OUTPUT_VARIABLE sections

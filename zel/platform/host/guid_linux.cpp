@@ -27,29 +27,39 @@ constinit thread_local supply of_this_thread{};
 constinit atomic<std::uint32_t> processes{0};
 
 // A page of which a child of fork gets zeros instead of a copy, however the fork was made (a
-// handler of pthread_atfork would not see a clone). Null where the kernel, before Linux 4.14,
-// cannot do it.
+// handler of pthread_atfork would not see a clone). Null until the first use; `no_mark` where the
+// kernel, before Linux 4.14, cannot do it.
+constinit atomic<atomic<std::uint32_t> *> mark_of_process{nullptr};
+constinit atomic<std::uint32_t> no_mark{0};
+
 atomic<std::uint32_t> * map_mark()
 {
-    long const page_size = ::sysconf(_SC_PAGESIZE);
-    auto const size = static_cast<std::size_t>(page_size);
+    auto const size = static_cast<std::size_t>(::sysconf(_SC_PAGESIZE));
     void * const page
         = ::mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
     if (page == MAP_FAILED) {
-        return nullptr;
+        return &no_mark; // for this call; others try again
     }
-    if (::madvise(page, size, MADV_WIPEONFORK) != 0) {
+    bool const is_wiped = ::madvise(page, size, MADV_WIPEONFORK) == 0;
+    auto * const mark = is_wiped ? ::new (page) atomic<std::uint32_t>(0) : &no_mark;
+    atomic<std::uint32_t> * first = nullptr;
+    if (mark_of_process.compare_exchange_strong(first, mark, std::memory_order_acq_rel)) {
+        first = mark;
+    }
+    if (first != page) {
         ::munmap(page, size);
-        return nullptr;
     }
-    return ::new (page) atomic<std::uint32_t>(0);
+    return first;
 }
 
 // A number that tells this process from all that it descends from; 0 when they cannot be told.
 std::uint32_t this_process()
 {
-    static atomic<std::uint32_t> * const mark = map_mark();
-    if (mark == nullptr) {
+    atomic<std::uint32_t> * mark = mark_of_process.load(std::memory_order_acquire);
+    if (mark == nullptr) [[unlikely]] {
+        mark = map_mark();
+    }
+    if (mark == &no_mark) {
         return 0;
     }
     std::uint32_t number = mark->load(std::memory_order_relaxed);

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "zel/platform/kernel_objects.h"
 
+#include "zel/platform/host/fork_handlers.h"
 #include "zel/platform/last_error.h"
 #include "zel/platform/objects/named_memory.h"
 #include "zel/platform/objects/named_waitable_linux.h"
@@ -10,8 +11,6 @@
 #include "zel/platform/waits/address_wait.h"
 #include "zel/platform/waits/handles.h"
 #include <cstddef>
-
-#include <pthread.h>
 
 namespace zel::platform {
 namespace {
@@ -181,16 +180,12 @@ void renew_slot(handle_slot & slot)
     slot.references.store((references & ~word_mask) | 1, std::memory_order_relaxed);
 }
 
-constinit brief_lock preparation;
-constinit atomic<bool> forks_prepared{false};
-
-void after_fork_in_child()
+void after_fork_in_child() noexcept
 {
     this_thread.id = 0;
     if (robust_list * const list = robust_list::own()) {
         list->withdraw(); // the C library has emptied the list itself
     }
-    preparation.reset();
     known_process_mark.store(0, std::memory_order_relaxed);
     leftovers_lock.reset();
     for_each_slot(renew_slot);
@@ -202,19 +197,11 @@ void after_fork_in_child()
     }
 }
 
+constexpr fork_handlers around_forks{nullptr, nullptr, after_fork_in_child};
+
 bool prepare_forks()
 {
-    if (forks_prepared.load(std::memory_order_acquire)) {
-        return true;
-    }
-    uninterrupted const guard;
-    preparation.lock();
-    if (!forks_prepared.load(std::memory_order_relaxed)) {
-        forks_prepared.store(::pthread_atfork(nullptr, nullptr, after_fork_in_child) == 0,
-                             std::memory_order_release);
-    }
-    preparation.unlock();
-    return forks_prepared.load(std::memory_order_relaxed) || refuse(error_not_enough_memory);
+    return add_fork_handlers(fork_place::objects, around_forks) || refuse(error_not_enough_memory);
 }
 
 bool is_empty(char const * name) { return name == nullptr || *name == '\0'; }

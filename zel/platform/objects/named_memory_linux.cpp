@@ -3,6 +3,7 @@
 
 #include "zel/base/atomic.h"
 #include "zel/platform/host/descriptor_linux.h"
+#include "zel/platform/host/fork_handlers.h"
 #include "zel/platform/last_error.h"
 #include "zel/platform/threads/this_thread_linux.h"
 #include "zel/platform/threads/threads.h"
@@ -13,7 +14,6 @@
 
 #include <dirent.h>
 #include <fcntl.h>
-#include <pthread.h>
 #include <sys/file.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
@@ -85,8 +85,6 @@ bool lock_file(int file, int how)
 /// A fork in the middle would copy open locks into the child, which knows nothing of them.
 /// @{
 constinit brief_lock calls;
-constinit brief_lock preparation;
-constinit atomic<bool> prepared{false};
 
 void add_to_depth(std::uint32_t number)
 {
@@ -95,25 +93,26 @@ void add_to_depth(std::uint32_t number)
     signal_fence();
 }
 
-void before_fork()
+void before_fork() noexcept
 {
     add_to_depth(1); // the thread that forks is not stopped while it has the lock
     calls.lock();
 }
 
-void after_fork_in_parent()
+void after_fork_in_parent() noexcept
 {
     calls.unlock();
     uninterrupted const guard; // stops at its end, if told to meanwhile
     add_to_depth(0xFFFFFFFF);
 }
 
-void after_fork_in_child()
+void after_fork_in_child() noexcept
 {
     calls.reset();
-    preparation.reset();
     add_to_depth(0xFFFFFFFF);
 }
+
+constexpr fork_handlers around_forks{before_fork, after_fork_in_parent, after_fork_in_child};
 
 class one_call {
 public:
@@ -125,16 +124,8 @@ public:
     /// \returns false with the last error set when the host is out of memory.
     static bool prepare() noexcept
     {
-        if (!prepared.load(std::memory_order_acquire)) {
-            preparation.lock();
-            if (!prepared.load(std::memory_order_relaxed)) {
-                prepared.store(
-                    ::pthread_atfork(before_fork, after_fork_in_parent, after_fork_in_child) == 0,
-                    std::memory_order_release);
-            }
-            preparation.unlock();
-        }
-        return prepared.load(std::memory_order_relaxed) || refuse(error_not_enough_memory);
+        return add_fork_handlers(fork_place::named_memory, around_forks)
+            || refuse(error_not_enough_memory);
     }
 
 private:

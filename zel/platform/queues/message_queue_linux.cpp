@@ -2,6 +2,7 @@
 #include "zel/platform/message_queue.h"
 
 #include "zel/base/atomic.h"
+#include "zel/platform/host/fork_handlers.h"
 #include "zel/platform/kernel_objects.h"
 #include "zel/platform/last_error.h"
 #include "zel/platform/queues/message_store.h"
@@ -15,7 +16,6 @@
 #include <optional>
 
 #include <fcntl.h>
-#include <pthread.h>
 #include <sys/eventfd.h>
 #include <unistd.h>
 
@@ -84,7 +84,6 @@ constexpr std::size_t group_limit = 65'536 / queue_group::size; // a queue's num
 constinit queue_group first_group{0};
 constinit atomic<queue_group *> groups[group_limit]{&first_group};
 constinit brief_lock groups_lock; // whoever makes a group or takes a free queue
-constinit atomic<bool> fork_handlers{false}; // there, or being put there
 
 constinit thread_local queue * current = nullptr;
 
@@ -226,7 +225,7 @@ void release(void * data)
 // A fork waits until no thread is in the middle of a queue, so that the child finds them whole.
 alignas(uninterrupted) constinit std::byte fork_guard[sizeof(uninterrupted)]{};
 
-void before_fork()
+void before_fork() noexcept
 {
     uninterrupted const guard;
     groups_lock.lock();
@@ -239,7 +238,7 @@ void leave_fork_guard()
     std::launder(reinterpret_cast<uninterrupted *>(fork_guard))->~uninterrupted();
 }
 
-void after_fork_in_parent()
+void after_fork_in_parent() noexcept
 {
     uninterrupted const guard;
     for_each_queue([](queue & it, auto &) { it.lock.unlock(); });
@@ -260,7 +259,7 @@ void renew_descriptor(queue & it)
     }
 }
 
-void after_fork_in_child()
+void after_fork_in_child() noexcept
 {
     uninterrupted const guard;
     for_each_queue([](queue & it, atomic<std::uint32_t> & owner) {
@@ -278,6 +277,8 @@ void after_fork_in_child()
     leave_fork_guard();
     groups_lock.reset();
 }
+
+constexpr fork_handlers around_forks{before_fork, after_fork_in_parent, after_fork_in_child};
 
 // Inside `groups_lock`. Finds a queue that is free, or was this thread's already: a destructor of
 // the thread that ran after the teardown has made it.
@@ -332,9 +333,7 @@ queue * claim_queue() noexcept
 // The calling thread's queue; null with the last error set.
 queue * make_own_queue() noexcept
 {
-    if (!fork_handlers.exchange(true)
-        && ::pthread_atfork(before_fork, after_fork_in_parent, after_fork_in_child) != 0) {
-        fork_handlers.store(false);
+    if (!add_fork_handlers(fork_place::queues, around_forks)) {
         set_last_error(error_not_enough_memory);
         return nullptr;
     }

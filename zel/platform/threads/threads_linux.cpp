@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "zel/platform/threads/threads.h"
 
+#include "zel/platform/host/fork_handlers.h"
 #include "zel/platform/last_error.h"
 #include "zel/platform/threads/this_thread_linux.h"
 #include "zel/platform/waits/address_wait.h"
@@ -26,8 +27,7 @@ constexpr std::uint32_t thread_all_access = 0x1FFFFF;
 
 constexpr std::int64_t slice = 5'000'000; // nanoseconds between two looks where the host needs them
 
-constinit brief_lock preparation;
-constinit atomic<bool> forks_prepared{false};
+constinit brief_lock preparation; // only taken behind prepare_forks()
 constinit atomic<bool> ends_prepared{false};
 constinit atomic<bool> starts_prepared{false};
 
@@ -60,7 +60,7 @@ void forget_thread_of_parent(handle_slot & slot)
 }
 
 // Of all threads only the forking one lives in the child; the C library has taken their stacks.
-void after_fork_in_child()
+void after_fork_in_child() noexcept
 {
     this_thread.id = 0;
     preparation.reset();
@@ -128,7 +128,9 @@ void at_end(void * value)
     }
 }
 
-bool prepare_forks_once() { return ::pthread_atfork(nullptr, nullptr, after_fork_in_child) == 0; }
+constexpr fork_handlers around_forks{nullptr, nullptr, after_fork_in_child};
+
+bool prepare_forks() { return add_fork_handlers(fork_place::threads, around_forks); }
 
 bool prepare_ends_once() { return ::pthread_key_create(&end_key, at_end) == 0; }
 
@@ -249,7 +251,7 @@ void * begin_thread(unsigned int (*proc)(void *), void * argument, atomic<std::u
         set_last_error(error_invalid_parameter);
         return nullptr;
     }
-    if (!prepare(forks_prepared, prepare_forks_once) || !prepare(ends_prepared, prepare_ends_once)
+    if (!prepare_forks() || !prepare(ends_prepared, prepare_ends_once)
         || !prepare(starts_prepared, prepare_starts_once)) {
         set_last_error(error_not_enough_memory);
         return nullptr;
@@ -444,7 +446,7 @@ std::uint32_t current_thread_id() noexcept
 {
     if (this_thread.id == 0) {
         auto const id = static_cast<std::uint32_t>(::gettid());
-        if (!prepare(forks_prepared, prepare_forks_once)) {
+        if (!prepare_forks()) {
             return id; // not kept: a forked child could not be told that it has another
         }
         this_thread.id = id;
@@ -455,7 +457,7 @@ std::uint32_t current_thread_id() noexcept
 bool set_thread_teardown(void (*function)(void *), void * data) noexcept
 {
     uninterrupted const guard;
-    if (!prepare(ends_prepared, prepare_ends_once)) {
+    if (!prepare_forks() || !prepare(ends_prepared, prepare_ends_once)) {
         return false;
     }
     handle_slot * const slot = this_thread.slot;
