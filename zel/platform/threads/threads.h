@@ -2,6 +2,8 @@
 #pragma once
 
 #include "zel/base/atomic.h"
+#include "zel/platform/waits/brief_lock.h"
+#include "zel/platform/waits/uninterrupted.h"
 #include <cstdint>
 
 /// Threads that can be suspended and terminated.
@@ -85,34 +87,5 @@ bool set_thread_teardown(void (*function)(void *), void * data) noexcept;
 std::uint32_t wait_for_thread_or_change(void * handle, atomic<std::uint32_t> const & word,
                                         std::uint32_t expected,
                                         std::uint32_t milliseconds) noexcept;
-
-/// While one lives, its thread is neither suspended nor terminated: that waits for the end of the
-/// outermost one. Every lock of the library is held inside one, and briefly.
-class uninterrupted {
-public:
-    uninterrupted() noexcept;
-    ~uninterrupted();
-    uninterrupted(uninterrupted const &) = delete;
-    uninterrupted & operator=(uninterrupted const &) = delete;
-};
-
-/// Whether somebody wants to suspend or terminate the calling thread, which is inside
-/// `uninterrupted` once.
-bool told_to_stop() noexcept;
-/// Stops here if told to, and returns after the resume.
-void stop_if_told() noexcept;
-
-/// A lock for short work on the library's own data, taken inside `uninterrupted`. It needs no
-/// memory and no initialisation.
-class brief_lock {
-public:
-    void lock() noexcept;
-    void unlock() noexcept;
-    /// In the child after a fork: free, whoever had it.
-    void reset() noexcept { word_.store(0, std::memory_order_relaxed); }
-
-private:
-    atomic<std::uint32_t> word_{0}; // 0 free, 1 held, 2 held and someone may sleep
-};
 
 } // namespace zel::platform

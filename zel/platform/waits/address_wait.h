@@ -32,7 +32,7 @@ enum class wake_reason {
     late, // the moment has come
 };
 
-/// The same for a thread inside `uninterrupted` (threads.h): ends as soon as somebody wants to
+/// The same for a thread inside `uninterrupted` (uninterrupted.h): ends as soon as somebody wants to
 /// suspend or terminate the calling thread, also when that wish comes between the caller's own
 /// look and the sleep. The caller then leaves whatever it had joined and calls `stop_if_told`.
 wake_reason wait_interruptibly(atomic<std::uint32_t> const & word, std::uint32_t expected,
