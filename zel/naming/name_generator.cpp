@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "zel/naming/name_generator.h"
 
+#include "zel/base/byte_set.h"
 #include "zel/naming/word_stages.h"
 #include <algorithm>
 #include <array>
@@ -33,28 +34,6 @@ template <typename Stage> auto in_place(string & word, Stage stage)
     return stage(span);
 }
 
-class byte_set {
-public:
-    constexpr explicit byte_set(std::string_view bytes) noexcept { add(bytes); }
-
-    constexpr void add(std::string_view bytes) noexcept
-    {
-        for (char const c : bytes) {
-            auto const byte = static_cast<unsigned char>(c);
-            words_[byte / 64U] |= std::uint64_t{1} << byte % 64U;
-        }
-    }
-
-    bool operator[](char c) const noexcept
-    {
-        auto const byte = static_cast<unsigned char>(c);
-        return (words_[byte / 64U] >> byte % 64U & 1U) != 0;
-    }
-
-private:
-    std::array<std::uint64_t, 4> words_{};
-};
-
 // Calls `take(first, last)` for each word. A word ends where a capital or a delimiter begins; the
 // first byte never ends one.
 template <typename Take>
@@ -65,7 +44,7 @@ void for_each_word(string const & name, string const & delimiters, Take take)
     boundary.add(delimiters);
     std::size_t start = 0;
     for (std::size_t i = 1; i <= name.size(); ++i) {
-        if (i == name.size() || boundary[name[i]]) {
+        if (i == name.size() || boundary.contains(name[i])) {
             take(name.data() + start, name.data() + i);
             start = i;
         }

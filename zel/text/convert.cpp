@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "zel/text/convert.h"
 
+#include "zel/base/digits.h"
 #include <algorithm>
 #include <array>
 #include <cmath>
@@ -29,11 +30,6 @@ constexpr char const * reasons[] = {
 {
     throw failure(failure::wrong_symbol, static_cast<std::int32_t>(position), symbol, nullptr);
 }
-
-constexpr unsigned decimal_digit(char c) { return static_cast<unsigned char>(c) - unsigned{'0'}; }
-
-// As many decimal digits never overflow an unsigned 64-bit number.
-constexpr std::ptrdiff_t safe_digits = 19;
 
 // Every parser reads a good text in one plain loop and looks at the result afterwards. Whatever is
 // not plainly good goes to its careful twin, which reads again from the start, digit by digit, and
@@ -90,28 +86,12 @@ template <typename integer> integer parse_signed(char const * text)
         magnitude = magnitude * 10 + digit; // wraps behind safe_digits, which is looked at below
     }
     std::ptrdiff_t const count = p - first;
-    if (*p == '\0' && count >= 1 && count <= safe_digits
+    if (*p == '\0' && count >= 1 && count <= std::ptrdiff_t{safe_digits}
         && magnitude <= limit_of(negative, largest)) [[likely]] {
         return static_cast<integer>(with_sign(negative, magnitude));
     }
     return static_cast<integer>(parse_signed_carefully(text, SIZE_MAX, largest));
 }
-
-// The value of a hexadecimal digit; no_digit for every other byte, NUL included.
-constexpr unsigned char no_digit = 0x80;
-constexpr auto hexadecimal_digits = [] {
-    std::array<unsigned char, 256> table{};
-    table.fill(no_digit);
-    for (unsigned i = 0; i < 10; ++i) {
-        table['0' + i] = static_cast<unsigned char>(i);
-    }
-    for (unsigned i = 0; i < 6; ++i) {
-        table['a' + i] = table['A' + i] = static_cast<unsigned char>(10 + i);
-    }
-    return table;
-}();
-
-unsigned hexadecimal_digit(char c) { return hexadecimal_digits[static_cast<unsigned char>(c)]; }
 
 bool has_prefix(char const * text) { return text[0] == '0' && (text[1] | 0x20) == 'x'; }
 
@@ -157,14 +137,14 @@ template <typename integer> integer parse_unsigned(char const * text)
     }
     std::ptrdiff_t const decimal_count = p - text;
     if (*p == '\0') [[likely]] {
-        if (decimal_count >= 1 && decimal_count <= safe_digits && decimal_value <= limit)
-            [[likely]] {
+        if (decimal_count >= 1 && decimal_count <= std::ptrdiff_t{safe_digits}
+            && decimal_value <= limit) [[likely]] {
             return static_cast<integer>(decimal_value);
         }
     } else {
         // What stands in front of a letter had to fit as a decimal number.
         char const * first = text;
-        bool good = decimal_count <= safe_digits && decimal_value <= limit;
+        bool good = decimal_count <= std::ptrdiff_t{safe_digits} && decimal_value <= limit;
         if (decimal_count == 1 && has_prefix(text)) {
             first = p += 1;
         }

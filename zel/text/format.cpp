@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "zel/text/format.h"
 
+#include "zel/base/digits.h"
 #include "zel/platform/host/locale.h"
 #include "zel/text/rounded_decimal.h"
 #include <algorithm>
@@ -309,32 +310,6 @@ bool read_unsigned(argument_list & arguments, char length, std::uint64_t & value
     return true;
 }
 
-constexpr char digit_pairs[] = "00010203040506070809101112131415161718192021222324"
-                               "25262728293031323334353637383940414243444546474849"
-                               "50515253545556575859606162636465666768697071727374"
-                               "75767778798081828384858687888990919293949596979899";
-
-unsigned int decimal_digits(std::uint64_t value)
-{
-    // 1233 / 4096 is log10(2) from above, closely enough for 64 bits.
-    auto const guess = static_cast<unsigned int>(std::bit_width(value | 1)) * 1233 >> 12;
-    return guess + ((value | 1) >= powers_of_ten[guess] ? 1 : 0);
-}
-
-void write_decimal(char * end, std::uint64_t value)
-{
-    while (value >= 100) {
-        end -= 2;
-        std::memcpy(end, digit_pairs + value % 100 * 2, 2);
-        value /= 100;
-    }
-    if (value >= 10) {
-        std::memcpy(end - 2, digit_pairs + value * 2, 2);
-    } else {
-        end[-1] = static_cast<char>('0' + value);
-    }
-}
-
 void write_integer(collector & out, conversion const & read, std::uint64_t value,
                    char const * prefix, std::size_t prefix_size)
 {
@@ -350,7 +325,7 @@ void write_integer(collector & out, conversion const & read, std::uint64_t value
     } else if (shift != 0) {
         count = (static_cast<unsigned int>(std::bit_width(value | 1)) + shift - 1) / shift;
     } else {
-        count = decimal_digits(value);
+        count = count_decimal_digits(value);
     }
 
     std::size_t zeros = read.precision > static_cast<int>(count)
@@ -377,8 +352,7 @@ void write_integer(collector & out, conversion const & read, std::uint64_t value
         if (shift == 0) {
             write_decimal(digits + count, value);
         } else {
-            char const * const symbols
-                = read.letter == 'X' ? "0123456789ABCDEF" : "0123456789abcdef";
+            char const * const symbols = read.letter == 'X' ? capital_digits : small_digits;
             for (unsigned int i = count; i-- > 0; value >>= shift) {
                 digits[i] = symbols[value & ((1U << shift) - 1)];
             }
@@ -484,7 +458,7 @@ char * write_general(char * to, std::uint64_t digits, int count, int exponent)
 char * write_fixed(char * to, std::uint64_t digits, int places)
 {
     char text[20];
-    int const count = std::max(static_cast<int>(decimal_digits(digits)), places + 1);
+    int const count = std::max(static_cast<int>(count_decimal_digits(digits)), places + 1);
     std::memset(text, '0', sizeof(text));
     write_decimal(text + count, digits);
     int const whole = count - places;

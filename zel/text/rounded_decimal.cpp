@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "zel/text/rounded_decimal.h"
 
+#include "zel/base/digits.h"
 #include <bit>
 
 namespace zel {
@@ -31,7 +32,7 @@ bool take_apart(double value, parts & result) noexcept
 // Multiplies and cuts off bits; what is cut off decides the rounding.
 bool scale_up(parts number, int scale, std::uint64_t & result) noexcept
 {
-    wide const product = wide{number.mantissa} * powers_of_ten[scale];
+    wide const product = wide{number.mantissa} * powers_of_ten[static_cast<std::size_t>(scale)];
     if (number.exponent >= 0) {
         if (number.exponent > 11 || product >> (64 - number.exponent) != 0) {
             return false;
@@ -65,7 +66,7 @@ bool scale_down(parts number, int scale, std::uint64_t & result) noexcept
         whole = cut > 63 ? 0 : number.mantissa >> cut;
         bits_below = cut > 63 || (number.mantissa & ((std::uint64_t{1} << cut) - 1)) != 0;
     }
-    std::uint64_t const divisor = powers_of_ten[scale];
+    std::uint64_t const divisor = powers_of_ten[static_cast<std::size_t>(scale)];
     std::uint64_t const quotient = whole / divisor;
     std::uint64_t const rest = whole % divisor;
     std::uint64_t const half = divisor / 2; // exact: a power of ten above 1 is even
@@ -107,7 +108,7 @@ bool round_to_digits(double value, int digits, std::uint64_t & result, int & exp
     if (!round_parts(number, digits - 1 - power, rounded)) {
         return false;
     }
-    if (rounded >= powers_of_ten[digits]) {
+    if (rounded >= powers_of_ten[static_cast<std::size_t>(digits)]) {
         ++power;
         if (!round_parts(number, digits - 1 - power, rounded)) {
             return false;

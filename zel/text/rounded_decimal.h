@@ -5,30 +5,6 @@
 
 namespace zel {
 
-/// 10 to the power of 0 to 19.
-constexpr std::uint64_t powers_of_ten[] = {
-    1,
-    10,
-    100,
-    1'000,
-    10'000,
-    100'000,
-    1'000'000,
-    10'000'000,
-    100'000'000,
-    1'000'000'000,
-    10'000'000'000,
-    100'000'000'000,
-    1'000'000'000'000,
-    10'000'000'000'000,
-    100'000'000'000'000,
-    1'000'000'000'000'000,
-    10'000'000'000'000'000,
-    100'000'000'000'000'000,
-    1'000'000'000'000'000'000,
-    10'000'000'000'000'000'000U,
-};
-
 /// The absolute value of `value` times 10 to the power of `scale`, rounded to an integer, halves to
 /// the even one. The rounding is exact: it sees every bit of the value.
 /// \param result  receives the integer.

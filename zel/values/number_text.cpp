@@ -2,6 +2,7 @@
 #include "zel/values/number_text.h"
 
 #include "zel/base/ascii.h"
+#include "zel/base/digits.h"
 #include "zel/platform/host/locale.h"
 #include <bit>
 #include <charconv>
@@ -16,16 +17,6 @@ namespace {
 
 // The white space of the "C" locale.
 constexpr bool is_blank(char c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
-
-constexpr unsigned decimal_digit(char c) { return static_cast<unsigned char>(c) - unsigned{'0'}; }
-
-// 0 to 15, or more for what is no digit.
-constexpr unsigned hexadecimal_digit(char c)
-{
-    unsigned const digit = decimal_digit(c);
-    unsigned const letter = static_cast<unsigned char>(c | 0x20) - unsigned{'a'};
-    return digit <= 9 ? digit : letter <= 5 ? letter + 10 : 16;
-}
 
 constexpr bool is_letter(char c, char lower) { return (c | 0x20) == lower; }
 
@@ -45,9 +36,6 @@ constexpr double exact_powers[]
        1e12, 1e13, 1e14, 1e15, 1e16, 1e17, 1e18, 1e19, 1e20, 1e21, 1e22};
 constexpr std::int64_t largest_power = std::size(exact_powers) - 1;
 constexpr std::uint64_t largest_exact_integer = std::uint64_t{1} << 53;
-
-// As many decimal digits never overflow an unsigned 64-bit number.
-constexpr std::ptrdiff_t safe_digits = 19;
 
 // Eight digits at once, the first one in the lowest byte. Neighbours are joined to numbers of two,
 // four and then eight digits.
@@ -131,7 +119,7 @@ outcome read_signed(std::string_view text, std::int32_t & result) noexcept
         magnitude = magnitude * 10 + digit; // wraps behind safe_digits, which is looked at below
     }
     result = static_cast<std::int32_t>(with_sign(negative, magnitude));
-    return *p == '\0' && p != first && p - significant <= safe_digits
+    return *p == '\0' && p != first && p - significant <= std::ptrdiff_t{safe_digits}
             && magnitude <= limit_of(negative)
         ? outcome::done
         : outcome::no_number;
@@ -217,8 +205,8 @@ outcome read_double(char const * text, double & result)
     }
 
     // Two numbers without a rounding error, and one rounding between them: the nearest number.
-    if (count <= safe_digits && digits <= largest_exact_integer && exponent >= -largest_power
-        && exponent <= largest_power) [[likely]] {
+    if (count <= std::ptrdiff_t{safe_digits} && digits <= largest_exact_integer
+        && exponent >= -largest_power && exponent <= largest_power) [[likely]] {
         auto const value = static_cast<double>(digits);
         double const magnitude
             = exponent < 0 ? value / exact_powers[-exponent] : value * exact_powers[exponent];
