@@ -5,6 +5,7 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
+#include <span>
 
 /// The ways to compute a CRC-32, which differ in nothing but speed and in the processor they need.
 ///
@@ -22,20 +23,18 @@ using kernel
 /// 16 bytes a step, each through a table of its own. Runs everywhere.
 std::uint32_t by_slices(std::uint32_t crc, unsigned char const * data, std::size_t length) noexcept;
 
-/// Carry-less multiplication, 128 bits wide: needs PCLMULQDQ and SSE4.1.
-std::uint32_t by_folding_128(std::uint32_t crc, unsigned char const * data,
-                             std::size_t length) noexcept;
+/// A way that not every processor can go.
+struct choice {
+    char const * name;
+    kernel compute;
+    bool (*runs_here)() noexcept;
+};
 
-/// Carry-less multiplication, 512 bits wide: needs VPCLMULQDQ and AVX-512F beside those.
-std::uint32_t by_folding_512(std::uint32_t crc, unsigned char const * data,
-                             std::size_t length) noexcept;
+/// What this build has for its processor (crc32_kernels_PROCESSOR.cpp), the fastest first.
+std::span<choice const> of_processor() noexcept;
 
-/// Whether this processor, and the host, which has to save the registers, can run them.
-bool has_folding_128() noexcept;
-bool has_folding_512() noexcept;
-
-/// The fastest of the three here. The first call finds it out and replaces the pointer; all that
-/// threads can race for is which of them writes the same value.
+/// The fastest way that runs here. The first call finds it and replaces the pointer; threads can
+/// race only for which of them writes the same value.
 extern constinit std::atomic<kernel> by_fastest;
 
 } // namespace zel::crc32_kernels

@@ -1,6 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include "zel/text/string.h"
 
+#include "zel/base/block16.h"
+#include "zel/base/byte_set.h"
+#include "zel/base/digits.h"
 #include "zel/core/exception.h"
 #include "zel/platform/host/locale.h"
 #include "zel/text/format.h"
@@ -8,38 +11,11 @@
 #include <array>
 #include <bit>
 #include <cstring>
-#include <emmintrin.h>
 #include <limits>
 #include <stdexcept>
 
 namespace zel {
 namespace {
-
-// A set of bytes, one bit each.
-class byte_set {
-public:
-    constexpr explicit byte_set(std::string_view members) noexcept
-    {
-        for (char const c : members) {
-            auto const byte = static_cast<unsigned char>(c);
-            words_[byte / 64] |= std::uint64_t{1} << byte % 64;
-        }
-    }
-
-    constexpr void erase(unsigned char byte) noexcept
-    {
-        words_[byte / 64] &= ~(std::uint64_t{1} << byte % 64);
-    }
-
-    constexpr bool contains(char c) const noexcept
-    {
-        auto const byte = static_cast<unsigned char>(c);
-        return (words_[byte / 64] >> byte % 64 & 1) != 0;
-    }
-
-private:
-    std::array<std::uint64_t, 4> words_{};
-};
 
 // The bytes of ms_default_white_space_string.
 struct white_space {
@@ -82,27 +58,18 @@ template <typename Set> std::size_t last_other(std::string const & text, Set con
 // The text up to its first NUL.
 std::string_view before_nul(std::string const & text) { return text.c_str(); }
 
-__m128i load(char const * p) { return _mm_loadu_si128(reinterpret_cast<__m128i const *>(p)); }
-
-// One bit a byte, the first byte lowest.
-std::uint32_t bits(__m128i comparison)
-{
-    return static_cast<std::uint32_t>(_mm_movemask_epi8(comparison));
-}
-
 // Changes the bytes from `first` to `first + 25` by 0x20, and leaves all others.
 void flip_letters(char * p, std::size_t size, char first)
 {
     // Moved so that the letters are the 26 lowest signed bytes, one comparison finds them.
-    __m128i const move = _mm_set1_epi8(static_cast<char>(-128 - first));
-    __m128i const end = _mm_set1_epi8(-128 + 26);
-    __m128i const bit = _mm_set1_epi8(0x20);
+    auto const move = block16::filled(static_cast<char>(-128 - first));
+    auto const end = block16::filled(-128 + 26);
+    auto const bit = block16::filled(0x20);
     std::size_t i = 0;
     for (; i + 16 <= size; i += 16) {
-        __m128i const bytes = load(p + i);
-        __m128i const letters = _mm_cmplt_epi8(_mm_add_epi8(bytes, move), end);
-        _mm_storeu_si128(reinterpret_cast<__m128i *>(p + i),
-                         _mm_xor_si128(bytes, _mm_and_si128(letters, bit)));
+        auto const bytes = block16::load(p + i);
+        auto const letters = greater(end, bytes + move);
+        (bytes ^ (letters & bit)).store(p + i);
     }
     for (; i < size; ++i) {
         if (p[i] >= first && p[i] < first + 26) {
@@ -145,15 +112,14 @@ xml_escape const & known_xml_escape(char c)
 }
 
 // The bytes that are escaped, of 16.
-std::uint32_t xml_special_bits(__m128i bytes)
+std::uint32_t xml_special_bits(block16 bytes)
 {
-    auto const equal = [](__m128i a, char c) { return _mm_cmpeq_epi8(a, _mm_set1_epi8(c)); };
-    __m128i const breaks
-        = _mm_or_si128(equal(bytes, '\t'), _mm_or_si128(equal(bytes, '\n'), equal(bytes, '\r')));
+    auto const is = [](block16 a, char c) { return equal(a, block16::filled(c)); };
+    auto const breaks = is(bytes, '\t') | is(bytes, '\n') | is(bytes, '\r');
     // '<' and '>' differ in bit 1 alone, '"' and '&' in bit 2.
-    __m128i const angles = equal(_mm_or_si128(bytes, _mm_set1_epi8(2)), '>');
-    __m128i const marks = equal(_mm_or_si128(bytes, _mm_set1_epi8(4)), '&');
-    return bits(_mm_or_si128(breaks, _mm_or_si128(angles, marks)));
+    auto const angles = is(bytes | block16::filled(2), '>');
+    auto const marks = is(bytes | block16::filled(4), '&');
+    return (breaks | angles | marks).sign_bits();
 }
 
 std::size_t xml_growth(char const * p, std::size_t size)
@@ -161,7 +127,7 @@ std::size_t xml_growth(char const * p, std::size_t size)
     std::size_t growth = 0;
     std::size_t i = 0;
     for (; i + 16 <= size; i += 16) {
-        for (std::uint32_t special = xml_special_bits(load(p + i)); special != 0;
+        for (std::uint32_t special = xml_special_bits(block16::load(p + i)); special != 0;
              special &= special - 1) {
             auto const at = i + static_cast<unsigned>(std::countr_zero(special));
             growth += known_xml_escape(p[at]).size - 1U;
@@ -177,11 +143,11 @@ std::size_t xml_growth(char const * p, std::size_t size)
 // Positions of `wanted` in the text, in order. `found` gets each.
 template <typename Found> void for_each_byte(std::string_view text, char wanted, Found && found)
 {
-    __m128i const pattern = _mm_set1_epi8(wanted);
+    auto const pattern = block16::filled(wanted);
     std::size_t i = 0;
     for (; i + 16 <= text.size(); i += 16) {
-        for (std::uint32_t hits = bits(_mm_cmpeq_epi8(load(text.data() + i), pattern)); hits != 0;
-             hits &= hits - 1) {
+        for (std::uint32_t hits = equal(block16::load(text.data() + i), pattern).sign_bits();
+             hits != 0; hits &= hits - 1) {
             found(i + static_cast<unsigned>(std::countr_zero(hits)));
         }
     }
@@ -245,10 +211,9 @@ string string::truncate_hash(std::uint32_t length) const
     string result;
     result.reserve(length);
     result.append(*this, 0, length - 8);
-    std::uint32_t const value = hash(0xFFFFFFFF);
-    for (int shift = 28; shift >= 0; shift -= 4) {
-        result += "0123456789ABCDEF"[value >> shift & 15];
-    }
+    char digits[8];
+    write_hexadecimal(digits, hash(0xFFFFFFFF), 8);
+    result.append(digits, 8);
     return result;
 }
 
@@ -292,9 +257,9 @@ string string::normalize_for_xml() const
     char * const to_end = to + result.size();
     // Copies of 16 bytes and escapes of 8 may write beyond their end, into what comes next.
     while (from_end - from >= 16 && to_end - to >= 16) {
-        __m128i const bytes = load(from);
+        auto const bytes = block16::load(from);
         std::uint32_t const special = xml_special_bits(bytes);
-        _mm_storeu_si128(reinterpret_cast<__m128i *>(to), bytes);
+        bytes.store(to);
         if (special == 0) {
             from += 16;
             to += 16;

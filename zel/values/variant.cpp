@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: MIT
 #include "zel/values/variant.h"
 
+#include "zel/base/block16.h"
 #include "zel/values/number_text.h"
 #include <algorithm>
 #include <cstring>
-#include <emmintrin.h>
 #include <ostream>
 #include <string_view>
 
@@ -141,10 +141,9 @@ std::uint32_t length_before_nul(char const * text, std::uint32_t limit)
 // Whether the 16 bytes are the same and none of them is NUL.
 bool equal_without_nul(char const * a, char const * b)
 {
-    __m128i const left = _mm_loadu_si128(reinterpret_cast<__m128i const *>(a));
-    __m128i const right = _mm_loadu_si128(reinterpret_cast<__m128i const *>(b));
-    __m128i const nul = _mm_cmpeq_epi8(left, _mm_setzero_si128());
-    return _mm_movemask_epi8(_mm_andnot_si128(nul, _mm_cmpeq_epi8(left, right))) == 0xFFFF;
+    auto const left = block16::load(a);
+    auto const right = block16::load(b);
+    return without(equal(left, right), equal(left, block16::filled('\0'))).sign_bits() == 0xFFFF;
 }
 
 // Whether `whole` is what `other` has up to its first NUL.

@@ -2,22 +2,16 @@
 #include "zel/platform/profiles/profile_text.h"
 
 #include "zel/base/ascii.h"
+#include "zel/base/block16.h"
+#include "zel/base/digits.h"
 #include <algorithm>
 #include <bit>
 #include <cstring>
-#include <emmintrin.h>
 
 namespace zel::platform {
 namespace {
 
 bool is_quote(char c) noexcept { return c == '"' || c == '\''; }
-
-int digit(char c) noexcept
-{
-    return ascii::is_digit(c)                              ? c - '0'
-        : ascii::lower(c) >= 'a' && ascii::lower(c) <= 'f' ? ascii::lower(c) - 'a' + 10
-                                                           : -1;
-}
 
 /// Whether a name can be that of something in a file, where no blank is part of its ends.
 bool can_be_found(std::string_view name) noexcept
@@ -46,12 +40,12 @@ std::string_view trim_spaces(std::string_view text) noexcept
 
 char const * find_line_end(char const * at, char const * end) noexcept
 {
-    __m128i const line_feed = _mm_set1_epi8('\n');
-    __m128i const carriage_return = _mm_set1_epi8('\r');
+    auto const line_feed = block16::filled('\n');
+    auto const carriage_return = block16::filled('\r');
     for (; end - at >= 16; at += 16) {
-        __m128i const bytes = _mm_loadu_si128(reinterpret_cast<__m128i const *>(at));
-        auto const ends = static_cast<unsigned int>(_mm_movemask_epi8(_mm_or_si128(
-            _mm_cmpeq_epi8(bytes, line_feed), _mm_cmpeq_epi8(bytes, carriage_return))));
+        auto const bytes = block16::load(at);
+        std::uint32_t const ends
+            = (equal(bytes, line_feed) | equal(bytes, carriage_return)).sign_bits();
         if (ends != 0) {
             return at + std::countr_zero(ends);
         }
@@ -138,8 +132,8 @@ bool block_value::take(char c) noexcept
         closed_ = true;
         return true;
     }
-    int const value = digit(c);
-    if (value < 0) {
+    unsigned int const value = hexadecimal_digit(c);
+    if (value == no_digit) {
         return false;
     }
     if (half_ < 0) {
@@ -152,7 +146,7 @@ bool block_value::take(char c) noexcept
             bytes_[pairs_ - 1] = last_;
         }
     }
-    last_ = static_cast<unsigned char>(half_ * 16 + value);
+    last_ = static_cast<unsigned char>(static_cast<unsigned int>(half_) << 4 | value);
     half_ = -1;
     ++pairs_;
     return true;

@@ -1,0 +1,21 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+/// \file
+/// `zel::block16`: 16 bytes that are worked on at once, in the form that suits the processor. All
+/// forms have the operations of `block16_portable`. A new form is a header beside those and a
+/// branch here; nothing else of the neutral code asks for the processor.
+/// \code
+///     std::uint32_t const hits = equal(block16::load(text), block16::filled('\n')).sign_bits();
+/// \endcode
+#if defined(__x86_64__)
+#include "zel/base/block16_x86_64.h"
+namespace zel {
+using block16 = block16_x86_64;
+} // namespace zel
+#else
+#include "zel/base/block16_portable.h"
+namespace zel {
+using block16 = block16_portable;
+} // namespace zel
+#endif

@@ -1,0 +1,40 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <cpuid.h>
+
+namespace zel {
+
+/// What this processor has beyond the least of its kind, and the host supports: it has to save the
+/// wider registers over a switch of threads.
+struct processor_features {
+    bool folds_128; ///< PCLMULQDQ and SSE4.1
+    bool folds_512; ///< VPCLMULQDQ and AVX-512F beside those
+    bool avx2;
+};
+
+// Not __builtin_cpu_supports: it brings a function of the compiler's run-time along that runs when
+// the library is loaded.
+[[gnu::cold]] inline processor_features find_processor_features() noexcept
+{
+    processor_features found{};
+    unsigned int eax = 0, ebx = 0, ecx = 0, edx = 0;
+    if (__get_cpuid(1, &eax, &ebx, &ecx, &edx) == 0) {
+        return found;
+    }
+    constexpr unsigned int for_folding = bit_PCLMUL | bit_SSE4_1;
+    found.folds_128 = (ecx & for_folding) == for_folding;
+    if ((ecx & bit_OSXSAVE) == 0 || __get_cpuid_count(7, 0, &eax, &ebx, &ecx, &edx) == 0) {
+        return found;
+    }
+    unsigned int saved = 0;
+    __asm__("xgetbv" : "=a"(saved), "=d"(edx) : "c"(0));
+    constexpr unsigned int all_of_ymm = 0x06; // the XMM half and the other one
+    constexpr unsigned int all_of_zmm = 0xE6; // XMM, YMM, masks and both parts of ZMM
+    found.avx2 = (ebx & bit_AVX2) != 0 && (saved & all_of_ymm) == all_of_ymm;
+    found.folds_512 = found.folds_128 && (ebx & bit_AVX512F) != 0 && (ecx & bit_VPCLMULQDQ) != 0
+        && (saved & all_of_zmm) == all_of_zmm;
+    return found;
+}
+
+} // namespace zel

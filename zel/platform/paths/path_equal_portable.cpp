@@ -1,0 +1,12 @@
+// SPDX-License-Identifier: MIT
+#include "zel/platform/paths/path_blocks.h"
+#include "zel/platform/paths/shell_path.h"
+
+namespace zel::platform {
+
+bool path_equal(char const * first, char const * second) noexcept
+{
+    return path_blocks::equal_by_16(first, second);
+}
+
+} // namespace zel::platform

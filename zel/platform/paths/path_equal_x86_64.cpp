@@ -1,0 +1,60 @@
+// SPDX-License-Identifier: MIT
+#include "zel/base/atomic.h"
+#include "zel/base/processor_features_x86_64.h"
+#include "zel/platform/paths/path_blocks.h"
+#include "zel/platform/paths/shell_path.h"
+#include <immintrin.h>
+
+namespace zel::platform {
+namespace {
+
+using path_blocks::case_bit;
+using path_blocks::limit;
+using path_blocks::shift;
+
+/// As `equal_by_16` does it, with registers of twice the size.
+[[gnu::target("avx2")]] bool equal_by_32(char const * first, char const * second) noexcept
+{
+    constexpr unsigned int size = sizeof(__m256i);
+    constexpr unsigned int last = max_path - size; // overlaps what is known to be equal
+    for (unsigned int i = 0;; i += size) {
+        i = i < last ? i : last;
+        __m256i const a = _mm256_loadu_si256(reinterpret_cast<__m256i const *>(first + i));
+        __m256i const b = _mm256_loadu_si256(reinterpret_cast<__m256i const *>(second + i));
+        __m256i const small = _mm256_or_si256(a, _mm256_set1_epi8(case_bit));
+        __m256i const letter = _mm256_cmpgt_epi8(_mm256_add_epi8(small, _mm256_set1_epi8(shift)),
+                                                 _mm256_set1_epi8(limit));
+        __m256i const ignored = _mm256_and_si256(letter, _mm256_set1_epi8(case_bit));
+        __m256i const difference = _mm256_andnot_si256(ignored, _mm256_xor_si256(a, b));
+        __m256i const equal = _mm256_cmpeq_epi8(difference, _mm256_setzero_si256());
+        auto const stop = static_cast<unsigned int>(_mm256_movemask_epi8(
+            _mm256_cmpeq_epi8(_mm256_min_epu8(a, equal), _mm256_setzero_si256())));
+        if (stop != 0) [[unlikely]] {
+            auto const same = static_cast<unsigned int>(_mm256_movemask_epi8(equal));
+            return (stop & (0 - stop) & same) != 0; // of the first byte that stops
+        }
+    }
+}
+
+using equality = bool (*)(char const *, char const *) noexcept;
+
+bool find_fastest(char const * first, char const * second) noexcept;
+
+/// The first call replaces it; threads can race only for which of them writes the same value.
+constinit atomic<equality> equal_by_fastest = find_fastest;
+
+[[gnu::cold]] bool find_fastest(char const * first, char const * second) noexcept
+{
+    equality const best = find_processor_features().avx2 ? equal_by_32 : path_blocks::equal_by_16;
+    equal_by_fastest.store(best, std::memory_order_relaxed);
+    return best(first, second);
+}
+
+} // namespace
+
+bool path_equal(char const * first, char const * second) noexcept
+{
+    return equal_by_fastest.load(std::memory_order_relaxed)(first, second);
+}
+
+} // namespace zel::platform
