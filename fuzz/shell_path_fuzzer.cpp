@@ -2,8 +2,13 @@
 // Every shell path function on two texts, each in a block of exactly its size and each result in
 // an array of exactly a path's, so that the sanitizer sees one byte too many; and what holds for
 // every text.
+#include "zel/platform/paths/canonical_path.h"
 #include "zel/platform/paths/host_path.h"
-#include "zel/platform/paths/shell_path.h"
+#include "zel/platform/paths/max_path.h"
+#include "zel/platform/paths/path_compare.h"
+#include "zel/platform/paths/path_match.h"
+#include "zel/platform/paths/path_parts.h"
+#include "zel/platform/paths/relative_path.h"
 
 #include <algorithm>
 #include <cstdint>

@@ -1,5 +1,10 @@
 // SPDX-License-Identifier: MIT
-#include "zel/platform/paths/shell_path.h"
+#include "zel/platform/paths/canonical_path.h"
+#include "zel/platform/paths/max_path.h"
+#include "zel/platform/paths/path_compare.h"
+#include "zel/platform/paths/path_match.h"
+#include "zel/platform/paths/path_parts.h"
+#include "zel/platform/paths/relative_path.h"
 
 #include <cstring>
 #include <gtest/gtest.h>

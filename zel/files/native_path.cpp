@@ -1,20 +1,12 @@
 // SPDX-License-Identifier: MIT
 #include "zel/files/native_path.h"
 
-#include "zel/base/ascii.h"
 #include "zel/platform/paths/host_path.h"
-#include "zel/platform/paths/shell_path.h"
+#include "zel/platform/paths/max_path.h"
+#include "zel/platform/paths/path_text.h"
 #include <stdexcept>
 
 namespace zel {
-namespace {
-
-constexpr bool begins_with_drive(std::string_view text) noexcept
-{
-    return text.size() >= 2 && text[1] == ':' && ascii::is_letter(text[0]);
-}
-
-} // namespace
 
 std::string to_native(path const & source)
 {
@@ -31,7 +23,7 @@ path from_native(std::string_view name)
     }
     // A relative name such as `c:x` would become a drive without something in front of it.
     std::string_view const front = name.starts_with('/') ? "C:"
-        : begins_with_drive(name)                        ? ".\\"
+        : platform::begins_with_drive(name)              ? ".\\"
                                                          : "";
     char text[platform::max_path];
     if (front.size() + name.size() >= sizeof text) {

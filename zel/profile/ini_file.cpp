@@ -3,7 +3,7 @@
 
 #include "zel/base/ascii.h"
 #include "zel/platform/paths/host_path.h"
-#include "zel/platform/paths/shell_path.h"
+#include "zel/platform/paths/max_path.h"
 #include "zel/platform/profiles/private_profile.h"
 #include "zel/profile/number_list.h"
 #include "zel/profile/profile_batch.h"

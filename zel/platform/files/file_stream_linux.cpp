@@ -4,7 +4,7 @@
 #include "zel/platform/host/descriptor_linux.h"
 #include "zel/platform/host/failure.h"
 #include "zel/platform/paths/host_path.h"
-#include "zel/platform/paths/shell_path.h"
+#include "zel/platform/paths/max_path.h"
 #include <cstdint>
 #include <cstring>
 

@@ -3,7 +3,8 @@
 
 #include "zel/platform/host/failure.h"
 #include "zel/platform/paths/host_path.h"
-#include "zel/platform/paths/shell_path.h"
+#include "zel/platform/paths/max_path.h"
+#include "zel/platform/paths/path_parts.h"
 #include <cstring>
 #include <string_view>
 

@@ -2,7 +2,7 @@
 #pragma once
 
 #include "zel/platform/paths/host_path.h"
-#include "zel/platform/paths/shell_path.h"
+#include "zel/platform/paths/max_path.h"
 #include <cstddef>
 #include <cstring>
 

@@ -2,7 +2,8 @@
 #include "zel/platform/paths/host_path.h"
 
 #include "zel/platform/host/failure.h"
-#include "zel/platform/paths/shell_path.h"
+#include "zel/platform/paths/canonical_path.h"
+#include "zel/platform/paths/max_path.h"
 #include <algorithm>
 #include <cstring>
 

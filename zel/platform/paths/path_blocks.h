@@ -3,7 +3,7 @@
 
 #include "zel/base/ascii.h"
 #include "zel/base/block16.h"
-#include "zel/platform/paths/shell_path.h"
+#include "zel/platform/paths/max_path.h"
 #include <bit>
 
 /// Path texts compared 16 bytes at a time, without regard to the case of ASCII letters.

@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: MIT
+#include "zel/platform/paths/path_compare.h"
+
 #include "zel/base/ascii.h"
 #include "zel/platform/paths/path_blocks.h"
-#include "zel/platform/paths/shell_path.h"
 
 namespace zel::platform {
 namespace {

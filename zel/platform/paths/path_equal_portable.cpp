@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
+#include "zel/platform/paths/path_compare.h"
+
 #include "zel/platform/paths/path_blocks.h"
-#include "zel/platform/paths/shell_path.h"
 
 namespace zel::platform {
 

@@ -1,8 +1,10 @@
 // SPDX-License-Identifier: MIT
+#include "zel/platform/paths/path_compare.h"
+
 #include "zel/base/atomic.h"
 #include "zel/base/processor_features_x86_64.h"
+#include "zel/platform/paths/max_path.h"
 #include "zel/platform/paths/path_blocks.h"
-#include "zel/platform/paths/shell_path.h"
 #include <immintrin.h>
 
 namespace zel::platform {

@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: MIT
-#include "zel/platform/files/folders.h"
+#include "zel/platform/files/special_folders.h"
 
-#include "zel/platform/paths/shell_path.h"
+#include "zel/platform/paths/max_path.h"
+#include "zel/platform/paths/path_parts.h"
 #include <algorithm>
 #include <cerrno>
 #include <cstddef>

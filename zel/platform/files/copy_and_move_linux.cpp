@@ -1,0 +1,214 @@
+// SPDX-License-Identifier: MIT
+#include "zel/platform/files/copy_and_move.h"
+
+#include "zel/platform/files/file_content_linux.h"
+#include "zel/platform/files/file_facts_linux.h"
+#include "zel/platform/files/new_file_linux.h"
+#include "zel/platform/host/descriptor_linux.h"
+#include "zel/platform/host/failure.h"
+#include "zel/platform/host/folder_entry_linux.h"
+#include "zel/platform/host/same_file_linux.h"
+#include "zel/platform/paths/host_name_linux.h"
+
+#include <cerrno>
+#include <climits>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace zel::platform {
+namespace {
+
+/// Opens a plain file for reading; nothing else is waited for.
+bool open_source(int folder, char const * name, int flags, descriptor & content,
+                 struct stat & facts) noexcept
+{
+    content
+        = descriptor(::openat(folder, name, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC | flags));
+    if (!content.is_open() || ::fstat(content.get(), &facts) != 0) {
+        return fail_with_errno();
+    }
+    return S_ISREG(facts.st_mode) || fail(error_access_denied);
+}
+
+/// Gives the copy everything of the source.
+bool fill(new_file const & copy, descriptor const & source, struct stat const & facts) noexcept
+{
+    if (!copy.is_open() || !copy_content(source.get(), copy.content())) {
+        return fail_with_errno();
+    }
+    timespec const times[] = {facts.st_atim, facts.st_mtim};
+    // Rights that belong to an owner other than the copy's are not handed on.
+    if (::fchmod(copy.content(), facts.st_mode & 0777) != 0
+        || ::futimens(copy.content(), times) != 0) {
+        return fail_with_errno();
+    }
+    return true;
+}
+
+bool move_file_across(folder_entry const & source, folder_entry const & target) noexcept
+{
+    struct stat facts;
+    descriptor content;
+    if (!open_source(source.folder(), source.name(), O_NOFOLLOW, content, facts)) {
+        return false;
+    }
+    new_file copy(target.folder());
+    if (!fill(copy, content, facts)) {
+        return false;
+    }
+    // What the user owned stays his; a user who may not give files away keeps the copy.
+    if (::fchown(copy.content(), facts.st_uid, facts.st_gid) == 0) {
+        ::fchmod(copy.content(), facts.st_mode & 07777);
+    }
+    return copy.publish_as(target);
+}
+
+bool move_link_across(folder_entry const & source, folder_entry const & target) noexcept
+{
+    char content[PATH_MAX];
+    ssize_t const size = ::readlinkat(source.folder(), source.name(), content, sizeof content - 1);
+    if (size < 0) {
+        return fail_with_errno();
+    }
+    content[size] = '\0';
+    return succeeded(::symlinkat(content, target.folder(), target.name()));
+}
+
+/// The entry whose place a copy takes.
+class copy_target {
+public:
+    copy_target() noexcept = default;
+    copy_target(copy_target const &) = delete;
+    copy_target & operator=(copy_target const &) = delete;
+    ~copy_target()
+    {
+        if (created_) {
+            remove_created();
+        }
+    }
+
+    /// Finds what the host takes `name` for: where it refuses to follow a link that somebody planted
+    /// in a shared folder, this fails too.
+    /// \param source  the file that is copied.
+    bool find(char const * name, struct stat const & source) noexcept
+    {
+        constexpr int attempts = 20; // other processes may exchange what is there each time
+        for (int attempt = 0; attempt < attempts; ++attempt) {
+            descriptor const there(::open(name, O_PATH | O_CLOEXEC));
+            if (there.is_open()) {
+                struct stat facts;
+                if (::fstat(there.get(), &facts) != 0) {
+                    return fail_with_errno();
+                }
+                if (same_file(facts, source)) {
+                    return fail(error_sharing_violation);
+                }
+                if (!S_ISREG(facts.st_mode) || is_read_only(facts)) {
+                    return fail(error_access_denied);
+                }
+                if (entry_.open_of_file(name, there.get())) {
+                    return true;
+                }
+                if (errno != ESTALE) {
+                    return fail_with_errno();
+                }
+                continue;
+            }
+            struct stat link;
+            if (errno != ENOENT || !entry_.open(name)) {
+                return fail_with_errno();
+            }
+            if (::fstatat(entry_.folder(), entry_.name(), &link, AT_SYMLINK_NOFOLLOW) != 0) {
+                return errno == ENOENT || fail_with_errno();
+            }
+            // A link that leads to nothing yet. Only the host can say where a file would come into
+            // being, so that it makes an empty one.
+            descriptor const made(::open(name, creation_flags, creation_mode));
+            if (made.is_open()) {
+                created_ = true;
+            } else if (errno != ENOENT) {
+                return fail_with_errno();
+            }
+        }
+        return fail(error_sharing_violation);
+    }
+
+    folder_entry const & entry() const noexcept { return entry_; }
+
+    /// The copy is in its place.
+    bool keep() noexcept
+    {
+        created_ = false;
+        return true;
+    }
+
+private:
+    static constexpr mode_t creation_mode = 0600;
+    static constexpr int creation_flags = O_WRONLY | O_CREAT | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
+
+    /// Leaves what another process has put in the place of the empty file, or into it.
+    void remove_created() const noexcept
+    {
+        struct stat facts;
+        if (::fstatat(entry_.folder(), entry_.name(), &facts, AT_SYMLINK_NOFOLLOW) == 0
+            && S_ISREG(facts.st_mode) && facts.st_size == 0 && facts.st_nlink == 1
+            && (facts.st_mode & 07777 & ~creation_mode) == 0 && facts.st_uid == ::geteuid()) {
+            ::unlinkat(entry_.folder(), entry_.name(), 0);
+        }
+    }
+
+    folder_entry entry_;
+    bool created_ = false;
+};
+
+} // namespace
+
+bool move_file(char const * source, char const * target) noexcept
+{
+    host_name from_name(source);
+    host_name const to_name(target);
+    struct stat facts;
+    folder_entry from;
+    folder_entry to;
+    if (!get_facts_of_entry(from_name, facts) || !to_name) {
+        return false;
+    }
+    if (!from.open(from_name.c_str()) || !to.open(to_name.c_str())) {
+        return fail_with_errno();
+    }
+    if (new_file::rename_without_replacing(from.folder(), from.name(), to.folder(), to.name())) {
+        return true;
+    }
+    if (errno != EXDEV || S_ISDIR(facts.st_mode)) {
+        return fail_with_errno();
+    }
+    bool const moved
+        = S_ISLNK(facts.st_mode) ? move_link_across(from, to) : move_file_across(from, to);
+    if (!moved) {
+        return false;
+    }
+    if (::unlinkat(from.folder(), from.name(), 0) == 0) {
+        return true;
+    }
+    fail_with_errno();
+    ::unlinkat(to.folder(), to.name(), 0);
+    return false;
+}
+
+bool copy_file(char const * source, char const * target) noexcept
+{
+    host_name const from(source);
+    host_name const to(target);
+    struct stat facts;
+    descriptor content;
+    copy_target place;
+    if (!from || !to || !open_source(AT_FDCWD, from.c_str(), 0, content, facts)
+        || !place.find(to.c_str(), facts)) {
+        return false;
+    }
+    new_file copy(place.entry().folder());
+    return fill(copy, content, facts) && copy.replace(place.entry()) && place.keep();
+}
+
+} // namespace zel::platform
