@@ -1,0 +1,735 @@
+// SPDX-License-Identifier: MIT
+#include "tests/explorer/explorer.h"
+
+#include "zel/base/atomic.h"
+#include "zel/platform/objects/robust_list_linux.h"
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <cstring>
+#include <random>
+#include <sstream>
+#include <utility>
+
+// void zel_switch_stack(void ** save, void * to): keeps the caller's registers on its stack and
+// goes on where the other stack was left.
+extern "C" void zel_switch_stack(void ** save, void * to);
+asm(R"(
+    .text
+    .globl zel_switch_stack
+    .type zel_switch_stack, @function
+zel_switch_stack:
+    pushq %rbp
+    pushq %rbx
+    pushq %r12
+    pushq %r13
+    pushq %r14
+    pushq %r15
+    movq %rsp, (%rdi)
+    movq %rsi, %rsp
+    popq %r15
+    popq %r14
+    popq %r13
+    popq %r12
+    popq %rbx
+    popq %rbp
+    ret
+)");
+
+namespace zel::explorer {
+
+using platform::owner_died;
+using platform::thread_mask;
+using platform::waiters_flag;
+
+bool old_kernel = false;
+
+namespace {
+
+constexpr std::size_t stack_size = 16384;
+constexpr int most_steps = 5'000; // of one schedule: more is a loop without an end
+
+/// All that changes while threads run, apart from their stacks and from words of static storage.
+struct world {
+    thread_state threads[most_threads];
+    std::uint8_t sleepers[most_threads]; // in the order in which they fell asleep
+    int sleeping;
+    int count; // threads that were started
+    int current;
+    int preemptions, kills, stops; // that are left
+    bool audited;
+    alignas(128) std::byte room[scenario_size];
+};
+
+alignas(4096) std::byte stacks[most_threads][stack_size];
+world now;
+scenario * running_scenario = nullptr;
+std::size_t world_size = sizeof now; // as far as the scenario needs it
+void * scheduler_stack = nullptr;
+bool on_thread = false;
+char const * failure = nullptr;
+bool tracing = false;
+
+struct static_word {
+    void * address;
+    std::size_t size;
+    std::uint64_t first; // before anybody changed it
+};
+std::vector<static_word> static_words;
+
+template <class T> bool lies_in(void const * address, T const & what)
+{
+    auto const place = reinterpret_cast<std::uintptr_t>(address);
+    auto const begin = reinterpret_cast<std::uintptr_t>(&what);
+    return place >= begin && place < begin + sizeof what;
+}
+
+std::uint64_t value_at(void const * address, std::size_t size)
+{
+    std::uint64_t value = 0;
+    std::memcpy(&value, address, std::min(size, sizeof value));
+    return value;
+}
+
+void meet(void const * word, std::size_t size)
+{
+    if (lies_in(word, now) || lies_in(word, stacks)) {
+        return;
+    }
+    for (static_word const & known : static_words) {
+        if (known.address == word) {
+            return;
+        }
+    }
+    static_words.push_back({const_cast<void *>(word), size, value_at(word, size)});
+}
+
+void switch_to_scheduler()
+{
+    zel_switch_stack(&now.threads[now.current].stack_pointer, scheduler_stack);
+}
+
+/// \name The kernel's side of a thread's death
+/// @{
+void look_at(std::uintptr_t entry, bool announced)
+{
+    auto * const word = reinterpret_cast<std::uint32_t *>((entry & ~std::uintptr_t{1}) - 32);
+    step("the kernel looks at", word, sizeof *word, "death", 0);
+    std::uint32_t const value = *word;
+    if (announced && (old_kernel ? value : value & thread_mask) == 0) {
+        wake(word, 1, true);
+    } else if ((value & thread_mask) == host_number()) {
+        *word = (value & waiters_flag) | owner_died;
+        if ((value & waiters_flag) != 0) {
+            wake(word, 1, true);
+        }
+    }
+}
+
+void die()
+{
+    std::uintptr_t const * const list = running()->list;
+    std::uintptr_t const end = reinterpret_cast<std::uintptr_t>(list);
+    for (std::uintptr_t entry = list[0]; entry != end;) {
+        std::uintptr_t const next = value_at(reinterpret_cast<void *>(entry & ~1UL), 8);
+        if (entry != list[2]) {
+            look_at(entry, false);
+        }
+        entry = next;
+    }
+    if (list[2] != 0) {
+        look_at(list[2], true);
+    }
+}
+/// @}
+
+void thread_main()
+{
+    int const self = now.current;
+    if (now.threads[self].dying) {
+        die();
+    } else if (self == running_scenario->threads()) {
+        running_scenario->audit();
+    } else {
+        running_scenario->run(self);
+    }
+    now.threads[self].where = condition::ended;
+    for (;;) {
+        switch_to_scheduler();
+    }
+}
+
+void put_on_fresh_stack(int thread)
+{
+    std::memset(stacks[thread], 0, stack_size);
+    auto * const top = reinterpret_cast<std::uintptr_t *>(stacks[thread] + stack_size);
+    top[-2] = reinterpret_cast<std::uintptr_t>(thread_main);
+    now.threads[thread].stack_pointer = top - 8; // six registers below the address to return to
+}
+
+void start(int thread)
+{
+    thread_state & state = now.threads[thread];
+    state = thread_state{};
+    state.list[0] = reinterpret_cast<std::uintptr_t>(&state.list[0]);
+    state.started = true;
+    put_on_fresh_stack(thread);
+    now.count = std::max(now.count, thread + 1);
+}
+
+void wake_up(int thread, std::uint8_t reason)
+{
+    std::uint8_t * const end = now.sleepers + now.sleeping;
+    now.sleeping = static_cast<int>(
+        std::remove(now.sleepers, end, static_cast<std::uint8_t>(thread)) - now.sleepers);
+    now.threads[thread].where = condition::ready;
+    now.threads[thread].reason = reason;
+}
+
+/// \name What may come next
+/// @{
+enum class deed : std::uint8_t { run, time_out, resume, kill, stop, signal };
+struct option {
+    deed what;
+    std::uint8_t thread;
+};
+struct options {
+    option list[6 * most_threads];
+    int count = 0;
+    bool quiet = false;
+    void add(deed what, int thread) { list[count++] = {what, static_cast<std::uint8_t>(thread)}; }
+};
+
+bool is_ready(int thread) { return now.threads[thread].where == condition::ready; }
+
+options what_may_come()
+{
+    options may;
+    bool const goes_on = is_ready(now.current);
+    bool const may_change = !goes_on || now.preemptions > 0;
+    if (goes_on) {
+        may.add(deed::run, now.current);
+    }
+    may.quiet = !goes_on;
+    for (int i = 0; i < now.count; ++i) {
+        if (i != now.current && is_ready(i)) {
+            may.quiet = false;
+            if (may_change) {
+                may.add(deed::run, i);
+            }
+        }
+    }
+    if (may.quiet) {
+        running_scenario->quiet();
+    }
+    bool const time_passes = may.quiet || now.preemptions > 0;
+    for (int i = 0; i < now.count; ++i) {
+        thread_state const & state = now.threads[i];
+        if (time_passes && state.where == condition::asleep && state.limited) {
+            may.add(deed::time_out, i);
+        }
+        if (time_passes && state.where == condition::parked) {
+            may.add(deed::resume, i);
+        }
+    }
+    if (may.count == 0 && !now.audited) {
+        now.audited = true;
+        now.preemptions = now.kills = now.stops = 0;
+        now.current = running_scenario->threads();
+        start(now.current);
+        may.quiet = false;
+        may.add(deed::run, now.current);
+        return may;
+    }
+    for (int i = 0; i < now.count && may.count > 0; ++i) {
+        thread_state const & state = now.threads[i];
+        if (state.where == condition::ended || state.dying) {
+            continue;
+        }
+        if (now.kills > 0 && (running_scenario->dies_anywhere(i) || state.depth == 0)) {
+            may.add(deed::kill, i);
+        }
+        if (now.stops > 0 && !state.told) {
+            may.add(deed::stop, i);
+            if (state.where == condition::asleep && state.interruptible) {
+                may.add(deed::signal, i);
+            }
+        }
+    }
+    return may;
+}
+
+void trace(char const * what, int thread)
+{
+    if (tracing) {
+        std::printf("    -- %s %s\n", running_scenario->title(thread), what);
+    }
+}
+
+void run_until_the_next_step()
+{
+    on_thread = true;
+    zel_switch_stack(&scheduler_stack, now.threads[now.current].stack_pointer);
+    on_thread = false;
+}
+
+void follow(options const & may, option choice)
+{
+    int const thread = choice.thread;
+    thread_state & state = now.threads[thread];
+    bool const changes = thread != now.current && is_ready(now.current);
+    switch (choice.what) {
+    case deed::time_out:
+        trace("has waited long enough", thread);
+        now.preemptions -= may.quiet ? 0 : 1;
+        wake_up(thread, timed_out);
+        break;
+    case deed::resume:
+        trace("is resumed", thread);
+        now.preemptions -= may.quiet ? 0 : 1;
+        state.told = false;
+        state.where = condition::ready;
+        break;
+    case deed::kill:
+        trace("is killed", thread);
+        now.kills -= 1;
+        wake_up(thread, woken);
+        state.dying = true;
+        put_on_fresh_stack(thread);
+        running_scenario->killed(thread);
+        return;
+    case deed::stop:
+        trace("is told to stop", thread);
+        now.stops -= 1;
+        state.told = true;
+        running_scenario->disturbed(thread);
+        if (state.where == condition::asleep && state.interruptible) {
+            wake_up(thread, interrupted);
+        } else if (state.where == condition::ready && state.depth == 0) {
+            state.where = condition::parked;
+        }
+        return;
+    case deed::signal:
+        trace("handles a signal", thread);
+        now.stops -= 1;
+        running_scenario->disturbed(thread);
+        // A handler with SA_RESTART makes the kernel begin the call again; with a limit it ends.
+        wake_up(thread, state.limited ? interrupted : restarted);
+        return;
+    case deed::run:
+        now.preemptions -= changes ? 1 : 0;
+        break;
+    }
+    now.current = thread;
+    run_until_the_next_step();
+}
+/// @}
+
+void begin(entry const & what, bounds const & limits)
+{
+    for (static_word const & word : static_words) {
+        std::memcpy(word.address, &word.first, word.size);
+    }
+    std::memset(&now, 0, sizeof now);
+    failure = nullptr;
+    running_scenario = what.make(now.room);
+    world_size = (offsetof(world, room) + what.size + 7) / 8 * 8;
+    running_scenario->begin();
+    now.preemptions = limits.preemptions;
+    now.kills = limits.kills;
+    now.stops = limits.stops;
+    for (int i = 0; i < running_scenario->threads(); ++i) {
+        start(i);
+    }
+}
+
+/// \name Moments that are gone back to
+/// @{
+struct stack_piece {
+    std::byte * begin;
+    std::size_t size;
+};
+
+stack_piece live_stack(int thread)
+{
+    auto * const begin = static_cast<std::byte *>(now.threads[thread].stack_pointer);
+    return {begin, static_cast<std::size_t>(stacks[thread] + stack_size - begin)};
+}
+
+struct moment {
+    std::vector<std::byte> bytes;
+    std::size_t path = 0; // how many choices led here
+    int next = 1; // choice to follow on the next visit
+
+    void keep()
+    {
+        bytes.clear();
+        auto const add = [this](void const * from, std::size_t size) {
+            auto const * const first = static_cast<std::byte const *>(from);
+            bytes.insert(bytes.end(), first, first + size);
+        };
+        add(&now, world_size);
+        for (int i = 0; i < now.count; ++i) {
+            add(live_stack(i).begin, live_stack(i).size);
+        }
+        for (static_word const & word : static_words) {
+            add(word.address, word.size);
+        }
+    }
+
+    void go_back() const
+    {
+        std::byte const * from = bytes.data();
+        auto const take = [&from](void * to, std::size_t size) {
+            std::memcpy(to, from, size);
+            from += size;
+        };
+        take(&now, world_size);
+        for (int i = 0; i < now.count; ++i) {
+            take(live_stack(i).begin, live_stack(i).size);
+        }
+        for (static_word const & word : static_words) {
+            if (from < bytes.data() + bytes.size()) {
+                take(word.address, word.size);
+            } else { // not met before this moment
+                std::memcpy(word.address, &word.first, word.size);
+            }
+        }
+    }
+};
+
+__extension__ using wide = unsigned __int128;
+
+std::uint64_t mix(std::uint64_t hash, void const * from, std::size_t size)
+{
+    auto const * bytes = static_cast<std::byte const *>(from);
+    for (; size >= 8; size -= 8, bytes += 8) {
+        std::uint64_t word;
+        std::memcpy(&word, bytes, 8);
+        auto const product = wide{hash ^ word} * 0x9E3779B97F4A7C15u;
+        hash = static_cast<std::uint64_t>(product) ^ static_cast<std::uint64_t>(product >> 64);
+    }
+    return hash ^ value_at(bytes, size);
+}
+
+std::uint64_t hash_of_now()
+{
+    std::uint64_t hash = mix(0x243F6A8885A308D3, &now, world_size);
+    for (int i = 0; i < now.count; ++i) {
+        if (now.threads[i].where != condition::ended) {
+            hash = mix(hash, live_stack(i).begin, live_stack(i).size);
+        }
+    }
+    for (static_word const & word : static_words) {
+        hash = mix(hash, word.address, word.size);
+    }
+    return hash == 0 ? 1 : hash;
+}
+
+/// The states that were seen, by 64 bits of each.
+class seen_states {
+public:
+    bool insert(std::uint64_t hash)
+    {
+        if (++count_ * 2 > table_.size()) {
+            grow();
+        }
+        return put(hash);
+    }
+
+private:
+    bool put(std::uint64_t hash)
+    {
+        for (std::size_t i = hash;; ++i) {
+            std::uint64_t & place = table_[i & (table_.size() - 1)];
+            if (place == 0 || place == hash) {
+                return std::exchange(place, hash) == 0;
+            }
+        }
+    }
+    void grow()
+    {
+        std::vector<std::uint64_t> const old
+            = std::exchange(table_, std::vector<std::uint64_t>(table_.size() * 4));
+        for (std::uint64_t const hash : old) {
+            if (hash != 0) {
+                put(hash);
+            }
+        }
+    }
+    std::vector<std::uint64_t> table_ = std::vector<std::uint64_t>(4096);
+    std::size_t count_ = 0;
+};
+/// @}
+
+bounds without_bound(bounds limits)
+{
+    limits.preemptions = 1'000'000;
+    return limits;
+}
+
+constexpr char free_mark = 'r'; // in front of a schedule without a bound for preemptions
+
+// Choices in turn; those that repeat as COUNTxCHOICE.
+std::string text_of(std::vector<std::uint8_t> const & path)
+{
+    std::ostringstream text;
+    for (std::size_t i = 0; i < path.size();) {
+        std::size_t end = i;
+        while (end < path.size() && path[end] == path[i]) {
+            ++end;
+        }
+        text << (i == 0 ? "" : ",");
+        if (end - i > 1) {
+            text << end - i << "x";
+        }
+        text << int{path[i]};
+        i = end;
+    }
+    return text.str();
+}
+
+bool report(entry const & what, std::string const & mark, std::vector<std::uint8_t> const & path)
+{
+    std::printf("FAILED %s: %s\n", what.name.c_str(), failure);
+    replay(what, mark + text_of(path));
+    return false;
+}
+
+bool is_too_long(std::vector<std::uint8_t> const & path)
+{
+    if (path.size() > most_steps) {
+        failure = "a step without an end";
+    }
+    return failure != nullptr;
+}
+
+void add_figures(figures & sum, option choice, std::size_t length)
+{
+    sum.kills += choice.what == deed::kill ? 1 : 0;
+    sum.stops += choice.what == deed::stop ? 1 : 0;
+    sum.longest = std::max<std::uint64_t>(sum.longest, length);
+}
+
+} // namespace
+
+void step(char const * what, void const * word, std::size_t size, char const * file,
+          int line) noexcept
+{
+    meet(word, size);
+    if (!on_thread) {
+        return;
+    }
+    switch_to_scheduler();
+    if (tracing) {
+        char const * const slash = std::strrchr(file, '/');
+        std::printf("    %-12s %s:%d %s %llx\n", running_scenario->title(now.current),
+                    slash == nullptr ? file : slash + 1, line, what,
+                    static_cast<unsigned long long>(value_at(word, size)));
+    }
+}
+
+void note(char const * what) noexcept
+{
+    if (tracing && on_thread) {
+        trace(what, now.current);
+    }
+}
+
+thread_state * running() noexcept { return on_thread ? &now.threads[now.current] : nullptr; }
+int running_number() noexcept { return now.current; }
+std::uint32_t host_number() noexcept
+{
+    return running_scenario->number(on_thread ? now.current : most_threads);
+}
+condition condition_of(int thread) { return now.threads[thread].where; }
+bool was_told(int thread) { return now.threads[thread].told; }
+void leave() noexcept { switch_to_scheduler(); }
+
+void fail(char const * why)
+{
+    if (failure == nullptr) {
+        failure = why;
+    }
+    while (on_thread) {
+        switch_to_scheduler();
+    }
+}
+
+std::uint8_t sleep(void const * word, std::uint32_t expected, bool limited, bool shared,
+                   bool interruptible) noexcept
+{
+    thread_state & self = *running();
+    do {
+        step("sleeps on", word, sizeof expected, "address_wait", 0);
+        if (interruptible && self.told) {
+            return interrupted;
+        }
+        if (value_at(word, sizeof expected) != expected) {
+            return changed;
+        }
+        self.word = word;
+        self.shared = shared;
+        self.limited = limited;
+        self.interruptible = interruptible;
+        self.where = condition::asleep;
+        now.sleepers[now.sleeping++] = static_cast<std::uint8_t>(now.current);
+        if (interruptible) { // the others are brief locks
+            running_scenario->fell_asleep(now.current);
+        }
+        switch_to_scheduler();
+    } while (self.reason == restarted);
+    return self.reason;
+}
+
+int wake(void const * word, int count, bool shared) noexcept
+{
+    step("wakes those on", word, 4, "address_wait", 0);
+    int woken_now = 0;
+    for (int i = 0; i < now.sleeping && woken_now < count;) {
+        int const thread = now.sleepers[i];
+        if (now.threads[thread].word == word && now.threads[thread].shared == shared) {
+            wake_up(thread, woken);
+            ++woken_now;
+        } else {
+            ++i;
+        }
+    }
+    return woken_now;
+}
+
+bool exhaust(entry const & what, orders const & how, figures & sum)
+{
+    begin(what, what.limits);
+    seen_states seen;
+    std::uint64_t states = 0;
+    std::vector<std::uint8_t> path;
+    std::vector<moment> moments; // where choices are left
+    std::size_t open = 0; // how many of them; the rest is kept for its memory
+    for (;;) {
+        options may = what_may_come();
+        if (is_too_long(path)) {
+            return report(what, "", path);
+        }
+        int choice = 0;
+        bool const is_new = may.count == 1 || (may.count > 1 && seen.insert(hash_of_now()));
+        if (is_new && may.count > 1) {
+            if (++states > how.most_states) {
+                sum.complete = false;
+                break;
+            }
+            if (open == moments.size()) {
+                moments.emplace_back();
+            }
+            moments[open].path = path.size();
+            moments[open].next = 1;
+            moments[open++].keep();
+        } else if (!is_new) {
+            ++sum.schedules;
+            bool found = false;
+            while (open > 0 && !found) {
+                moment & last = moments[open - 1];
+                last.go_back();
+                may = what_may_come();
+                choice = last.next++;
+                path.resize(last.path);
+                found = choice < may.count;
+                open -= found ? 0 : 1;
+            }
+            if (!found) {
+                break;
+            }
+        }
+        path.push_back(static_cast<std::uint8_t>(choice));
+        add_figures(sum, may.list[choice], path.size());
+        follow(may, may.list[choice]);
+    }
+    sum.states += states;
+    return true;
+}
+
+// Each thread has a priority, and the first that is ready goes on. At a few moments the running one
+// falls behind all others, and whatever else may happen does so at moments that are drawn, too.
+bool run_at_random(entry const & what, orders const & how, figures & sum)
+{
+    std::mt19937_64 random(how.seed);
+    auto const below
+        = [&random](std::size_t end) { return static_cast<std::size_t>(random() % end); };
+    auto const end = std::chrono::steady_clock::now() + std::chrono::duration<double>(how.seconds);
+    std::size_t usual_length = 100;
+    do {
+        begin(what, without_bound(what.limits));
+        int priority[most_threads];
+        for (int i = 0; i < most_threads; ++i) {
+            priority[i] = static_cast<int>(below(1000));
+        }
+        std::vector<std::size_t> changes;
+        std::vector<std::size_t> events;
+        for (int i = 0; i < how.depth; ++i) {
+            changes.push_back(below(usual_length));
+            events.push_back(below(usual_length));
+        }
+        std::vector<std::uint8_t> path;
+        for (int lowest = -1;;) {
+            options const may = what_may_come();
+            if (is_too_long(path)) {
+                return report(what, {free_mark}, path);
+            }
+            if (may.count == 0) {
+                break;
+            }
+            if (std::count(changes.begin(), changes.end(), path.size()) > 0) {
+                priority[now.current] = lowest--;
+            }
+            bool const anything = std::count(events.begin(), events.end(), path.size()) > 0;
+            std::size_t choice = 0;
+            for (std::size_t i = 0; i < static_cast<std::size_t>(may.count); ++i) {
+                bool const better = may.list[choice].what != deed::run
+                    || priority[may.list[i].thread] > priority[may.list[choice].thread];
+                choice = may.list[i].what == deed::run && better ? i : choice;
+            }
+            if (anything || may.list[choice].what != deed::run) {
+                choice = below(static_cast<std::size_t>(may.count));
+            }
+            path.push_back(static_cast<std::uint8_t>(choice));
+            add_figures(sum, may.list[choice], path.size());
+            follow(may, may.list[choice]);
+        }
+        usual_length = std::max<std::size_t>(path.size(), 10);
+        ++sum.schedules;
+    } while (std::chrono::steady_clock::now() < end);
+    return true;
+}
+
+bool replay(entry const & what, std::string const & schedule)
+{
+    bool const is_free = schedule.front() == free_mark;
+    std::vector<int> path;
+    std::istringstream pieces(schedule.substr(is_free ? 1 : 0));
+    for (std::string piece; std::getline(pieces, piece, ',');) {
+        std::size_t const cross = piece.find('x');
+        int const times = cross == std::string::npos ? 1 : std::stoi(piece);
+        path.insert(path.end(), static_cast<std::size_t>(times),
+                    std::stoi(piece.substr(cross == std::string::npos ? 0 : cross + 1)));
+    }
+    begin(what, is_free ? without_bound(what.limits) : what.limits);
+    tracing = true;
+    for (int const choice : path) {
+        options const may = what_may_come();
+        if (failure != nullptr || choice >= may.count) {
+            break;
+        }
+        follow(may, may.list[choice]);
+    }
+    if (failure == nullptr) {
+        what_may_come(); // the last look
+    }
+    tracing = false;
+    std::printf("    %s\n    --only '%s' --replay '%s'\n",
+                failure == nullptr ? "nothing is wrong" : failure, what.name.c_str(),
+                schedule.c_str());
+    std::fflush(stdout);
+    return failure == nullptr;
+}
+
+} // namespace zel::explorer

@@ -1,0 +1,11 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "tests/explorer/explorer.h"
+#include <vector>
+
+namespace zel::explorer {
+
+void add_waitables(std::vector<entry> & entries);
+
+} // namespace zel::explorer
