@@ -73,7 +73,7 @@ public:
     {
         constexpr handle_kind kinds[]
             = {handle_kind::auto_event, handle_kind::manual_event, handle_kind::semaphore};
-        handle_table.store(slots_);
+        handle_blocks[0].store(slots_);
         handle_ = create_unnamed(kinds[static_cast<int>(kind)], static_cast<unsigned>(initial),
                                  static_cast<unsigned>(maximum));
     }

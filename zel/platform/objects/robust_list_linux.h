@@ -2,6 +2,7 @@
 #pragma once
 
 #include "zel/base/atomic.h"
+#include "zel/platform/objects/mutex_word.h"
 #include <cstddef>
 #include <cstdint>
 
@@ -21,10 +22,6 @@
 ///
 /// The kernel follows 2,048 entries of a list.
 namespace zel::platform {
-
-constexpr std::uint32_t waiters_flag = 0x80000000; // somebody may sleep on the word
-constexpr std::uint32_t owner_died = 0x40000000;
-constexpr std::uint32_t thread_mask = 0x3FFFFFFF;
 
 struct robust_node {
     atomic<std::uintptr_t> previous;

@@ -37,11 +37,6 @@ struct mutex_ownership {
     atomic<std::uintptr_t> home;
 };
 
-/// What a wait gives that has ended because its thread is told to stop, which it does when it
-/// leaves `uninterrupted`; it then waits again. It has left the waiters, and passed on what it was
-/// given.
-constexpr std::uint32_t wait_stopped = 0xFFFFFFFE;
-
 extern constinit atomic<std::uint64_t> known_process_mark; // 0: not made yet
 std::uint64_t make_process_mark() noexcept;
 

@@ -76,6 +76,9 @@ struct this_thread_state {
     bool last_round; // the destructors of other keys had their turn
     std::uint32_t id; // 0: not asked for yet
     thread_teardown teardown; // of a thread that others made
+    std::uint32_t owner_number; // `id` once the thread's end abandons what it owns, before that 0
+    /// How many mutexes it owns at most: counted before each is taken and after it is given back.
+    atomic<std::uint32_t> holds;
 };
 
 constexpr atomic<std::uint32_t> nobody_stops{0};
@@ -83,6 +86,15 @@ constexpr atomic<std::uint32_t> nobody_stops{0};
 // Beside the thread pointer, so that no access calls the dynamic linker: that may allocate, which a
 // signal handler must not. The C library keeps room for this in modules that are loaded late.
 [[gnu::tls_model("initial-exec")]] extern constinit thread_local this_thread_state this_thread;
+
+/// Has `abandon(is_orderly)` called on the calling thread at its end if it may own mutexes then, and
+/// sets `this_thread.owner_number`. In the handler of the stop signal the thread is terminated
+/// wherever it is, and `is_orderly` is false. All callers pass the same function.
+/// \returns false with last error 8 when the host is out of memory.
+bool watch_owner(void (*abandon)(bool is_orderly) noexcept) noexcept;
+
+/// At the calling thread's end: calls what `watch_owner` was told of, if that is needed.
+void abandon_holds(bool is_orderly) noexcept;
 
 /// For the handler of the stop signal: a thread that was about to sleep in `wait_interruptibly`, or
 /// does sleep there, comes back from it at once.

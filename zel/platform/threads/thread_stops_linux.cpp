@@ -33,7 +33,7 @@
 namespace zel::platform {
 
 [[gnu::tls_model("initial-exec")]] constinit thread_local this_thread_state this_thread{
-    nullptr, &nobody_stops, 0, false, false, 0, {nullptr, nullptr}};
+    nullptr, &nobody_stops, 0, false, false, 0, {nullptr, nullptr}, 0, 0};
 
 namespace {
 
@@ -125,6 +125,8 @@ constinit atomic<std::uint32_t> graveyard{0};
 
 [[noreturn]] void leave_for_good(handle_slot & slot)
 {
+    abandon_holds(false);
+
     // The next thread on this stack gets the C library's descriptor as it is: it must not find the
     // values of this one under its keys, or call destructors with them. No lock and no heap here.
     for (pthread_key_t key = 0; key < PTHREAD_KEYS_MAX; ++key) {
@@ -132,7 +134,7 @@ constinit atomic<std::uint32_t> graveyard{0};
     }
 
     thread_record & record = record_of(slot);
-    auto const number = static_cast<std::uint32_t>(&slot - handle_table.load()) + 1;
+    std::uint32_t const number = slot.number + 1;
     std::uint32_t top = graveyard.load(std::memory_order_relaxed);
     do {
         slot.next_free.store(top, std::memory_order_relaxed);
@@ -425,7 +427,7 @@ void visit_graveyard() noexcept
     }
     std::uint32_t number = graveyard.exchange(0, std::memory_order_acq_rel);
     while (number != 0) {
-        handle_slot & slot = handle_table.load(std::memory_order_relaxed)[number - 1];
+        handle_slot & slot = slot_numbered(number - 1);
         number = slot.next_free.load(std::memory_order_relaxed);
         bury(slot);
     }

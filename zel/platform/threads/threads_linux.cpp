@@ -31,6 +31,8 @@ constinit brief_lock preparation; // only taken behind prepare_forks()
 constinit atomic<bool> ends_prepared{false};
 constinit atomic<bool> starts_prepared{false};
 
+constinit atomic<void (*)(bool) noexcept> abandon_what_is_held{nullptr};
+
 constinit pthread_key_t end_key{}; // its destructor runs at the end of a thread
 constinit bool tells_ids = false; // whether id_of gives the host's numbers
 
@@ -63,6 +65,8 @@ void forget_thread_of_parent(handle_slot & slot)
 void after_fork_in_child() noexcept
 {
     this_thread.id = 0;
+    this_thread.owner_number = 0;
+    this_thread.holds.store(0, std::memory_order_relaxed);
     preparation.reset();
     forget_graveyard();
     for_each_slot(forget_thread_of_parent);
@@ -97,6 +101,7 @@ void end_of_thread(handle_slot & slot)
     }
     this_thread.slot = nullptr;
     this_thread.control = &nobody_stops;
+    abandon_holds(true);
 
     // With the handle closed nobody sees this thread off. Who closes it at this moment looks for
     // `past_stops` after closing, and then waits for what is settled here.
@@ -121,11 +126,14 @@ void at_end(void * value)
     }
     if (handle_slot * const slot = this_thread.slot) {
         end_of_thread(*slot);
-    } else if (this_thread.teardown.function != nullptr) {
+        return;
+    }
+    if (this_thread.teardown.function != nullptr) {
         thread_teardown const teardown = this_thread.teardown;
         this_thread.teardown = {nullptr, nullptr};
         teardown.function(teardown.data);
     }
+    abandon_holds(true);
 }
 
 constexpr fork_handlers around_forks{nullptr, nullptr, after_fork_in_child};
@@ -452,6 +460,29 @@ std::uint32_t current_thread_id() noexcept
         this_thread.id = id;
     }
     return this_thread.id;
+}
+
+bool watch_owner(void (*abandon)(bool) noexcept) noexcept
+{
+    uninterrupted const guard;
+    abandon_what_is_held.store(abandon, std::memory_order_relaxed);
+    if (!prepare_forks() || !prepare(ends_prepared, prepare_ends_once)
+        || (this_thread.slot == nullptr && ::pthread_setspecific(end_key, &this_thread) != 0)) {
+        set_last_error(error_not_enough_memory);
+        return false;
+    }
+    this_thread.owner_number = current_thread_id();
+    return true;
+}
+
+void abandon_holds(bool is_orderly) noexcept
+{
+    // What a destructor takes after this has the end watched anew.
+    this_thread.owner_number = 0;
+    if (this_thread.holds.load(std::memory_order_relaxed) != 0) {
+        abandon_what_is_held.load(std::memory_order_relaxed)(is_orderly);
+        this_thread.holds.store(0, std::memory_order_relaxed);
+    }
 }
 
 bool set_thread_teardown(void (*function)(void *), void * data) noexcept

@@ -8,17 +8,28 @@
 
 /// The process's table of handles, shared by kernel objects and threads.
 ///
-/// A handle is a number in the clothes of a pointer: its low half is the distance of a slot from
-/// the start of the table, its high half a tag that belongs to this one use of the slot. The slot's
-/// `state` repeats the tag beside the object's own 32-bit word:
+/// A handle is a number that looks like a pointer: its low half is 128 times the number of a slot,
+/// its high half a tag that belongs to this one use of the slot. The slot's `state` repeats the tag
+/// beside the object's own 32-bit word:
 ///
-///     handle        63 ... 36 generation   35 ... 32 kind   31 ... 0 distance of the slot
+///     handle        63 ... 36 generation   35 ... 32 kind   31 ... 0 the slot's number times 128
 ///     slot.state    63 ... 36 generation   35 ... 32 kind   31 ... 0 word of the object
 ///
 /// So one load tells whether a handle is alive, and a compare-and-exchange of the whole state both
 /// changes the object and proves that the handle was still alive: a stale handle never changes the
-/// next object in the same slot. Memory of the table is never given back, so that any value may be
-/// looked at. Nothing here takes a lock.
+/// next object in the same slot. The table grows by blocks of 512 slots, 64 KiB each, so that a
+/// process that keeps all its memory in RAM (mlockall(2)) pays for what it uses. They are never
+/// given back: any value may be looked at. Nothing here takes a lock.
+///
+/// What each step keeps:
+/// - A slot is on the list of free slots or has one user: `take_slot` gives it to one thread, and
+///   only whoever drops the last reference puts it back. The list's head counts its changes, so that
+///   a pop that was overtaken fails.
+/// - `references` has the tag as long as the handle is alive: `pin` adds to it in one step with that
+///   look. So a pin keeps the slot from its next user, whoever closes the handle meanwhile.
+/// - `retire` first ends the pins, then the fast paths; one of several callers succeeds.
+/// - `publish` counts the generation up: no handle of an earlier use equals one of a later use until
+///   2^28 uses of the slot are over.
 ///
 /// The life of a slot:
 ///
@@ -43,6 +54,7 @@ enum class handle_kind : std::uint32_t {
     named_event, // of both sorts
     named_mutex,
     named_semaphore,
+    closed_mutex, // of no handle: threads sleep on a mutex whose handle was closed
 };
 
 struct alignas(128) handle_slot {
@@ -52,8 +64,9 @@ struct alignas(128) handle_slot {
     atomic<std::uint64_t> references;
     atomic<std::uint32_t> access; // rights of the handle
     atomic<std::uint32_t> next_free; // the table's own
+    std::uint32_t number; // the slot's own for good
     /// The object. What is read here without a pin is atomic, for the slot may change hands.
-    alignas(8) std::byte room[104];
+    alignas(8) std::byte room[96];
 };
 static_assert(sizeof(handle_slot) == 128);
 static_assert(std::endian::native == std::endian::little); // the word is the state's first half
@@ -61,8 +74,10 @@ static_assert(std::endian::native == std::endian::little); // the word is the st
 /// How many handles a process may have.
 constexpr std::size_t most_handles = std::size_t{1} << 20;
 
-/// The first slot; null until something was created.
-extern constinit atomic<handle_slot *> handle_table;
+constexpr std::size_t slots_a_block = 512;
+
+/// The blocks of the table; null until they are needed.
+extern constinit atomic<handle_slot *> handle_blocks[most_handles / slots_a_block];
 
 constexpr std::uint64_t word_mask = 0xFFFFFFFF;
 
@@ -94,11 +109,20 @@ inline handle_slot * slot_of(void * handle) noexcept
 {
     constexpr std::uint32_t distances = (most_handles - 1) * sizeof(handle_slot);
     auto const distance = static_cast<std::uint32_t>(reinterpret_cast<std::uintptr_t>(handle));
-    handle_slot * const table = handle_table.load(std::memory_order_acquire);
-    if (table == nullptr || (distance & ~distances) != 0) {
+    if ((distance & ~distances) != 0) {
         return nullptr;
     }
-    return table + distance / sizeof(handle_slot);
+    std::uint32_t const number = distance / sizeof(handle_slot);
+    handle_slot * const block
+        = handle_blocks[number / slots_a_block].load(std::memory_order_acquire);
+    return block == nullptr ? nullptr : block + number % slots_a_block;
+}
+
+/// A slot that was taken at some time, by its number.
+inline handle_slot & slot_numbered(std::uint32_t number) noexcept
+{
+    return handle_blocks[number / slots_a_block].load(
+        std::memory_order_acquire)[number % slots_a_block];
 }
 
 /// Whether `state`, loaded from the handle's slot, says that the handle was alive then.
@@ -132,15 +156,17 @@ bool unpin(handle_slot & slot) noexcept;
 
 /// Ends the handle. The word stays as it was, with a tag that no handle has. Sequentially consistent
 /// with what the caller looks at next.
+/// \param left  the kind in that tag.
 /// \returns the word, for the one caller among several that ended it, through `word`; false for all
 ///          others and when it was not alive.
-bool retire(handle_slot & slot, void * handle, std::uint32_t & word) noexcept;
+bool retire(handle_slot & slot, void * handle, std::uint32_t & word,
+            handle_kind left = handle_kind::none) noexcept;
 
 /// Gives back a slot without references: one that was never published, or after the last unpin.
 void free_slot(handle_slot & slot) noexcept;
 
-/// Calls `function(slot)` for every slot that was ever taken. For the only thread of a process that
-/// has just forked; looks at nothing, so that the caller judges by `state` and `references`.
+/// Calls `function(slot)` for every slot that was ever taken. Looks at nothing, so that the caller
+/// judges by `state` and `references`; other threads may be using the slots.
 void for_each_slot(void (*function)(handle_slot & slot)) noexcept;
 
 /// \name Handles of kind `thread`, for wait_for_single_object and close_handle

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "zel/platform/waits/handles.h"
 
+#include "zel/platform/host/failure.h"
 #include "zel/platform/last_error.h"
 #include <cstring>
 
@@ -8,7 +9,7 @@
 
 namespace zel::platform {
 
-constinit atomic<handle_slot *> handle_table{nullptr};
+constinit atomic<handle_slot *> handle_blocks[most_handles / slots_a_block]{};
 
 namespace {
 
@@ -18,25 +19,28 @@ namespace {
 constinit atomic<std::uint64_t> free_slots{0};
 constinit atomic<std::uint32_t> used_slots{0}; // the rest was never touched
 
-constexpr std::size_t table_size = most_handles * sizeof(handle_slot);
-static_assert(table_size <= word_mask);
+constexpr std::size_t block_size = slots_a_block * sizeof(handle_slot);
+static_assert(most_handles * sizeof(handle_slot) <= word_mask);
 
-handle_slot * make_table()
+/// The block of a slot.
+bool make_block(std::uint32_t number)
 {
-    // Only address space: pages come with their first use, all zero.
-    void * const memory = ::mmap(nullptr, table_size, PROT_READ | PROT_WRITE,
-                                 MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+    atomic<handle_slot *> & block = handle_blocks[number / slots_a_block];
+    if (block.load(std::memory_order_acquire) != nullptr) {
+        return true;
+    }
+    // All zero, and pages come with their first use.
+    void * const memory
+        = ::mmap(nullptr, block_size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
     if (memory == MAP_FAILED) {
-        set_last_error(error_not_enough_memory);
-        return nullptr;
+        return fail(error_not_enough_memory);
     }
-    auto * table = static_cast<handle_slot *>(memory);
-    handle_slot * expected = nullptr;
-    if (!handle_table.compare_exchange_strong(expected, table, std::memory_order_acq_rel)) {
-        ::munmap(memory, table_size);
-        table = expected;
+    handle_slot * none = nullptr;
+    if (!block.compare_exchange_strong(none, static_cast<handle_slot *>(memory),
+                                       std::memory_order_acq_rel)) {
+        ::munmap(memory, block_size);
     }
-    return table;
+    return true;
 }
 
 std::uint64_t next_top(std::uint64_t top, std::uint32_t first)
@@ -44,11 +48,11 @@ std::uint64_t next_top(std::uint64_t top, std::uint32_t first)
     return ((top & ~word_mask) + (word_mask + 1)) | first;
 }
 
-handle_slot * pop(handle_slot * table)
+handle_slot * pop()
 {
     std::uint64_t top = free_slots.load(std::memory_order_acquire);
     while (word_of(top) != 0) {
-        handle_slot & slot = table[word_of(top) - 1];
+        handle_slot & slot = slot_numbered(word_of(top) - 1);
         std::uint32_t const next = slot.next_free.load(std::memory_order_relaxed);
         if (free_slots.compare_exchange_weak(top, next_top(top, next), std::memory_order_acquire)) {
             return &slot;
@@ -61,11 +65,7 @@ handle_slot * pop(handle_slot * table)
 
 handle_slot * take_slot() noexcept
 {
-    handle_slot * table = handle_table.load(std::memory_order_acquire);
-    if (table == nullptr && (table = make_table()) == nullptr) {
-        return nullptr;
-    }
-    if (handle_slot * const slot = pop(table)) {
+    if (handle_slot * const slot = pop()) {
         std::memset(slot->room, 0, sizeof slot->room);
         return slot;
     }
@@ -75,8 +75,14 @@ handle_slot * take_slot() noexcept
             set_last_error(error_no_system_resources);
             return nullptr;
         }
-    } while (!used_slots.compare_exchange_weak(used, used + 1, std::memory_order_relaxed));
-    return table + used;
+        if (!make_block(used)) {
+            return nullptr;
+        }
+    } while (!used_slots.compare_exchange_weak(used, used + 1, std::memory_order_acq_rel,
+                                               std::memory_order_relaxed));
+    handle_slot & slot = slot_numbered(used);
+    slot.number = used;
+    return &slot;
 }
 
 void * publish(handle_slot & slot, handle_kind kind, std::uint32_t word,
@@ -88,9 +94,7 @@ void * publish(handle_slot & slot, handle_kind kind, std::uint32_t word,
     slot.state.store(std::uint64_t{tag} << 32 | word, std::memory_order_release);
     slot.references.store(std::uint64_t{tag} << 32 | 1, std::memory_order_release);
 
-    auto const distance = static_cast<std::uintptr_t>(
-        reinterpret_cast<std::byte *>(&slot)
-        - reinterpret_cast<std::byte *>(handle_table.load(std::memory_order_relaxed)));
+    std::uintptr_t const distance = slot.number * sizeof(handle_slot);
     return reinterpret_cast<void *>(std::uintptr_t{tag} << 32 | distance);
 }
 
@@ -111,7 +115,7 @@ bool unpin(handle_slot & slot) noexcept
     return word_of(slot.references.fetch_sub(1, std::memory_order_acq_rel)) == 1;
 }
 
-bool retire(handle_slot & slot, void * handle, std::uint32_t & word) noexcept
+bool retire(handle_slot & slot, void * handle, std::uint32_t & word, handle_kind left) noexcept
 {
     // First no pin can be added, then no operation of the fast paths succeeds.
     std::uint64_t references = slot.references.load(std::memory_order_relaxed);
@@ -121,27 +125,28 @@ bool retire(handle_slot & slot, void * handle, std::uint32_t & word) noexcept
         }
     } while (!slot.references.compare_exchange_weak(references, references & word_mask));
     // The generation stays, for publish() to go on from.
-    word = word_of(slot.state.fetch_and(~(std::uint64_t{15} << 32), std::memory_order_acq_rel));
+    std::uint64_t state = slot.state.load(std::memory_order_relaxed);
+    std::uint64_t const kind = std::uint64_t{15} << 32;
+    while (!slot.state.compare_exchange_weak(
+        state, (state & ~kind) | std::uint64_t{static_cast<std::uint32_t>(left)} << 32)) { }
+    word = word_of(state);
     return true;
 }
 
 void free_slot(handle_slot & slot) noexcept
 {
-    handle_slot * const table = handle_table.load(std::memory_order_relaxed);
-    auto const number = static_cast<std::uint32_t>(&slot - table) + 1;
     std::uint64_t top = free_slots.load(std::memory_order_relaxed);
     do {
         slot.next_free.store(word_of(top), std::memory_order_relaxed);
-    } while (
-        !free_slots.compare_exchange_weak(top, next_top(top, number), std::memory_order_release));
+    } while (!free_slots.compare_exchange_weak(top, next_top(top, slot.number + 1),
+                                               std::memory_order_release));
 }
 
 void for_each_slot(void (*function)(handle_slot & slot)) noexcept
 {
-    handle_slot * const table = handle_table.load(std::memory_order_acquire);
     std::uint32_t const used = used_slots.load(std::memory_order_acquire);
     for (std::uint32_t i = 0; i < used; ++i) {
-        function(table[i]);
+        function(slot_numbered(i));
     }
 }
 

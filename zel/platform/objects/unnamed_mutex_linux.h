@@ -1,0 +1,98 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "zel/base/atomic.h"
+#include "zel/platform/objects/mutex_wait.h"
+#include "zel/platform/threads/this_thread_linux.h"
+#include "zel/platform/waits/handles.h"
+#include <cstdint>
+
+/// Mutexes without a name: the word of mutex_wait.h in the slot's state, the rest in its room.
+///
+/// Nothing of the host's is told what a thread owns. The thread counts it, before it takes a mutex
+/// and after it has given one back, and at the end of a thread with a count the table of handles is
+/// looked through once for mutexes that bear its number. That is done by the thread itself, also
+/// when it is terminated, so that nobody else can have the number yet.
+///
+/// A handle that is closed while threads sleep on the mutex leaves a slot of the kind
+/// `closed_mutex`: its owner's end is told to them all the same. With the last of them the slot is
+/// free.
+namespace zel::platform {
+
+struct unnamed_mutex_room {
+    atomic<std::uint32_t> more_holds; // of the owner, beyond the first; the owner's alone
+    atomic<std::uint32_t> kept_out;
+};
+static_assert(sizeof(unnamed_mutex_room) <= sizeof(handle_slot::room));
+
+inline unnamed_mutex_room & mutex_room_of(handle_slot & slot) noexcept
+{
+    void * const room = slot.room;
+    return *static_cast<unnamed_mutex_room *>(room);
+}
+
+/// The calling thread's count of the mutexes that it owns goes up or down by one.
+inline void count_hold(std::uint32_t one) noexcept
+{
+    atomic<std::uint32_t> & holds = this_thread.holds;
+    holds.store(holds.load(std::memory_order_relaxed) + one, std::memory_order_relaxed);
+    signal_fence(); // the handler that terminates a thread reads it
+}
+constexpr std::uint32_t one_hold_less = 0xFFFFFFFF;
+
+/// \name What is one exchange
+/// \returns false when nothing was done: the function of the same job sees to it.
+/// @{
+/// \param state  of the slot, just loaded; the handle was alive.
+inline bool take_free_mutex(handle_slot & slot, std::uint64_t state) noexcept
+{
+    std::uint32_t const self = this_thread.owner_number;
+    if (word_of(state) != 0 || self == 0) {
+        return false;
+    }
+    count_hold(1);
+    if (slot.state.compare_exchange_strong(state, state | self, std::memory_order_acquire,
+                                           std::memory_order_relaxed)) {
+        return true;
+    }
+    count_hold(one_hold_less);
+    return false;
+}
+
+/// \param state  as above.
+inline bool give_back_mutex(handle_slot & slot, std::uint64_t state) noexcept
+{
+    std::uint32_t const self = this_thread.owner_number;
+    if (word_of(state) != self || self == 0) {
+        return false;
+    }
+    atomic<std::uint32_t> & more_holds = mutex_room_of(slot).more_holds;
+    if (std::uint32_t const more = more_holds.load(std::memory_order_relaxed); more != 0) {
+        more_holds.store(more - 1, std::memory_order_relaxed);
+        return true;
+    }
+    if (!slot.state.compare_exchange_strong(state, with_word(state, 0), std::memory_order_release,
+                                            std::memory_order_relaxed)) {
+        return false;
+    }
+    count_hold(one_hold_less);
+    return true;
+}
+/// @}
+
+/// \returns a handle; null with the last error of `take_slot`, or 8.
+void * create_unnamed_mutex(bool initially_owned) noexcept;
+
+/// Results and last errors as in kernel_objects.h.
+std::uint32_t wait_for_unnamed_mutex(handle_slot & slot, void * handle,
+                                     std::uint32_t milliseconds) noexcept;
+bool release_unnamed_mutex(handle_slot & slot, void * handle) noexcept;
+bool close_unnamed_mutex(handle_slot & slot, void * handle) noexcept;
+
+/// At the calling thread's end: abandons what it owns.
+void abandon_unnamed_mutexes() noexcept;
+
+/// In the child after a fork, for a slot with a living handle: no thread of the parent is here.
+void abandon_parents_mutex(handle_slot & slot) noexcept;
+
+} // namespace zel::platform

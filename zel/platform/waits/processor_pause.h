@@ -1,0 +1,10 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+namespace zel::platform {
+
+/// Tells the processor that the caller looks at a word again and again: it then leaves its means to
+/// the other thread of its core, and does not guess ahead. Some tens of nanoseconds.
+void processor_pause() noexcept;
+
+} // namespace zel::platform
