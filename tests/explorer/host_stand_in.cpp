@@ -5,9 +5,9 @@
 #include "zel/platform/last_error.h"
 #include "zel/platform/objects/robust_list_linux.h"
 #include "zel/platform/objects/robust_mutex_linux.h"
-#include "zel/platform/threads/this_thread_linux.h"
 #include "zel/platform/threads/threads.h"
 #include "zel/platform/waits/address_wait.h"
+#include "zel/platform/waits/this_thread_linux.h"
 #include <utility>
 
 namespace zel::platform {

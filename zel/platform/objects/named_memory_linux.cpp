@@ -5,8 +5,8 @@
 #include "zel/platform/host/descriptor_linux.h"
 #include "zel/platform/host/fork_handlers.h"
 #include "zel/platform/last_error.h"
-#include "zel/platform/threads/this_thread_linux.h"
 #include "zel/platform/threads/threads.h"
+#include "zel/platform/waits/this_thread_linux.h"
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>

@@ -4,8 +4,8 @@
 #include "zel/platform/kernel_objects.h"
 #include "zel/platform/objects/named_memory.h"
 #include "zel/platform/objects/robust_mutex_linux.h"
-#include "zel/platform/threads/this_thread_linux.h"
 #include "zel/platform/waits/handles.h"
+#include "zel/platform/waits/this_thread_linux.h"
 #include <cstddef>
 #include <cstdint>
 

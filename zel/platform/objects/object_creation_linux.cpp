@@ -7,8 +7,8 @@
 #include "zel/platform/objects/named_waitable_linux.h"
 #include "zel/platform/objects/unnamed_mutex_linux.h"
 #include "zel/platform/objects/unnamed_objects.h"
-#include "zel/platform/threads/this_thread_linux.h"
 #include "zel/platform/waits/handles.h"
+#include "zel/platform/waits/this_thread_linux.h"
 #include "zel/platform/waits/uninterrupted.h"
 
 // Creation and opening of kernel objects, and what becomes of them in the child of a fork.

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "zel/platform/threads/this_thread_linux.h"
+#include "zel/platform/waits/this_thread_linux.h"
 #include <cstdint>
 
 /// What becomes of mutexes whose owner ends.

@@ -3,9 +3,9 @@
 
 #include "zel/base/atomic.h"
 #include "zel/platform/objects/robust_list_linux.h"
-#include "zel/platform/threads/this_thread_linux.h"
 #include "zel/platform/threads/threads.h"
 #include "zel/platform/waits/handles.h"
+#include "zel/platform/waits/this_thread_linux.h"
 #include <cstdint>
 
 /// A mutex that its owner may take again and whose owner's end is told to the next: one algorithm

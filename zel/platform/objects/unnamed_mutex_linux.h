@@ -3,8 +3,8 @@
 
 #include "zel/base/atomic.h"
 #include "zel/platform/objects/mutex_wait.h"
-#include "zel/platform/threads/this_thread_linux.h"
 #include "zel/platform/waits/handles.h"
+#include "zel/platform/waits/this_thread_linux.h"
 #include <cstdint>
 
 /// Mutexes without a name: the word of mutex_wait.h in the slot's state, the rest in its room.

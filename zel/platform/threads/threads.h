@@ -17,7 +17,8 @@
 ///
 /// Only threads that `begin_thread` made can be stopped; any thread may call the rest. A thread is
 /// a thread of the host's library in everything else: `pthread_exit` ends it with the exit code
-/// 0xFFFFFFFF. A terminated one leaves the memory that it has from the heap, with what the host's
+/// 0xFFFFFFFF. A thread whose body has returned has ended when the destructors of its keys have
+/// returned too. A terminated one leaves the memory that it has from the heap, with what the host's
 /// library keeps of the heap for each thread, and still counts as a thread for a main thread that
 /// ends by `pthread_exit`.
 ///
@@ -31,6 +32,7 @@ constexpr std::uint32_t still_active = 259;
 constexpr std::int32_t priority_error = 0x7FFFFFFF;
 
 /// Starts a thread. Both results are stored before `proc` runs, and are not touched once it does.
+/// The thread begins at priority 0 whatever its maker's is, as far as the host lets it be raised.
 /// \param proc    returns the exit code; nothing it raises may leave it.
 /// \param id      takes the host's number of the thread, for any thread to read; may be null.
 /// \param handle  takes what is returned too; may be null.
@@ -42,19 +44,27 @@ void * begin_thread(unsigned int (*proc)(void *), void * argument, atomic<std::u
 bool get_exit_code_thread(void * handle, std::uint32_t & code) noexcept;
 
 /// Ends the thread where it is, suspended or not: no destructor, no handler, no cleaning up.
-/// Mutexes that it owned are abandoned; waiters for it wake. Returns when it has ended. A thread in
-/// the middle of the C library's own work (its heap) is given up to 20 ms to come out of it, so
-/// that it leaves no lock of that library behind; one that was suspended there runs on until then.
-/// Harmless after the thread's end. For the calling thread it does not return.
-/// \returns false with last error 6, or 156 when the thread blocks the signal that this takes, for
-///          50 ms or for good.
+/// Mutexes that it owned are abandoned; waiters for it wake. Returns when it has ended. Harmless
+/// after the thread's end. For the calling thread it does not return, and nothing is postponed.
+///
+/// The thread leaves no lock of the C library behind, neither of its heap nor of its loader or its
+/// streams: while it may hold one it runs on, also if it was suspended. That is so while it is in
+/// the library's code or waits for a lock of it, while the library has called it (a constructor of
+/// a module that is being loaded), and in a signal handler that interrupted either. The limits:
+/// - a thread that comes out of it at no look for a second of its own processor time, or that sleeps
+///   for a second in one call, waiting for such a lock or under the loader's lock;
+/// - one that sleeps for 20 ms in any other call that the library makes for it, so that a stream for
+///   whose file it waits stays locked;
+/// - one that the library has called, for 20 ms of its own processor time, but for the loader.
+/// \returns false with last error 6, or 156 when the thread blocks the signal that this takes: when
+///          it was seen to run or to sleep so for 50 ms.
 bool terminate_thread(void * handle, std::uint32_t exit_code) noexcept;
 
 /// Stops the thread wherever it is and counts; returns when it has stopped, for the calling thread
 /// when it was resumed. A stopped thread waits for no object of this layer.
 /// \returns the count before, 0 to 126; 0xFFFFFFFF with last error 156 at a count of 127 or when
-///          the thread blocks the signal that this takes, for 50 ms or for good; 5 when it has
-///          ended or is being terminated; 6.
+///          the thread blocks the signal that this takes, as above; 5 when it has ended or is being
+///          terminated; 6.
 std::uint32_t suspend_thread(void * handle) noexcept;
 /// \returns the count before; the thread runs on when it was 1 or 0.
 std::uint32_t resume_thread(void * handle) noexcept;

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "zel/platform/waits/address_wait.h"
 
-#include "zel/platform/threads/this_thread_linux.h"
+#include "zel/platform/waits/this_thread_linux.h"
 #include <cerrno>
 #include <ctime>
 
@@ -131,13 +131,14 @@ wake_reason wait_interruptibly(atomic<std::uint32_t> const & word, std::uint32_t
 }
 
 bool wait_for_either_interruptibly(atomic<std::uint32_t> const & first,
-                                   std::uint32_t first_expected,
+                                   std::uint32_t first_expected, bool first_is_shared,
                                    atomic<std::uint32_t> const & second,
                                    std::uint32_t second_expected, std::int64_t until) noexcept
 {
     constexpr std::uint32_t flags = FUTEX_32 | FUTEX_PRIVATE_FLAG;
     futex_waitv const words[] = {
-        {first_expected, reinterpret_cast<std::uintptr_t>(&first), flags, 0},
+        {first_expected, reinterpret_cast<std::uintptr_t>(&first),
+         first_is_shared ? std::uint32_t{FUTEX_32} : flags, 0},
         {second_expected, reinterpret_cast<std::uintptr_t>(&second), flags, 0},
     };
     timespec const moment{until / nanoseconds_a_second, until % nanoseconds_a_second};

@@ -1,0 +1,235 @@
+// SPDX-License-Identifier: MIT
+//
+// The side of the thread that is stopped.
+//
+// A thread is stopped by a signal. Its handler, with all other signals blocked, sleeps until the
+// thread is resumed, or ends the thread by the bare system call, so that nothing of the thread runs
+// any more. Inside `uninterrupted` the handler only breaks off a sleep; the thread then stops by
+// sending itself the signal when it comes out.
+//
+// A thread that is to be terminated while it may hold a lock of the C library goes on, and the
+// signal is sent again, until it has left the library or has had its time.
+
+#include "zel/platform/threads/stop_handler_linux.h"
+
+#include "zel/platform/threads/library_work_linux.h"
+#include "zel/platform/threads/stop_signal_linux.h"
+#include "zel/platform/threads/thread_ends_linux.h"
+#include "zel/platform/threads/threads.h"
+#include "zel/platform/waits/address_wait.h"
+#include <cerrno>
+#include <climits>
+#include <csignal>
+
+#include <sys/syscall.h>
+#include <time.h>
+#include <unistd.h>
+
+namespace zel::platform {
+
+[[gnu::tls_model("initial-exec")]] constinit thread_local this_thread_state this_thread{
+    nullptr, &nobody_stops, 0, false, false, 0, {nullptr, nullptr}, 0, 0};
+
+namespace {
+
+constexpr std::int64_t nanoseconds_a_millisecond = 1'000'000;
+
+std::int64_t own_processor_time()
+{
+    timespec time{};
+    ::clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
+    return time.tv_sec * std::int64_t{1'000'000'000} + time.tv_nsec;
+}
+
+// How long a thread that is to be terminated may go on to leave the C library. While it runs, its
+// own processor time counts, so that a busy machine takes none of it; while it sleeps, and as long
+// as that is one sleep, the monotonic clock does.
+class grace_period {
+public:
+    /// For each time that the thread is stopped.
+    bool is_over(library_work work, stopped_thread const & at)
+    {
+        bool const is_certain = work == library_work::certainly;
+        std::int64_t const limit = is_certain ? long_grace : short_grace;
+        if (++looks_ == most_looks) {
+            return true;
+        }
+        if (at.sleep != stopped_thread::in_no_call) {
+            doubtful_since_ = 0;
+            std::int64_t const now = monotonic_now();
+            if (at != asleep_at_) {
+                asleep_at_ = at;
+                asleep_since_ = now;
+            }
+            return now - asleep_since_ >= limit;
+        }
+        asleep_at_ = {};
+        std::int64_t const now = own_processor_time();
+        if (is_certain) {
+            doubtful_since_ = 0;
+        }
+        std::int64_t & since = is_certain ? certain_since_ : doubtful_since_;
+        if (since == 0) {
+            since = now;
+        }
+        return now - since >= limit;
+    }
+
+private:
+    static constexpr std::int64_t short_grace = 20 * nanoseconds_a_millisecond;
+    static constexpr std::int64_t long_grace = 1'000 * nanoseconds_a_millisecond;
+    static constexpr int most_looks = 30'000; // for one that sleeps and wakes without an end
+
+    int looks_ = 0;
+    std::int64_t certain_since_ = 0; // processor time at the first look that saw it inside
+    std::int64_t doubtful_since_ = 0; // at the first of the last looks, if all were in doubt
+    std::int64_t asleep_since_ = 0;
+    stopped_thread asleep_at_{};
+};
+
+[[gnu::tls_model("initial-exec")]] constinit thread_local grace_period grace{};
+
+[[noreturn]] void leave_for_good(handle_slot & slot)
+{
+    abandon_holds(false);
+
+    // The next thread on this stack gets the C library's descriptor as it is: it must not find the
+    // values of this one under its keys, or call destructors with them. No lock and no heap here.
+    for (pthread_key_t key = 0; key < PTHREAD_KEYS_MAX; ++key) {
+        ::pthread_setspecific(key, nullptr);
+    }
+    hand_to_reaper(slot);
+    for (;;) {
+        // Of this thread alone; the kernel tells the C library's thread descriptor.
+        ::syscall(SYS_exit, 0);
+    }
+}
+
+bool may_end_here(thread_record const & record, std::uint32_t control, void const * context,
+                  std::uintptr_t restorer)
+{
+    if ((control & end_forced) != 0) {
+        return true;
+    }
+    stopped_thread const at = stopped_thread_of(context, is_library_code);
+    library_work const work = this_thread.at_rest.load(std::memory_order_relaxed)
+        ? library_work_below(at, record.stack_end, restorer)
+        : library_work_at(at, record.stack_end, restorer);
+    return work == library_work::none || grace.is_over(work, at);
+}
+
+// On the signal's stack frame of the thread that is told to stop.
+void park(handle_slot & slot, void const * context, std::uintptr_t restorer)
+{
+    thread_record & record = record_of(slot);
+    atomic<std::uint32_t> & control = record.control;
+    std::uint32_t now = control.load(std::memory_order_acquire);
+    for (;;) {
+        if ((now & end_wanted) != 0) {
+            if (may_end_here(record, now, context, restorer)) {
+                leave_for_good(slot);
+            }
+            // It goes on; whoever terminates it sees that and sends the signal again.
+            while (!control.compare_exchange_weak(now, (now & ~parked) + postponement)) { }
+            wake_address(control, INT_MAX, false);
+            return;
+        }
+        if ((now & suspensions_mask) == 0) {
+            // One step: whoever suspends sees the thread parked, or not and then signals again.
+            if (control.compare_exchange_weak(now, now & ~parked)) {
+                return;
+            }
+        } else if ((now & parked) == 0) {
+            if (control.compare_exchange_weak(now, now | parked)) {
+                now |= parked;
+                wake_address(control, INT_MAX, false);
+            }
+        } else {
+            wait_on_address(control, now, -1, false);
+            now = control.load(std::memory_order_acquire);
+        }
+    }
+}
+
+void on_stop_signal(int, siginfo_t *, void * context)
+{
+    handle_slot * const slot = this_thread.slot;
+    if (slot == nullptr) {
+        return;
+    }
+    if (this_thread.depth.load(std::memory_order_relaxed) != 0) {
+        if ((this_thread.control->load(std::memory_order_relaxed) & stop_mask) != 0) {
+            leave_interruptible_wait(context);
+        }
+        return;
+    }
+    int const saved = errno;
+    park(*slot, context, reinterpret_cast<std::uintptr_t>(__builtin_return_address(0)));
+    errno = saved;
+}
+
+} // namespace
+
+void prepare_stops() noexcept
+{
+    prepare_library_work();
+
+    // System calls of the stopped thread go on after its resume where the host can do that.
+    struct sigaction action { };
+    action.sa_sigaction = on_stop_signal;
+    action.sa_flags = SA_SIGINFO | SA_RESTART;
+    ::sigfillset(&action.sa_mask);
+    ::sigaction(stop_signal(), &action, nullptr);
+}
+
+void stop_here() noexcept
+{
+    if (!told_to_stop()) {
+        return;
+    }
+    int const saved = errno;
+    this_thread.at_rest.store(true, std::memory_order_relaxed);
+    signal_fence();
+    send_stop_signal(current_thread_id()); // delivered before the call returns
+    signal_fence();
+    this_thread.at_rest.store(false, std::memory_order_relaxed);
+    errno = saved;
+}
+
+uninterrupted::uninterrupted() noexcept
+{
+    atomic<std::uint32_t> & depth = this_thread.depth;
+    depth.store(depth.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
+    signal_fence();
+}
+
+uninterrupted::~uninterrupted()
+{
+    signal_fence();
+    atomic<std::uint32_t> & depth = this_thread.depth;
+    std::uint32_t const left = depth.load(std::memory_order_relaxed) - 1;
+    depth.store(left, std::memory_order_relaxed);
+    signal_fence();
+    // A wish that comes after this look finds the depth at 0.
+    if (left == 0) {
+        stop_here();
+    }
+}
+
+bool told_to_stop() noexcept
+{
+    return (this_thread.control->load(std::memory_order_acquire) & stop_mask) != 0;
+}
+
+void stop_if_told() noexcept
+{
+    if (!told_to_stop()) {
+        return;
+    }
+    this_thread.depth.store(0, std::memory_order_relaxed);
+    stop_here();
+    this_thread.depth.store(1, std::memory_order_relaxed);
+    signal_fence();
+}
+
+} // namespace zel::platform

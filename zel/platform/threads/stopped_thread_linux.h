@@ -1,0 +1,41 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <cstdint>
+
+/// What only the processor's registers and its calling convention tell of a thread that a signal
+/// has interrupted.
+namespace zel::platform {
+
+struct stopped_thread {
+    std::uintptr_t place; // the next instruction
+    std::uintptr_t stack; // the stack pointer
+
+    /// Whether the signal came while the thread slept in a system call.
+    enum : std::uint32_t {
+        in_no_call, // also when it is about to make one
+        call_given_up, // the call returns EINTR when the thread goes on
+        call_to_be_repeated,
+    } sleep;
+
+    /// The call that is to be repeated, by number, and its arguments; otherwise 0.
+    std::uint64_t call;
+    std::uint64_t arguments[3];
+
+    bool operator==(stopped_thread const &) const = default;
+};
+
+/// \param context      a signal handler's third argument.
+/// \param can_be_read  whether the code around an address may be looked at.
+stopped_thread stopped_thread_of(void const * context,
+                                 bool (*can_be_read)(std::uintptr_t)) noexcept;
+
+/// Whether `address`, in code that can be read, stands right behind a call: only such words on a
+/// stack are return addresses.
+bool is_behind_call(std::uintptr_t address) noexcept;
+
+/// Where a signal handler has interrupted its thread.
+/// \param frame  the place on the stack that holds the handler's return address.
+std::uintptr_t place_below_handler(std::uintptr_t const * frame) noexcept;
+
+} // namespace zel::platform

@@ -1,0 +1,87 @@
+// SPDX-License-Identifier: MIT
+#include "zel/platform/threads/stopped_thread_linux.h"
+
+#include <cerrno>
+#include <cstring>
+#include <initializer_list>
+
+#include <ucontext.h>
+
+namespace zel::platform {
+namespace {
+
+constexpr unsigned char system_call[] = {0x0F, 0x05};
+
+bool is_system_call(std::uintptr_t address)
+{
+    return std::memcmp(reinterpret_cast<void const *>(address), system_call, sizeof system_call)
+        == 0;
+}
+
+// The length of `call` with a register or memory as its operand, by its ModRM byte, without
+// prefixes; 0 when the byte is that of another instruction.
+int length_of_indirect_call(unsigned char mod_rm)
+{
+    if ((mod_rm >> 3 & 7) != 2) {
+        return 0;
+    }
+    int const mode = mod_rm >> 6;
+    int const base = mod_rm & 7;
+    if (mode == 3) {
+        return 2;
+    }
+    int const displacement = mode == 1 ? 1 : mode == 2 || base == 5 ? 4 : 0;
+    return 2 + (base == 4 ? 1 : 0) + displacement;
+}
+
+} // namespace
+
+stopped_thread stopped_thread_of(void const * context, bool (*can_be_read)(std::uintptr_t)) noexcept
+{
+    auto const & registers = static_cast<ucontext_t const *>(context)->uc_mcontext.gregs;
+    auto const value = [&](int index) { return static_cast<std::uint64_t>(registers[index]); };
+    stopped_thread result{value(REG_RIP), value(REG_RSP), stopped_thread::in_no_call, 0, {0, 0, 0}};
+    if (!can_be_read(result.place)) {
+        return result;
+    }
+    if (is_system_call(result.place - sizeof system_call)) {
+        if (registers[REG_RAX] == -EINTR) {
+            result.sleep = stopped_thread::call_given_up;
+        }
+    } else if (is_system_call(result.place)
+               && value(REG_RCX) == result.place + sizeof system_call) {
+        // The instruction leaves the address behind it in RCX: it was there, and the kernel has set
+        // the thread back to it. Without that trace the call has not been made yet.
+        result.sleep = stopped_thread::call_to_be_repeated;
+        result.call = value(REG_RAX);
+        result.arguments[0] = value(REG_RDI);
+        result.arguments[1] = value(REG_RSI);
+        result.arguments[2] = value(REG_RDX);
+    }
+    return result;
+}
+
+bool is_behind_call(std::uintptr_t address) noexcept
+{
+    constexpr unsigned char direct = 0xE8; // and four bytes
+    constexpr unsigned char indirect = 0xFF;
+    auto const * const end = reinterpret_cast<unsigned char const *>(address);
+    if (end[-5] == direct) {
+        return true;
+    }
+    for (int const length : {2, 3, 4, 6, 7}) {
+        if (end[-length] == indirect && length_of_indirect_call(end[1 - length]) == length) {
+            return true;
+        }
+    }
+    return false;
+}
+
+std::uintptr_t place_below_handler(std::uintptr_t const * frame) noexcept
+{
+    // The kernel puts the saved context right above the return address.
+    auto const * const context = reinterpret_cast<ucontext_t const *>(frame + 1);
+    return static_cast<std::uintptr_t>(context->uc_mcontext.gregs[REG_RIP]);
+}
+
+} // namespace zel::platform
