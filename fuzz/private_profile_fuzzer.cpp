@@ -114,7 +114,7 @@ extern "C" int LLVMFuzzerTestOneInput(unsigned char const * data, std::size_t si
     private_profile_entry const entry{section, name, value, kind};
     profile_editor editor(text);
     expect(editor.text() == text, "an editor that does nothing changes nothing");
-    if (!editor.apply(entry)) {
+    if (editor.apply(entry) != profile_editor::outcome::written) {
         expect(editor.text() == text, "a refused write changes nothing");
         return 0;
     }
@@ -133,7 +133,8 @@ extern "C" int LLVMFuzzerTestOneInput(unsigned char const * data, std::size_t si
         return 0;
     }
     profile_editor again(after);
-    expect(again.apply(entry) && again.text() == after, "twice is once");
+    expect(again.apply(entry) == profile_editor::outcome::written && again.text() == after,
+           "twice is once");
     for (std::string_view const other : {"other", ""}) {
         if (folded(other) != folded(trimmed(name, " "))) {
             expect(find(text, section, other, text.size() + 1)

@@ -12,59 +12,99 @@
 #include <chrono>
 #include <csignal>
 #include <fcntl.h>
+#include <functional>
 #include <gtest/gtest.h>
 #include <random>
 #include <sys/file.h>
 #include <sys/stat.h>
+#include <sys/xattr.h>
 #include <thread>
+#include <utility>
 #include <vector>
 
 // The host's calls of the functions under test come here first (linked with --wrap).
 namespace faults {
 
+constexpr int kills = -1; // a `reason` that ends the process
 std::atomic<int> calls_left{-1}; // until one fails; negative for none
 std::atomic<int> reason{EIO};
 std::atomic<std::size_t> longest_write{static_cast<std::size_t>(-1)};
+std::atomic<off_t> room{1LL << 40}; // that a file may take
 std::atomic<mode_t> made_with{0}; // the mode of the last file that was made
+std::atomic<bool> no_locks{false};
+std::atomic<bool> no_sleep{false}; // time passes at once
+std::function<void()> before_place; // is taken, called once
+std::function<void()> before_write; // of content, called once
 
-bool hits() { return calls_left >= 0 && calls_left-- == 0; }
+bool hit()
+{
+    if (calls_left < 0 || calls_left-- != 0) {
+        return false;
+    }
+    if (reason == kills) {
+        ::raise(SIGKILL);
+    }
+    errno = reason;
+    return true;
+}
+
+bool refuse_lock(bool refused = no_locks) { return refused ? errno = ENOLCK, true : hit(); }
+
+bool call_once(std::function<void()> & function)
+{
+    if (auto const call = std::exchange(function, nullptr)) {
+        call();
+    }
+    return hit();
+}
 
 } // namespace faults
 
-#define WRAPPED(name, parameters, arguments)                                                       \
-    int __real_##name parameters;                                                                  \
-    int __wrap_##name parameters                                                                   \
-    {                                                                                              \
-        return faults::hits() ? (errno = faults::reason, -1) : __real_##name arguments;            \
-    }
+#define WRAPPED(type, name, parameters, arguments, fails)                                          \
+    type __real_##name parameters;                                                                 \
+    type __wrap_##name parameters { return fails ? -1 : __real_##name arguments; }
 
 extern "C" {
 int __real_open(char const * name, int flags, mode_t mode);
 int __wrap_open(char const * name, int flags, mode_t mode)
 {
-    faults::made_with = (flags & O_CREAT) != 0 ? mode : faults::made_with.load();
-    return faults::hits() ? (errno = faults::reason, -1) : __real_open(name, flags, mode);
+    return faults::hit() ? -1 : __real_open(name, flags, mode);
 }
-WRAPPED(fcntl, (int file, int command, void * argument), (file, command, argument))
-WRAPPED(flock, (int file, int operation), (file, operation))
-WRAPPED(fstat, (int file, struct stat * facts), (file, facts))
-WRAPPED(ftruncate, (int file, off_t size), (file, size))
-WRAPPED(fchmod, (int file, mode_t mode), (file, mode))
-WRAPPED(fdatasync, (int file), (file))
-WRAPPED(renameat2, (int a, char const * from, int b, char const * to, unsigned int flags),
-        (a, from, b, to, flags))
-ssize_t __real_read(int file, void * bytes, size_t size);
-ssize_t __wrap_read(int file, void * bytes, size_t size)
+int __real_openat(int folder, char const * name, int flags, mode_t mode);
+int __wrap_openat(int folder, char const * name, int flags, mode_t mode)
 {
-    return faults::hits() ? (errno = faults::reason, -1) : __real_read(file, bytes, size);
+    faults::made_with = (flags & O_CREAT) != 0 ? mode : faults::made_with.load();
+    return faults::hit() ? -1 : __real_openat(folder, name, flags, mode);
 }
+WRAPPED(int, fcntl, (int file, int command, void * argument), (file, command, argument),
+        faults::refuse_lock())
+WRAPPED(int, flock, (int file, int operation), (file, operation), faults::refuse_lock())
+WRAPPED(int, fstat, (int file, struct stat * facts), (file, facts), faults::hit())
+WRAPPED(int, fstatat, (int folder, char const * name, struct stat * facts, int flags),
+        (folder, name, facts, flags), faults::hit())
+WRAPPED(int, ftruncate, (int file, off_t size), (file, size), faults::hit())
+WRAPPED(int, fchmod, (int file, mode_t mode), (file, mode), faults::hit())
+WRAPPED(int, fdatasync, (int file), (file), faults::hit())
+WRAPPED(int, renameat, (int a, char const * from, int b, char const * to), (a, from, b, to),
+        faults::hit())
+WRAPPED(int, renameat2, (int a, char const * from, int b, char const * to, unsigned int flags),
+        (a, from, b, to, flags), faults::call_once(faults::before_place))
+WRAPPED(int, unlinkat, (int folder, char const * name, int flags), (folder, name, flags),
+        faults::reason == faults::kills && faults::hit())
+WRAPPED(ssize_t, read, (int file, void * bytes, size_t size), (file, bytes, size), faults::hit())
 ssize_t __real_pwrite(int file, void const * bytes, size_t size, off_t position);
 ssize_t __wrap_pwrite(int file, void const * bytes, size_t size, off_t position)
 {
-    return faults::hits()
-        ? (errno = faults::reason, -1)
+    if (position + static_cast<off_t>(size) > faults::room) {
+        errno = ENOSPC;
+        return -1;
+    }
+    return faults::call_once(faults::before_write)
+        ? -1
         : __real_pwrite(file, bytes, std::min<size_t>(size, faults::longest_write), position);
 }
+WRAPPED(int, nanosleep, (timespec const * span, timespec * rest), (span, rest),
+        faults::no_sleep && (errno = EINTR))
 }
 
 namespace {
@@ -150,7 +190,7 @@ TEST(private_profile, reads_what_the_grammar_says)
         {"\xEF\xBB[s]\nk=v", "s", "k", missing}, {"\n\xEF\xBB\xBF[s]\nk=v", "s", "k", missing},
         {"\xEF\xBB\xBF", "s", "k", missing}, {"\xEF\xBB\xBF\xEF\xBB\xBF[s]\nk=v", "s", "k", missing},
         // any byte
-        {nul + "\n[s" + nul + "]\nk" + nul + "=v" + nul + "w", "s" + nul, "k" + nul, "v" + nul + "w"},
+        {nul + "\n[s]" + nul + "\nk=v" + nul + "w", "s", "k", "v" + nul + "w"},
         {std::string("[s]\n").append(100'000, 'x') + "=1\nk=" + std::string(100'000, ' ') + "v", "s", "k", "v"},
         {std::string("[").append(70'000, ' ') + "s]\n" + std::string(70'000, '[') + "\nk=v", "s", "k", missing},
         {std::string("[s]\n").append(40'000, 'K') + " =v", "s", std::string(40'000, 'k'), "v"},
@@ -235,13 +275,11 @@ TEST(private_profile, writes_one_line_and_leaves_every_other_byte)
 
 TEST(private_profile, refuses_what_would_be_another_entry)
 {
-    std::string const nul(1, '\0');
     // clang-format off
     struct { std::string section, name, value; } const rows[] = {
         {"a]", "k", "v"},  {"a\n", "k", "v"},     {"\ta", "k", "v"}, {"a\v", "k", "v"},
-        {nul, "k", "v"},   {"s", "a=b", "v"},     {"s", ";k", "v"},  {"s", " [k", "v"},
-        {"s", "k\r", "v"}, {"s", "k\t", "v"},     {"s", nul, "v"},   {"s", "k", "a\nb"},
-        {"s", "k", "a\r"}, {"s", "k", "a" + nul},
+        {"s", "a=b", "v"}, {"s", ";k", "v"},      {"s", " [k", "v"}, {"s", "k\r", "v"},
+        {"s", "k\t", "v"}, {"s", "k", "a\nb"},    {"s", "k", "a\r"},
     };
     // clang-format on
     scratch_folder const folder;
@@ -257,6 +295,21 @@ TEST(private_profile, refuses_what_would_be_another_entry)
         std::filesystem::remove(folder.file("other"));
     }
     EXPECT_EQ(get(folder.file("f")), "[s]\nk=1\n");
+}
+
+// What is behind a NUL never matters.
+TEST(private_profile, ends_every_text_at_its_first_nul)
+{
+    scratch_folder const folder;
+    std::string const tail("\0]=\n", 4);
+    EXPECT_TRUE(write(folder.file("f"), "s" + tail, "k" + tail, "v" + tail));
+    EXPECT_EQ(get(folder.file("f")), "[s]\nk=v\n");
+    EXPECT_EQ(read(folder.file("f"), "S" + tail, "K" + tail), "v");
+    char buffer[9];
+    EXPECT_EQ(get_private_profile_string("s", "none", "d" + tail, buffer, 9, ""), 1U);
+    unsigned char const block[] = {0};
+    EXPECT_TRUE(write_private_profile_struct("s", "k" + tail, block, 1, folder.file("f").c_str()));
+    EXPECT_EQ(get(folder.file("f")), "[s]\nk=0000\n");
 }
 
 // Names in other cases, removals and repetitions: the text is that of single writes.
@@ -284,7 +337,7 @@ TEST(private_profile, writes_many_entries_as_one_after_the_other)
         profile_editor together(start);
         for (auto const & entry : entries) {
             profile_editor alone(single);
-            EXPECT_EQ(alone.apply(entry), together.apply(entry));
+            EXPECT_TRUE(alone.apply(entry) == together.apply(entry));
             single = alone.text();
         }
         ASSERT_EQ(together.text(), single) << testing::PrintToString(start);
@@ -353,27 +406,82 @@ TEST(private_profile, takes_what_is_no_file_of_settings_for_missing)
         || ::geteuid() != 0);
 }
 
-TEST(private_profile, keeps_the_mode_and_the_links)
+struct stat facts_of(std::string const & file)
+{
+    struct stat facts = {};
+    ::stat(file.c_str(), &facts);
+    return facts;
+}
+
+std::string attribute(std::string const & file, char const * name)
+{
+    char value[200];
+    ssize_t const size = ::getxattr(file.c_str(), name, value, sizeof value);
+    return size < 0 ? "<none>" : std::string(value, static_cast<std::size_t>(size));
+}
+
+/// An access list that lets user 65534 do anything.
+std::string access_list()
+{
+    std::uint16_t const entries[]
+        = {2, 0,      1,      6,  0xFFFF, 0xFFFF, 2,      7,  65534, 0,      4,
+           4, 0xFFFF, 0xFFFF, 16, 7,      0xFFFF, 0xFFFF, 32, 4,     0xFFFF, 0xFFFF};
+    return std::string(reinterpret_cast<char const *>(entries), sizeof entries);
+}
+
+void give(std::string const & file, char const * name, std::string const & value)
+{
+    EXPECT_EQ(::setxattr(file.c_str(), name, value.data(), value.size(), 0), 0) << name;
+}
+
+TEST(private_profile, replaces_a_file_and_keeps_what_belongs_to_it)
+{
+    constexpr char const * list = "system.posix_acl_access";
+    enum { plain, in_a_folder_with_a_list, with_a_list, with_an_attribute };
+    scratch_folder const folder;
+    for (int row : {plain, in_a_folder_with_a_list, with_a_list, with_an_attribute}) {
+        SCOPED_TRACE(row);
+        std::string const file = folder.file(std::string("f").append(std::to_string(row)));
+        put(file, "[s]\nk=1\n");
+        if (::geteuid() == 0) {
+            ASSERT_EQ(::chown(file.c_str(), 65534, 65534), 0);
+        }
+        ::chmod(file.c_str(), 06640);
+        if (row == in_a_folder_with_a_list) {
+            give(folder.name(), "system.posix_acl_default", access_list());
+        } else if (row == with_a_list) {
+            give(file, list, access_list());
+        } else if (row == with_an_attribute) {
+            give(file, "user.origin", "somewhere");
+        }
+        std::string const listed = attribute(file, list);
+        for (char const * value : {"2", "3"}) { // and is not changed in its place from then on
+            struct stat const before = facts_of(file);
+            EXPECT_TRUE(write(file, "s", "k", value));
+            EXPECT_EQ(faults::made_with, 0600U); // or others could open it before it holds secrets
+            struct stat const after = facts_of(file);
+            EXPECT_NE(before.st_ino, after.st_ino);
+            EXPECT_EQ(before.st_mode, after.st_mode);
+            EXPECT_EQ(before.st_uid, after.st_uid);
+            EXPECT_EQ(before.st_gid, after.st_gid);
+            EXPECT_EQ(attribute(file, list), listed);
+            EXPECT_EQ(attribute(file, "user.origin"),
+                      row == with_an_attribute ? "somewhere" : "<none>");
+            EXPECT_TRUE(write(file, "s", "k", value)); // as it is already
+            EXPECT_EQ(facts_of(file).st_ino, after.st_ino);
+        }
+    }
+}
+
+TEST(private_profile, follows_links_as_the_host_does)
 {
     scratch_folder const folder;
-    struct stat before, after;
     put(folder.file("f"), "[s]\nk=1\n");
-    ::chmod(folder.file("f").c_str(), 0640);
     std::filesystem::create_directory(folder.file("sub"));
     std::filesystem::create_symlink("../f", folder.file("sub/link"));
-    if (::geteuid() == 0) {
-        ASSERT_EQ(::chown(folder.file("f").c_str(), 65534, 65534), 0);
-    }
-    ::stat(folder.file("f").c_str(), &before);
     EXPECT_TRUE(write(folder.file("sub/link"), "s", "k", "2"));
-    EXPECT_EQ(faults::made_with, 0600U); // or others could open it before it holds secrets
     EXPECT_EQ(get(folder.file("f")), "[s]\nk=2\n");
     EXPECT_TRUE(std::filesystem::is_symlink(folder.file("sub/link")));
-    ::stat(folder.file("f").c_str(), &after);
-    EXPECT_NE(before.st_ino, after.st_ino);
-    EXPECT_EQ(before.st_mode, after.st_mode);
-    EXPECT_EQ(before.st_uid, after.st_uid);
-    EXPECT_EQ(before.st_gid, after.st_gid);
 
     // A second name of the same file sees the change too.
     std::filesystem::create_hard_link(folder.file("f"), folder.file("twin"));
@@ -382,17 +490,76 @@ TEST(private_profile, keeps_the_mode_and_the_links)
         EXPECT_EQ(get(folder.file("twin")), std::string("[s]\nk=") + value + "\n");
     }
 
-    // A link that leads nowhere yet leads to a new file afterwards.
+    // A link that leads nowhere yet leads to a new file afterwards, also when it comes at the last
+    // moment; and to none when that could not be written.
     std::filesystem::create_symlink("new", folder.file("ahead"));
+    faults::room = 0;
+    EXPECT_FALSE(write(folder.file("ahead"), "s", "k", "1"));
+    faults::room = 1LL << 40;
+    EXPECT_EQ(get(folder.file("new")), "<no file>");
     EXPECT_TRUE(write(folder.file("ahead"), "s", "k", "1"));
     EXPECT_EQ(get(folder.file("new")), "[s]\nk=1\n");
-    EXPECT_EQ(faults::made_with, 0666U);
+    EXPECT_EQ(facts_of(folder.file("new")).st_mode & 0600, 0600U);
+    faults::before_place
+        = [&] { std::filesystem::create_symlink("late target", folder.file("late")); };
+    EXPECT_TRUE(write(folder.file("late"), "s", "k", "1"));
+    EXPECT_EQ(get(folder.file("late target")), "[s]\nk=1\n");
 
-    EXPECT_TRUE(write(folder.file("new"), "s", "k", "1")); // as it is already
-    struct stat const known = (::stat(folder.file("new").c_str(), &before), before);
-    EXPECT_TRUE(write(folder.file("new"), "s", "k", "1"));
-    ::stat(folder.file("new").c_str(), &after);
-    EXPECT_EQ(known.st_ino, after.st_ino);
+    if (std::string const on = get("/proc/sys/fs/protected_symlinks");
+        on.starts_with('1') && ::geteuid() == 0) {
+        ::chmod(folder.name().c_str(), 01777);
+        EXPECT_TRUE(holds_for_ordinary_user([&] {
+            return ::symlink("f", folder.file("planted").c_str()) == 0
+                && ::symlink("none", folder.file("dangling").c_str()) == 0;
+        }));
+        EXPECT_FALSE(write(folder.file("planted"), "s", "k", "planted"));
+        EXPECT_FALSE(write(folder.file("dangling"), "s", "k", "planted"));
+        EXPECT_EQ(get(folder.file("f")), "[s]\nk=\n");
+        EXPECT_EQ(get(folder.file("none")), "<no file>");
+    }
+}
+
+// Under the name of the temporary file is something that a killed writer of another user left, or
+// that has nothing to do with it.
+TEST(private_profile, writes_whatever_has_the_temporary_name)
+{
+    enum { left_by_another, a_folder, a_link, locked };
+    for (bool const is_new : {false, true}) {
+        for (int row : {left_by_another, a_folder, a_link, locked}) {
+            SCOPED_TRACE(std::to_string(row) + (is_new ? " new" : ""));
+            scratch_folder const folder;
+            std::string const file = folder.file("f"), name = folder.file(".f.zel-write");
+            put(file, "[s]\nk=1\n");
+            ino_t const before = facts_of(file).st_ino;
+            if (is_new) {
+                std::filesystem::remove(file);
+            }
+            int other = -1;
+            if (row == a_folder) {
+                std::filesystem::create_directory(name);
+            } else if (row == a_link) {
+                std::filesystem::create_symlink("elsewhere", name);
+            } else {
+                put(name, "left");
+                ::chmod(name.c_str(), row == locked ? 0644 : 0600);
+                other = row == locked ? ::open(name.c_str(), O_RDWR | O_CLOEXEC, 0) : -1;
+                EXPECT_TRUE(other < 0 || __real_flock(other, LOCK_EX) == 0);
+            }
+            if (::geteuid() == 0) {
+                ASSERT_EQ(::chown(folder.name().c_str(), 65534, 65534), 0);
+                ASSERT_TRUE(is_new || ::chown(file.c_str(), 65534, 65534) == 0);
+            }
+            EXPECT_TRUE(holds_for_ordinary_user([&] { return write(file, "s", "k", "2"); }));
+            EXPECT_EQ(get(file), "[s]\nk=2\n");
+            EXPECT_TRUE(is_new || facts_of(file).st_ino != before); // not in its place
+            // A new file's writer cannot tell what it cannot open from another one's at work.
+            bool const stays
+                = row == a_folder || row == locked || (row != a_link && is_new && ::geteuid() == 0);
+            EXPECT_EQ(folder.entries(), stays ? 2 : 1);
+            EXPECT_EQ(get(folder.file("elsewhere")), "<no file>");
+            ::close(other);
+        }
+    }
 }
 
 TEST(private_profile, writes_into_the_file_where_the_folder_admits_no_other)
@@ -412,76 +579,209 @@ TEST(private_profile, writes_into_the_file_where_the_folder_admits_no_other)
 
 TEST(private_profile, waits_for_no_lock_of_another_program_for_ever)
 {
-    scratch_folder const folder;
-    std::string const file = folder.file("f");
-    put(file, "[s]\nk=1\n");
-    int const other = ::open(file.c_str(), O_RDWR | O_CLOEXEC, 0);
-    ASSERT_EQ(::flock(other, LOCK_EX), 0);
-    EXPECT_TRUE(write(file, "s", "k", "2"));
-    EXPECT_EQ(read(file, "s", "k"), "2");
-    ::close(other);
-    child_process holder([&] {
-        struct flock whole = {};
-        whole.l_type = F_WRLCK;
-        int const held = ::open(file.c_str(), O_RDWR | O_CLOEXEC, 0);
-        return ::fcntl(held, F_SETLK, &whole) == 0 && ::raise(SIGSTOP) == 0;
-    });
-    int status = 0;
-    ASSERT_EQ(::waitpid(holder.id(), &status, WUNTRACED), holder.id());
-    ASSERT_TRUE(WIFSTOPPED(status));
-    EXPECT_EQ(read(file, "s", "k"), "2");
-    EXPECT_FALSE(write(file, "s", "k", "3"));
-    EXPECT_EQ(last_error(), error_sharing_violation);
-    holder.send(SIGCONT);
-    EXPECT_EQ(holder.result(), 0);
-    EXPECT_TRUE(write(file, "s", "k", "3"));
+    constexpr off_t first_byte = 0x7A65'6C00'0000'0000, content = first_byte + 2;
+    // clang-format off
+    struct { short kind; off_t start, length; bool lets_write, lets_write_in_place; } const rows[] = {
+        {F_WRLCK, 0, 100, true, true}, // of the content by its program
+        {F_RDLCK, 0, 0, false, false}, {F_WRLCK, 0, 0, false, false}, // of all there is
+        {F_RDLCK, first_byte, 1, false, false}, // takes no right to write
+        {F_WRLCK, first_byte, 1, false, false}, // a writer that was stopped
+        {F_RDLCK, content, 1, true, false}, {F_WRLCK, content, 1, true, false},
+    };
+    // clang-format on
+    faults::no_sleep = true;
+    for (auto const & row : rows) {
+        for (bool const in_place : {false, true}) {
+            SCOPED_TRACE(testing::Message() << row.start << " " << row.kind << in_place);
+            scratch_folder const folder;
+            std::string const file = folder.file("f");
+            put(file, "[s]\nk=1\n");
+            if (in_place) {
+                std::filesystem::create_hard_link(file, folder.file("twin"));
+            }
+            int const other = ::open(file.c_str(), O_RDWR | O_CLOEXEC, 0);
+            struct flock lock = {};
+            lock.l_type = row.kind;
+            lock.l_start = row.start;
+            lock.l_len = row.length;
+            ASSERT_EQ(__real_fcntl(other, F_OFD_SETLK, &lock), 0);
+            ASSERT_EQ(__real_flock(other, LOCK_EX), 0); // is never in the way
+            EXPECT_EQ(read(file, "s", "k"), "1");
+            bool const written = write(file, "s", "k", "2");
+            EXPECT_EQ(written, in_place ? row.lets_write_in_place : row.lets_write);
+            EXPECT_TRUE(written || last_error() == error_sharing_violation);
+            ::close(other);
+            EXPECT_TRUE(write(file, "s", "k", "3"));
+        }
+    }
+    faults::no_sleep = false;
 }
 
-// Each call of the host's in turn fails, for a file that is replaced, a new one, and one that is
-// overwritten.
-TEST(private_profile, keeps_the_old_content_whichever_step_fails)
+TEST(private_profile, writes_where_the_host_has_no_locks)
+{
+    scratch_folder const folder;
+    faults::no_locks = true;
+    for (char const * value : {"1", "2"}) {
+        EXPECT_TRUE(write(folder.file("f"), "s", "k", value));
+        EXPECT_EQ(read(folder.file("f"), "s", "k"), value);
+    }
+    std::filesystem::create_hard_link(folder.file("f"), folder.file("twin"));
+    EXPECT_TRUE(write(folder.file("f"), "s", "k", "3"));
+    faults::no_locks = false;
+    EXPECT_EQ(folder.entries(), 2);
+}
+
+TEST(private_profile, waits_for_a_lease_as_every_other_program)
+{
+    scratch_folder const folder(fast_place);
+    std::string const file = folder.file("f");
+    for (bool const reads : {true, false}) {
+        put(file, "[s]\nk=1\n");
+        child_process holder([&] {
+            static int leased;
+            leased = ::open(file.c_str(), O_RDWR, 0);
+            // The host tells the holder that somebody else waits.
+            ::signal(SIGIO,
+                     [](int) { ::_exit(::fcntl(leased, F_SETLEASE, F_UNLCK) == 0 ? 0 : 1); });
+            if (::fcntl(leased, F_SETLEASE, F_WRLCK) != 0) {
+                return 2;
+            }
+            ::raise(SIGSTOP);
+            ::sleep(30);
+            return 3;
+        });
+        int status = 0;
+        ASSERT_EQ(::waitpid(holder.id(), &status, WUNTRACED), holder.id());
+        ASSERT_TRUE(WIFSTOPPED(status)) << "no lease: " << status;
+        holder.send(SIGCONT);
+        EXPECT_TRUE(reads ? read(file, "s", "k") == "1" : write(file, "s", "k", "2"));
+        EXPECT_EQ(holder.result(), 0);
+    }
+}
+
+// Locks belong to open files, which a child shares.
+TEST(private_profile, leaves_no_lock_to_a_child_that_is_forked_in_the_middle)
 {
     scratch_folder const folder;
     std::string const file = folder.file("f");
+    for (bool const in_place : {false, true}) {
+        put(file, "[s]\nk=1\n");
+        if (in_place) {
+            std::filesystem::create_hard_link(file, folder.file("twin"));
+        }
+        int ends[2];
+        ASSERT_EQ(::pipe2(ends, O_CLOEXEC), 0);
+        child_process writer([&] {
+            faults::before_write = [&] {
+                if (pid_t const child = ::fork(); child == 0) {
+                    char byte;
+                    ::close(ends[1]);
+                    ::_exit(
+                        static_cast<int>(__real_read(ends[0], &byte, 1))); // until the test ends
+                }
+                ::raise(SIGKILL);
+            };
+            return write(file, "s", "k", "2");
+        });
+        EXPECT_EQ(writer.result(), -1);
+        faults::no_sleep = true; // who has to wait has lost
+        EXPECT_TRUE(write(file, "s", "k", "3"));
+        EXPECT_EQ(get(file), "[s]\nk=3\n");
+        EXPECT_EQ(folder.entries(), in_place ? 2 : 1);
+        faults::no_sleep = false;
+        ::close(ends[0]);
+        ::close(ends[1]);
+    }
+}
+
+// One write after the other would have written those that fit.
+TEST(private_profile, writes_of_many_entries_those_that_there_is_room_for)
+{
+    std::mt19937 random(5);
+    for (int round = 0; round < 60; ++round) {
+        scratch_folder const folder(fast_place);
+        std::string const file = folder.file("f"), single = folder.file("single");
+        std::string const start = "[s]\nk1=\nk6=\n";
+        std::vector<std::string> texts;
+        for (int count = 12; count > 0; --count) {
+            texts.push_back(std::string("k").append(std::to_string(count)));
+            texts.push_back(std::string(random() % 4 == 0 ? random() % 300 : random() % 9, 'v'));
+        }
+        std::vector<private_profile_entry> entries;
+        for (std::size_t i = 0; i < texts.size(); i += 2) {
+            entries.push_back({i % 4 == 0 ? "s" : "t", texts[i], texts[i + 1]});
+        }
+        for (auto const & each : {file, single}) {
+            put(each, start);
+            if (round % 3 == 0) {
+                std::filesystem::create_hard_link(each, each + " twin");
+            }
+        }
+        faults::room = 100 + static_cast<off_t>(random() % 250);
+        bool all = true;
+        for (auto const & entry : entries) {
+            all &= write(single, entry.section, entry.name, entry.value);
+        }
+        EXPECT_EQ(write_private_profile_entries(entries, file.c_str()), all);
+        EXPECT_TRUE(all || last_error() == error_disk_full);
+        faults::room = 1LL << 40;
+        EXPECT_EQ(get(file), get(single));
+    }
+}
+
+// Each call of the host's in turn fails, or is where the writer is killed: for a file that is
+// replaced, a new one, and one that is overwritten.
+TEST(private_profile, keeps_the_old_content_whichever_step_fails)
+{
     std::string const long_text = std::string("[s]\na=").append(3000, 'a') + "\nz=1\n";
+    constexpr auto whole = static_cast<std::size_t>(-1);
     // clang-format off
-    struct { std::string before; bool twin; char const * name; } const rows[] = {
-        {"", false, "a"},
-        {long_text, false, "b"},
-        {long_text, true, "b"},
-        {long_text, true, "a"},
+    struct { std::string before; bool twin; char const * name; std::size_t part; bool killed; } const rows[] = {
+        {"", false, "a", whole, false},        {"", false, "a", whole, true},
+        {"", false, "a", 7, false},            {long_text, false, "b", whole, true},
+        {long_text, false, "b", whole, false}, {long_text, false, "b", 700, false},
+        {long_text, true, "b", whole, false},  {long_text, true, "b", 7, false},
+        {long_text, true, "a", whole, false},  {long_text, true, "a", 7, false},
     };
     // clang-format on
     for (auto const & row : rows) {
-        SCOPED_TRACE(row.before.substr(0, 8) + (row.twin ? " twin " : " ") + row.name);
-        std::string after = "?";
-        for (std::size_t const part : {std::size_t{7}, static_cast<std::size_t>(-1)}) {
-            for (int n = 0, ended = 0; ended == 0; ++n) {
-                ASSERT_LT(n, 5000);
-                std::filesystem::remove(folder.file("twin"));
-                std::filesystem::remove(file);
-                if (!row.before.empty()) {
-                    put(file, row.before);
-                }
-                if (row.twin) {
-                    std::filesystem::create_hard_link(file, folder.file("twin"));
-                }
-                faults::longest_write = part;
-                faults::reason = n % 2 == 0 ? ENOSPC : EIO;
-                faults::calls_left = n;
-                bool const written = write(file, "s", row.name, "value");
-                ended = faults::calls_left.exchange(-1) >= 0 ? 1 : 0;
-                faults::longest_write = static_cast<std::size_t>(-1);
-                if (written) {
-                    after = get(file);
-                    EXPECT_EQ(read(file, "s", row.name), "value");
-                } else {
-                    EXPECT_EQ(get(file), row.before.empty() ? "<no file>" : row.before) << n;
-                    EXPECT_NE(last_error(), 0U);
-                }
-                EXPECT_EQ(folder.entries(), (written || !row.before.empty()) + row.twin) << n;
+        SCOPED_TRACE(testing::Message()
+                     << row.before.substr(0, 8) << row.twin << row.name << row.part << row.killed);
+        scratch_folder const folder(fast_place);
+        std::string const file = folder.file("f");
+        std::string const before = row.before.empty() ? "<no file>" : row.before;
+        auto const write_it = [&](int n) {
+            faults::longest_write = row.part;
+            faults::reason = row.killed ? faults::kills : n % 2 == 0 ? ENOSPC : EIO;
+            faults::calls_left = n;
+            bool const written = write(file, "s", row.name, "value");
+            int const left = faults::calls_left.exchange(-1);
+            faults::longest_write = whole;
+            faults::reason = EIO;
+            return written ? (left >= 0 ? 2 : 1) : 0; // 2: no call was left to fail
+        };
+        int outcome = 0;
+        for (int n = 0; outcome != 2; ++n) {
+            ASSERT_LT(n, 5000);
+            std::filesystem::remove(folder.file("twin"));
+            std::filesystem::remove(file);
+            if (!row.before.empty()) {
+                put(file, row.before);
             }
-            EXPECT_EQ(read(file, "s", row.name), "value"); // no call was left to fail
+            if (row.twin) {
+                std::filesystem::create_hard_link(file, folder.file("twin"));
+            }
+            outcome = row.killed ? in_child([&] { return write_it(n); }) : write_it(n);
+            if (outcome > 0) {
+                EXPECT_EQ(read(file, "s", row.name), "value");
+            } else if (outcome == 0) {
+                EXPECT_EQ(get(file), before) << n;
+                EXPECT_NE(last_error(), 0U);
+            } else { // killed
+                EXPECT_TRUE(get(file) == before || read(file, "s", row.name) == "value") << n;
+                EXPECT_TRUE(write(file, "s", row.name, "next")) << n;
+            }
+            EXPECT_EQ(folder.entries(), (outcome != 0 || !row.before.empty()) + row.twin) << n;
         }
     }
 }
@@ -519,35 +819,6 @@ TEST(private_profile, loses_no_entry_of_any_writer)
     }
     EXPECT_EQ(found, processes * threads * keys);
     EXPECT_EQ(folder.entries(), 1);
-}
-
-TEST(private_profile, is_whole_after_a_kill_and_clean_after_the_next_write)
-{
-    scratch_folder const folder;
-    std::string const file = folder.file("f");
-    std::string const filler(20'000, 'x');
-    auto const write_state = [&](std::string const & value) {
-        private_profile_entry const entries[]
-            = {{"s", "first", value}, {"t", "filler", filler}, {"u", "last", value}};
-        return write_private_profile_entries(entries, file.c_str());
-    };
-    std::mt19937 random(3);
-    for (int round = 0; round < 200; ++round) {
-        if (round % 4 == 0) {
-            std::filesystem::remove(file); // so that some die while they make it
-        }
-        child_process child([&] {
-            for (int n = 0; write_state(std::to_string(n)); ++n) { }
-            return false;
-        });
-        std::this_thread::sleep_for(std::chrono::microseconds(random() % 4000));
-        child.send(SIGKILL);
-        ASSERT_TRUE(WIFSIGNALED(child.status())) << "a write failed";
-        ASSERT_EQ(read(file, "s", "first"), read(file, "u", "last"));
-        ASSERT_TRUE(!std::filesystem::exists(file) || read(file, "t", "filler", 30'000) == filler);
-        ASSERT_TRUE(write_state("next"));
-        ASSERT_EQ(folder.entries(), 1);
-    }
 }
 
 TEST(private_profile, shows_readers_whole_states_only)

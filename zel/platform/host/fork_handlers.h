@@ -14,8 +14,8 @@ struct fork_handlers {
 /// Who has handlers, in the order in which `before` is called. `in_parent` and `in_child` are called
 /// in the opposite order. A thread that holds a lock of one of them may take locks of those behind
 /// it, never of those in front.
-enum class fork_place { queues, named_memory, objects, threads };
-constexpr int fork_places = 4;
+enum class fork_place { profiles, queues, named_memory, objects, threads };
+constexpr int fork_places = 5;
 
 /// Has the handlers called at every fork from now on. To be called before the state that they look
 /// after is used for the first time, with no lock held that one of them takes; further calls cost

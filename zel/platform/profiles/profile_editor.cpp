@@ -9,11 +9,11 @@ namespace zel::platform {
 namespace {
 
 /// Whether a byte would end the text in the file.
-/// \param other  one that does beside line ends and NUL.
-bool is_broken(std::string_view text, char other = '\0') noexcept
+/// \param other  one that does beside line ends.
+bool is_broken(std::string_view text, char other = '\n') noexcept
 {
     return std::any_of(text.begin(), text.end(),
-                       [other](char c) { return is_line_end(c) || c == '\0' || c == other; });
+                       [other](char c) { return is_line_end(c) || c == other; });
 }
 
 bool has_bare_ends(std::string_view name) noexcept
@@ -71,34 +71,9 @@ bool can_be_read_back(private_profile_entry const & entry) noexcept
         && (entry.kind != private_profile_entry::text || !is_broken(entry.value));
 }
 
-std::size_t profile_editor::folded_hash::operator()(std::string_view name) const noexcept
-{
-    std::uint64_t sum = 0xCBF29CE484222325; // FNV-1a
-    for (char const c : name) {
-        sum = (sum ^ static_cast<unsigned char>(ascii::lower(c))) * 0x100000001B3;
-    }
-    return static_cast<std::size_t>(sum ^ sum >> 32);
-}
-
-bool profile_editor::folded_equal::operator()(std::string_view a, std::string_view b) const noexcept
-{
-    return ascii::equal_without_case(a, b);
-}
-
-std::size_t profile_editor::name_index::find(std::string_view name) const
-{
-    auto const place = places_.find(name);
-    return place == places_.end() ? none : place->second;
-}
-
-void profile_editor::name_index::drop() noexcept
-{
-    places_.clear();
-    searches_ = 0;
-}
-
-profile_editor::profile_editor(std::string_view text)
-    : text_(text)
+profile_editor::profile_editor(std::string_view text, std::size_t size_limit)
+    : size_limit_(size_limit)
+    , size_(text.size())
 {
     std::size_t const mark = text.starts_with(byte_order_mark) ? byte_order_mark.size() : 0;
     char const * const end = text.data() + text.size();
@@ -124,10 +99,10 @@ profile_editor::profile_editor(std::string_view text)
     }
 }
 
-bool profile_editor::apply(private_profile_entry const & entry)
+profile_editor::outcome profile_editor::apply(private_profile_entry const & entry)
 {
     if (!can_be_read_back(entry)) {
-        return false;
+        return outcome::refused;
     }
     std::string_view const name = trim_spaces(entry.name);
     section * part = find_section(trim_spaces(entry.section));
@@ -136,34 +111,31 @@ bool profile_editor::apply(private_profile_entry const & entry)
         if (position != none) {
             remove(*part, position);
         }
-        return true;
+        return outcome::written;
     }
     std::string_view value = entry.value;
     if (entry.kind == private_profile_entry::block) {
         value = made_.emplace_back(hexadecimal(value));
     }
+    bool written;
     if (position != none) {
-        set_value(part->lines[position], value);
+        written = set_value(part->lines[position], value);
     } else {
-        if (part == nullptr) {
-            part = &add_section(trim_spaces(entry.section));
-        }
         line added;
         added.lead = name;
         added.equals = "=";
         added.value = value;
         added.name = name;
         added.is_entry = true;
-        insert(*part, part->last_entry, added);
+        written = add_entry(part, trim_spaces(entry.section), added);
     }
-    added_ += value.size() + name.size() + 3;
-    return true;
+    return written ? outcome::written : outcome::too_large;
 }
 
 std::string profile_editor::text() const
 {
     std::string result;
-    result.reserve(text_.size() + added_);
+    result.reserve(size_);
     for (section const & part : sections_) {
         if (part.lines.empty()) {
             result += part.text;
@@ -185,12 +157,13 @@ profile_editor::section * profile_editor::find_section(std::string_view name)
     }
     std::size_t found = none;
     if (section_names_.due()) {
+        section_names_.names.reserve(sections_.size());
         for (std::size_t i = 1; i < sections_.size(); ++i) {
-            section_names_.add(sections_[i].name, i);
+            section_names_.names.add(sections_[i].name, i);
         }
     }
     if (section_names_.built()) {
-        found = section_names_.find(name);
+        found = section_names_.names.find(name);
     } else {
         for (std::size_t i = 1; i < sections_.size() && found == none; ++i) {
             found = ascii::equal_without_case(sections_[i].name, name) ? i : none;
@@ -203,9 +176,51 @@ profile_editor::section * profile_editor::find_section(std::string_view name)
     return &sections_[found];
 }
 
-profile_editor::section & profile_editor::add_section(std::string_view name)
+/// Counts what a change adds and takes away.
+/// \returns false when the text would grow beyond its limit; nothing is counted then.
+bool profile_editor::resize(std::size_t removed, std::size_t added) noexcept
 {
-    std::string_view const end = close_file();
+    std::size_t const size = size_ - removed + added;
+    if (added > removed && size > size_limit_) {
+        return false;
+    }
+    size_ = size;
+    return true;
+}
+
+/// Adds an entry that is not there, behind the last one of its section.
+/// \param part  null when there is no such section: it goes to the end of the file.
+bool profile_editor::add_entry(section * part, std::string_view section_name, line added)
+{
+    section & front = part != nullptr ? *part : sections_.back();
+    bool const is_closed = front.lines.empty()
+        && (front.text.empty() || front.text == byte_order_mark
+            || !closing_line_end(front.text).empty());
+    std::string_view * unclosed = nullptr;
+    if (is_closed) {
+        added.end
+            = front.text.size() > byte_order_mark.size() ? closing_line_end(front.text) : "\n";
+    } else {
+        open(front);
+        std::size_t const behind = part != nullptr ? part->last_entry : front.last;
+        added.end = line_end_of(front, behind);
+        unclosed = front.lines[behind].end.empty() ? &front.lines[behind].end : nullptr;
+    }
+    std::size_t const size = added.lead.size() + added.equals.size() + added.value.size()
+        + added.end.size() * (unclosed != nullptr ? 2 : 1)
+        + (part != nullptr ? 0 : section_name.size() + 2 + added.end.size());
+    if (!resize(0, size)) {
+        return false;
+    }
+    if (unclosed != nullptr) {
+        *unclosed = added.end;
+    }
+    insert(part != nullptr ? *part : add_section(section_name, added.end), added);
+    return true;
+}
+
+profile_editor::section & profile_editor::add_section(std::string_view name, std::string_view end)
+{
     std::string & head = made_.emplace_back("[");
     head.append(name).append("]");
     section & part = sections_.emplace_back(section{name, {}});
@@ -216,9 +231,8 @@ profile_editor::section & profile_editor::add_section(std::string_view name)
     part.last = 0;
     last_found_ = sections_.size() - 1;
     if (section_names_.built()) {
-        section_names_.add(name, last_found_);
+        section_names_.names.add(name, last_found_);
     }
-    added_ += head.size() + end.size();
     return part;
 }
 
@@ -259,23 +273,29 @@ void profile_editor::open(section & part)
 
 /// The blanks between `=` and a value stay unless the new value begins with some of its own: lines
 /// that somebody has aligned stay so, and writing a value twice is writing it once.
-void profile_editor::set_value(line & entry, std::string_view value) noexcept
+bool profile_editor::set_value(line & entry, std::string_view value) noexcept
 {
-    if (entry.blanks.empty()) {
-        entry.blanks = leading_blanks(entry.value);
-    }
+    std::string_view blanks = entry.blanks.empty() ? leading_blanks(entry.value) : entry.blanks;
     if (!leading_blanks(value).empty()) {
-        entry.blanks = {};
+        blanks = {};
     }
+    if (!resize(entry.blanks.size() + entry.value.size(), blanks.size() + value.size())) {
+        return false;
+    }
+    entry.blanks = blanks;
     entry.value = value;
+    return true;
 }
 
 std::size_t profile_editor::find_line(section & part, std::string_view name)
 {
     open(part);
     bool const build = part.entries.due();
+    if (build) {
+        part.entries.names.reserve(part.lines.size());
+    }
     if (part.entries.built() && !build) {
-        return part.entries.find(name);
+        return part.entries.names.find(name);
     }
     std::size_t found = none;
     for (std::size_t i = 0; i != none && (build || found == none); i = part.lines[i].next) {
@@ -284,7 +304,7 @@ std::size_t profile_editor::find_line(section & part, std::string_view name)
             continue;
         }
         if (build) {
-            part.entries.add(each.name, i);
+            part.entries.names.add(each.name, i);
         }
         if (found == none && ascii::equal_without_case(each.name, name)) {
             found = i;
@@ -293,15 +313,15 @@ std::size_t profile_editor::find_line(section & part, std::string_view name)
     return found;
 }
 
-/// Puts an entry behind a line and gives it that line's end.
-void profile_editor::insert(section & part, std::size_t behind, line added)
+/// Puts an entry behind the last one of its section.
+void profile_editor::insert(section & part, line added)
 {
-    added.end = close_line(part, behind);
+    std::size_t const behind = part.last_entry;
     added.previous = behind;
     added.next = part.lines[behind].next;
     std::size_t const position = part.lines.size();
     if (part.entries.built()) {
-        part.entries.add(added.name, position);
+        part.entries.names.add(added.name, position);
     }
     part.lines.push_back(added);
     part.lines[behind].next = position;
@@ -316,6 +336,9 @@ void profile_editor::insert(section & part, std::size_t behind, line added)
 void profile_editor::remove(section & part, std::size_t position)
 {
     line const gone = part.lines[position];
+    resize(gone.lead.size() + gone.blanks.size() + gone.value.size() + gone.equals.size()
+               + gone.end.size(),
+           0);
     part.lines[gone.previous].next = gone.next;
     if (gone.next != none) {
         part.lines[gone.next].previous = gone.previous;
@@ -333,11 +356,12 @@ void profile_editor::remove(section & part, std::size_t position)
     part.entries.drop();
 }
 
-/// The end of a line that something is to follow. Only the last line of the file can have none; it
-/// gets that of the line in front of it.
-std::string_view profile_editor::close_line(section & part, std::size_t position)
+/// How a line ends. Only the last line of the file can have no end; it gets that of the line in
+/// front of it.
+std::string_view profile_editor::line_end_of(section const & part,
+                                             std::size_t position) const noexcept
 {
-    std::string_view & end = part.lines[position].end;
+    std::string_view end = part.lines[position].end;
     if (end.empty() && part.lines[position].previous != none) {
         end = part.lines[part.lines[position].previous].end;
     }
@@ -345,25 +369,7 @@ std::string_view profile_editor::close_line(section & part, std::size_t position
         --front;
         end = front->lines.empty() ? closing_line_end(front->text) : front->lines[front->last].end;
     }
-    if (end.empty()) {
-        end = "\n";
-    }
-    return end;
-}
-
-/// The same for the file's last line.
-std::string_view profile_editor::close_file()
-{
-    section & part = sections_.back();
-    if (part.lines.empty() && (part.text.empty() || part.text == byte_order_mark)) {
-        return "\n";
-    }
-    std::string_view const end = part.lines.empty() ? closing_line_end(part.text) : "";
-    if (!end.empty()) {
-        return end;
-    }
-    open(part);
-    return close_line(part, part.last);
+    return end.empty() ? "\n" : end;
 }
 
 } // namespace zel::platform

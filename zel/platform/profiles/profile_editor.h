@@ -1,20 +1,17 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "zel/platform/profiles/folded_names.h"
 #include "zel/platform/profiles/private_profile.h"
 #include <cstddef>
-#include <cstdint>
 #include <deque>
-#include <functional>
 #include <string>
 #include <string_view>
-#include <unordered_map>
 #include <vector>
 
 namespace zel::platform {
 
-/// Whether the entry would be found again under its names and with its value: no line end or NUL
-/// anywhere, nothing in a name that ends it or makes its line something else, and no blank at a
+/// Whether the entry would be found again under its names and with its value: no line end anywhere, nothing in a name that ends it or makes its line something else, and no blank at a
 /// name's ends but spaces.
 bool can_be_read_back(private_profile_entry const & entry) noexcept;
 
@@ -23,44 +20,41 @@ bool can_be_read_back(private_profile_entry const & entry) noexcept;
 /// Lines that no entry touches are carried over in one piece with their section. All members may
 /// raise `std::bad_alloc`.
 class profile_editor {
+    static constexpr std::size_t none = static_cast<std::size_t>(-1);
+
 public:
-    /// \param text  must live as long as this object.
-    explicit profile_editor(std::string_view text);
+    /// \param text        must live as long as this object.
+    /// \param size_limit  the bytes that the new text may have; `text` itself may have more.
+    explicit profile_editor(std::string_view text, std::size_t size_limit = none);
+
+    enum class outcome {
+        written,
+        refused, ///< for its text (`can_be_read_back`); nothing has changed
+        too_large, ///< the text would grow beyond its limit; nothing has changed
+    };
 
     /// Writes or removes one entry.
     /// \param entry  its texts must live as long as this object.
-    /// \returns false when it was refused and changed nothing.
-    bool apply(private_profile_entry const & entry);
+    outcome apply(private_profile_entry const & entry);
 
     /// The whole new text.
     std::string text() const;
 
 private:
-    struct folded_hash {
-        std::size_t operator()(std::string_view name) const noexcept;
-    };
-    struct folded_equal {
-        bool operator()(std::string_view a, std::string_view b) const noexcept;
-    };
+    /// The index of the names of a section's entries or of the file's sections. A single search does
+    /// not pay for one, so that the second one builds it.
+    struct index {
+        folded_names names;
+        std::size_t searches = 0;
 
-    /// Finds names by their first occurrence. A single search in a file does not pay for an index.
-    class name_index {
-    public:
-        bool due() noexcept { return searches_++ == 1; }
-        bool built() const noexcept { return searches_ > 1; }
-        void add(std::string_view name, std::size_t position)
+        bool due() noexcept { return searches++ == 1; }
+        bool built() const noexcept { return searches > 1; }
+        void drop() noexcept
         {
-            places_.try_emplace(name, position);
+            names.clear();
+            searches = 0;
         }
-        std::size_t find(std::string_view name) const;
-        void drop() noexcept;
-
-    private:
-        std::unordered_map<std::string_view, std::size_t, folded_hash, folded_equal> places_;
-        std::size_t searches_ = 0;
     };
-
-    static constexpr std::size_t none = static_cast<std::size_t>(-1);
 
     struct line {
         std::string_view lead; // up to the equals sign; all of a line that is no entry
@@ -81,25 +75,26 @@ private:
         std::vector<line> lines{}; // in the order of their making; `next` has that of the file
         std::size_t last = none;
         std::size_t last_entry = 0; // the head when there is no entry
-        name_index entries{};
+        index entries{};
     };
 
     section * find_section(std::string_view name);
-    section & add_section(std::string_view name);
+    section & add_section(std::string_view name, std::string_view end);
     static void open(section & part);
-    static void set_value(line & entry, std::string_view value) noexcept;
+    bool set_value(line & entry, std::string_view value) noexcept;
+    bool add_entry(section * part, std::string_view section_name, line added);
     std::size_t find_line(section & part, std::string_view name);
-    void insert(section & part, std::size_t behind, line added);
+    static void insert(section & part, line added);
     void remove(section & part, std::size_t position);
-    std::string_view close_line(section & part, std::size_t position);
-    std::string_view close_file();
+    std::string_view line_end_of(section const & part, std::size_t position) const noexcept;
+    bool resize(std::size_t removed, std::size_t added) noexcept;
 
-    std::string_view text_;
+    std::size_t const size_limit_;
+    std::size_t size_; // of the new text
     std::vector<section> sections_;
-    name_index section_names_;
+    index section_names_;
     std::size_t last_found_ = none;
     std::deque<std::string> made_; // texts of blocks and heads, which lines refer to
-    std::size_t added_ = 0; // bytes, about
 };
 
 } // namespace zel::platform

@@ -1,0 +1,40 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string_view>
+#include <vector>
+
+namespace zel::platform {
+
+/// Finds names without regard to the case of ASCII letters: a hash table with open addressing.
+class folded_names {
+public:
+    static constexpr std::size_t none = static_cast<std::size_t>(-1);
+
+    /// Adds a name unless it is there.
+    /// \param name   must live as long as this object.
+    /// \param value  at most 32 bits.
+    void add(std::string_view name, std::size_t value);
+    /// \returns the value that was added with the name, or `none`.
+    std::size_t find(std::string_view name) const noexcept;
+    /// Makes room for so many names.
+    void reserve(std::size_t count);
+    void clear() noexcept;
+
+private:
+    struct slot {
+        std::string_view name;
+        std::uint32_t hash = 0;
+        std::uint32_t value = free;
+    };
+    static constexpr std::uint32_t free = 0xFFFFFFFF;
+
+    std::size_t place_of(std::string_view name, std::uint32_t hash) const noexcept;
+
+    std::vector<slot> slots_; // a power of two, at most half of them taken
+    std::size_t count_ = 0;
+};
+
+} // namespace zel::platform

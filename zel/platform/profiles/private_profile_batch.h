@@ -1,0 +1,58 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "zel/platform/profiles/private_profile.h"
+#include <cstddef>
+#include <string>
+#include <vector>
+
+namespace zel::platform {
+
+/// Collects the writes that one thread makes to private-profile files, and does them together.
+///
+/// While one is open, `write_private_profile_string` and `write_private_profile_struct` in its thread
+/// only note the entry and return true. The file is rewritten once, by `finish` or at the end; before
+/// that when the thread reads any private-profile file or writes to another one. So the thread finds
+/// what it wrote, and the files hold what single writes would have left.
+///
+/// One that is opened while another is open in the same thread adds nothing to it; its end writes
+/// what waits.
+class private_profile_batch {
+public:
+    private_profile_batch() noexcept;
+    /// Writes what waits. Entries for which there is no memory are lost.
+    ~private_profile_batch();
+    private_profile_batch(private_profile_batch const &) = delete;
+    private_profile_batch & operator=(private_profile_batch const &) = delete;
+
+    /// Writes what waits.
+    /// \throws std::bad_alloc  with nothing written, and nothing waiting any more.
+    void finish();
+
+    /// Notes an entry and copies its texts.
+    /// \returns false when no batch is open in this thread.
+    /// \throws std::bad_alloc  with the entry not noted.
+    static bool take(private_profile_entry const & entry, char const * file);
+    /// The same as `finish` of the batch that is open in this thread, if there is one. What there is
+    /// no memory for goes on waiting.
+    static void write_what_waits() noexcept;
+
+private:
+    struct noted_entry {
+        std::size_t begin; // of its texts, which follow each other in `texts_`
+        std::size_t section_size;
+        std::size_t name_size;
+        std::size_t value_size;
+        private_profile_entry::form kind;
+    };
+
+    void write() const;
+    void clear() noexcept;
+
+    private_profile_batch * const outer_;
+    std::string file_;
+    std::string texts_;
+    std::vector<noted_entry> entries_;
+};
+
+} // namespace zel::platform
