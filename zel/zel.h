@@ -10,6 +10,8 @@
 #include "zel/core/exception.h"
 #include "zel/core/object.h"
 #include "zel/core/ref_obj.h"
+#include "zel/core/require_from_new.h"
+#include "zel/core/uncaught.h"
 
 #include "zel/text/buffer.h"
 #include "zel/text/convert.h"

@@ -3,7 +3,10 @@
 
 #include "zel/core/exception.h"
 #include "zel/core/ref_obj.h"
+#include "zel/core/require_from_new.h"
+#include <concepts>
 #include <cstddef>
+#include <cstdint>
 #include <functional>
 #include <type_traits>
 #include <utility>
@@ -15,8 +18,13 @@ namespace zel {
 /// One pointer wide, no control block, nothing of it in the library: a copy is one atomic step, a
 /// move none. Several threads may each have an `auto_ptr` to one object and copy and destroy those
 /// at will; one `auto_ptr` is a plain value, many readers or one writer.
-/// \tparam T  derives from `ref_obj` and may be `const`; an object held here must have come from
-///            `new`.
+///
+/// An object held here must have come from `new`. Where `NDEBUG` is not defined, the program ends
+/// with a message when it is a local or a static object instead.
+///
+/// A class with two bases that count, such as `ini_file`, has two independent counts, and the one
+/// that reaches 0 deletes the object. Hold such an object through one of its sides.
+/// \tparam T  derives from `ref_obj` and may be `const`.
 /// \code
 ///     zel::auto_ptr<zel::iprofile> settings(new zel::ini_file("settings.ini"));
 ///     zel::sub_profile view(settings, "view");   // shares it
@@ -24,10 +32,9 @@ namespace zel {
 template <typename T> class auto_ptr {
 public:
     constexpr auto_ptr() noexcept = default;
-    constexpr auto_ptr(std::nullptr_t) noexcept { }
 
-    /// Takes a reference to `object`, which may be null.
-    auto_ptr(T * object) noexcept
+    /// Takes a reference to `object`, which may be null, also as `nullptr`, `NULL` or 0.
+    constexpr auto_ptr(T * object) noexcept
         : object_(object)
     {
         acquire();
@@ -39,7 +46,7 @@ public:
         acquire();
     }
 
-    auto_ptr(auto_ptr && other) noexcept
+    constexpr auto_ptr(auto_ptr && other) noexcept
         : object_(std::exchange(other.object_, nullptr))
     {
     }
@@ -52,16 +59,18 @@ public:
         acquire();
     }
 
+    /// Where `T` and `U` are counted apart, the reference of `U` is given up without deleting the
+    /// object: the one of `T` keeps it alive.
     template <typename U>
     requires std::is_convertible_v<U *, T *> auto_ptr(auto_ptr<U> && other)
     noexcept
         : object_(other.get())
     {
-        if constexpr (std::is_base_of_v<T, U>) {
-            other.object_ = nullptr; // the reference moves along
-        } else {
+        if constexpr (!has_count_of<U>) {
             acquire();
+            auto_ptr<U>::give_up(other.object_);
         }
+        other.object_ = nullptr;
     }
 
     ~auto_ptr() { release(object_); }
@@ -115,10 +124,35 @@ private:
         throw memory_exception(memory_exception::null_pointer, member);
     }
 
-    void acquire() noexcept
+    // Whether a `U` has one count alone, which is the one of its base `T` then; and neither counts
+    // in a way of its own.
+    template <typename U> static constexpr bool has_count_of = requires
+    {
+        requires std::is_convertible_v<U const *, ref_obj const *>;
+        requires std::same_as<decltype(&U::inc_ref), decltype(&ref_obj::inc_ref)>;
+        requires std::same_as<decltype(&T::inc_ref), decltype(&ref_obj::inc_ref)>;
+    };
+
+    constexpr void acquire() noexcept
     {
         if (object_ != nullptr) {
-            counted(object_)->inc_ref();
+            [[maybe_unused]] std::uint32_t const holders = counted(object_)->inc_ref();
+#ifndef NDEBUG
+            if (holders == 1) {
+                require_from_new(object_);
+            }
+#endif
+        }
+    }
+
+    static void give_up(T * object) noexcept
+    {
+        if (object != nullptr) {
+            if constexpr (requires { counted(object)->undo_inc_ref(); }) {
+                counted(object)->undo_inc_ref();
+            } else {
+                counted(object)->dec_ref();
+            }
         }
     }
 
@@ -130,7 +164,7 @@ private:
     }
 
     // The count is no part of the value that a constant `T` keeps.
-    static std::remove_const_t<T> * counted(T * object) noexcept
+    static constexpr std::remove_const_t<T> * counted(T * object) noexcept
     {
         return const_cast<std::remove_const_t<T> *>(object);
     }

@@ -40,8 +40,8 @@ public:
     /// The number of references at this moment; out of date as soon as other threads hold some.
     std::uint32_t ref_count() const noexcept { return count_.load(std::memory_order_relaxed); }
 
-protected:
-    /// Takes an `inc_ref` back and never deletes, whatever is left: for a step that failed.
+    /// Takes an `inc_ref` back and never deletes, whatever is left: for a step that failed, or for a
+    /// reference that lives on in another count.
     void undo_inc_ref() noexcept { count_.fetch_sub(1); }
 
 private:

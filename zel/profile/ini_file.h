@@ -33,6 +33,7 @@ public:
     // `ini_file` or as an `iprofile`.
     std::uint32_t inc_ref() noexcept { return iprofile::inc_ref(); }
     std::uint32_t dec_ref() noexcept { return iprofile::dec_ref(); }
+    void undo_inc_ref() noexcept { iprofile::undo_inc_ref(); }
     std::uint32_t ref_count() const noexcept { return iprofile::ref_count(); }
 
     string read_string(string const & section, string const & key,
