@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "zel/core/exception.h"
 
-#include "zel/platform/last_error.h"
+#include "zel/platform/host/failure.h"
 #include <cstring>
 #include <string_view>
 

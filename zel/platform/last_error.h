@@ -3,7 +3,6 @@
 
 #include "zel/base/api.h"
 #include <cstdint>
-#include <string_view>
 
 namespace zel::platform {
 
@@ -49,17 +48,5 @@ enum error : std::uint32_t {
 /// this layer set it when they fail and, unless they say otherwise, leave it alone on success.
 ZEL_API std::uint32_t last_error() noexcept;
 ZEL_API void set_last_error(std::uint32_t code) noexcept;
-
-/// Sets the last error together with the words that the host gave for it, which `error_text` then
-/// returns in the place of the documented ones; cut to 511 bytes. Allocates nothing.
-void set_last_error(std::uint32_t code, std::string_view reason) noexcept;
-
-/// The code of this layer that stands for a host's `errno` value.
-std::uint32_t error_from_errno(int host_error) noexcept;
-
-/// The documented text of `code` with its line end, or the host's reason when one was stored with
-/// the calling thread's last error and `code` is that error. Empty for an unknown code. Valid until
-/// the thread's last error changes.
-std::string_view error_text(std::uint32_t code) noexcept;
 
 } // namespace zel::platform

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "zel/platform/last_error.h"
+#include "zel/platform/host/failure.h"
 
 #include <algorithm>
 #include <cstring>

@@ -3,6 +3,7 @@
 
 #include "zel/base/atomic.h"
 #include "zel/platform/host/descriptor_linux.h"
+#include "zel/platform/host/failure.h"
 #include "zel/platform/host/fork_handlers.h"
 #include "zel/platform/last_error.h"
 #include "zel/platform/threads/threads.h"

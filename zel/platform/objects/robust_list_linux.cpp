@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "zel/platform/objects/robust_list_linux.h"
 
+#include "zel/platform/host/failure.h"
 #include "zel/platform/last_error.h"
 
 #include <linux/futex.h>

@@ -2,6 +2,7 @@
 #include "zel/platform/message_queue.h"
 
 #include "zel/base/atomic.h"
+#include "zel/platform/host/failure.h"
 #include "zel/platform/host/fork_handlers.h"
 #include "zel/platform/kernel_objects.h"
 #include "zel/platform/last_error.h"

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "zel/platform/threads/threads.h"
 
+#include "zel/platform/host/failure.h"
 #include "zel/platform/host/fork_handlers.h"
 #include "zel/platform/last_error.h"
 #include "zel/platform/threads/stop_handler_linux.h"
