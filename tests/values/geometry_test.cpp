@@ -38,6 +38,20 @@ static_assert(after(point(1, 2), [](auto & p) { p.offset(size(10, 20)); }) == po
 static_assert(after(size(most, 5), [](auto & s) { s += size(1, 2); }) == size(least, 7));
 static_assert(after(size(least, 5), [](auto & s) { s -= size(1, 2); }) == size(most, 3));
 
+// Numbers convert to all three, and are not meant to be compared with them.
+template <typename A, typename B>
+concept comparable = requires(A a, B b)
+{
+    a == b;
+};
+template <typename A, typename B>
+concept combinable = requires(A a, B b)
+{
+    a & b;
+};
+static_assert(!comparable<point, int> && !comparable<int, size> && !comparable<rect, int>);
+static_assert(!combinable<rect, int> && !combinable<t_rect, t_rect> && combinable<t_rect, rect>);
+
 static_assert(rect(point(1, 2), size(10, 20)) == rect(1, 2, 11, 22));
 static_assert(rect(point(1, 2), point(10, 20)) == t_rect{1, 2, 10, 20});
 static_assert(rect(point(most, 0), size(1, 1)) == rect(most, 0, least, 1));
@@ -77,8 +91,9 @@ TEST(rect, moves_its_edges)
                           [](by r) { r -= size(1, 2); }, [](by r) { r = r - size(1, 2); }}},
         {{1, 2, 3, 4}, {[](by r) { r.set_rect(1, 2, 3, 4); }, [](by r) { r = t_rect{1, 2, 3, 4}; },
                         [](by r) { r.set_rect(point(1, 2), point(3, 4)); }}},
-        {{1, 2, 4, 6}, {[](by r) { r.set_rect(point(1, 2), size(3, 4)); }}},
-        {{0, 0, 20, 20}, {[](by r) { r += r; }}}, {{0, 0, 0, 0}, {[](by r) { r.set_empty(); }}},
+        {{1, 2, 4, 6}, {[](by r) { r.set_rect(point(1, 2), size(3, 4)); },
+                        [](by r) { r = {point(1, 2), size(3, 4)}; }, [](by r) { r = {1, 2, 4, 6}; }}},
+        {{0, 0, 20, 20}, {[](by r) { r += r; }}}, {{0, 0, 0, 0}, {[](by r) { r.set_empty(); }, [](by r) { r = {}; }}},
         {{least, 0, least + 10, 10}, {[](by r) { r.deflate(least, 0); }}},
         {{most, 0, least + 9, 10}, {[](by r) { r.offset(most, 0); }}},
     };
@@ -204,10 +219,12 @@ template <typename value> std::string streamed(value const & object)
 
 TEST(geometry, prints_itself)
 {
-    EXPECT_EQ(point(3, -4).to_string("%d,%d"), "3,-4");
-    EXPECT_EQ(point(3, -4).to_string("%ld,%ld"), "3,-4");
     EXPECT_EQ(size(least, most).to_string("%d x %ld"), "-2147483648 x 2147483647");
     EXPECT_EQ(rect(1, -2, 3, -4).to_string("%d %ld %03d %x"), "1 -2 003 fffffffc");
+    // Numbers of 32 bits, whatever the modifier says.
+    EXPECT_EQ(rect(-1, -2, -3, -4).to_string("%lx|%lld|%-5lu|100%%%hhd"),
+              "ffffffff|-2|4294967293|100%-4");
+    EXPECT_EQ(point(-1, 2).to_string("%2$*1$ld %1$llX"), "2 FFFFFFFF");
     EXPECT_THROW(rect().to_string(nullptr), zel::memory_exception);
 
     EXPECT_EQ(streamed(point(3, -4)), "{x 3, y -4}");

@@ -185,9 +185,23 @@ TEST(variant, compares_in_the_type_on_the_left)
     }
     EXPECT_TRUE(variant("1"_s) == 1 && 1 == variant("01"_s) && 1.5 != variant(1));
     EXPECT_TRUE(variant(1) == "01"_s && "01"_s != variant(1) && std::string("1") == variant(1));
-    string text;
-    text = variant(7);
+}
+
+TEST(variant, is_a_text_or_a_colour_where_one_is_wanted)
+{
+    variant const seven(7);
+    string text("zel");
+    std::string const standard("std");
+    EXPECT_EQ(text + seven + seven, "zel77");
+    EXPECT_EQ(seven + text, "7zel");
+    EXPECT_EQ(seven + string(text) + standard, "7zelstd");
+    EXPECT_EQ(standard + seven, "std7");
+    EXPECT_EQ(seven + standard, "7std");
+    text = seven;
     EXPECT_EQ(text, "7");
+    color_ref color;
+    color = variant(0x10U);
+    EXPECT_EQ(color, color_ref(0x10));
 }
 
 struct opened : variant {
@@ -209,6 +223,18 @@ TEST(variant, lets_a_derived_class_change_the_tag_alone)
     EXPECT_EQ(int(value), 0xFE);
     value.type(variant::vt_long);
     EXPECT_EQ(int(value), -2);
+    for (int const payload : {-2, 0x100, 1}) {
+        value = payload;
+        value.type(variant::vt_bool);
+        bool const truth = payload != 0x100; // its low byte decides
+        EXPECT_TRUE(bool(value) == truth && int(value) == truth && value == truth);
+        EXPECT_EQ(string(value), truth ? "true" : "false");
+        EXPECT_EQ(variant(truth), value);
+    }
+    opened first(0x1234), second(0x5634);
+    first.type(variant::vt_uchar);
+    second.type(variant::vt_uchar);
+    EXPECT_EQ(first, second);
     value.type(variant::vt_string);
     EXPECT_EQ(string(value), "");
     value.change_type(variant::vt_string, variant("text"_s));

@@ -47,6 +47,12 @@ public:
         value_ = value;
         return *this;
     }
+    template <typename T>
+    requires requires(T const & source) { source.operator color_ref(); }
+    constexpr color_ref & operator=(T const & source)
+    {
+        return *this = source.operator color_ref();
+    }
 
     /// The word, which is what `==` compares.
     constexpr operator std::uint32_t() const noexcept { return value_; }

@@ -1,17 +1,15 @@
 // SPDX-License-Identifier: MIT
 #include "zel/values/point.h"
 
+#include "zel/values/format_of_32_bits.h"
 #include <ostream>
 
 namespace zel {
 
 string point::to_string(char const * format)
 {
-    // An argument takes a slot of 64 bits whatever its type, and with the sign in all of it "%d"
-    // and
-    // "%ld" print the same number.
     string text;
-    text.format(format, std::int64_t{x}, std::int64_t{y});
+    text.format(format_of_32_bits(format).c_str(), x, y);
     return text;
 }
 

@@ -4,6 +4,7 @@
 #include "zel/base/api.h"
 #include "zel/platform/rectangles.h"
 #include "zel/text/string.h"
+#include <concepts>
 #include <cstdint>
 #include <iosfwd>
 
@@ -34,9 +35,10 @@ public:
     constexpr point(point const &) noexcept = default;
     constexpr point & operator=(point const &) noexcept = default;
 
-    constexpr bool operator==(t_point other) const noexcept { return x == other.x && y == other.y; }
-    // Of two points neither operand may need a conversion, or both orders would fit equally well.
-    constexpr bool operator==(point const & other) const noexcept
+    /// A `t_point` or what derives from it, and nothing that only converts to a `point`, as a number
+    /// does.
+    template <std::derived_from<t_point> T>
+    constexpr bool operator==(T const & other) const noexcept
     {
         return x == other.x && y == other.y;
     }
@@ -58,8 +60,8 @@ public:
     }
     constexpr void operator-=(t_size by) noexcept { *this -= t_point{by.cx, by.cy}; }
 
-    /// \param format  a printf format with one conversion for `x`, then one for `y`, of the width
-    ///                of `int` or of `long`.
+    /// \param format  a printf format with one conversion for `x`, then one for `y`. Both are
+    ///                numbers of 32 bits, with `l` as without.
     /// \throws memory_exception  `null_pointer` for a null format.
     string to_string(char const * format);
 

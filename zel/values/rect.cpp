@@ -1,16 +1,15 @@
 // SPDX-License-Identifier: MIT
 #include "zel/values/rect.h"
 
+#include "zel/values/format_of_32_bits.h"
 #include <ostream>
 
 namespace zel {
 
 string rect::to_string(char const * format)
 {
-    // 64 bits each, for "%ld" as for "%d": see point::to_string.
     string text;
-    text.format(format, std::int64_t{left}, std::int64_t{top}, std::int64_t{right},
-                std::int64_t{bottom});
+    text.format(format_of_32_bits(format).c_str(), left, top, right, bottom);
     return text;
 }
 

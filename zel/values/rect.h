@@ -6,6 +6,7 @@
 #include "zel/text/string.h"
 #include "zel/values/point.h"
 #include "zel/values/size.h"
+#include <concepts>
 #include <cstddef>
 #include <cstdint>
 #include <iosfwd>
@@ -45,7 +46,11 @@ public:
     }
     constexpr rect(rect const &) noexcept = default;
     constexpr rect & operator=(rect const &) noexcept = default;
-    constexpr void operator=(t_rect const & other) noexcept { platform::copy_rect(*this, other); }
+    // A template, so that braces make a `rect`.
+    template <std::derived_from<t_rect> T> constexpr void operator=(T const & other) noexcept
+    {
+        platform::copy_rect(*this, other);
+    }
 
     /// As the constructors of the same arguments.
     constexpr void set_rect(std::int32_t new_left, std::int32_t new_top, std::int32_t new_right,
@@ -112,12 +117,9 @@ public:
         return platform::pt_in_rect(*this, place);
     }
 
-    constexpr bool operator==(t_rect const & other) const noexcept
-    {
-        return platform::equal_rect(*this, other);
-    }
-    // Of two rects neither operand may need a conversion, or both orders would fit equally well.
-    constexpr bool operator==(rect const & other) const noexcept
+    /// A `t_rect` or what derives from it, and nothing that only converts to a `rect`, as a number
+    /// does.
+    template <std::derived_from<t_rect> T> constexpr bool operator==(T const & other) const noexcept
     {
         return platform::equal_rect(*this, other);
     }
@@ -202,7 +204,7 @@ public:
     constexpr void operator|=(t_rect const & other) noexcept { set_union(*this, other); }
 
     /// \param format  a printf format with one conversion each for `left`, `top`, `right` and
-    ///                `bottom`, of the width of `int` or of `long`.
+    ///                `bottom`: numbers of 32 bits, with `l` as without.
     /// \throws memory_exception  `null_pointer` for a null format.
     string to_string(char const * format);
 
@@ -215,8 +217,15 @@ static_assert(sizeof(rect) == sizeof(t_rect) && std::is_standard_layout_v<rect>)
 static_assert(offsetof(t_rect, top) == offsetof(t_rect, left) + offsetof(t_point, y)
               && offsetof(t_rect, bottom) == offsetof(t_rect, right) + offsetof(t_point, y));
 
+/// What two operators take: rectangles, of which one is a `rect`, and nothing that only converts.
+template <typename A, typename B>
+concept two_rects = std::derived_from<A, t_rect> && std::derived_from<B, t_rect> &&(
+    std::derived_from<A, rect> || std::derived_from<B, rect>);
+
 /// What both have in common, or all zeros.
-constexpr rect operator&(rect const & a, rect const & b) noexcept
+template <typename A, typename B>
+requires two_rects<A, B>
+constexpr rect operator&(A const & a, B const & b) noexcept
 {
     rect common;
     common.set_intersect(a, b);
@@ -224,7 +233,9 @@ constexpr rect operator&(rect const & a, rect const & b) noexcept
 }
 
 /// The smallest rectangle around both, of which an empty one does not count.
-constexpr rect operator|(rect const & a, rect const & b) noexcept
+template <typename A, typename B>
+requires two_rects<A, B>
+constexpr rect operator|(A const & a, B const & b) noexcept
 {
     rect both;
     both.set_union(a, b);

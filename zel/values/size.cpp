@@ -1,15 +1,15 @@
 // SPDX-License-Identifier: MIT
 #include "zel/values/size.h"
 
+#include "zel/values/format_of_32_bits.h"
 #include <ostream>
 
 namespace zel {
 
 string size::to_string(char const * format)
 {
-    // 64 bits each, for "%ld" as for "%d": see point::to_string.
     string text;
-    text.format(format, std::int64_t{cx}, std::int64_t{cy});
+    text.format(format_of_32_bits(format).c_str(), cx, cy);
     return text;
 }
 

@@ -4,6 +4,7 @@
 #include "zel/base/api.h"
 #include "zel/platform/rectangles.h"
 #include "zel/text/string.h"
+#include <concepts>
 #include <cstdint>
 #include <iosfwd>
 
@@ -34,12 +35,9 @@ public:
     constexpr size(size const &) noexcept = default;
     constexpr size & operator=(size const &) noexcept = default;
 
-    constexpr bool operator==(t_size other) const noexcept
-    {
-        return cx == other.cx && cy == other.cy;
-    }
-    // Of two sizes neither operand may need a conversion, or both orders would fit equally well.
-    constexpr bool operator==(size const & other) const noexcept
+    /// A `t_size` or what derives from it, and nothing that only converts to a `size`, as a number
+    /// does.
+    template <std::derived_from<t_size> T> constexpr bool operator==(T const & other) const noexcept
     {
         return cx == other.cx && cy == other.cy;
     }
@@ -55,8 +53,8 @@ public:
         cy = platform::wrapping_difference(cy, by.cy);
     }
 
-    /// \param format  a printf format with one conversion for `cx`, then one for `cy`, of the width
-    ///                of `int` or of `long`.
+    /// \param format  a printf format with one conversion for `cx`, then one for `cy`. Both are
+    ///                numbers of 32 bits, with `l` as without.
     /// \throws memory_exception  `null_pointer` for a null format.
     string to_string(char const * format);
 

@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include "zel/values/variant.h"
 
-#include "zel/base/block16.h"
+#include "zel/values/number_ranges.h"
 #include "zel/values/number_text.h"
+#include "zel/values/text_before_nul.h"
 #include <algorithm>
 #include <cstring>
 #include <ostream>
@@ -55,48 +56,6 @@ constexpr int width_of(variant::vt_type type)
     }
 }
 
-// Whether no bit is set at `position` or above.
-constexpr bool is_below(std::uint64_t value, int position)
-{
-    return position >= 64 || value >> std::max(position, 0) == 0;
-}
-
-constexpr bool fits_u_to_u(std::uint64_t value, int bits) { return is_below(value, bits); }
-
-constexpr bool fits_s_to_u(std::int64_t value, int bits)
-{
-    return value >= 0 && is_below(static_cast<std::uint64_t>(value), bits);
-}
-
-constexpr bool fits_u_to_s(std::uint64_t value, int bits) { return is_below(value, bits - 1); }
-
-constexpr bool fits_s_to_s(std::int64_t value, int bits)
-{
-    return is_below(static_cast<std::uint64_t>(value < 0 ? ~value : value), bits - 1);
-}
-
-// 2 to the power `position`, from 0 to 64.
-constexpr double power_of_2(int position)
-{
-    position = std::clamp(position, 0, 64);
-    return position == 64 ? 0x1p64 : static_cast<double>(std::uint64_t{1} << position);
-}
-
-// Whether `value` is not above the integer below 2^position, which a double holds up to 53 bits;
-// there is no fraction beyond them, so that the power itself is the bound. False for a NaN.
-constexpr bool is_below(double value, int position)
-{
-    double const power = power_of_2(position);
-    return position <= 53 ? value <= power - 1.0 : value < power;
-}
-
-constexpr bool fits_d_to_u(double value, int bits) { return value >= 0.0 && is_below(value, bits); }
-
-constexpr bool fits_d_to_s(double value, int bits)
-{
-    return value >= -power_of_2(bits - 1) && is_below(value, bits - 1);
-}
-
 outcome text_to_bits(string const & text, variant::vt_type target, std::uint64_t & result)
 {
     switch (target) {
@@ -138,35 +97,6 @@ std::uint32_t length_before_nul(char const * text, std::uint32_t limit)
                           : static_cast<std::uint32_t>(static_cast<char const *>(end) - text);
 }
 
-// Whether the 16 bytes are the same and none of them is NUL.
-bool equal_without_nul(char const * a, char const * b)
-{
-    auto const left = block16::load(a);
-    auto const right = block16::load(b);
-    return without(equal(left, right), equal(left, block16::filled('\0'))).sign_bits() == 0xFFFF;
-}
-
-// Whether `whole` is what `other` has up to its first NUL.
-bool equal_before_nul(string const & whole, string const & other)
-{
-    std::size_t const size = whole.size();
-    char const * const a = whole.data();
-    char const * const b = other.data();
-    if (other.size() < size || b[size] != '\0') {
-        return false;
-    }
-    if (size < 16) {
-        return std::memcmp(a, b, size) == 0 && std::memchr(a, '\0', size) == nullptr;
-    }
-    std::size_t const last = size - 16; // overlaps the block before it
-    for (std::size_t i = 0; i < last; i += 16) {
-        if (!equal_without_nul(a + i, b + i)) {
-            return false;
-        }
-    }
-    return equal_without_nul(a + last, b + last);
-}
-
 } // namespace
 
 variant::exception::exception(exc_type type, char const * text)
@@ -203,7 +133,7 @@ variant::view variant::look() const noexcept
     // Cut to the width of the tag, since a derived class may have changed the tag alone.
     switch (type_) {
     case vt_bool:
-        return {.kind = view::truth, .bits = (value_.bits & 0xFF) != 0};
+        return {.kind = view::truth, .bits = truth_payload()};
     case vt_char:
         return view::of(std::int64_t{static_cast<signed char>(value_.bits)});
     case vt_uchar:
@@ -398,7 +328,7 @@ bool variant::check_conversion(vt_type target) const
     }
 }
 
-bool variant::operator==(variant const & other) const
+bool variant::equals(variant const & other) const
 {
     if (type_ == vt_string && other.type_ == vt_string) {
         return equal_before_nul(*value_.text, *other.value_.text);

@@ -57,7 +57,10 @@ concept host_integer = std::integral<T> && sizeof(T) <= sizeof(std::int64_t);
 /// |                         |                                                   | out of range   |
 /// | `vt_float`, `vt_double` | what `strtod` reads; the rest is ignored          | no value       |
 ///
-/// The locale plays no part in any of this. A NaN is in the range of no integer type.
+/// The locale plays no part in any of this. A NaN is in the range of no integer type. Numbers are
+/// written rounded to nearest whatever the rounding mode of the thread, which `string::format`
+/// follows. Reading a text, and a conversion to a floating type, are right to the last bit in the
+/// usual mode, and differ by one unit of the last place at most in the others.
 ///
 /// Every integer type of the host that is none of the twelve is stored as the one of its width and
 /// sign, so that an `int` is a `vt_long`, and `long` and `long long` are `vt_int64`. There is no
@@ -235,7 +238,7 @@ public:
 
     /// The value as the type asked for. The object stays as it is.
     /// \throws exception  `data_convert_error` or `out_of_range`, as the class says.
-    operator bool() const { return type_ == vt_bool ? value_.bits != 0 : read_bool(); }
+    operator bool() const { return type_ == vt_bool ? truth_payload() : read_bool(); }
     operator signed char() const { return read_integer<signed char>(vt_char); }
     operator unsigned char() const { return read_integer<unsigned char>(vt_uchar); }
     operator short() const { return read_integer<short>(vt_short); }
@@ -258,7 +261,12 @@ public:
     /// number 1 equals the text "01", which does not equal the number 1. What cannot be read so is
     /// different, as is a NaN. A text on the right counts up to its first NUL, one on the left
     /// whole. Nothing equals nothing alone.
-    bool operator==(variant const & other) const;
+    bool operator==(variant const & other) const
+    {
+        return type_ == other.type_ && (type_ & integer_types) != 0
+            ? (value_.bits ^ other.value_.bits) << unused_bits(type_) == 0
+            : equals(other);
+    }
     bool operator!=(variant const & other) const { return !(*this == other); }
 
     /// The same with a plain value on one side, which keeps its side.
@@ -269,6 +277,20 @@ public:
     template <variant_value T> friend bool operator==(T const & left, variant const & right)
     {
         return variant(left) == right;
+    }
+
+    /// A text and what is read as a `string`, in either order.
+    template <typename T>
+    requires std::derived_from<std::remove_cvref_t<T>, std::string>
+    friend string operator+(T && left, variant const & right)
+    {
+        return string(std::forward<T>(left)) += right.operator string();
+    }
+    template <typename T>
+    requires std::derived_from<std::remove_cvref_t<T>, std::string>
+    friend string operator+(variant const & left, T && right)
+    {
+        return left.operator string() += right;
     }
 
     /// Writes what is read as a `string`.
@@ -342,6 +364,14 @@ private:
         }
     }
 
+    // How many bits of the payload do not belong to an integer of the type: they differ when a
+    // derived class has changed the tag alone. Four bits a type, by the place of its own bit.
+    static constexpr int unused_bits(vt_type type) noexcept
+    {
+        constexpr std::uint64_t unused_bytes = 0x4'0000'0446'6770;
+        return static_cast<int>(unused_bytes >> 4 * std::countr_zero(std::uint32_t{type}) & 15) * 8;
+    }
+
     variant(payload value, vt_type type) noexcept
         : value_(value)
         , type_(type)
@@ -363,7 +393,10 @@ private:
     }
     payload copied_text() const { return {.text = new string(*value_.text)}; }
     view look() const noexcept;
+    bool equals(variant const & other) const;
 
+    // Only the low byte, since a derived class may have changed the tag alone.
+    bool truth_payload() const noexcept { return (value_.bits & 0xFF) != 0; }
     float float_payload() const noexcept
     {
         return std::bit_cast<float>(static_cast<std::uint32_t>(value_.bits));
