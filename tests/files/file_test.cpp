@@ -117,6 +117,40 @@ TEST(file, goes_beyond_four_gibibytes)
     EXPECT_EQ(std::filesystem::file_size(area.host("large")), 0x100000004U);
 }
 
+TEST(file, keeps_the_lock_of_its_stream)
+{
+    struct with_number : file {
+        using file::file;
+        int number() const { return ::fileno(stream); }
+    };
+    scratch const area;
+    std::string const all = [] {
+        std::string text;
+        for (int i = 100'000; i < 150'000; ++i) {
+            text += std::to_string(i) + '\n';
+        }
+        return text;
+    }();
+    std::atomic<bool> done = false;
+    std::thread stranger([&] {
+        while (!done) {
+            std::fflush(nullptr);
+        }
+    });
+    for (int round = 0; round < 10; ++round) {
+        with_number out(area.path("f"), file::mode_write, file::kind_binary);
+        for (std::size_t at = 0; at < all.size(); at += 7) {
+            out.write(all.data() + at, 7);
+        }
+        struct ::stat facts;
+        EXPECT_EQ(::fstat(out.number(), &facts), 0) << "a derived class's own calls";
+        out.close();
+        EXPECT_TRUE(area.read("f") == all) << round;
+    }
+    done = true;
+    stranger.join();
+}
+
 // A pipe that is too small for what is written, and signals all the time.
 TEST(file, goes_on_after_a_signal)
 {

@@ -81,28 +81,28 @@ std::uint32_t file::read(void * buffer, std::uint32_t size) noexcept
 {
     return stream == nullptr || buffer == nullptr
         ? 0
-        : static_cast<std::uint32_t>(std::fread(buffer, 1, size, stream));
+        : static_cast<std::uint32_t>(platform::read_stream(stream, buffer, size));
 }
 
 std::uint32_t file::write(void const * buffer, std::uint32_t size) noexcept
 {
     return stream == nullptr || buffer == nullptr
         ? 0
-        : static_cast<std::uint32_t>(std::fwrite(buffer, 1, size, stream));
+        : static_cast<std::uint32_t>(platform::write_stream(stream, buffer, size));
 }
 
 std::uint32_t file::write_string(char const * text) noexcept
 {
     return text == nullptr || stream == nullptr
         ? 0
-        : static_cast<std::uint32_t>(std::fwrite(text, 1, std::strlen(text), stream));
+        : static_cast<std::uint32_t>(platform::write_stream(stream, text, std::strlen(text)));
 }
 
 std::uint32_t file::write_string(string const & text) noexcept
 {
     return stream == nullptr
         ? 0
-        : static_cast<std::uint32_t>(std::fwrite(text.c_str(), 1, text.size(), stream));
+        : static_cast<std::uint32_t>(platform::write_stream(stream, text.c_str(), text.size()));
 }
 
 std::uint32_t file::write_char(char ch) noexcept

@@ -15,7 +15,8 @@ namespace zel {
 /// Both kinds give the same bytes on this host: a text has no line ends of its own kind. Files may
 /// be larger than 4 GiB. A read or a write goes on when a signal interrupts it. What is written may
 /// wait in the buffer until `close()`, which therefore tells whether all of it arrived; the
-/// destructor closes too, but says nothing. Used by one thread at a time.
+/// destructor closes too, but says nothing. Used by one thread at a time; the C library may flush it
+/// meanwhile, as `fflush(nullptr)` in another thread does.
 ///
 /// Without an open stream `read` and the write members give 0 (`write_char` gives `EOF`), `eof` is
 /// true, and `close` raises.
@@ -92,7 +93,7 @@ protected:
 
     mode open_mode; ///< of the last `open` that succeeded
     kind open_kind;
-    std::FILE * stream; ///< null while none is open
+    std::FILE * stream; ///< null while none is open; `fileno` gives its descriptor
 };
 
 } // namespace zel

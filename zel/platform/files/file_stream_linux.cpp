@@ -3,6 +3,7 @@
 
 #include "zel/platform/host/descriptor_linux.h"
 #include "zel/platform/host/failure.h"
+#include "zel/platform/host/retried_linux.h"
 #include "zel/platform/paths/host_path.h"
 #include "zel/platform/paths/max_path.h"
 #include <cstdint>
@@ -10,7 +11,7 @@
 
 #include <cerrno>
 #include <fcntl.h>
-#include <stdio_ext.h>
+#include <sys/single_threaded.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -25,36 +26,32 @@ int number(void * cookie) noexcept
     return static_cast<int>(reinterpret_cast<std::intptr_t>(cookie));
 }
 
-ssize_t read_stream(void * cookie, char * buffer, std::size_t size) noexcept
+ssize_t read_bytes(void * cookie, char * buffer, std::size_t size) noexcept
 {
-    ssize_t count;
-    do {
-        count = ::read(number(cookie), buffer, size);
-    } while (count < 0 && errno == EINTR);
-    return count;
+    return retried([&] { return ::read(number(cookie), buffer, size); });
 }
 
-ssize_t write_stream(void * cookie, char const * buffer, std::size_t size) noexcept
+ssize_t write_bytes(void * cookie, char const * buffer, std::size_t size) noexcept
 {
     std::size_t done = 0;
     while (done < size) {
-        ssize_t const count = ::write(number(cookie), buffer + done, size - done);
-        if (count >= 0) {
-            done += static_cast<std::size_t>(count);
-        } else if (errno != EINTR) {
+        ssize_t const count
+            = retried([&] { return ::write(number(cookie), buffer + done, size - done); });
+        if (count < 0) {
             break; // a short count is the sign of an error here
         }
+        done += static_cast<std::size_t>(count);
     }
     return static_cast<ssize_t>(done);
 }
 
-int seek_stream(void * cookie, off64_t * offset, int whence) noexcept
+int seek(void * cookie, off64_t * offset, int whence) noexcept
 {
     *offset = ::lseek(number(cookie), *offset, whence);
     return *offset < 0 ? -1 : 0;
 }
 
-int close_stream(void * cookie) noexcept
+int close(void * cookie) noexcept
 {
     // An interrupted close has closed all the same.
     return ::close(number(cookie)) == 0 || errno == EINTR ? 0 : -1;
@@ -77,28 +74,36 @@ std::FILE * open_stream(char const * path, char const * mode) noexcept
     if (!to_host_path(host, path)) {
         return nullptr;
     }
-    int opened;
-    do {
-        opened = ::open(host, open_flags(mode), 0666);
-    } while (opened < 0 && errno == EINTR); // a pipe is waited for
-    descriptor file(opened);
+    // A pipe without another end is waited for.
+    descriptor file(retried([&] { return ::open(host, open_flags(mode), 0666); }));
     struct stat facts;
     if (!file.is_open() || ::fstat(file.get(), &facts) != 0) {
         return fail_with_null(error_from_errno(errno));
     }
     if (S_ISDIR(facts.st_mode)) {
-        errno = EISDIR;
-        return fail_with_null(error_from_errno(errno));
+        return fail_with_null(error_access_denied);
     }
-    std::FILE * const stream
-        = ::fopencookie(reinterpret_cast<void *>(std::intptr_t{file.get()}), mode,
-                        {read_stream, write_stream, seek_stream, close_stream});
+    std::FILE * const stream = ::fopencookie(reinterpret_cast<void *>(std::intptr_t{file.get()}),
+                                             mode, {read_bytes, write_bytes, seek, close});
     if (stream == nullptr) {
         return fail_with_null(error_from_errno(errno));
     }
-    file.release();
-    ::__fsetlocking(stream, FSETLOCKING_BYCALLER);
+    // Streams with functions of their own have no descriptor as far as the C library knows. It asks
+    // this field for nothing but `fileno`, for all else the functions.
+    stream->_fileno = file.release();
     return stream;
+}
+
+std::size_t read_stream(std::FILE * stream, void * buffer, std::size_t size) noexcept
+{
+    return __libc_single_threaded != 0 ? ::fread_unlocked(buffer, 1, size, stream)
+                                       : std::fread(buffer, 1, size, stream);
+}
+
+std::size_t write_stream(std::FILE * stream, void const * buffer, std::size_t size) noexcept
+{
+    return __libc_single_threaded != 0 ? ::fwrite_unlocked(buffer, 1, size, stream)
+                                       : std::fwrite(buffer, 1, size, stream);
 }
 
 } // namespace zel::platform
