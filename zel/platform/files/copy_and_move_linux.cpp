@@ -7,8 +7,10 @@
 #include "zel/platform/host/descriptor_linux.h"
 #include "zel/platform/host/failure.h"
 #include "zel/platform/host/folder_entry_linux.h"
+#include "zel/platform/host/retried_linux.h"
 #include "zel/platform/host/same_file_linux.h"
 #include "zel/platform/paths/host_name_linux.h"
+#include <cstdio>
 
 #include <cerrno>
 #include <climits>
@@ -19,31 +21,59 @@
 namespace zel::platform {
 namespace {
 
-/// Opens a plain file for reading; nothing else is waited for.
+/// Opens a plain file for reading. A pipe or a device does not keep the caller waiting; a lease that
+/// somebody has on the file does, until the host has taken it away.
 bool open_source(int folder, char const * name, int flags, descriptor & content,
                  struct stat & facts) noexcept
 {
-    content
-        = descriptor(::openat(folder, name, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC | flags));
+    auto const open_it = [&](int wanted) {
+        return descriptor(
+            retried([&] { return ::openat(folder, name, wanted | O_CLOEXEC | flags); }));
+    };
+    content = open_it(O_RDONLY | O_NONBLOCK | O_NOCTTY);
+    if (!content.is_open() && errno == EWOULDBLOCK) {
+        // A lease. Its file is found first, since the name may be a pipe's by now.
+        descriptor const found = open_it(O_PATH);
+        if (!found.is_open() || ::fstat(found.get(), &facts) != 0) {
+            return fail_with_errno();
+        }
+        if (!S_ISREG(facts.st_mode)) {
+            return fail(error_access_denied);
+        }
+        char own_name[32];
+        std::snprintf(own_name, sizeof own_name, "/proc/self/fd/%d", found.get());
+        content = descriptor(retried([&] { return ::open(own_name, O_RDONLY | O_CLOEXEC); }));
+    }
     if (!content.is_open() || ::fstat(content.get(), &facts) != 0) {
         return fail_with_errno();
     }
     return S_ISREG(facts.st_mode) || fail(error_access_denied);
 }
 
-/// Gives the copy everything of the source.
-bool fill(new_file const & copy, descriptor const & source, struct stat const & facts) noexcept
+/// Whether a call succeeded, or was refused by a file system that does not keep what it sets: cp
+/// works there too.
+bool kept_or_refused(int result) noexcept
 {
-    if (!copy.is_open() || !copy_content(source.get(), copy.content())) {
-        return fail_with_errno();
-    }
-    timespec const times[] = {facts.st_atim, facts.st_mtim};
-    // Rights that belong to an owner other than the copy's are not handed on.
-    if (::fchmod(copy.content(), facts.st_mode & 0777) != 0
-        || ::futimens(copy.content(), times) != 0) {
-        return fail_with_errno();
-    }
-    return true;
+    return result == 0 || errno == EPERM || errno == EACCES || errno == EOPNOTSUPP
+        || errno == ENOSYS;
+}
+
+bool set_mode(int file, mode_t mode) noexcept
+{
+    struct stat facts;
+    return ::fstat(file, &facts) == 0
+        && ((facts.st_mode & 07777) == mode || kept_or_refused(::fchmod(file, mode)));
+}
+
+bool set_times(int file, struct stat const & source) noexcept
+{
+    timespec const times[] = {source.st_atim, source.st_mtim};
+    return kept_or_refused(::futimens(file, times));
+}
+
+bool copy_into(new_file const & copy, descriptor const & source) noexcept
+{
+    return (copy.is_open() && copy_content(source.get(), copy.content())) || fail_with_errno();
 }
 
 bool move_file_across(folder_entry const & source, folder_entry const & target) noexcept
@@ -53,13 +83,16 @@ bool move_file_across(folder_entry const & source, folder_entry const & target) 
     if (!open_source(source.folder(), source.name(), O_NOFOLLOW, content, facts)) {
         return false;
     }
-    new_file copy(target.folder());
-    if (!fill(copy, content, facts)) {
+    new_file copy(target.folder(), facts.st_mode & S_IRWXU); // the groups are not the same yet
+    if (!copy_into(copy, content)) {
         return false;
     }
-    // What the user owned stays his; a user who may not give files away keeps the copy.
-    if (::fchown(copy.content(), facts.st_uid, facts.st_gid) == 0) {
-        ::fchmod(copy.content(), facts.st_mode & 07777);
+    // What the user owned stays his; a user who may not give files away keeps the copy, and the
+    // rights that belong to another owner are not handed on.
+    bool const given = ::fchown(copy.content(), facts.st_uid, facts.st_gid) == 0;
+    mode_t const mode = facts.st_mode & (given ? 07777 : 0777);
+    if (!set_mode(copy.content(), mode) || !set_times(copy.content(), facts)) {
+        return fail_with_errno();
     }
     return copy.publish_as(target);
 }
@@ -183,6 +216,10 @@ bool move_file(char const * source, char const * target) noexcept
     if (errno != EXDEV || S_ISDIR(facts.st_mode)) {
         return fail_with_errno();
     }
+    struct stat taken;
+    if (::fstatat(to.folder(), to.name(), &taken, AT_SYMLINK_NOFOLLOW) == 0) {
+        return fail(error_already_exists); // told before anything is copied
+    }
     bool const moved
         = S_ISLNK(facts.st_mode) ? move_link_across(from, to) : move_file_across(from, to);
     if (!moved) {
@@ -207,8 +244,15 @@ bool copy_file(char const * source, char const * target) noexcept
         || !place.find(to.c_str(), facts)) {
         return false;
     }
-    new_file copy(place.entry().folder());
-    return fill(copy, content, facts) && copy.replace(place.entry()) && place.keep();
+    mode_t const mode = facts.st_mode & 0777;
+    new_file copy(place.entry().folder(), mode);
+    if (!copy_into(copy, content)) {
+        return false;
+    }
+    if (!set_mode(copy.content(), mode) || !set_times(copy.content(), facts)) {
+        return fail_with_errno();
+    }
+    return copy.replace(place.entry()) && place.keep();
 }
 
 } // namespace zel::platform

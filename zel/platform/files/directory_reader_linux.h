@@ -6,7 +6,7 @@
 #include <cstring>
 #include <memory>
 #include <new>
-#include <string_view>
+#include <utility>
 
 #include <cerrno>
 #include <dirent.h>
@@ -23,6 +23,12 @@ public:
     }
 
     int folder() const noexcept { return folder_.get(); }
+    bool is_open() const noexcept { return folder_.is_open(); }
+
+    /// Gives the descriptor up, and takes another one of the same folder. What has been read goes on;
+    /// behind it the folder is read from its beginning again.
+    void close() noexcept { folder_ = descriptor(); }
+    void reopen(descriptor folder) noexcept { folder_ = std::move(folder); }
 
     /// The next entry but `.` and `..`; null at the end, and with `failed` on an error.
     dirent64 const * next() noexcept

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "zel/platform/files/file_content_linux.h"
 
+#include "zel/platform/host/retried_linux.h"
 #include <algorithm>
 #include <cstddef>
 
@@ -18,57 +19,63 @@ bool must_copy_by_hand(int error) noexcept
         || error == EPERM;
 }
 
-/// Copies what lies from `at` to `end`, or to the end of the file when that comes first.
-/// \param at  moves on with what was copied.
+/// Copies what lies from `at` to `end`.
+/// \param at  moves on with what was copied; it stays in front of `end` where the file ends first.
 bool copy_by_hand(int source, int target, off_t & at, off_t end) noexcept
 {
     char block[65536];
     while (at < end) {
         auto const wanted
             = static_cast<std::size_t>(std::min<off_t>(end - at, static_cast<off_t>(sizeof block)));
-        ssize_t const count = ::pread(source, block, wanted, at);
-        if (count == 0) {
-            return true;
-        }
-        if (count < 0) {
-            if (errno == EINTR) {
-                continue;
-            }
-            return false;
+        ssize_t const count = retried([&] { return ::pread(source, block, wanted, at); });
+        if (count <= 0) {
+            return count == 0;
         }
         for (ssize_t done = 0; done < count;) {
-            ssize_t const written
-                = ::pwrite(target, block + done, static_cast<std::size_t>(count - done), at + done);
-            if (written >= 0) {
-                done += written;
-            } else if (errno != EINTR) {
+            ssize_t const written = retried([&] {
+                return ::pwrite(target, block + done, static_cast<std::size_t>(count - done),
+                                at + done);
+            });
+            if (written <= 0) {
+                errno = written == 0 ? ENOSPC : errno;
                 return false;
             }
+            done += written;
         }
         at += count;
     }
     return true;
 }
 
-bool copy_range(int source, int target, off_t at, off_t end) noexcept
+/// As `copy_by_hand`, within the kernel where it can.
+bool copy_range(int source, int target, off_t & at, off_t end) noexcept
 {
     constexpr off_t most = 0x40000000; // a call that is never refused as too large
     while (at < end) {
         off_t from = at;
         off_t to = at;
-        ssize_t const count = ::copy_file_range(
-            source, &from, target, &to, static_cast<std::size_t>(std::min(end - at, most)), 0);
+        auto const wanted = static_cast<std::size_t>(std::min(end - at, most));
+        ssize_t const count
+            = retried([&] { return ::copy_file_range(source, &from, target, &to, wanted, 0); });
         if (count > 0) {
             at += count;
         } else if (count == 0 || must_copy_by_hand(errno)) {
             // 0 is the end of the file, but also what some kernels say of files without a size of
             // their own, such as those under /proc.
             return copy_by_hand(source, target, at, end);
-        } else if (errno != EINTR) {
+        } else {
             return false;
         }
     }
     return true;
+}
+
+/// Sets the size of the copy to that of the source, which may have been cut meanwhile.
+bool cut_copy(int source, int target, off_t size) noexcept
+{
+    struct stat now;
+    return ::fstat(source, &now) == 0
+        && retried([&] { return ::ftruncate(target, std::min(size, now.st_size)); }) == 0;
 }
 
 } // namespace
@@ -80,30 +87,31 @@ bool copy_content(int source, int target) noexcept
     if (::fstat(source, &facts) != 0) {
         return false;
     }
-    if (facts.st_size == 0) {
-        return copy_range(source, target, 0, everything);
+    off_t at = 0;
+    if (facts.st_size == 0) { // also of files whose size is known when they are read
+        return copy_range(source, target, at, everything);
     }
-    for (off_t at = 0;;) {
-        off_t data = ::lseek(source, at, SEEK_DATA);
-        if (data < 0 && errno == ENXIO) {
-            break; // nothing but a hole from here
+    while (at < facts.st_size) {
+        off_t const data = ::lseek(source, at, SEEK_DATA);
+        if (data < 0 && errno == ENXIO) { // the file ends in a hole, which no write would reach
+            return cut_copy(source, target, facts.st_size);
         }
         off_t end = data < 0 ? -1 : ::lseek(source, data, SEEK_HOLE);
-        if (end < 0) { // the host can't tell, or the file has become shorter meanwhile
-            data = at;
+        if (end < 0) { // the host can't tell
             end = facts.st_size;
+        } else {
+            at = data;
         }
-        if (!copy_range(source, target, data, end)) {
+        if (!copy_range(source, target, at, end)) {
             return false;
         }
-        at = end;
-        if (at >= facts.st_size) {
-            break;
+        if (at < end) {
+            // The file ends where reading ended, whatever size it told: files under /sys tell a
+            // page each, and another process may cut any file meanwhile.
+            return cut_copy(source, target, at);
         }
     }
-    struct stat copied;
-    return ::fstat(target, &copied) == 0
-        && (copied.st_size >= facts.st_size || ::ftruncate(target, facts.st_size) == 0);
+    return true;
 }
 
 } // namespace zel::platform

@@ -4,6 +4,7 @@
 #include "zel/platform/host/descriptor_linux.h"
 #include "zel/platform/host/failure.h"
 #include "zel/platform/host/folder_entry_linux.h"
+#include "zel/platform/host/retried_linux.h"
 #include <cstdint>
 #include <cstdio>
 
@@ -18,18 +19,23 @@ namespace zel::platform {
 /// A file under a name of its own until it is complete. It goes again unless it is published.
 class new_file {
 public:
-    explicit new_file(int folder) noexcept
+    /// \param mode  the rights that it begins with, less the process's `umask`. The owner may always
+    ///              write.
+    new_file(int folder, mode_t mode) noexcept
         : folder_(folder)
     {
         for (int attempt = 0; attempt < 100 && !content_.is_open(); ++attempt) {
             std::uint64_t number = 0;
-            if (::getrandom(&number, sizeof number, 0) < 0) {
+            if (retried([&] { return ::getrandom(&number, sizeof number, 0); }) < 0) {
                 return;
             }
             std::snprintf(name_, sizeof name_, ".zel-%016llx",
                           static_cast<unsigned long long>(number));
-            content_ = descriptor(::openat(
-                folder_, name_, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
+            content_ = descriptor(retried([&] {
+                return ::openat(folder_, name_,
+                                O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC,
+                                mode | S_IWUSR);
+            }));
             if (!content_.is_open() && errno != EEXIST) {
                 return;
             }

@@ -5,6 +5,7 @@
 #include "zel/platform/files/file_facts_linux.h"
 #include "zel/platform/host/descriptor_linux.h"
 #include "zel/platform/host/failure.h"
+#include "zel/platform/host/retried_linux.h"
 #include "zel/platform/host/same_file_linux.h"
 #include "zel/platform/paths/canonical_path.h"
 #include "zel/platform/paths/host_name_linux.h"
@@ -30,53 +31,124 @@ bool unlink_entry(int folder, char const * name, struct stat const & facts) noex
     return succeeded(::unlinkat(folder, name, 0));
 }
 
-/// Empties a folder through descriptors alone: a name is only ever looked up in the folder that it
-/// was read from, and never through a link.
-/// \param length  bytes of the folder's path, the backslash behind it among them. It ends the
-///                recursion: every level takes two bytes of the 259.
-bool empty_open_directory(directory_reader & reader, std::size_t length) noexcept
-{
-    bool complete = true;
-    while (dirent64 const * const entry = reader.next()) {
-        std::string_view const name = entry->d_name;
-        if (length + name.size() >= max_path || name.find('\\') != std::string_view::npos) {
-            complete = fail(error_bad_pathname);
-            continue;
-        }
-        int inner = -1;
-        if (entry->d_type == DT_DIR || entry->d_type == DT_UNKNOWN) {
-            inner = ::openat(reader.folder(), entry->d_name,
-                             O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
-            if (inner < 0 && errno != ENOTDIR && errno != ELOOP) {
-                int const reason = errno;
-                // One that is empty goes without the right to look inside.
-                if (::unlinkat(reader.folder(), entry->d_name, AT_REMOVEDIR) == 0) {
-                    continue;
-                }
-                errno = reason;
-                return fail_with_errno();
-            }
-        }
-        if (inner >= 0) {
-            directory_reader next{descriptor(inner)};
-            if (!empty_open_directory(next, length + name.size() + 1)) {
+/// Empties folders through descriptors alone: a name is only ever looked up in the folder that it was
+/// read from, and never through a link.
+///
+/// A descriptor is kept for each level while there are enough of them. When the process has no more,
+/// the levels at the top give theirs up, and are found again as `..` of the one below: what is found
+/// there has to be the same folder.
+class folder_emptier {
+public:
+    /// \param length  bytes of the folder's path, the backslash behind it among them. It ends the
+    ///                recursion: every level takes two bytes of the 259.
+    folder_emptier(descriptor folder, std::size_t length, folder_emptier * above = nullptr) noexcept
+        : reader_(std::move(folder))
+        , length_(length)
+        , above_(above)
+    {
+    }
+    folder_emptier(folder_emptier const &) = delete;
+    folder_emptier & operator=(folder_emptier const &) = delete;
+
+    /// Stops at the first entry that can't be removed.
+    /// \returns false with the last error set.
+    bool run() noexcept
+    {
+        bool complete = true;
+        while (dirent64 const * const entry = reader_.next()) {
+            std::string_view const name = entry->d_name;
+            if (length_ + name.size() >= max_path || name.find('\\') != std::string_view::npos) {
+                complete = fail(error_bad_pathname);
+            } else if (!remove(*entry, name.size())) {
                 return false;
             }
-            if (::unlinkat(reader.folder(), entry->d_name, AT_REMOVEDIR) != 0) {
-                return fail_with_errno();
+        }
+        return reader_.failed() ? fail_with_errno() : complete;
+    }
+
+private:
+    bool remove(dirent64 const & entry, std::size_t size) noexcept
+    {
+        if (entry.d_type == DT_DIR || entry.d_type == DT_UNKNOWN) {
+            descriptor inner = open(reader_.folder(), entry.d_name);
+            if (inner.is_open()) {
+                return remove_folder(std::move(inner), entry.d_name, length_ + size + 1);
             }
-            continue;
+            if (errno != ENOTDIR && errno != ELOOP) {
+                int const reason = errno;
+                // One that is empty goes without the right to look inside.
+                return ::unlinkat(reader_.folder(), entry.d_name, AT_REMOVEDIR) == 0
+                    || fail(error_from_errno(reason));
+            }
         }
         struct stat facts;
-        if (::fstatat(reader.folder(), entry->d_name, &facts, AT_SYMLINK_NOFOLLOW) != 0) {
+        if (::fstatat(reader_.folder(), entry.d_name, &facts, AT_SYMLINK_NOFOLLOW) != 0) {
             return fail_with_errno();
         }
-        if (!unlink_entry(reader.folder(), entry->d_name, facts)) {
-            return false;
+        return unlink_entry(reader_.folder(), entry.d_name, facts);
+    }
+
+    bool remove_folder(descriptor folder, char const * name, std::size_t length) noexcept
+    {
+        folder_emptier inner(std::move(folder), length, this);
+        return inner.run() && (reader_.is_open() || reopen_from(inner))
+            && succeeded(::unlinkat(reader_.folder(), name, AT_REMOVEDIR));
+    }
+
+    /// Opens a folder, if need be by closing one further up.
+    descriptor open(int start, char const * name) noexcept
+    {
+        for (;;) {
+            descriptor folder(retried([&] {
+                return ::openat(start, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+            }));
+            if (folder.is_open() || (errno != EMFILE && errno != ENFILE) || !close_one_above()) {
+                return folder;
+            }
         }
     }
-    return reader.failed() ? fail_with_errno() : complete;
-}
+
+    /// \returns false with `errno` as it was when none is left.
+    bool close_one_above() noexcept
+    {
+        folder_emptier * highest = nullptr;
+        for (folder_emptier * at = above_; at != nullptr && at->reader_.is_open();
+             at = at->above_) {
+            highest = at;
+        }
+        return highest != nullptr && highest->close();
+    }
+
+    bool close() noexcept
+    {
+        int const reason = errno;
+        bool const known = ::fstat(reader_.folder(), &facts_) == 0;
+        if (known) {
+            reader_.close();
+        }
+        errno = reason;
+        return known;
+    }
+
+    bool reopen_from(folder_emptier & inner) noexcept
+    {
+        descriptor folder = inner.open(inner.reader_.folder(), "..");
+        struct stat facts;
+        if (!folder.is_open() || ::fstat(folder.get(), &facts) != 0) {
+            return fail_with_errno();
+        }
+        if (!same_file(facts, facts_)) { // somebody has moved the inner one
+            return fail(error_path_not_found);
+        }
+        reader_.reopen(std::move(folder));
+        return true;
+    }
+
+    directory_reader reader_;
+    std::size_t length_;
+    folder_emptier * above_;
+    struct stat facts_ = {}; // once the descriptor has been given up
+};
 
 } // namespace
 
@@ -112,8 +184,7 @@ bool empty_directory(char const * path, bool through_link) noexcept
         return fail(error_filename_exced_range);
     }
     path_remove_backslash(text);
-    directory_reader reader(std::move(folder));
-    return empty_open_directory(reader, std::strlen(text) + 1);
+    return folder_emptier(std::move(folder), std::strlen(text) + 1).run();
 }
 
 bool delete_file(char const * path) noexcept
