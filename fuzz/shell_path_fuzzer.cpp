@@ -79,7 +79,7 @@ void read_only(char const * text, char const * other)
     require(!path_is_url(text) || !path_is_file_spec(text));
     require(path_match_spec(text, "*") && path_match_spec(text, "*.*"));
     path_match_spec(text, other);
-    name_matches(text, other);
+    listing_matches(text, other);
 }
 
 template <typename Function> std::string change(std::string const & text, Function && function)
@@ -101,7 +101,9 @@ void in_place(std::string const & text, std::string const & other)
     while (change(folder, [](char * t) { path_remove_file_spec(t); }).size() < folder.size()) {
         folder = change(folder, [](char * t) { path_remove_file_spec(t); });
     }
-    require(folder == change(text, path_strip_to_root));
+    // A share goes from its server, every other root stays.
+    std::string const root = change(text, path_strip_to_root);
+    require(folder == root || (root.starts_with(folder) && folder.starts_with("\\\\")));
 
     array quoted(text);
     if (path_quote_spaces(quoted.get())) {

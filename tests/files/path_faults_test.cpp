@@ -112,6 +112,20 @@ TEST(path_faults, a_full_disk_leaves_the_old_target)
     EXPECT_EQ(area.entries(), 4);
 }
 
+TEST(path_faults, a_tree_goes_with_few_descriptors)
+{
+    scratch const area;
+    for (std::string name = "t"; area.path(name).size() + 4 < 260; name += "/d") {
+        area.write(name + "/e/f", "");
+    }
+    EXPECT_TRUE(holds_in_child([&] {
+        int const last = ::open("/", O_RDONLY | O_CLOEXEC);
+        ::rlimit const limit{static_cast<::rlim_t>(last) + 3, static_cast<::rlim_t>(last) + 3};
+        return ::setrlimit(RLIMIT_NOFILE, &limit) == 0 && area.path("t").remove();
+    }));
+    EXPECT_FALSE(area.exists("t"));
+}
+
 TEST(path_faults, one_of_two_racing_processes_gets_the_name)
 {
     scratch const area;

@@ -2,6 +2,7 @@
 #include "zel/files/native_path.h"
 #include "zel/files/path.h"
 
+#include "tests/support/locale_for_a_test.h"
 #include <cstdlib>
 #include <filesystem>
 #include <gtest/gtest.h>
@@ -54,12 +55,14 @@ TEST(path, takes_no_text_that_it_can_not_hold)
     EXPECT_THROW(path(zel::string("a\0b", 3)), std::invalid_argument);
     EXPECT_THROW(path("C:", longest.c_str()), std::length_error);
     EXPECT_THROW(old = more.c_str(), std::length_error);
-    EXPECT_FALSE(
-        old.append(more.c_str()) || old.append(longest.c_str(), true)
-        || old.add_extension(longest.c_str()) || old.relative_path_to(more.c_str(), 16, "C:\\", 16)
-        || old.relative_path_to("C:\\a", 16, "D:\\a", 16) || old.common_prefix("C:\\a", "D:\\a")
-        || old.common_prefix(more.c_str(), "a") || old == more.c_str());
+    EXPECT_FALSE(old.append(more.c_str()) || old.append(longest.c_str(), true)
+                 || old.add_extension(longest.c_str())
+                 || old.relative_path_to(more.c_str(), 16, "C:\\", 16)
+                 || old.relative_path_to("C:\\a", 16, "D:\\a", 16)
+                 || old.common_prefix(more.c_str(), "a") || old == more.c_str());
     EXPECT_STREQ(old.c_str(), "old");
+    EXPECT_FALSE(old.common_prefix("C:\\a", "D:\\a"));
+    EXPECT_TRUE(old.empty()) << "what they have in common";
 }
 
 TEST(path, joins_and_walks)
@@ -75,6 +78,7 @@ TEST(path, joins_and_walks)
     EXPECT_STREQ(joined.c_str(), "a\\c.txtx");
     EXPECT_STREQ(path("C:\\x").find_first_component().c_str(), "C:\\");
     EXPECT_STREQ(path("a\\").find_first_component().c_str(), "a\\");
+    EXPECT_STREQ(path("a\\\\\\b").find_next_component().c_str(), ".\\b");
     EXPECT_TRUE(path("a").find_next_component().empty() && path().find_first_component().empty());
     path slashes("a\\\\");
     slashes.strip_final_slash();
@@ -88,7 +92,8 @@ TEST(path, joins_and_walks)
     for (int round = 0; round < 2000; ++round) {
         std::string text = round % 2 == 0 ? "C:\\" : "x";
         for (auto count = random() % 8; count > 0; --count) {
-            text += pieces[random() % 5];
+            // Behind two that stand together a third begins a path of its own, `.\`.
+            text += pieces[text.ends_with("\\\\") ? 2 + random() % 3 : random() % 5];
         }
         path canonical(text.c_str());
         ASSERT_TRUE(canonical.canonicalize());
@@ -123,11 +128,14 @@ TEST(path, compares_hashes_and_sorts_without_case)
     }
     std::unordered_set<path> const set{path("A\\b"), path("a/B"), path("c")};
     EXPECT_EQ(set.size(), 2U);
-    path cases("a\xE4Z");
-    cases.to_upper();
-    EXPECT_STREQ(cases.c_str(), "A\xE4Z");
-    cases.to_lower();
-    EXPECT_STREQ(cases.c_str(), "a\xE4z");
+    for (bool const german : {false, true}) {
+        locale_for_a_test const locale(german ? "de_DE.ISO-8859-1" : "C");
+        path cases("a\xE4Z");
+        cases.to_upper();
+        EXPECT_STREQ(cases.c_str(), german ? "A\xC4Z" : "A\xE4Z");
+        cases.to_lower();
+        EXPECT_STREQ(cases.c_str(), "a\xE4z");
+    }
 }
 
 TEST(path, goes_through_streams)

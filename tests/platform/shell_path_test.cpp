@@ -129,7 +129,8 @@ TEST(shell_path, components)
         {R"(c:\path\)", R"(path\)", R"(c:\path)", R"(path\)"}, {R"(c:\)", R"(c:\)", R"(c:\)", ""},
         {R"(c:\file)", "file", R"(c:\)", "file"}, {"c:file", "file", "c:", ""},
         {"file", "file", "", ""}, {R"(a\b)", "b", "a", "b"}, {R"(\a)", "a", R"(\)", "a"},
-        {R"(\\server\share)", "share", R"(\\server\share)", R"(server\share)"},
+        {R"(\\server\share)", "share", R"(\\server)", R"(server\share)"}, {R"(\\server)", "server", R"(\\server)", "server"},
+        {R"(a\\b)", "b", "a", "b"}, {R"(a\\\b)", "b", "a", R"(\b)"},
         {R"(\\server\share\x)", "x", R"(\\server\share)", R"(server\share\x)"},
         {"", "", "", nullptr}, {"http://host/x", "//host/x", "", ""},
     };
@@ -196,7 +197,7 @@ TEST(shell_path, match_spec_and_urls)
 {
     struct { char const * name; char const * spec; bool matches; } const rows[] = {
         {"a.TXT", "*.txt", true}, {"a.txt", "?.txt", true}, {"ab.txt", "?.txt", false},
-        {"abcabd", "*abd", true}, {"a", "*.*", true}, {"a", "*.", true}, {"a.b", "*.", false}, {"a.", "*.", true},
+        {"abcabd", "*abd", true}, {"a", "*.*", true}, {"a", "*.", false}, {"a.b", "*.", false}, {"a.", "*.", true}, {"windows", "windows.", false},
         {"", "*", true}, {"", "", true}, {"a", "", false}, {"a.c", "*.txt; *.c", true}, {"a.c", "*.txt;*.d", false},
         {"a c", "a c", true}, {"aaab", "a*a*a*b", true}, {"aaab", "a*a*a*a*b", false}, {"[a]", "[a]", true},
     };

@@ -4,6 +4,7 @@
 #include "zel/base/ascii.h"
 #include "zel/files/path_argument.h"
 #include "zel/platform/files/special_folders.h"
+#include "zel/platform/host/locale.h"
 #include "zel/platform/paths/canonical_path.h"
 #include "zel/platform/paths/max_path.h"
 #include "zel/platform/paths/path_compare.h"
@@ -137,9 +138,17 @@ std::size_t hash_value(path const & source) noexcept
 
 unsigned int path::size() const noexcept { return static_cast<unsigned int>(std::strlen(text)); }
 
-void path::to_lower() noexcept { std::transform(text, text + size(), text, ascii::lower); }
+void path::to_lower() noexcept
+{
+    std::transform(text, text + size(), text,
+                   platform::only_ascii_has_case() ? ascii::lower : platform::lower_in_locale);
+}
 
-void path::to_upper() noexcept { std::transform(text, text + size(), text, ascii::upper); }
+void path::to_upper() noexcept
+{
+    std::transform(text, text + size(), text,
+                   platform::only_ascii_has_case() ? ascii::upper : platform::upper_in_locale);
+}
 
 bool path::add_extension(char const * extension) noexcept
 {
@@ -184,12 +193,7 @@ bool path::common_prefix(char const * first, char const * second) noexcept
 {
     text_argument const a(first);
     text_argument const b(second);
-    if (!a.fits() || !b.fits()
-        || platform::path_common_prefix(a.c_str(), b.c_str(), nullptr) == 0) {
-        return false;
-    }
-    platform::path_common_prefix(a.c_str(), b.c_str(), text);
-    return true;
+    return a.fits() && b.fits() && platform::path_common_prefix(a.c_str(), b.c_str(), text) != 0;
 }
 
 path path::find_first_component() const

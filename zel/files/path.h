@@ -98,7 +98,7 @@ public:
     char const * c_str() const noexcept { return text; }
     unsigned int size() const noexcept;
     bool empty() const noexcept { return *text == '\0'; }
-    /// Of ASCII letters.
+    /// Changes letters as the locale that the program set has them, like a `string`'s.
     void to_lower() noexcept;
     void to_upper() noexcept;
 
@@ -119,16 +119,17 @@ public:
     bool relative_path_to(char const * from, std::int32_t from_attributes, char const * to,
                           std::int32_t to_attributes) noexcept;
     /// Becomes the components that both texts begin with.
-    /// \returns false when there are none.
+    /// \returns false when there are none: the text is empty then.
     bool common_prefix(char const * first, char const * second) noexcept;
 
     /// The first component with the backslash behind it; the whole text when it is the only one.
     path find_first_component() const;
-    /// What follows the first component. Empty when nothing does, which ends a walk.
+    /// What follows the first component and one backslash behind it, or two that stand together.
+    /// Empty when nothing does, which ends a walk.
     path find_next_component() const;
 
     /// True when the file name is `spec`, or matches one of the wild-card patterns in it, which
-    /// are parted by `;`. `*.*` matches every name.
+    /// are parted by `;`. `*.*` matches every name; `*.` matches those that end in a dot.
     bool match_spec(char const * spec) const noexcept;
 
     /// Adds a backslash at the end of a text that has none and isn't empty.
@@ -148,7 +149,8 @@ public:
     /// What follows the first blank outside double quotes, or the end of the text.
     char const * get_arguments() const noexcept;
     void remove_arguments() noexcept;
-    /// Cuts off the last component and the separator in front of it; false when there is none.
+    /// Cuts off the last component and the separator in front of it; false when there is none. A
+    /// root stays, but of `\\server\share` only the server does.
     bool remove_file_spec() noexcept;
     /// The last component. One backslash at the end belongs to it.
     char const * find_filename() const noexcept;
@@ -205,7 +207,8 @@ public:
     /// Lists the entries of the folder that match `spec`, files and folders alike, in no order. One
     /// whose name no path can hold is left out. An empty path lists the current folder, a lone
     /// backslash the root with `C:\` in front of its entries.
-    /// \param spec   one wild-card pattern, in which a `;` is a byte like any other.
+    /// \param spec   one wild-card pattern, in which a `;` is a byte like any other. `*.` lists the
+    ///               names without an extension too.
     /// \param clear  empties the list first; else the entries are added behind what is there.
     void get_entries(std::list<auto_ptr<path>> & entries, char const * spec = "*.*",
                      bool clear = true);

@@ -35,7 +35,8 @@ struct search {
 void take_entry(void * context, std::string_view name)
 {
     search & found = *static_cast<search *>(context);
-    if (!platform::name_matches(name, found.pattern) || name.find('\\') != std::string_view::npos) {
+    if (!platform::listing_matches(name, found.pattern)
+        || name.find('\\') != std::string_view::npos) {
         return;
     }
     std::size_t size = found.folder_size;
@@ -186,9 +187,11 @@ void path::get_entries(std::list<auto_ptr<path>> & entries, char const * spec, b
     }
     char pattern[max_path];
     text_argument const name(spec);
+    // A pattern for names needs no room behind the folder's text: only the entries have to fit.
+    bool const for_names = name.fits() && platform::path_is_name(name.c_str());
     if (!name.fits() || !copy_with_drive(pattern, text)
         || platform::path_add_backslash(pattern) == nullptr
-        || !platform::path_append(pattern, name.c_str())) {
+        || !platform::path_append(pattern, for_names ? "*" : name.c_str())) {
         return;
     }
     // The folder is what stands in front of the last component, should `spec` have several.
@@ -197,7 +200,7 @@ void path::get_entries(std::list<auto_ptr<path>> & entries, char const * spec, b
     if (folder_size == 0 && platform::path_get_drive_number(pattern) >= 0) {
         return;
     }
-    search found{entries, whole.substr(folder_size), {}, folder_size};
+    search found{entries, for_names ? name.c_str() : whole.substr(folder_size), {}, folder_size};
     found.text[whole.copy(found.text, folder_size)] = '\0';
     platform::list_directory(folder_size == 0 ? "." : found.text, take_entry, &found);
 }

@@ -60,11 +60,16 @@ bool match_wild_cards(std::string_view name, std::string_view pattern) noexcept
     }
 }
 
+bool matches(std::string_view name, std::string_view pattern) noexcept
+{
+    return pattern == "*.*" || match_wild_cards(name, pattern);
+}
+
 } // namespace
 
-bool name_matches(std::string_view name, std::string_view pattern) noexcept
+bool listing_matches(std::string_view name, std::string_view pattern) noexcept
 {
-    if (pattern == "*.*" || match_wild_cards(name, pattern)) {
+    if (matches(name, pattern)) {
         return true;
     }
     return pattern.ends_with('.') && name.find('.') == std::string_view::npos
@@ -81,7 +86,7 @@ bool path_match_spec(std::string_view name, std::string_view spec) noexcept
         while (end < spec.size() && spec[end] != ';') {
             ++end;
         }
-        if (name_matches(name, spec.substr(start, end - start))) {
+        if (matches(name, spec.substr(start, end - start))) {
             return true;
         }
         if (end == spec.size()) {

@@ -20,6 +20,13 @@ char const * find_unquoted_blank(char const * text) noexcept
     return text;
 }
 
+/// True for `\\server\share` and nothing more.
+bool is_share(std::string_view text) noexcept
+{
+    return begins_with_server(text) && !text.starts_with("\\\\?\\")
+        && root_length(text) == text.size() && text.rfind('\\') > 1;
+}
+
 } // namespace
 
 char * path_add_backslash(char * text) noexcept
@@ -125,9 +132,12 @@ void path_remove_args(char * text) noexcept
 bool path_remove_file_spec(char * text) noexcept
 {
     std::string_view const whole = as_text(text);
-    std::string_view const folder = without_last_component(whole);
+    std::string_view folder = without_last_component(whole);
     if (folder.size() == whole.size()) {
-        return false;
+        if (!is_share(whole)) {
+            return false;
+        }
+        folder = whole.substr(0, whole.rfind('\\'));
     }
     text[folder.size()] = '\0';
     return true;
@@ -220,6 +230,12 @@ bool path_is_file_spec(char const * text) noexcept
     return as_text(text).find_first_of("\\:") == std::string_view::npos;
 }
 
+bool path_is_name(std::string_view text) noexcept
+{
+    return !text.empty() && text != "." && text != ".." && text.find('\\') == text.npos
+        && !begins_with_drive(text);
+}
+
 bool path_is_relative(char const * text) noexcept { return root_length(as_text(text)) == 0; }
 
 bool path_is_root(char const * text) noexcept
@@ -250,7 +266,7 @@ char const * path_find_next_component(char const * text) noexcept
     if (separator == nullptr) {
         return text + std::strlen(text);
     }
-    return separator + std::strspn(separator, "\\");
+    return separator + (separator[1] == '\\' ? 2 : 1);
 }
 
 } // namespace zel::platform

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string_view>
 
 /// What a path's text consists of, found or cut off; the texts are those of canonical_path.h.
 namespace zel::platform {
@@ -36,7 +37,8 @@ char const * path_get_args(char const * text) noexcept;
 /// Cuts the text in front of its first blank outside double quotes.
 void path_remove_args(char * text) noexcept;
 
-/// Cuts the last component off together with the separator in front of it; a root stays.
+/// Cuts the last component off together with the separator in front of it. A root stays, apart from
+/// that of a share, of which the server stays.
 /// \returns false when there was nothing to cut.
 bool path_remove_file_spec(char * text) noexcept;
 
@@ -71,6 +73,10 @@ void path_remove_blanks(char * text) noexcept;
 /// True when the text holds neither a backslash nor a colon.
 bool path_is_file_spec(char const * text) noexcept;
 
+/// True for one name, without a backslash or a drive, that is neither empty nor `.` nor `..`: it
+/// means the same in whatever folder it is looked up.
+bool path_is_name(std::string_view text) noexcept;
+
 /// True unless the text begins with a backslash or a drive.
 bool path_is_relative(char const * text) noexcept;
 
@@ -81,8 +87,8 @@ bool path_is_root(char const * text) noexcept;
 /// least, so that a drive is none.
 bool path_is_url(char const * text) noexcept;
 
-/// What follows the first backslash and those directly behind it, so that it never begins with one;
-/// the terminator when there is no backslash.
+/// What follows the first backslash, or the second where two stand together; the terminator when
+/// there is no backslash.
 /// \returns null for an empty text.
 char const * path_find_next_component(char const * text) noexcept;
 
