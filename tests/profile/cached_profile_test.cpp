@@ -183,13 +183,14 @@ TEST_F(cached_profile_test, lets_derived_classes_at_its_sections)
 TEST_F(cached_profile_test, keeps_names_in_the_order_of_their_bytes)
 {
     std::mt19937 random(5);
-    for (string const & common : {string(), string("configuration.item."), string("\0\0\0", 3)}) {
+    for (string const & common : {string(), string("configuration.item."), string("\1\1\1")}) {
         auto_ptr<with_keys> const derived(new with_keys(nullptr));
         std::map<std::string, int> model;
         for (int i = 0; i < 3000; ++i) {
             string name = random() % 50 == 0 ? string() : common;
             for (auto length = random() % 12; length > 0; --length) {
-                name += static_cast<char>(random() % 3 == 0 ? random() : 'a' + random() % 2);
+                name += static_cast<char>(random() % 3 == 0 ? random() % 255 + 1
+                                                            : 'a' + random() % 2);
             }
             model[name] = i;
             derived->write_int(name, "k", i);
@@ -218,6 +219,49 @@ TEST_F(cached_profile_test, allocates_nothing_for_a_hit)
     EXPECT_TRUE(right);
 }
 
+TEST_F(cached_profile_test, ends_every_text_at_its_first_nul)
+{
+    string const tail("\0tail", 5);
+    cache->write_string("s" + tail, "k" + tail, "v" + tail);
+    cache->write_by_index_string("s", "l" + tail, 1, "4" + tail);
+    EXPECT_EQ(cache->read_string("s", "k", ""), "v");
+    EXPECT_EQ(cache->read_string("s" + tail, "k" + tail, ""), "v");
+    EXPECT_EQ(cache->read_string("s", "missing", "d" + tail), "d");
+    numbered list;
+    cache->read_multiple("s", "l1", ',', "k" + tail, list);
+    EXPECT_EQ(list, (numbered{{4, "text of k4"}}));
+    below->take();
+    cache->commit();
+    EXPECT_EQ(below->take(), "write_string s/k=v;write_string s/l1=4;");
+}
+
+TEST_F(cached_profile_test, serves_a_store_that_comes_back_while_it_is_destroyed)
+{
+    for (char const * const key : {"a", "b"}) {
+        cache->write_int("s", key, 1);
+        cache->write_int("t", key, 1);
+    }
+    int calls = 0;
+    std::string found;
+    below->at_write = [&, &cached = *cache.get()] {
+        if (++calls == 2) {
+            found = cached.read_string("s", "a", "");
+            found += cached.read_string("t", "new", "");
+            cached.write_int("u", "late", 2);
+        }
+        if (calls >= 5) { // for ever
+            cached.write_int("u", std::to_string(calls).c_str(), 2);
+        }
+    };
+    cache = nullptr;
+    EXPECT_EQ(found, "text of atext of new");
+    EXPECT_EQ(below->take().find("write_int s/a=1;write_int s/b=1;read_string s/a=;"
+                                 "read_string t/new=;write_int t/a=1;write_int t/b=1;"
+                                 "write_int u/late=2;write_int u/5=2;"),
+              0U);
+    EXPECT_LT(calls, 20);
+}
+
 class on_a_file : public testing::Test {
 protected:
     scratch_folder folder{fast_place};
@@ -228,7 +272,7 @@ protected:
 
 TEST_F(on_a_file, writes_what_single_calls_would_have_written)
 {
-    /// No longer the class that takes everything at once.
+    /// Sees each write, and what they leave is in the file at the end.
     class each_alone : public zel::ini_file {
     public:
         using zel::ini_file::ini_file;
@@ -262,6 +306,65 @@ TEST_F(on_a_file, writes_what_single_calls_would_have_written)
     }
     EXPECT_EQ(alone->writes,
               9); // three at each commit, and once more at the first destruction
+}
+
+// A commit asks every section and entry to write itself; the file below is rewritten once.
+TEST_F(on_a_file, calls_what_derived_classes_override)
+{
+    static int values, sections, in_file;
+    class counted_value : public zel::profile_cache::int_cached_value {
+    public:
+        using int_cached_value::int_cached_value;
+        void commit(auto_ptr<zel::iprofile> store, string const & section) override
+        {
+            ++values;
+            int_cached_value::commit(store, section);
+        }
+    };
+    class counted_section : public with_keys::cached_key {
+    public:
+        using cached_key::cached_key;
+        void commit() override
+        {
+            ++sections;
+            cached_key::commit();
+            in_file = get(sections_file).find("n=1") != std::string::npos ? 1 : 0;
+        }
+        std::string sections_file;
+    };
+    auto_ptr<with_keys> derived(new with_keys(file));
+    auto_ptr<counted_section> const section(new counted_section("s", file));
+    section->sections_file = name;
+    section->insert_value(new counted_value("n", 1, true));
+    derived->insertKey(section.get());
+    derived->commit();
+    EXPECT_EQ(values, 1);
+    EXPECT_EQ(sections, 1);
+    EXPECT_EQ(in_file, 0);
+    EXPECT_EQ(get(name), "[s]\nn=1\n");
+}
+
+TEST_F(on_a_file, keeps_what_a_commit_without_memory_could_not_write)
+{
+    unsigned char block[] = {1, 2};
+    bool failed = true;
+    for (std::uint64_t memory = 0; failed; ++memory) {
+        std::filesystem::remove(name);
+        cache = new cached_profile(file);
+        cache->write_binary("s", "b", block, 2);
+        cache->write_string("s", "t", string(40, 't'));
+        failed = false;
+        try {
+            allocations::limit const few(memory);
+            cache->commit();
+        } catch (std::bad_alloc const &) {
+            failed = true;
+        }
+        cache->commit();
+        EXPECT_EQ(file->get_binary_size("s", "b"), 2U) << memory;
+        EXPECT_EQ(file->read_string("s", "t", ""), string(40, 't')) << memory;
+        EXPECT_TRUE(failed || memory > 3);
+    }
 }
 
 TEST_F(on_a_file, writes_each_section_to_the_store_that_it_was_given)

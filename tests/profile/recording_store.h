@@ -3,6 +3,7 @@
 
 #include "zel/profile/iprofile.h"
 #include <cstring>
+#include <functional>
 #include <stdexcept>
 #include <string>
 #include <utility>
@@ -15,6 +16,7 @@ class recording_store : public zel::iprofile {
 
 public:
     zel::string raise_for; // the key whose write fails
+    std::function<void()> at_write; // called in the middle of each
     zel::string take() { return std::exchange(log_, {}); }
 
     // clang-format off
@@ -53,6 +55,9 @@ private:
     }
     void raise(text key) const
     {
+        if (at_write) {
+            at_write();
+        }
         if (key == raise_for) {
             throw std::runtime_error("the store fails");
         }

@@ -1,13 +1,16 @@
 // SPDX-License-Identifier: MIT
 #include "zel/profile/cached_key.h"
 
-#include "zel/profile/profile_batch.h"
+#include "zel/platform/profiles/private_profile_batch.h"
+#include "zel/profile/named_items_members.h"
 #include <algorithm>
 
 namespace zel::profile_cache {
 
+template class named_items<cached_value>;
+
 cached_key::cached_key(string const & section, auto_ptr<iprofile> store)
-    : name_(section)
+    : name_(section.c_str())
     , profile_(std::move(store))
 {
 }
@@ -26,34 +29,25 @@ cached_key::~cached_key()
 
 void cached_key::commit()
 {
-    if (takes_batches(profile_.get())) {
-        std::vector<profile_write> writes;
-        append_writes(writes);
-        if (!writes.empty()) {
-            write_entries(*profile_, writes);
-            written();
-        }
-        return;
-    }
+    platform::private_profile_batch together;
+    values_.in_order();
     // By position, since the store may be one that comes back here and adds entries.
     for (std::size_t i = 0; i < values_.size(); ++i) {
-        values_[i].get()->commit(profile_, name_);
+        values_.item(i).commit(profile_, name_);
     }
+    together.finish();
 }
 
 std::vector<auto_ptr<cached_value>>::iterator cached_key::find_value(string const & entry)
 {
-    return index_.find(entry) == nullptr ? values_.end() : index_.place(values_, entry);
+    return values_.place_of(entry);
 }
 
-void cached_key::insert_value(auto_ptr<cached_value> value)
-{
-    index_.insert(values_, std::move(value));
-}
+void cached_key::insert_value(auto_ptr<cached_value> value) { values_.insert(std::move(value)); }
 
 string cached_key::read_string(string const & entry, string const & default_value)
 {
-    cached_value * value = index_.find(entry);
+    cached_value * value = values_.find(entry);
     if (value == nullptr) {
         string const text = profile_->read_string(name_, entry, default_value);
         insert_value(value = new string_cached_value(entry, text, false));
@@ -63,7 +57,7 @@ string cached_key::read_string(string const & entry, string const & default_valu
 
 std::int32_t cached_key::read_int(string const & entry, std::int32_t default_value)
 {
-    cached_value * value = index_.find(entry);
+    cached_value * value = values_.find(entry);
     if (value == nullptr) {
         std::int32_t const number = profile_->read_int(name_, entry, default_value);
         insert_value(value = new int_cached_value(entry, number, false));
@@ -78,7 +72,7 @@ bool cached_key::read_bool(string const & entry, bool default_value)
 
 void cached_key::write_string(string const & entry, string const & text)
 {
-    if (cached_value * const value = index_.find(entry)) {
+    if (cached_value * const value = values_.find(entry)) {
         value->set_string(text);
     } else {
         insert_value(new string_cached_value(entry, text, true));
@@ -87,7 +81,7 @@ void cached_key::write_string(string const & entry, string const & text)
 
 void cached_key::write_int(string const & entry, std::int32_t number)
 {
-    if (cached_value * const value = index_.find(entry)) {
+    if (cached_value * const value = values_.find(entry)) {
         value->set_int(number);
     } else {
         insert_value(new int_cached_value(entry, number, true));
@@ -101,7 +95,7 @@ void cached_key::write_binary(string const & entry, void * data, std::uint32_t s
     if (data == nullptr && size > 0) {
         return;
     }
-    if (cached_value * const value = index_.find(entry)) {
+    if (cached_value * const value = values_.find(entry)) {
         value->set_binary(data, size);
     } else {
         insert_value(new binary_cached_value(entry, data, size, true));
@@ -133,17 +127,10 @@ auto_ptr<cached_value> cached_key::load_binary(string const & section, string co
     return value;
 }
 
-void cached_key::append_writes(std::vector<profile_write> & writes) const
+void cached_key::commit_failed() noexcept
 {
     for (auto const & value : values_) {
-        value.get()->append_write(name_, writes);
-    }
-}
-
-void cached_key::written() noexcept
-{
-    for (auto const & value : values_) {
-        value.get()->written();
+        value.get()->commit_failed();
     }
 }
 
@@ -156,7 +143,7 @@ void cached_key::forget_changes() noexcept
 
 cached_value & cached_key::binary_value(string const & entry)
 {
-    cached_value * const value = index_.find(entry);
+    cached_value * const value = values_.find(entry);
     return value != nullptr ? *value : *load_binary(name_, entry);
 }
 

@@ -6,7 +6,7 @@
 #include "zel/core/ref_obj.h"
 #include "zel/profile/cached_value.h"
 #include "zel/profile/iprofile.h"
-#include "zel/profile/name_index.h"
+#include "zel/profile/named_items.h"
 #include "zel/text/string.h"
 #include <cstdint>
 #include <string_view>
@@ -14,15 +14,15 @@
 
 namespace zel::profile_cache {
 
-/// One section in memory with the entries that were used so far. It holds the store below, so that
-/// it can write them when it goes.
+/// One section in memory with the entries that were used so far. Its name ends at the first NUL. It
+/// holds the store below, so that it can write them when it goes.
 class ZEL_API cached_key : public ref_obj {
 public:
     cached_key(string const & section, auto_ptr<iprofile> store);
     /// Commits; no exception leaves.
     ~cached_key() override;
 
-    /// Writes what is dirty, in ascending order of name.
+    /// Calls `commit` of every entry, in ascending order of name.
     virtual void commit();
 
     string get_name() const { return name_; }
@@ -31,7 +31,7 @@ public:
 
     /// The entry, or the end of the entries.
     std::vector<auto_ptr<cached_value>>::iterator find_value(string const & entry);
-    /// Inserts an entry that is not there yet, at its place.
+    /// Inserts an entry that is not there yet.
     void insert_value(auto_ptr<cached_value> value);
 
     string read_string(string const & entry, string const & default_value);
@@ -46,19 +46,19 @@ public:
     /// Fetches a block from the store below and keeps it.
     auto_ptr<cached_value> load_binary(string const & section, string const & entry);
 
-    bool writes_to(iprofile const * store) const noexcept { return profile_.get() == store; }
-    /// Adds the dirty entries to those of one commit, and is told when they have been written.
-    void append_writes(std::vector<profile_write> & writes) const;
-    void written() noexcept;
+    /// Told when a commit ended with no memory; what may not have been kept is dirty again.
+    void commit_failed() noexcept;
+    /// Nothing is dirty afterwards.
     void forget_changes() noexcept;
 
 private:
     cached_value & binary_value(string const & entry);
 
     string const name_;
-    std::vector<auto_ptr<cached_value>> values_; // sorted by name, byte by byte
+    named_items<cached_value> values_;
     auto_ptr<iprofile> profile_;
-    name_index<cached_value> index_;
 };
+
+extern template class named_items<cached_value>;
 
 } // namespace zel::profile_cache

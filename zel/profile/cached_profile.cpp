@@ -1,10 +1,14 @@
 // SPDX-License-Identifier: MIT
 #include "zel/profile/cached_profile.h"
 
+#include "zel/platform/profiles/private_profile_batch.h"
+#include "zel/profile/named_items_members.h"
 #include "zel/profile/number_list.h"
-#include "zel/profile/profile_batch.h"
+#include <utility>
 
 namespace zel {
+
+template class profile_cache::named_items<profile_cache::cached_key>;
 
 cached_profile::cached_profile(auto_ptr<iprofile> below)
     : profile(std::move(below))
@@ -13,14 +17,17 @@ cached_profile::cached_profile(auto_ptr<iprofile> below)
 
 cached_profile::~cached_profile()
 {
-    if (takes_batches(profile.get())) {
-        try {
-            commit_together(true);
-        } catch (...) { // each section tries on its own below
+    platform::private_profile_batch const together;
+    // The store may come back here while a section writes itself. It finds a table without those
+    // that are on their way out, and what it adds goes in the next round.
+    for (int round = 0; round < 8 && !keys.empty(); ++round) {
+        last_used_ = nullptr;
+        for (auto & key : keys.take()) {
+            key = nullptr;
         }
     }
     for (auto & key : keys) {
-        key = nullptr;
+        key.get()->forget_changes();
     }
 }
 
@@ -64,8 +71,7 @@ void cached_profile::read_multiple(string const & section, string const & key, c
     result.clear();
     string const text = list.read_string(key, "");
     for (std::int32_t const number : split_numbers(text, separator)) {
-        string const name = base_key + std::string_view(decimal_text(number));
-        result.emplace_back(number, read_string(section, name, ""));
+        result.emplace_back(number, read_string(section, numbered_name(base_key, number), ""));
     }
 }
 
@@ -106,49 +112,31 @@ void cached_profile::read_binary(string const & section, string const & key, voi
 
 void cached_profile::commit()
 {
-    bool const together = takes_batches(profile.get());
-    if (together) {
-        commit_together(false);
-    }
-    // By position, since the store may be one that comes back here and adds sections.
-    for (std::size_t i = 0; i < keys.size(); ++i) {
-        if (!together || !keys[i].get()->writes_to(profile.get())) {
-            keys[i].get()->commit();
+    platform::private_profile_batch together;
+    try {
+        keys.in_order();
+        // By position, since the store may be one that comes back here and adds sections.
+        for (std::size_t i = 0; i < keys.size(); ++i) {
+            keys.item(i).commit();
         }
-    }
-}
-
-/// Writes what is dirty with one call, but for sections that a derived class gave another store.
-/// \param last  for sections that end with this object; what others hold still waits for them.
-void cached_profile::commit_together(bool last)
-{
-    auto const takes_part = [&](auto_ptr<cached_key> const & key) {
-        return key.get()->writes_to(profile.get()) && (!last || key.get()->ref_count() == 1);
-    };
-    std::vector<profile_write> writes;
-    for (auto const & key : keys) {
-        if (takes_part(key)) {
-            key.get()->append_writes(writes);
+        together.finish();
+    } catch (...) {
+        if (!platform::private_profile_batch::write_what_waits()) {
+            for (auto const & key : keys) {
+                key.get()->commit_failed();
+            }
         }
-    }
-    if (writes.empty()) {
-        return;
-    }
-    write_entries(*profile, writes);
-    for (auto const & key : keys) {
-        if (takes_part(key)) {
-            last ? key.get()->forget_changes() : key.get()->written();
-        }
+        throw;
     }
 }
 
 std::vector<auto_ptr<cached_profile::cached_key>>::iterator
 cached_profile::findKey(string const & section)
 {
-    return index_.find(section) == nullptr ? keys.end() : index_.place(keys, section);
+    return keys.place_of(section);
 }
 
-void cached_profile::insertKey(auto_ptr<cached_key> key) { index_.insert(keys, std::move(key)); }
+void cached_profile::insertKey(auto_ptr<cached_key> key) { keys.insert(std::move(key)); }
 
 auto_ptr<cached_profile::cached_key> cached_profile::getKey(string const & section)
 {
@@ -158,8 +146,8 @@ auto_ptr<cached_profile::cached_key> cached_profile::getKey(string const & secti
 /// `getKey` without a reference of the caller's own: sections stay as long as this object.
 cached_profile::cached_key & cached_profile::key_of(string const & section)
 {
-    if (last_used_ == nullptr || !index_.equal(last_used_->name_view(), section)) {
-        cached_key * found = index_.find(section);
+    if (last_used_ == nullptr || !profile_cache::same_name(last_used_->name_view(), section)) {
+        cached_key * found = keys.find(section);
         if (found == nullptr) {
             auto_ptr<cached_key> const added(found = new cached_key(section, profile));
             insertKey(added);

@@ -5,7 +5,7 @@
 #include "zel/core/auto_ptr.h"
 #include "zel/profile/cached_key.h"
 #include "zel/profile/iprofile.h"
-#include "zel/profile/name_index.h"
+#include "zel/profile/named_items.h"
 #include <cstdint>
 #include <list>
 #include <utility>
@@ -22,12 +22,18 @@ namespace zel {
 /// dropped. Truth values are numbers here, and the store below gets `1` and `0`. Names differ by
 /// the case of their letters, and `Sec` and `sec` end in one section of a private-profile file.
 ///
-/// Dirty entries are written in ascending order of section and entry. Texts and numbers go out at
-/// every commit from their first change on, blocks once a change. An `ini_file` below gets all of
-/// one commit in one rewrite of its file; any other store gets a call for each entry.
+/// Dirty entries are written in ascending order of section and entry, with a call of the store below
+/// for each. Texts and numbers go out at every commit from their first change on, blocks once a
+/// change. An `ini_file` at the bottom collects what it gets in one commit and rewrites its file once,
+/// at the end, or before that when the same thread reads from a file of settings. What it could not
+/// write leaves its reason in the thread's last error, as after a single write.
 ///
 /// The destructor writes too, and lets no exception out: a null store below loses what is dirty,
-/// and a store that raises loses the entry that it raised for and those behind it in that section.
+/// and a store that raises loses the entry that it raised for and those behind it in that section. A
+/// store that comes back here meanwhile is served; what it adds is written too, and dropped when it
+/// adds something each time.
+///
+/// Section, key and text end at their first NUL.
 ///
 /// One object is for one thread at a time, also for reads, since they remember.
 /// \code
@@ -78,6 +84,8 @@ public:
 
     /// Writes what is dirty to the store below, which may be a cache that waits for its own commit.
     /// An exception of that store passes; what had not been written by then is still dirty.
+    /// \throws std::bad_alloc  maybe after everything was given to an `ini_file`, whose file is as it
+    ///                         was then; everything is still dirty.
     virtual void commit();
 
 protected:
@@ -89,21 +97,22 @@ protected:
 
     /// The section, or `keys.end()`.
     std::vector<auto_ptr<cached_key>>::iterator findKey(string const & section);
-    /// Inserts a section that is not there yet, at its place.
+    /// Inserts a section that is not there yet.
     void insertKey(auto_ptr<cached_key> key);
     /// The section, created when it is missing; the store below is not asked.
     auto_ptr<cached_key> getKey(string const & section);
 
     auto_ptr<iprofile> profile;
-    /// Sorted by name, byte by byte. Changed by `insertKey` and nothing else.
-    std::vector<auto_ptr<cached_key>> keys;
+    /// A vector of `auto_ptr<cached_key>`, sorted by name, byte by byte. Changed by `insertKey` and
+    /// nothing else.
+    profile_cache::named_items<cached_key> keys;
 
 private:
     cached_key & key_of(string const & section);
-    void commit_together(bool last);
 
-    name_index<cached_key> index_;
     cached_key * last_used_ = nullptr; // of the sections
 };
+
+extern template class profile_cache::named_items<profile_cache::cached_key>;
 
 } // namespace zel

@@ -1,13 +1,12 @@
 // SPDX-License-Identifier: MIT
 #include "zel/profile/cached_value.h"
 
-#include "zel/profile/profile_batch.h"
 #include <algorithm>
 
 namespace zel::profile_cache {
 
 cached_value::cached_value(string const & entry, bool is_dirty)
-    : name(entry)
+    : name(entry.c_str())
     , dirty(is_dirty)
 {
 }
@@ -22,12 +21,11 @@ std::uint32_t cached_value::get_binary_size() { return 0; }
 void cached_value::set_string(string const &) { }
 void cached_value::set_int(std::int32_t) { }
 void cached_value::set_binary(void *, std::uint32_t) { }
-void cached_value::append_write(std::string_view, std::vector<profile_write> &) const { }
-void cached_value::written() noexcept { }
+void cached_value::commit_failed() noexcept { }
 
 string_cached_value::string_cached_value(string const & entry, string const & text, bool is_dirty)
     : cached_value(entry, is_dirty)
-    , value_(text)
+    , value_(text.c_str())
 {
 }
 
@@ -44,16 +42,8 @@ string string_cached_value::get_string() { return value_; }
 
 void string_cached_value::set_string(string const & text)
 {
-    value_ = text;
+    value_ = text.c_str();
     dirty = true;
-}
-
-void string_cached_value::append_write(std::string_view section,
-                                       std::vector<profile_write> & writes) const
-{
-    if (dirty) {
-        writes.push_back({section, name, std::string_view(value_)});
-    }
 }
 
 int_cached_value::int_cached_value(string const & entry, std::int32_t number, bool is_dirty)
@@ -79,14 +69,6 @@ void int_cached_value::set_int(std::int32_t number)
     dirty = true;
 }
 
-void int_cached_value::append_write(std::string_view section,
-                                    std::vector<profile_write> & writes) const
-{
-    if (dirty) {
-        writes.push_back({section, name, value_});
-    }
-}
-
 binary_cached_value::binary_cached_value(string const & entry, void const * block,
                                          std::uint32_t length, bool is_dirty)
     : cached_value(entry, is_dirty)
@@ -103,6 +85,7 @@ void binary_cached_value::commit(auto_ptr<iprofile> store, string const & sectio
     if (dirty) {
         store->write_binary(section, name, data_.get(), size_);
         dirty = false;
+        was_committed_ = true;
     }
 }
 
@@ -122,15 +105,6 @@ void binary_cached_value::set_binary(void * block, std::uint32_t length)
     dirty = true;
 }
 
-void binary_cached_value::append_write(std::string_view section,
-                                       std::vector<profile_write> & writes) const
-{
-    if (dirty) {
-        writes.push_back(
-            {section, name, std::span<unsigned char const>(data_.get(), std::size_t{size_})});
-    }
-}
-
-void binary_cached_value::written() noexcept { dirty = false; }
+void binary_cached_value::commit_failed() noexcept { dirty = dirty || was_committed_; }
 
 } // namespace zel::profile_cache

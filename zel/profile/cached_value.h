@@ -9,16 +9,11 @@
 #include "zel/text/string.h"
 #include <cstdint>
 #include <string_view>
-#include <vector>
-
-namespace zel {
-struct profile_write;
-}
 
 /// What a `cached_profile` keeps.
 namespace zel::profile_cache {
 
-/// One entry in memory. It answers every operation; those that do not fit its type do nothing or
+/// One entry in memory. Its name and its text end at their first NUL. It answers every operation; those that do not fit its type do nothing or
 /// give "" or 0.
 class ZEL_API cached_value : public ref_obj {
 public:
@@ -38,9 +33,8 @@ public:
     /// \param block  may be null when `length` is 0.
     virtual void set_binary(void * block, std::uint32_t length);
 
-    /// Adds a dirty entry to those of one commit, and is told when they have been written.
-    virtual void append_write(std::string_view section, std::vector<profile_write> & writes) const;
-    virtual void written() noexcept;
+    /// Told when a commit ended with no memory, so that the store may not have kept what it got.
+    virtual void commit_failed() noexcept;
 
     string get_name() const { return name; }
     std::string_view name_view() const noexcept { return name; }
@@ -60,7 +54,6 @@ public:
     void commit(auto_ptr<iprofile> store, string const & section) override;
     string get_string() override;
     void set_string(string const & text) override;
-    void append_write(std::string_view section, std::vector<profile_write> & writes) const override;
 
 private:
     string value_;
@@ -74,7 +67,6 @@ public:
     void commit(auto_ptr<iprofile> store, string const & section) override;
     std::int32_t get_int() override;
     void set_int(std::int32_t number) override;
-    void append_write(std::string_view section, std::vector<profile_write> & writes) const override;
 
 private:
     std::int32_t value_;
@@ -91,12 +83,13 @@ public:
     void get_binary(void * target, std::uint32_t count) override;
     std::uint32_t get_binary_size() override;
     void set_binary(void * block, std::uint32_t length) override;
-    void append_write(std::string_view section, std::vector<profile_write> & writes) const override;
-    void written() noexcept override;
+    /// Dirty again.
+    void commit_failed() noexcept override;
 
 private:
     auto_buffer<unsigned char> data_;
     std::uint32_t size_; // bytes in `data_`
+    bool was_committed_ = false;
 };
 
 } // namespace zel::profile_cache

@@ -6,10 +6,6 @@
 #include "zel/platform/paths/max_path.h"
 #include "zel/platform/profiles/private_profile.h"
 #include "zel/profile/number_list.h"
-#include "zel/profile/profile_batch.h"
-#include <array>
-#include <typeinfo>
-#include <vector>
 
 namespace zel {
 namespace {
@@ -97,7 +93,7 @@ void ini_file::read_multiple(string const & section, string const & key, char se
     result.clear();
     long_value const list(file_path, section, key, "");
     for (std::int32_t const number : split_numbers(list.view(), separator)) {
-        string const name = base_key + std::string_view(decimal_text(number));
+        string const name = numbered_name(base_key, number);
         result.emplace_back(number, long_value(file_path, section, name, "").view());
     }
 }
@@ -138,35 +134,6 @@ void ini_file::read_binary(string const & section, string const & key, void * da
                            std::uint32_t size)
 {
     platform::get_private_profile_struct(section, key, data, size, host_file(file_path));
-}
-
-bool takes_batches(iprofile const * store) noexcept
-{
-    return store != nullptr && typeid(*store) == typeid(ini_file);
-}
-
-void write_entries(iprofile & store, std::span<profile_write const> writes)
-{
-    using platform::private_profile_entry;
-    std::vector<private_profile_entry> entries;
-    std::vector<decimal_text> numbers; // room for all, so that none moves
-    entries.reserve(writes.size());
-    numbers.reserve(writes.size());
-    for (profile_write const & write : writes) {
-        private_profile_entry & entry
-            = entries.emplace_back(private_profile_entry{write.section, write.key, {}});
-        if (auto const * text = std::get_if<std::string_view>(&write.value)) {
-            entry.value = *text;
-        } else if (auto const * number = std::get_if<std::int32_t>(&write.value)) {
-            entry.value = numbers.emplace_back(*number);
-        } else {
-            auto const bytes = std::get<std::span<unsigned char const>>(write.value);
-            entry.value = {reinterpret_cast<char const *>(bytes.data()), bytes.size()};
-            entry.kind = private_profile_entry::block;
-        }
-    }
-    path const & file = static_cast<ini_file &>(store).get_path();
-    platform::write_private_profile_entries(entries, host_file(file));
 }
 
 } // namespace zel

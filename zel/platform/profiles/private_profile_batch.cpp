@@ -20,32 +20,28 @@ private_profile_batch::private_profile_batch() noexcept
 
 private_profile_batch::~private_profile_batch()
 {
-    write_what_waits();
     if (outer_ == nullptr) {
+        write_what_waits();
         open_batch = nullptr;
     }
 }
 
 void private_profile_batch::finish()
 {
-    private_profile_batch & batch = outer_ != nullptr ? *outer_ : *this;
-    try {
-        batch.write();
-    } catch (...) {
-        batch.clear();
-        throw;
-    }
-    batch.clear();
+    write();
+    clear();
 }
 
-void private_profile_batch::write_what_waits() noexcept
+bool private_profile_batch::write_what_waits() noexcept
 {
-    if (open_batch != nullptr) {
-        try {
-            open_batch->write();
-            open_batch->clear();
-        } catch (std::bad_alloc const &) { // maybe there is memory later
-        }
+    if (open_batch == nullptr) {
+        return true;
+    }
+    try {
+        open_batch->finish();
+        return true;
+    } catch (std::bad_alloc const &) {
+        return false;
     }
 }
 

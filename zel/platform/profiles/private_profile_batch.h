@@ -15,8 +15,8 @@ namespace zel::platform {
 /// that when the thread reads any private-profile file or writes to another one. So the thread finds
 /// what it wrote, and the files hold what single writes would have left.
 ///
-/// One that is opened while another is open in the same thread adds nothing to it; its end writes
-/// what waits.
+/// One that is opened while another is open in the same thread does nothing: the outermost one
+/// collects and writes.
 class private_profile_batch {
 public:
     private_profile_batch() noexcept;
@@ -25,17 +25,17 @@ public:
     private_profile_batch(private_profile_batch const &) = delete;
     private_profile_batch & operator=(private_profile_batch const &) = delete;
 
-    /// Writes what waits.
-    /// \throws std::bad_alloc  with nothing written, and nothing waiting any more.
+    /// Writes what waits, if this is the outermost one.
+    /// \throws std::bad_alloc  with nothing written, and everything waiting still.
     void finish();
 
     /// Notes an entry and copies its texts.
     /// \returns false when no batch is open in this thread.
     /// \throws std::bad_alloc  with the entry not noted.
     static bool take(private_profile_entry const & entry, char const * file);
-    /// The same as `finish` of the batch that is open in this thread, if there is one. What there is
-    /// no memory for goes on waiting.
-    static void write_what_waits() noexcept;
+    /// Writes what waits in this thread.
+    /// \returns false when there is no memory for that; everything waits still.
+    static bool write_what_waits() noexcept;
 
 private:
     struct noted_entry {
