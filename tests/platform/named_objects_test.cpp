@@ -4,6 +4,8 @@
 #include "tests/platform/waited_object.h"
 #include "tests/support/processes.h"
 #include "zel/platform/last_error.h"
+#include "zel/platform/objects/named_file_linux.h"
+#include "zel/platform/objects/process_life_linux.h"
 #include "zel/platform/waits/address_wait.h"
 #include <algorithm>
 #include <atomic>
@@ -23,7 +25,6 @@
 #include <vector>
 
 #include <fcntl.h>
-#include <sys/file.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -53,19 +54,17 @@ counters & shared_counters()
     return *new (memory) counters{};
 }
 
-// Files in shared memory that nobody has, among them of this user's other programs.
-int abandoned_files()
+// Files in shared memory that nobody holds, among them of this user's other programs.
+long abandoned_files()
 {
-    int count = 0;
-    std::error_code none;
-    for (auto const & entry : std::filesystem::directory_iterator(folder(), none)) {
-        int const file = ::open(entry.path().c_str(), O_RDWR | O_CLOEXEC);
-        if (file >= 0) {
-            count += ::flock(file, LOCK_EX | LOCK_NB) == 0 ? 1 : 0;
-            ::close(file);
-        }
-    }
-    return count;
+    user_folder place;
+    EXPECT_TRUE(place.open(false));
+    std::filesystem::directory_iterator const files(folder());
+    return std::count_if(begin(files), end(files), [&](auto const & entry) {
+        named_file file;
+        return file.open(place, entry.path().filename().c_str()) == user_folder::found::file
+            && file.is_understood() && file.holders().life(0, life_of_process) == is_over;
+    });
 }
 
 TEST(named_objects, are_one_object_in_all_processes)
@@ -234,7 +233,7 @@ TEST(named_objects, do_not_trust_what_somebody_else_put_there)
     EXPECT_EQ(last_error_of_user(), 5);
     ASSERT_EQ(::unlink(place.c_str()), 0);
     EXPECT_EQ(last_error_of_user(), 0); // a folder of its own
-    EXPECT_FALSE(std::filesystem::exists(place)); // it went with the last object
+    EXPECT_EQ(std::filesystem::remove_all(place), 2U) << "the file went with the last object";
 }
 
 TEST(named_event, lets_through_whom_it_should)

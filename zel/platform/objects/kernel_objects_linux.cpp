@@ -2,7 +2,7 @@
 #include "zel/platform/kernel_objects.h"
 
 #include "zel/platform/host/failure.h"
-#include "zel/platform/objects/named_memory.h"
+#include "zel/platform/objects/named_handles_linux.h"
 #include "zel/platform/objects/named_mutex_linux.h"
 #include "zel/platform/objects/named_waitable_linux.h"
 #include "zel/platform/objects/unnamed_mutex_linux.h"
@@ -27,7 +27,7 @@ void drop(handle_slot & slot, bool is_named)
 {
     if (unpin(slot)) {
         if (is_named) {
-            release_named_memory(memory_in(slot));
+            release_named_object(slot);
         }
         free_slot(slot);
     }
@@ -40,10 +40,13 @@ public:
     named_access(handle_slot & slot, void * handle, std::uint32_t right) noexcept
         : slot_(slot)
         , pinned_(pin(slot, handle))
-        , allowed_(pinned_ && (slot.access.load(std::memory_order_relaxed) & right) == right)
+        , allowed_(pinned_ && (slot.access.load(std::memory_order_relaxed) & right) == right
+                   && use_named_objects())
     {
-        if (!allowed_) {
-            set_last_error(pinned_ ? error_access_denied : error_invalid_handle);
+        if (!pinned_) {
+            set_last_error(error_invalid_handle);
+        } else if ((slot.access.load(std::memory_order_relaxed) & right) != right) {
+            set_last_error(error_access_denied);
         }
     }
     ~named_access()

@@ -14,7 +14,15 @@ namespace {
 constinit brief_lock closed_lock;
 constinit std::uint32_t first_closed = 0; // one more than the number of the slot, 0 for none
 
-robust_mutex mutex_of(handle_slot & slot) { return mutex_in(memory_in(slot), process_mark()); }
+std::uint64_t own_mark() { return known_process_mark.load(std::memory_order_relaxed); }
+
+robust_mutex mutex_of(handle_slot & slot) { return mutex_in(memory_in(slot), own_mark()); }
+
+robust_mutex mutex_of(void * block)
+{
+    auto & object = *static_cast<named_mutex *>(block);
+    return {object.state, object.ownership, own_mark()};
+}
 
 void keep(handle_slot & slot)
 {
@@ -22,12 +30,6 @@ void keep(handle_slot & slot)
     slot.next_free.store(first_closed, std::memory_order_relaxed);
     first_closed = slot.number + 1;
     closed_lock.unlock();
-}
-
-void free_memory(handle_slot & slot)
-{
-    release_named_memory(memory_in(slot));
-    free_slot(slot);
 }
 
 void drop(handle_slot & slot)
@@ -39,7 +41,8 @@ void drop(handle_slot & slot)
         leave_named_memory(memory_in(slot)); // or the name stays as long as the owner
         keep(slot);
     } else {
-        free_memory(slot);
+        release_named_object(slot);
+        free_slot(slot);
     }
 }
 
@@ -48,10 +51,16 @@ void drop(handle_slot & slot)
 void initialize_named_mutex(void * block, void const * initially_owned) noexcept
 {
     if (*static_cast<bool const *>(initially_owned)) {
-        auto & object = *static_cast<named_mutex *>(block);
-        robust_mutex const mutex{object.state, object.ownership, process_mark()};
         std::uint64_t free = 0;
-        mutex.take(*robust_list::own(), robust_mutex::thread_number(), free);
+        mutex_of(block).take(*robust_list::own(), robust_mutex::thread_number(), free);
+    }
+}
+
+void withdraw_named_mutex(void * block, void const * initially_owned) noexcept
+{
+    if (*static_cast<bool const *>(initially_owned)) {
+        robust_mutex const mutex = mutex_of(block);
+        mutex.give_back(*robust_list::own(), mutex.state.load(std::memory_order_relaxed));
     }
 }
 
@@ -59,7 +68,7 @@ std::uint32_t wait_for_named_mutex(handle_slot & slot, void * handle,
                                    std::uint32_t milliseconds) noexcept
 {
     robust_list * const list = robust_list::own();
-    if (list == nullptr) {
+    if (list == nullptr || !use_named_objects()) {
         return wait_failed;
     }
     std::uint32_t const self = robust_mutex::thread_number();
@@ -93,6 +102,9 @@ std::uint32_t wait_for_named_mutex(handle_slot & slot, void * handle,
 bool release_named_mutex(handle_slot & slot, void * handle) noexcept
 {
     uninterrupted const guard;
+    if (!use_named_objects()) {
+        return false;
+    }
     if (!pin(slot, handle)) {
         return fail(error_invalid_handle);
     }
@@ -129,7 +141,8 @@ void free_closed_mutexes() noexcept
         if (mutex_of(slot).is_on_a_list_here()) {
             keep(slot);
         } else {
-            free_memory(slot);
+            unmap_named_memory(memory_in(slot));
+            free_slot(slot);
         }
     }
 }

@@ -2,7 +2,8 @@
 #pragma once
 
 #include "zel/platform/kernel_objects.h"
-#include "zel/platform/objects/named_memory.h"
+#include "zel/platform/objects/named_handles_linux.h"
+#include "zel/platform/objects/process_life_linux.h"
 #include "zel/platform/objects/robust_mutex_linux.h"
 #include "zel/platform/waits/handles.h"
 #include "zel/platform/waits/this_thread_linux.h"
@@ -19,13 +20,6 @@ struct named_mutex {
     mutex_ownership ownership;
 };
 static_assert(offsetof(named_mutex, ownership) == robust_word_distance);
-
-inline named_memory & memory_in(handle_slot & slot) noexcept
-{
-    static_assert(sizeof(named_memory) <= sizeof(handle_slot::room));
-    void * const room = slot.room;
-    return *static_cast<named_memory *>(room);
-}
 
 inline robust_mutex mutex_in(named_memory const & memory, std::uint64_t process) noexcept
 {
@@ -67,6 +61,8 @@ inline bool give_back_named_mutex(handle_slot & slot) noexcept
 /// What a creation puts into the block; the creator has it before anybody else can find it.
 /// \param initially_owned  a `bool`.
 void initialize_named_mutex(void * block, void const * initially_owned) noexcept;
+/// The opposite, when another process was quicker.
+void withdraw_named_mutex(void * block, void const * initially_owned) noexcept;
 
 /// Results and last errors as in kernel_objects.h.
 std::uint32_t wait_for_named_mutex(handle_slot & slot, void * handle,
@@ -80,7 +76,7 @@ bool close_named_mutex(handle_slot & slot, void * handle) noexcept;
 /// Frees what `close_named_mutex` had to keep and nobody needs any more.
 void free_closed_mutexes() noexcept;
 
-/// In the child after a fork.
+/// In the child after a fork, where no thread owns one.
 void forget_owners_of_closed_mutexes() noexcept;
 
 } // namespace zel::platform

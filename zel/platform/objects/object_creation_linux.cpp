@@ -2,7 +2,7 @@
 #include "zel/platform/host/failure.h"
 #include "zel/platform/host/fork_handlers.h"
 #include "zel/platform/kernel_objects.h"
-#include "zel/platform/objects/named_memory.h"
+#include "zel/platform/objects/named_handles_linux.h"
 #include "zel/platform/objects/named_mutex_linux.h"
 #include "zel/platform/objects/named_waitable_linux.h"
 #include "zel/platform/objects/unnamed_mutex_linux.h"
@@ -45,7 +45,6 @@ void after_fork_in_child() noexcept
     if (robust_list * const list = robust_list::own()) {
         list->withdraw(); // the C library has emptied the list itself
     }
-    known_process_mark.store(0, std::memory_order_relaxed);
     forget_owners_of_closed_mutexes();
     for_each_slot(renew_slot);
 }
@@ -62,7 +61,7 @@ bool is_empty(char const * name) { return name == nullptr || *name == '\0'; }
 /// What creations and openings have in common: `find(memory, existed)` maps the object.
 template <typename Find> void * make_named_handle(handle_kind kind, std::uint32_t access, Find find)
 {
-    if (!prepare_forks() || robust_list::own() == nullptr) {
+    if (!prepare_forks() || robust_list::own() == nullptr || !use_named_objects()) {
         return nullptr;
     }
     uninterrupted const guard;
@@ -81,14 +80,12 @@ template <typename Find> void * make_named_handle(handle_kind kind, std::uint32_
     return handle;
 }
 
-void * create_named(handle_kind kind, std::uint32_t access, char const * name, std::size_t size,
-                    void (*initialize)(void *, void const *) noexcept, void const * argument)
+void * create_named(std::uint32_t access, char const * name, named_memory_content const & content)
 {
-    return make_named_handle(kind, access, [&](named_memory & memory, bool & existed) {
-        named_memory_content const content{static_cast<std::uint32_t>(kind), size, initialize,
-                                           argument};
-        return create_named_memory(name, content, memory, existed);
-    });
+    return make_named_handle(static_cast<handle_kind>(content.kind), access,
+                             [&](named_memory & memory, bool & existed) {
+                                 return create_named_memory(name, content, memory, existed);
+                             });
 }
 
 void * open_named(handle_kind kind, std::size_t size, std::uint32_t access, char const * name)
@@ -131,8 +128,9 @@ void * create_waitable(handle_kind unnamed, handle_kind named, std::uint32_t acc
                        char const * name, waitable_content const & content)
 {
     if (!is_empty(name)) {
-        return create_named(named, access, name, sizeof(named_waitable), initialize_waitable,
-                            &content);
+        return create_named(access, name,
+                            {static_cast<std::uint32_t>(named), sizeof(named_waitable),
+                             initialize_waitable, nullptr, &content});
     }
     return prepare_forks() ? created(create_unnamed(unnamed, content.initial, content.maximum))
                            : nullptr;
@@ -160,8 +158,10 @@ void * create_semaphore(std::int32_t initial, std::int32_t maximum, char const *
 void * create_mutex(bool initially_owned, char const * name) noexcept
 {
     if (!is_empty(name)) {
-        return create_named(handle_kind::named_mutex, mutex_all_access, name, sizeof(named_mutex),
-                            initialize_named_mutex, &initially_owned);
+        return create_named(mutex_all_access, name,
+                            {static_cast<std::uint32_t>(handle_kind::named_mutex),
+                             sizeof(named_mutex), initialize_named_mutex, withdraw_named_mutex,
+                             &initially_owned});
     }
     return prepare_forks() ? created(create_unnamed_mutex(initially_owned)) : nullptr;
 }

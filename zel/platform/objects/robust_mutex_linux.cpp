@@ -5,11 +5,7 @@
 #include "zel/platform/last_error.h"
 #include "zel/platform/waits/address_wait.h"
 
-#include <sys/random.h>
-
 namespace zel::platform {
-
-constinit atomic<std::uint64_t> known_process_mark{0};
 
 namespace {
 
@@ -87,20 +83,6 @@ bool robust_mutex::free_and_wake(atomic<std::uint64_t> & state, bool shared, rob
     }
     list.withdraw();
     return true;
-}
-
-std::uint64_t make_process_mark() noexcept
-{
-    std::uint64_t fresh = 0;
-    while (fresh == 0) {
-        if (::getrandom(&fresh, sizeof fresh, 0) != sizeof fresh) {
-            fresh = 0;
-        }
-    }
-    std::uint64_t known = 0;
-    return known_process_mark.compare_exchange_strong(known, fresh, std::memory_order_relaxed)
-        ? fresh
-        : known;
 }
 
 } // namespace zel::platform

@@ -37,22 +37,12 @@ struct mutex_ownership {
     atomic<std::uintptr_t> home;
 };
 
-extern constinit atomic<std::uint64_t> known_process_mark; // 0: not made yet
-std::uint64_t make_process_mark() noexcept;
-
-/// A random number that stands for this process, another one in the child after a fork.
-inline std::uint64_t process_mark() noexcept
-{
-    std::uint64_t const known = known_process_mark.load(std::memory_order_relaxed);
-    return known != 0 ? known : make_process_mark();
-}
-
 struct robust_mutex {
     atomic<std::uint64_t> & state;
     mutex_ownership & ownership;
-    std::uint64_t process; // process_mark() for one in shared memory, else 0
+    std::uint64_t process; // the mark of this process (process_life_linux.h)
 
-    bool is_shared() const noexcept { return process != 0; }
+    bool is_shared() const noexcept { return true; }
 
     atomic<std::uint32_t> const & word() const noexcept { return word_in(state); }
 

@@ -1,0 +1,38 @@
+// SPDX-License-Identifier: MIT
+#include "zel/platform/objects/named_handles_linux.h"
+
+namespace zel::platform {
+namespace {
+
+constinit std::uint64_t adopting = 0; // the mark; one thread of the process comes here once
+
+void adopt_handles(std::uint64_t mark) noexcept
+{
+    adopting = mark;
+    for_each_slot([](handle_slot & slot) {
+        std::uint32_t const tag = tag_of(slot.references.load(std::memory_order_relaxed));
+        switch (static_cast<handle_kind>(tag & 15)) {
+        case handle_kind::named_event:
+        case handle_kind::named_mutex:
+        case handle_kind::named_semaphore:
+            adopt_named_memory(memory_in(slot), adopting);
+            break;
+        default:
+            break;
+        }
+    });
+}
+
+} // namespace
+
+bool use_named_objects() noexcept { return use_named_memory(adopt_handles); }
+
+void release_named_object(handle_slot & slot) noexcept
+{
+    if (use_named_objects()) { // else its children's lock tells of the handle, until it ends
+        leave_named_memory(memory_in(slot));
+    }
+    unmap_named_memory(memory_in(slot));
+}
+
+} // namespace zel::platform

@@ -1,0 +1,240 @@
+// SPDX-License-Identifier: MIT
+#include "zel/platform/objects/process_life_linux.h"
+
+#include "zel/platform/host/failure.h"
+#include "zel/platform/host/without_cancellation_linux.h"
+#include "zel/platform/waits/brief_lock.h"
+#include "zel/platform/waits/this_thread_linux.h"
+#include "zel/platform/waits/uninterrupted.h"
+#include <cerrno>
+#include <utility>
+
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <sys/random.h>
+
+namespace zel::platform {
+
+constinit atomic<std::uint64_t> known_process_mark{0};
+
+namespace {
+
+constexpr char const * file_of_locks = "processes";
+constexpr std::uint64_t mark_mask = 0xFF'FFFF'FFFE; // even: the odd byte is the children's
+constexpr std::size_t page = 4096;
+
+struct life_lock {
+    void * mapping; // which keeps the lock; null for none
+    std::uint64_t mark;
+    struct stat file;
+};
+
+constinit brief_lock registration;
+constinit life_lock own_lock{};
+constinit life_lock inherited_lock{}; // of a child, on the byte behind its parent's mark
+constinit life_lock lock_of_fork{}; // of the fork that is being made
+constinit atomic<bool> has_forked{false};
+
+void add_to_depth(std::uint32_t number)
+{
+    atomic<std::uint32_t> & depth = this_thread.depth;
+    depth.store(depth.load(std::memory_order_relaxed) + number, std::memory_order_relaxed);
+    signal_fence();
+}
+
+std::uint64_t random_mark()
+{
+    std::uint64_t mark = 0;
+    while ((mark & mark_mask) == 0) {
+        if (::getrandom(&mark, sizeof mark, 0) != sizeof mark) {
+            mark = 0;
+        }
+    }
+    return mark & mark_mask;
+}
+
+bool open_file_of_locks(user_folder const & folder, descriptor & file, struct stat & facts)
+{
+    for (;;) {
+        switch (folder.open_file(file_of_locks, file, facts)) {
+        case user_folder::found::file:
+            return true;
+        case user_folder::found::error:
+            return false;
+        default:
+            break;
+        }
+        if (folder.make_file(file_of_locks, file, facts)) {
+            return true;
+        }
+        if (errno != EEXIST) {
+            return false;
+        }
+    }
+}
+
+struct flock lock_on(std::uint64_t byte, std::uint64_t count, bool shared)
+{
+    struct flock lock { };
+    lock.l_type = shared ? F_RDLCK : F_WRLCK;
+    lock.l_whence = SEEK_SET;
+    lock.l_start = static_cast<off_t>(byte);
+    lock.l_len = static_cast<off_t>(count);
+    return lock;
+}
+
+void let_go(life_lock & lock)
+{
+    if (void * const mapping = std::exchange(lock.mapping, nullptr)) {
+        ::munmap(mapping, page);
+    }
+}
+
+/// Locks a byte for as long as the process's memory lives.
+/// \returns false with `errno`, `EAGAIN` when somebody else has it.
+bool keep_lock(user_folder const & folder, std::uint64_t byte, bool shared, bool for_child,
+               life_lock & result)
+{
+    descriptor file;
+    struct stat facts;
+    if (!open_file_of_locks(folder, file, facts)) {
+        errno = 0;
+        return false;
+    }
+    struct flock lock = lock_on(byte, 1, shared);
+    if (::fcntl(file.get(), F_OFD_SETLK, &lock) != 0) {
+        return false;
+    }
+    // Nothing is ever read there: it only keeps the file open.
+    void * const mapping = ::mmap(nullptr, page, PROT_NONE, MAP_SHARED, file.get(), 0);
+    if (mapping == MAP_FAILED) {
+        return false;
+    }
+    if (!for_child && ::madvise(mapping, page, MADV_DONTFORK) != 0) {
+        int const reason = errno;
+        ::munmap(mapping, page);
+        errno = reason;
+        return false;
+    }
+    result.mapping = mapping;
+    result.file = facts;
+    return true;
+}
+
+bool fail_to_register() { return errno == 0 ? false : fail_in_shared_memory(errno); }
+
+} // namespace
+
+std::uint64_t register_process(user_folder const & folder,
+                               void (*adopt)(std::uint64_t) noexcept) noexcept
+{
+    uninterrupted const guard;
+    registration.lock();
+    bool done = true;
+    if (own_lock.mapping != nullptr) {
+        if (!folder.leads_to(file_of_locks, own_lock.file)) {
+            // Somebody has emptied the folder: others look into a new file.
+            life_lock fresh{nullptr, own_lock.mark, {}};
+            done = keep_lock(folder, own_lock.mark, false, false, fresh) || fail_to_register();
+            if (done) {
+                own_lock = fresh; // the old mapping stays: of another user's folder, if it changed
+            }
+        }
+    } else {
+        do {
+            own_lock.mark = random_mark();
+            done = keep_lock(folder, own_lock.mark, false, false, own_lock);
+        } while (!done && errno == EAGAIN); // somebody has the same
+        if (!done) {
+            fail_to_register();
+        } else {
+            if (adopt != nullptr) {
+                adopt(own_lock.mark);
+            }
+            let_go(inherited_lock);
+            inherited_lock.mark = 0;
+            known_process_mark.store(own_lock.mark, std::memory_order_release);
+        }
+    }
+    registration.unlock();
+    return done ? own_lock.mark : 0;
+}
+
+std::uint32_t life_of_process(std::uint64_t mark) noexcept
+{
+    std::uint32_t const before = last_error();
+    user_folder folder;
+    descriptor file;
+    struct stat facts;
+    std::uint32_t life = itself_lives;
+    if (folder.open(false)) {
+        switch (folder.open_file(file_of_locks, file, facts)) {
+        case user_folder::found::nothing:
+            life = is_over;
+            break;
+        case user_folder::found::file:
+            life = is_over;
+            for (int byte = 0; byte < 2; ++byte) {
+                struct flock lock = lock_on(mark + static_cast<unsigned>(byte), 1, false);
+                if (::fcntl(file.get(), F_OFD_GETLK, &lock) != 0 || lock.l_type != F_UNLCK) {
+                    life |= byte == 0 ? itself_lives : children_live;
+                }
+            }
+            break;
+        default:
+            break;
+        }
+    }
+    set_last_error(before);
+    return life;
+}
+
+bool has_forked_children() noexcept
+{
+    if (!has_forked.load(std::memory_order_relaxed)) {
+        return false;
+    }
+    if ((life_of_process(known_process_mark.load(std::memory_order_relaxed)) & children_live)
+        != 0) {
+        return true;
+    }
+    has_forked.store(false, std::memory_order_relaxed);
+    return false;
+}
+
+// The child gets the mapping, and with it the lock, in the moment in which it comes to be.
+void prepare_inheritance() noexcept
+{
+    add_to_depth(1); // the thread that forks is not stopped while it has the lock
+    registration.lock();
+    std::uint64_t const mark = own_lock.mapping != nullptr ? own_lock.mark : inherited_lock.mark;
+    lock_of_fork = {nullptr, mark, {}};
+    user_folder folder;
+    std::uint32_t const before = last_error();
+    without_cancellation const shield;
+    if (mark != 0 && folder.open(false) && keep_lock(folder, mark + 1, true, true, lock_of_fork)) {
+        has_forked.store(true, std::memory_order_relaxed);
+    }
+    set_last_error(before);
+}
+
+void leave_inheritance_to_child() noexcept
+{
+    let_go(lock_of_fork);
+    registration.unlock();
+    uninterrupted const guard; // stops at its end, if told to meanwhile
+    add_to_depth(0xFFFFFFFF);
+}
+
+void inherit() noexcept
+{
+    registration.reset();
+    let_go(inherited_lock); // of the parent, which had it from its own parent
+    inherited_lock = lock_of_fork;
+    own_lock.mapping = nullptr; // it is not here
+    known_process_mark.store(0, std::memory_order_relaxed);
+    has_forked.store(false, std::memory_order_relaxed);
+    add_to_depth(0xFFFFFFFF);
+}
+
+} // namespace zel::platform

@@ -1,0 +1,130 @@
+// SPDX-License-Identifier: MIT
+#include "zel/platform/objects/user_folder_linux.h"
+
+#include "zel/platform/host/failure.h"
+#include "zel/platform/host/same_file_linux.h"
+#include <cerrno>
+#include <cstdio>
+
+#include <fcntl.h>
+#include <unistd.h>
+
+namespace zel::platform {
+namespace {
+
+constexpr char const * shared_memory = "/dev/shm";
+
+bool fail_for(std::uint32_t error, char const * reason)
+{
+    set_last_error(error, reason);
+    return false;
+}
+
+bool is_users_alone(struct stat const & facts)
+{
+    return facts.st_uid == ::geteuid() && (facts.st_mode & 077) == 0;
+}
+
+} // namespace
+
+bool fail_in_shared_memory(int host_error) noexcept
+{
+    switch (host_error) {
+    case ENOSPC:
+    case EDQUOT:
+    case ENOMEM:
+        return fail(error_not_enough_memory);
+    case ELOOP: // a link
+    case ENOTDIR:
+    case EISDIR:
+        return fail(error_access_denied);
+    case ENOENT:
+        return fail_for(error_no_system_resources, "the host has no shared memory");
+    default:
+        return fail(error_from_errno(host_error));
+    }
+}
+
+bool user_folder::open(bool create) noexcept
+{
+    char path[64];
+    std::snprintf(path, sizeof path, "%s/zel-%u", shared_memory,
+                  static_cast<unsigned>(::geteuid()));
+    // A few times: somebody may be removing it meanwhile.
+    for (int i = 0; i < 8; ++i) {
+        folder_ = descriptor(::open(path, O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+        if (folder_.is_open()) {
+            struct stat facts;
+            if (::fstat(folder_.get(), &facts) != 0) {
+                return fail_in_shared_memory(errno);
+            }
+            return is_users_alone(facts)
+                || fail_for(error_access_denied, "the folder in shared memory is not the user's");
+        }
+        if (errno != ENOENT) {
+            return fail_in_shared_memory(errno);
+        }
+        if (!create) {
+            return fail(error_file_not_found);
+        }
+        if (::mkdir(path, 0700) == 0) {
+            ::chmod(path, 0700); // whatever the mask takes away
+        } else if (errno != EEXIST) {
+            return fail_in_shared_memory(errno);
+        }
+    }
+    return fail_in_shared_memory(ENOENT);
+}
+
+user_folder::found user_folder::open_file(char const * name, descriptor & file,
+                                          struct stat & facts) const noexcept
+{
+    file = descriptor(::openat(folder_.get(), name, O_RDWR | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK));
+    if (!file.is_open()) {
+        if (errno == ENOENT) {
+            return found::nothing;
+        }
+        fail_in_shared_memory(errno);
+        return found::error;
+    }
+    if (::fstat(file.get(), &facts) != 0) {
+        fail_in_shared_memory(errno);
+        return found::error;
+    }
+    if (!S_ISREG(facts.st_mode) || !is_users_alone(facts) || facts.st_nlink > 1) {
+        fail_for(error_access_denied, "the file in shared memory is not the user's alone");
+        return found::error;
+    }
+    return found::file;
+}
+
+bool user_folder::make_file(char const * name, descriptor & file,
+                            struct stat & facts) const noexcept
+{
+    file = descriptor(
+        ::openat(folder_.get(), name, O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
+    if (!file.is_open()) {
+        int const reason = errno;
+        fail_in_shared_memory(reason);
+        errno = reason;
+        return false;
+    }
+    int failure = ::fstat(file.get(), &facts) != 0 ? errno : 0;
+    if (failure == 0 && (facts.st_mode & 0777) != 0600 && ::fchmod(file.get(), 0600) != 0) {
+        failure = errno; // the mask had taken something away
+    }
+    if (failure != 0) {
+        ::unlinkat(folder_.get(), name, 0);
+        fail_in_shared_memory(failure);
+        errno = failure;
+    }
+    return failure == 0;
+}
+
+bool user_folder::leads_to(char const * name, struct stat const & facts) const noexcept
+{
+    struct stat now;
+    return ::fstatat(folder_.get(), name, &now, AT_SYMLINK_NOFOLLOW) == 0 && same_file(now, facts);
+}
+
+} // namespace zel::platform
