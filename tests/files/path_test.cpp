@@ -150,6 +150,25 @@ TEST(path, goes_through_streams)
     EXPECT_STREQ(back.c_str(), "a b\\c");
 }
 
+TEST(path, takes_and_gives_the_types_of_the_standard_library)
+{
+    std::string const text = "a/b";
+    std::filesystem::path const name = "/tmp/x";
+    path from_text = text;
+    path from_name = name;
+    EXPECT_EQ(std::string(from_text), "a\\b");
+    EXPECT_EQ(zel::string(from_name), "C:\\tmp\\x") << "a name of the host, not a text";
+    from_text = std::string("c");
+    EXPECT_TRUE(from_text == text.substr(0, 0) + "C");
+    from_text = name;
+    EXPECT_EQ(from_text, from_name);
+    std::filesystem::path const back = from_name;
+    EXPECT_EQ(back, name);
+    EXPECT_TRUE(std::filesystem::exists(path("C:\\tmp")) && from_name == std::string("c:/tmp/X"));
+    EXPECT_THROW(from_text = std::string("a\0b", 3), std::invalid_argument);
+    EXPECT_THROW(from_text = std::filesystem::path("a\\b"), std::invalid_argument);
+}
+
 TEST(path, maps_to_names_of_the_host)
 {
     struct {

@@ -33,9 +33,9 @@ void normalize_or_raise(char * result, std::string_view source)
 }
 
 /// The characters of a string, which have to be a text.
-std::string_view checked(string const & source)
+std::string_view checked(std::string const & source)
 {
-    if (source.find('\0') != string::npos) {
+    if (source.find('\0') != std::string::npos) {
         throw std::invalid_argument("zel::path: a NUL inside");
     }
     return source;
@@ -79,6 +79,12 @@ path::path(string const & source)
     normalize_or_raise(text, checked(source));
 }
 
+path::path(std::string const & source)
+    : path(no_folder)
+{
+    normalize_or_raise(text, checked(source));
+}
+
 path::path(path const & source)
     : path(source.text)
 {
@@ -105,6 +111,12 @@ path & path::operator=(char const * source)
 }
 
 path & path::operator=(string const & source)
+{
+    normalize_or_raise(text, checked(source));
+    return *this;
+}
+
+path & path::operator=(std::string const & source)
 {
     normalize_or_raise(text, checked(source));
     return *this;

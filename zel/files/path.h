@@ -6,13 +6,33 @@
 #include "zel/core/ref_obj.h"
 #include "zel/text/string.h"
 #include <compare>
+#include <concepts>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <iosfwd>
 #include <list>
+#include <string>
+#include <string_view>
 
 namespace zel {
+
+class path;
+
+/// The names of the host, as native_path.h has them.
+ZEL_API std::string to_native(path const & source);
+ZEL_API path from_native(std::string_view name);
+
+/// `std::filesystem::path`, told by its members so that nobody pays for its header.
+template <typename Type>
+concept filesystem_path = requires(Type const & name)
+{
+    typename Type::string_type;
+    name.lexically_normal();
+    {
+        name.native()
+        } -> std::convertible_to<std::string_view>;
+};
 
 /// The place of a file or a folder: a text of at most 259 bytes with backslashes in it.
 ///
@@ -79,6 +99,14 @@ public:
     path(special_folder folder);
     path(char const * source);
     path(string const & source);
+    path(std::string const & source);
+    /// The path of a name of the host: `std::filesystem::path("/tmp/x")` gives `C:\tmp\x`.
+    /// \throws std::exception  as `from_native` does.
+    template <filesystem_path Name>
+    path(Name const & name)
+        : path(from_native(name.native()))
+    {
+    }
     /// Normalised like any text, so that a copy of the lone root `\` is `.\`.
     path(path const & source);
     /// Joins `name` to `folder` with `.` and `..` resolved. A `name` with a root of its own takes
@@ -89,6 +117,18 @@ public:
     path & operator=(path const & source);
     path & operator=(char const * source);
     path & operator=(string const & source);
+    path & operator=(std::string const & source);
+    template <filesystem_path Name> path & operator=(Name const & name)
+    {
+        return *this = from_native(name.native());
+    }
+
+    /// The name of the host, as `to_native` gives it: a path may be handed to what takes a
+    /// `std::filesystem::path`.
+    template <filesystem_path Name> operator Name() const { return Name(to_native(*this)); }
+    /// The text: `std::string(place)`.
+    explicit operator std::string() const { return text; }
+    explicit operator string() const { return text; }
 
     /// A `char const *` is normalised before it is compared; one that is too long equals no path.
     bool operator==(path const & other) const noexcept;

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "zel/platform/files/special_folders.h"
 
-#include "zel/platform/paths/max_path.h"
+#include "zel/platform/paths/host_path.h"
 #include "zel/platform/paths/path_parts.h"
 #include <algorithm>
 #include <cerrno>
@@ -21,10 +21,10 @@ namespace zel::platform {
 namespace {
 
 /// A name of the host in an array of its own; empty when it is relative or too long.
-class host_name {
+class absolute_name {
 public:
-    host_name() noexcept = default;
-    explicit host_name(std::string_view text) noexcept
+    absolute_name() noexcept = default;
+    explicit absolute_name(std::string_view text) noexcept
     {
         if (text.starts_with('/')) {
             add(text);
@@ -52,14 +52,7 @@ private:
 bool store_path(char * result, std::string_view host) noexcept
 {
     *result = '\0';
-    if (!host.starts_with('/') || host.find('\\') != std::string_view::npos
-        || host.size() + 2 >= max_path) {
-        return false;
-    }
-    std::memcpy(result, "C:", 2);
-    std::replace_copy(host.begin(), host.end(), result + 2, '/', '\\');
-    result[2 + host.size()] = '\0';
-    return true;
+    return host.starts_with('/') && from_host_path(result, host);
 }
 
 std::string_view variable(char const * name) noexcept
@@ -69,23 +62,23 @@ std::string_view variable(char const * name) noexcept
     return value == nullptr ? std::string_view() : std::string_view(value);
 }
 
-host_name home() noexcept
+absolute_name home() noexcept
 {
-    host_name result(variable("HOME"));
+    absolute_name result(variable("HOME"));
     if (result.view().empty()) {
         passwd entry;
         passwd * found = nullptr;
         char area[4096];
         if (::getpwuid_r(::getuid(), &entry, area, sizeof area, &found) == 0 && found != nullptr) {
-            result = host_name(found->pw_dir);
+            result = absolute_name(found->pw_dir);
         }
     }
     return result;
 }
 
-host_name in_home(std::string_view name) noexcept
+absolute_name in_home(std::string_view name) noexcept
 {
-    host_name result = home();
+    absolute_name result = home();
     if (!result.view().empty()) {
         result.add(name);
     }
@@ -93,18 +86,18 @@ host_name in_home(std::string_view name) noexcept
 }
 
 /// XDG Base Directory 0.8: the variable when it is an absolute name, else the folder in `HOME`.
-host_name base_folder(char const * name, std::string_view fallback) noexcept
+absolute_name base_folder(char const * name, std::string_view fallback) noexcept
 {
-    host_name const result(variable(name));
+    absolute_name const result(variable(name));
     return result.view().empty() ? in_home(fallback) : result;
 }
 
 /// The user's choice in `user-dirs.dirs`, lines of the form `XDG_NAME_DIR="$HOME/folder"` or
 /// with an absolute name, else the folder in `HOME`.
-host_name user_folder(std::string_view name, std::string_view fallback) noexcept
+absolute_name user_folder(std::string_view name, std::string_view fallback) noexcept
 {
-    host_name result = in_home(fallback);
-    host_name list = base_folder("XDG_CONFIG_HOME", "/.config");
+    absolute_name result = in_home(fallback);
+    absolute_name list = base_folder("XDG_CONFIG_HOME", "/.config");
     list.add("/user-dirs.dirs");
     std::unique_ptr<std::FILE, int (*)(std::FILE *)> const file(
         std::fopen(list.c_str(), "re"), [](std::FILE * stream) { return std::fclose(stream); });
@@ -120,13 +113,13 @@ host_name user_folder(std::string_view name, std::string_view fallback) noexcept
         if (line.starts_with("$HOME")) {
             result = in_home(line.substr(5));
         } else if (line.starts_with('/')) {
-            result = host_name(line);
+            result = absolute_name(line);
         }
     }
     return result;
 }
 
-host_name special_folder(std::uint32_t identifier) noexcept
+absolute_name special_folder(std::uint32_t identifier) noexcept
 {
     switch (identifier) {
     case 5:
@@ -139,7 +132,7 @@ host_name special_folder(std::uint32_t identifier) noexcept
     case 16:
         return user_folder("XDG_DESKTOP_DIR", "/Desktop");
     case 20:
-        return host_name("/usr/share/fonts");
+        return absolute_name("/usr/share/fonts");
     case 21:
         return user_folder("XDG_TEMPLATES_DIR", "/Templates");
     case 26:
@@ -151,23 +144,23 @@ host_name special_folder(std::uint32_t identifier) noexcept
     case 34:
         return base_folder("XDG_STATE_HOME", "/.local/state");
     case 35:
-        return host_name("/var/lib");
+        return absolute_name("/var/lib");
     case 36:
-        return host_name("/usr");
+        return absolute_name("/usr");
     case 37:
-        return host_name("/usr/lib");
+        return absolute_name("/usr/lib");
     case 38:
-        return host_name("/opt");
+        return absolute_name("/opt");
     case 39:
         return user_folder("XDG_PICTURES_DIR", "/Pictures");
     case 40:
         return home();
     case 43:
-        return host_name("/usr/share");
+        return absolute_name("/usr/share");
     case 46:
         return user_folder("XDG_PUBLICSHARE_DIR", "/Public");
     case 47:
-        return host_name("/usr/sbin");
+        return absolute_name("/usr/sbin");
     case 48:
         return in_home("/.local/bin");
     default:
@@ -176,7 +169,7 @@ host_name special_folder(std::uint32_t identifier) noexcept
 }
 
 /// Creates the folder and those above it, for the user alone as XDG asks.
-bool create_folder(host_name & name) noexcept
+bool create_folder(absolute_name & name) noexcept
 {
     struct stat facts;
     if (name.view().empty()) {
@@ -224,7 +217,7 @@ bool get_current_folder(char * result) noexcept
 bool get_special_folder(std::uint32_t identifier, char * result) noexcept
 {
     constexpr std::uint32_t number = 0xFF; // the rest are flags, such as 0x8000 to create it
-    host_name folder = special_folder(identifier & number);
+    absolute_name folder = special_folder(identifier & number);
     bool const exists = create_folder(folder);
     return store_path(result, exists ? folder.view() : std::string_view());
 }

@@ -15,10 +15,9 @@ namespace zel::platform {
 ///          has more than 259 bytes.
 bool to_host_path(char * result, char const * text) noexcept;
 
-/// `/tmp/x` gives `C:\tmp\x`, `a/b` gives `a\b`.
-/// \returns false with an empty result and the last error `error_bad_pathname` for a name that is
-///          empty or has a backslash inside or begins like a drive, `error_filename_exced_range`
-///          for one that is too long.
+/// `/tmp/x` gives `C:\tmp\x`, `a/b` gives `a\b`; `c:x` gives `.\c:x`, since alone it would be a drive.
+/// \returns false with an empty result and the last error `error_bad_pathname` for a name with a
+///          backslash or a NUL inside, `error_filename_exced_range` for one that is too long.
 bool from_host_path(char * result, std::string_view host) noexcept;
 
 } // namespace zel::platform

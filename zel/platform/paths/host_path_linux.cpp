@@ -4,17 +4,12 @@
 #include "zel/platform/host/failure.h"
 #include "zel/platform/paths/canonical_path.h"
 #include "zel/platform/paths/max_path.h"
+#include "zel/platform/paths/path_text.h"
 #include <algorithm>
 #include <cstring>
 
 namespace zel::platform {
 namespace {
-
-bool is_drive(std::string_view text) noexcept
-{
-    return text.size() >= 2 && text[1] == ':'
-        && ((text[0] >= 'a' && text[0] <= 'z') || (text[0] >= 'A' && text[0] <= 'Z'));
-}
 
 bool is_separator(char c) noexcept { return c == '\\' || c == '/'; }
 
@@ -34,7 +29,7 @@ bool to_host_path(char * result, char const * text) noexcept
     if (rest.size() >= max_path) {
         return fail(error_filename_exced_range);
     }
-    if (rest.starts_with("\\\\?\\") && is_drive(rest.substr(4))) {
+    if (rest.starts_with("\\\\?\\") && begins_with_drive(rest.substr(4))) {
         rest.remove_prefix(4);
     }
     // A folder's `..` is the folder in front of it in the text, also where the host would follow a
@@ -45,7 +40,7 @@ bool to_host_path(char * result, char const * text) noexcept
         path_canonicalize(resolved, resolved); // never longer than it was, apart from `.\c:`
         rest = resolved;
     }
-    if (is_drive(rest)) {
+    if (begins_with_drive(rest)) {
         if ((rest[0] | 0x20) != 'c') {
             return fail(error_path_not_found);
         }
@@ -65,18 +60,16 @@ bool to_host_path(char * result, char const * text) noexcept
 bool from_host_path(char * result, std::string_view host) noexcept
 {
     *result = '\0';
-    bool const rooted = host.starts_with('/');
-    if (host.empty() || is_drive(host) || host.find('\\') != host.npos
-        || host.find('\0') != host.npos) {
+    if (host.find('\\') != host.npos || host.find('\0') != host.npos) {
         return fail(error_bad_pathname);
     }
-    if (host.size() + (rooted ? 2 : 0) >= max_path) {
+    std::string_view const front = host.starts_with('/') ? "C:"
+        : begins_with_drive(host)                        ? ".\\"
+                                                         : "";
+    if (front.size() + host.size() > longest_path) {
         return fail(error_filename_exced_range);
     }
-    if (rooted) {
-        *result++ = 'C';
-        *result++ = ':';
-    }
+    result += front.copy(result, front.size());
     *std::replace_copy(host.begin(), host.end(), result, '/', '\\') = '\0';
     return true;
 }
