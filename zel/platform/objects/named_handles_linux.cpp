@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "zel/platform/objects/named_handles_linux.h"
 
+#include "zel/platform/objects/named_mutex_linux.h"
+
 namespace zel::platform {
 namespace {
 
@@ -12,8 +14,12 @@ void adopt_handles(std::uint64_t mark) noexcept
     for_each_slot([](handle_slot & slot) {
         std::uint32_t const tag = tag_of(slot.references.load(std::memory_order_relaxed));
         switch (static_cast<handle_kind>(tag & 15)) {
-        case handle_kind::named_event:
         case handle_kind::named_mutex:
+            if (!settle_lane(slot)) { // the parent's may be that of another namespace
+                slot.access.store(0, std::memory_order_relaxed);
+            }
+            [[fallthrough]];
+        case handle_kind::named_event:
         case handle_kind::named_semaphore:
             adopt_named_memory(memory_in(slot), adopting);
             break;

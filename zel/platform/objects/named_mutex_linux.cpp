@@ -3,6 +3,7 @@
 
 #include "zel/platform/host/failure.h"
 #include "zel/platform/kernel_objects.h"
+#include "zel/platform/objects/owned_mutexes_linux.h"
 #include "zel/platform/waits/address_wait.h"
 #include "zel/platform/waits/brief_lock.h"
 #include "zel/platform/waits/uninterrupted.h"
@@ -14,14 +15,28 @@ namespace {
 constinit brief_lock closed_lock;
 constinit std::uint32_t first_closed = 0; // one more than the number of the slot, 0 for none
 
-std::uint64_t own_mark() { return known_process_mark.load(std::memory_order_relaxed); }
-
-robust_mutex mutex_of(handle_slot & slot) { return mutex_in(memory_in(slot), own_mark()); }
-
-robust_mutex mutex_of(void * block)
+mutex_lanes & lanes_in(handle_slot & slot)
 {
-    auto & object = *static_cast<named_mutex *>(block);
-    return {object.state, object.ownership, own_mark()};
+    return *static_cast<mutex_lanes *>(memory_in(slot).block);
+}
+
+std::uint32_t lane_number(handle_slot & slot)
+{
+    return static_cast<std::uint32_t>(&lane_in(slot) - lanes_in(slot).lanes);
+}
+
+bool is_on_a_list_here(handle_slot & slot)
+{
+    return is_on_a_list_here(lane_in(slot), known_process_mark.load(std::memory_order_relaxed));
+}
+
+bool make_known(robust_caller & caller)
+{
+    if (robust_list::own() == nullptr || !use_named_objects() || owner_number() == 0) {
+        return false;
+    }
+    caller = known_caller();
+    return true;
 }
 
 void keep(handle_slot & slot)
@@ -37,7 +52,7 @@ void drop(handle_slot & slot)
     if (!unpin(slot)) {
         return;
     }
-    if (mutex_of(slot).is_on_a_list_here()) {
+    if (is_on_a_list_here(slot)) {
         leave_named_memory(memory_in(slot)); // or the name stays as long as the owner
         keep(slot);
     } else {
@@ -46,51 +61,92 @@ void drop(handle_slot & slot)
     }
 }
 
+std::uint32_t take_again(robust_mutex & lane)
+{
+    atomic<std::uint32_t> & more_holds = lane.ownership.more_holds;
+    std::uint32_t const more = more_holds.load(std::memory_order_relaxed);
+    if (more == 0xFFFFFFFF) {
+        set_last_error(error_no_system_resources);
+        return wait_failed;
+    }
+    more_holds.store(more + 1, std::memory_order_relaxed);
+    return wait_object_0;
+}
+
+std::uint32_t wait_in_lane(handle_slot & slot, robust_caller const & caller, std::int64_t until)
+{
+    robust_mutex & lane = lane_in(slot);
+    if (is_mine(lane, caller, lane.state.load(std::memory_order_relaxed))) {
+        return take_again(lane);
+    }
+    std::uint32_t result = wait_for(lane, caller, until);
+    bool const has_lane = result == wait_object_0 || result == wait_abandoned;
+    if (has_lane && lane.crossed.load() != 0) {
+        result = enter_across(lanes_in(slot), lane_number(slot), result, until);
+        if (result == wait_timeout || result == wait_stopped) {
+            free_and_wake(lane, caller);
+        }
+    }
+    return result;
+}
+
 } // namespace
 
 void initialize_named_mutex(void * block, void const * initially_owned) noexcept
 {
+    robust_mutex & lane = static_cast<mutex_lanes *>(block)->lanes[0];
+    lane.space.store(own_pid_namespace(), std::memory_order_relaxed);
     if (*static_cast<bool const *>(initially_owned)) {
-        std::uint64_t free = 0;
-        mutex_of(block).take(*robust_list::own(), robust_mutex::thread_number(), free);
+        take_free(lane, known_caller(), 0);
     }
 }
 
 void withdraw_named_mutex(void * block, void const * initially_owned) noexcept
 {
     if (*static_cast<bool const *>(initially_owned)) {
-        robust_mutex const mutex = mutex_of(block);
-        mutex.give_back(*robust_list::own(), mutex.state.load(std::memory_order_relaxed));
+        free_and_wake(static_cast<mutex_lanes *>(block)->lanes[0], known_caller());
     }
+}
+
+bool settle_lane(handle_slot & slot) noexcept
+{
+    void * const room = slot.room;
+    mutex_lanes & mutex = lanes_in(slot);
+    std::uint32_t const lane = find_lane(mutex, own_pid_namespace());
+    if (lane == most_namespaces) {
+        set_last_error(error_no_system_resources, "too many pid namespaces use the mutex");
+        return false;
+    }
+    static_cast<named_mutex_room *>(room)->lane = &mutex.lanes[lane];
+    return true;
+}
+
+void undo_take(robust_mutex & lane, robust_caller const & caller) noexcept
+{
+    uninterrupted const guard;
+    free_and_wake(lane, caller);
 }
 
 std::uint32_t wait_for_named_mutex(handle_slot & slot, void * handle,
                                    std::uint32_t milliseconds) noexcept
 {
-    robust_list * const list = robust_list::own();
-    if (list == nullptr || !use_named_objects()) {
+    robust_caller caller;
+    if (!make_known(caller)) {
         return wait_failed;
     }
-    std::uint32_t const self = robust_mutex::thread_number();
     std::int64_t const until = milliseconds == 0 ? 0 : moment_after(milliseconds);
     for (;;) {
         // A thread that is told to stop does so at the end of this, without the pin: it may be
         // terminated there.
         uninterrupted const guard;
-        bool const pinned = pin(slot, handle);
-        if (!pinned || (slot.access.load(std::memory_order_relaxed) & synchronize) == 0) {
-            set_last_error(pinned ? error_access_denied : error_invalid_handle);
-            if (pinned) {
-                drop(slot);
-            }
+        if (!pin(slot, handle)) {
+            set_last_error(error_invalid_handle);
             return wait_failed;
         }
-        robust_mutex const mutex = mutex_of(slot);
-        std::uint32_t result = wait_failed;
-        if (!mutex.is_mine(self, word_of(mutex.state.load(std::memory_order_relaxed)))) {
-            result = mutex.wait(*list, until);
-        } else if (mutex.take_again()) {
-            result = wait_object_0;
+        bool const allowed = (slot.access.load(std::memory_order_relaxed) & synchronize) != 0;
+        std::uint32_t const result = allowed ? wait_in_lane(slot, caller, until) : wait_failed;
+        if (!allowed) {
+            set_last_error(error_access_denied);
         }
         drop(slot);
         if (result != wait_stopped) {
@@ -102,17 +158,25 @@ std::uint32_t wait_for_named_mutex(handle_slot & slot, void * handle,
 bool release_named_mutex(handle_slot & slot, void * handle) noexcept
 {
     uninterrupted const guard;
-    if (!use_named_objects()) {
+    robust_caller caller;
+    if (!make_known(caller)) {
         return false;
     }
     if (!pin(slot, handle)) {
         return fail(error_invalid_handle);
     }
-    robust_mutex const mutex = mutex_of(slot);
-    std::uint64_t const state = mutex.state.load(std::memory_order_relaxed);
-    bool const mine = mutex.is_mine(robust_mutex::thread_number(), word_of(state));
+    robust_mutex & lane = lane_in(slot);
+    bool const mine = is_mine(lane, caller, lane.state.load(std::memory_order_relaxed));
     if (mine) {
-        mutex.give_back(*robust_list::own(), state);
+        atomic<std::uint32_t> & more_holds = lane.ownership.more_holds;
+        if (std::uint32_t const more = more_holds.load(std::memory_order_relaxed); more != 0) {
+            more_holds.store(more - 1, std::memory_order_relaxed);
+        } else {
+            if (lane.crossed.load(std::memory_order_relaxed) != 0) {
+                leave_across(lanes_in(slot), lane_number(slot));
+            }
+            free_and_wake(lane, caller);
+        }
     }
     drop(slot);
     return mine || fail(error_not_owner);
@@ -121,6 +185,7 @@ bool release_named_mutex(handle_slot & slot, void * handle) noexcept
 bool close_named_mutex(handle_slot & slot, void * handle) noexcept
 {
     uninterrupted const guard;
+    use_named_objects(); // when that fails, no thread of this process owns anything
     std::uint32_t word = 0;
     if (!retire(slot, handle, word)) {
         return fail(error_invalid_handle);
@@ -138,13 +203,33 @@ void free_closed_mutexes() noexcept
     while (number != 0) {
         handle_slot & slot = slot_numbered(number - 1);
         number = slot.next_free.load(std::memory_order_relaxed);
-        if (mutex_of(slot).is_on_a_list_here()) {
+        if (is_on_a_list_here(slot)) {
             keep(slot);
         } else {
             unmap_named_memory(memory_in(slot));
             free_slot(slot);
         }
     }
+}
+
+void abandon_named_mutexes() noexcept
+{
+    uninterrupted const guard;
+    for_each_slot([](handle_slot & slot) {
+        std::uint64_t const references = slot.references.load(std::memory_order_relaxed);
+        void * const handle = handle_of(slot, tag_of(references));
+        if (kind_of(handle) != handle_kind::named_mutex || !pin(slot, handle)) {
+            return;
+        }
+        robust_mutex & lane = lane_in(slot);
+        robust_caller caller = known_caller();
+        caller.self = this_thread.id; // its end is told no more
+        if (is_mine(lane, caller, lane.state.load(std::memory_order_relaxed))
+            && is_on_a_list_here(slot)) {
+            free_and_wake(lane, caller, owner_died);
+        }
+        drop(slot);
+    });
 }
 
 void forget_owners_of_closed_mutexes() noexcept { closed_lock.reset(); }

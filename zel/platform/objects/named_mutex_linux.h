@@ -2,59 +2,85 @@
 #pragma once
 
 #include "zel/platform/kernel_objects.h"
+#include "zel/platform/objects/mutex_lanes_linux.h"
 #include "zel/platform/objects/named_handles_linux.h"
 #include "zel/platform/objects/process_life_linux.h"
-#include "zel/platform/objects/robust_mutex_linux.h"
 #include "zel/platform/waits/handles.h"
-#include "zel/platform/waits/this_thread_linux.h"
 #include <cstddef>
 #include <cstdint>
 
-/// Mutexes in memory that processes share. A handle's slot holds where this handle has the object
-/// mapped.
+/// Mutexes in memory that processes share, by their handles.
 namespace zel::platform {
 
-struct named_mutex {
-    atomic<std::uint64_t> state;
-    std::byte unused[robust_word_distance - sizeof(std::uint64_t)];
-    mutex_ownership ownership;
+/// In the slot of a handle.
+struct named_mutex_room {
+    named_memory memory; // of a mutex_lanes
+    robust_mutex * lane; // that of this process's pid namespace
 };
-static_assert(offsetof(named_mutex, ownership) == robust_word_distance);
+static_assert(offsetof(named_mutex_room, memory) == 0); // as named_handles_linux.h has it
+static_assert(sizeof(named_mutex_room) <= sizeof(handle_slot::room));
 
-inline robust_mutex mutex_in(named_memory const & memory, std::uint64_t process) noexcept
+inline robust_mutex & lane_in(handle_slot & slot) noexcept
 {
-    auto & object = *static_cast<named_mutex *>(memory.block);
-    return {object.state, object.ownership, process};
+    void * const room = slot.room;
+    return *static_cast<named_mutex_room *>(room)->lane;
 }
 
 /// \name What is one exchange
 /// \returns false when nothing was done: the function of the same job sees to it.
 /// @{
-inline bool take_free_named_mutex(handle_slot & slot) noexcept
+/// Who calls, as far as that is known.
+inline robust_caller known_caller() noexcept
 {
-    std::uint64_t const process = known_process_mark.load(std::memory_order_relaxed);
-    robust_list * const list = robust_list::own_if_known();
-    std::uint32_t const self = this_thread.id;
-    if (process == 0 || list == nullptr || self == 0
-        || (slot.access.load(std::memory_order_relaxed) & synchronize) == 0) {
-        return false;
-    }
-    robust_mutex const mutex = mutex_in(memory_in(slot), process);
-    std::uint64_t state = mutex.state.load(std::memory_order_acquire);
-    return word_of(state) == 0 && mutex.take(*list, self, state);
+    return {robust_list::own_if_known(), this_thread.owner_number,
+            known_process_mark.load(std::memory_order_relaxed)};
 }
 
-inline bool give_back_named_mutex(handle_slot & slot) noexcept
+inline bool is_known(robust_caller const & caller) noexcept
 {
-    std::uint64_t const process = known_process_mark.load(std::memory_order_relaxed);
-    robust_list * const list = robust_list::own_if_known();
-    std::uint32_t const self = this_thread.id;
-    if (process == 0 || list == nullptr || self == 0) {
+    return caller.list != nullptr && caller.self != 0 && caller.process != 0;
+}
+
+void undo_take(robust_mutex & lane, robust_caller const & caller) noexcept;
+
+/// \param slot  of a handle that was alive.
+inline bool take_free_named_mutex(handle_slot & slot) noexcept
+{
+    robust_caller const caller = known_caller();
+    if (!is_known(caller) || (slot.access.load(std::memory_order_relaxed) & synchronize) == 0) {
         return false;
     }
-    robust_mutex const mutex = mutex_in(memory_in(slot), process);
-    std::uint64_t const state = mutex.state.load(std::memory_order_relaxed);
-    return mutex.is_mine(self, word_of(state)) && mutex.give_back(*list, state);
+    robust_mutex & lane = lane_in(slot);
+    if (lane.crossed.load(std::memory_order_relaxed) != 0
+        || !take_free(lane, caller, lane.state.load(std::memory_order_acquire))) {
+        return false;
+    }
+    if (lane.crossed.load() != 0) [[unlikely]] {
+        undo_take(lane, caller); // another namespace has come in this moment
+        return false;
+    }
+    return true;
+}
+
+/// \param slot  as above.
+inline bool give_back_named_mutex(handle_slot & slot) noexcept
+{
+    robust_caller const caller = known_caller();
+    if (!is_known(caller)) {
+        return false;
+    }
+    robust_mutex & lane = lane_in(slot);
+    std::uint64_t const state = lane.state.load(std::memory_order_relaxed);
+    if (!is_mine(lane, caller, state)) {
+        return false;
+    }
+    atomic<std::uint32_t> & more_holds = lane.ownership.more_holds;
+    if (std::uint32_t const more = more_holds.load(std::memory_order_relaxed); more != 0) {
+        more_holds.store(more - 1, std::memory_order_relaxed);
+        return true;
+    }
+    return lane.crossed.load(std::memory_order_relaxed) == 0
+        && give_back_unwatched(lane, caller, state);
 }
 /// @}
 
@@ -63,6 +89,10 @@ inline bool give_back_named_mutex(handle_slot & slot) noexcept
 void initialize_named_mutex(void * block, void const * initially_owned) noexcept;
 /// The opposite, when another process was quicker.
 void withdraw_named_mutex(void * block, void const * initially_owned) noexcept;
+
+/// Finds the lane for a new mapping in the slot, or in a forked child for an old one.
+/// \returns false with last error 1450 when too many pid namespaces use the mutex.
+bool settle_lane(handle_slot & slot) noexcept;
 
 /// Results and last errors as in kernel_objects.h.
 std::uint32_t wait_for_named_mutex(handle_slot & slot, void * handle,
@@ -75,6 +105,10 @@ bool close_named_mutex(handle_slot & slot, void * handle) noexcept;
 
 /// Frees what `close_named_mutex` had to keep and nobody needs any more.
 void free_closed_mutexes() noexcept;
+
+/// At the calling thread's end: abandons what it owns, for one that owns more than the kernel would
+/// tell of.
+void abandon_named_mutexes() noexcept;
 
 /// In the child after a fork, where no thread owns one.
 void forget_owners_of_closed_mutexes() noexcept;

@@ -75,6 +75,11 @@ template <typename Find> void * make_named_handle(handle_kind kind, std::uint32_
         free_slot(*slot);
         return nullptr;
     }
+    if (kind == handle_kind::named_mutex && !settle_lane(*slot)) {
+        release_named_object(*slot);
+        free_slot(*slot);
+        return nullptr;
+    }
     void * const handle = publish(*slot, kind, 0, access);
     set_last_error(existed ? error_already_exists : error_success);
     return handle;
@@ -157,10 +162,13 @@ void * create_semaphore(std::int32_t initial, std::int32_t maximum, char const *
 
 void * create_mutex(bool initially_owned, char const * name) noexcept
 {
+    if (initially_owned && owner_number() == 0) {
+        return nullptr;
+    }
     if (!is_empty(name)) {
         return create_named(mutex_all_access, name,
                             {static_cast<std::uint32_t>(handle_kind::named_mutex),
-                             sizeof(named_mutex), initialize_named_mutex, withdraw_named_mutex,
+                             sizeof(mutex_lanes), initialize_named_mutex, withdraw_named_mutex,
                              &initially_owned});
     }
     return prepare_forks() ? created(create_unnamed_mutex(initially_owned)) : nullptr;
@@ -178,7 +186,7 @@ void * open_semaphore(std::uint32_t access, bool, char const * name) noexcept
 
 void * open_mutex(std::uint32_t access, bool, char const * name) noexcept
 {
-    return open_named(handle_kind::named_mutex, sizeof(named_mutex), access, name);
+    return open_named(handle_kind::named_mutex, sizeof(mutex_lanes), access, name);
 }
 
 } // namespace zel::platform

@@ -34,6 +34,7 @@ constinit life_lock own_lock{};
 constinit life_lock inherited_lock{}; // of a child, on the byte behind its parent's mark
 constinit life_lock lock_of_fork{}; // of the fork that is being made
 constinit atomic<bool> has_forked{false};
+constinit atomic<std::uint64_t> known_namespace{0};
 
 void add_to_depth(std::uint32_t number)
 {
@@ -189,6 +190,18 @@ std::uint32_t life_of_process(std::uint64_t mark) noexcept
     return life;
 }
 
+std::uint64_t own_pid_namespace() noexcept
+{
+    std::uint64_t known = known_namespace.load(std::memory_order_relaxed);
+    if (known == 0) {
+        struct stat facts;
+        constexpr std::uint64_t alone = std::uint64_t{1} << 63;
+        known = ::stat("/proc/self/ns/pid", &facts) == 0 ? facts.st_ino : alone | own_lock.mark;
+        known_namespace.store(known, std::memory_order_relaxed);
+    }
+    return known;
+}
+
 bool has_forked_children() noexcept
 {
     if (!has_forked.load(std::memory_order_relaxed)) {
@@ -233,6 +246,7 @@ void inherit() noexcept
     inherited_lock = lock_of_fork;
     own_lock.mapping = nullptr; // it is not here
     known_process_mark.store(0, std::memory_order_relaxed);
+    known_namespace.store(0, std::memory_order_relaxed);
     has_forked.store(false, std::memory_order_relaxed);
     add_to_depth(0xFFFFFFFF);
 }

@@ -34,6 +34,11 @@ std::uint64_t register_process(user_folder const & folder,
 /// \returns a `process_life`; `itself_lives` when the host does not tell.
 std::uint32_t life_of_process(std::uint64_t mark) noexcept;
 
+/// A number that stands for the pid namespace of this process, in which numbers of threads mean what
+/// they do here. Where the host does not tell it (without /proc), the process counts as alone in one.
+/// The process has its mark.
+std::uint64_t own_pid_namespace() noexcept;
+
 /// Whether forked children may have a handle that this process closes.
 bool has_forked_children() noexcept;
 

@@ -1,88 +1,80 @@
 // SPDX-License-Identifier: MIT
 #include "zel/platform/objects/robust_mutex_linux.h"
 
-#include "zel/platform/kernel_objects.h"
-#include "zel/platform/last_error.h"
+#include "zel/platform/objects/mutex_wait.h"
+#include "zel/platform/threads/threads.h"
 #include "zel/platform/waits/address_wait.h"
 
 namespace zel::platform {
-
 namespace {
 
 constexpr std::uint64_t one_sleeper = std::uint64_t{1} << 32;
 
+struct waited_mutex {
+    robust_mutex & mutex;
+    robust_caller const & caller;
+    atomic<std::uint64_t> & state;
+    atomic<std::uint32_t> & kept_out;
+    static constexpr bool is_shared = true;
+
+    bool take(std::uint64_t & now, std::uint32_t flags) const noexcept
+    {
+        if (!take_announced(mutex, caller, now, flags)) {
+            return false;
+        }
+        mutex.ownership.more_holds.store(0, std::memory_order_relaxed); // of one that ended
+        return true;
+    }
+
+    static std::uint64_t before_sleep(std::uint64_t now) noexcept
+    {
+        return (now | waiters_flag) + one_sleeper;
+    }
+
+    static bool is_gone(std::uint64_t now) noexcept
+    {
+        return !exists_in_namespace(word_of(now) & thread_mask);
+    }
+};
+
 } // namespace
 
-bool robust_mutex::hold_again(mutex_ownership & ownership) noexcept
+std::uint32_t wait_for(robust_mutex & mutex, robust_caller const & caller,
+                       std::int64_t until) noexcept
 {
-    std::uint32_t const more = ownership.more_holds.load(std::memory_order_relaxed);
-    if (more == 0xFFFFFFFF) {
-        set_last_error(error_no_system_resources);
-        return false;
-    }
-    ownership.more_holds.store(more + 1, std::memory_order_relaxed);
-    return true;
-}
-
-std::uint32_t robust_mutex::wait(robust_list & list, std::int64_t until) const noexcept
-{
-    std::uint32_t const self = thread_number();
-    std::uint32_t others = 0; // the flag, once this thread has slept: it may not be the only one
-    std::uint32_t result = wait_timeout;
     // All the time: a process that is killed between its wake-up and its taking has the kernel wake
     // the next.
-    list.announce(ownership.node);
-    std::uint64_t now = state.load(std::memory_order_acquire);
-    for (;;) {
-        std::uint32_t const seen = word_of(now);
-        if ((seen & thread_mask) == 0) {
-            if (take_announced(list, self, now, (seen & waiters_flag) | others)) {
-                ownership.more_holds.store(0, std::memory_order_relaxed); // those of a dead owner
-                result = (seen & owner_died) != 0 ? wait_abandoned : wait_object_0;
-                break;
-            }
-            continue;
-        }
-        if (until == 0) {
-            break;
-        }
-        std::uint64_t const flagged = (now | waiters_flag) + (is_shared() ? one_sleeper : 0);
-        if (flagged != now && !state.compare_exchange_weak(now, flagged)) {
-            continue;
-        }
-        wake_reason const reason = wait_interruptibly(word(), word_of(flagged), until, true);
-        others = waiters_flag;
-        if (told_to_stop()) {
-            if (reason == wake_reason::woken) {
-                wake_address(word(), 1, true);
-            }
-            result = wait_stopped;
-            break;
-        }
-        if (reason == wake_reason::late) {
-            break;
-        }
-        now = state.load(std::memory_order_acquire);
-    }
-    list.withdraw();
+    caller.list->announce(mutex.ownership.node);
+    std::uint32_t const result
+        = wait_for_owner(waited_mutex{mutex, caller, mutex.state, mutex.kept_out}, until);
+    caller.list->withdraw();
     return result;
 }
 
-bool robust_mutex::free_and_wake(atomic<std::uint64_t> & state, bool shared, robust_list & list,
-                                 std::uint64_t now) noexcept
+void free_and_wake(robust_mutex & mutex, robust_caller const & caller, std::uint32_t left) noexcept
 {
-    uninterrupted const guard; // between the two steps nobody else would wake the sleeper
+    caller.list->announce_again(mutex.ownership.node);
+    caller.list->remove(mutex.ownership.node);
+    std::uint64_t now = mutex.state.load(std::memory_order_relaxed);
     std::uint64_t freed;
     do {
-        freed = with_word(now, shared ? word_of(now) & waiters_flag : 0);
-    } while (!state.compare_exchange_weak(now, freed, std::memory_order_release,
-                                          std::memory_order_relaxed));
-    if ((word_of(now) & waiters_flag) != 0 && wake_address(word_in(state), 1, true) == 0
-        && shared) {
-        state.compare_exchange_strong(freed, with_word(freed, 0), std::memory_order_relaxed);
+        freed = with_word(now, (word_of(now) & waiters_flag) | left);
+    } while (!mutex.state.compare_exchange_weak(now, freed, std::memory_order_release,
+                                                std::memory_order_relaxed));
+    count_hold(one_hold_less);
+    if ((word_of(now) & waiters_flag) != 0 && wake_address(low_word(mutex.state), 1, true) == 0) {
+        mutex.state.compare_exchange_strong(freed, with_word(freed, left),
+                                            std::memory_order_relaxed);
     }
-    list.withdraw();
-    return true;
+    caller.list->withdraw();
+}
+
+bool is_on_a_list_here(robust_mutex const & mutex, std::uint64_t process) noexcept
+{
+    return has_owner(mutex.state.load(std::memory_order_acquire))
+        && mutex.ownership.process.load(std::memory_order_relaxed) == process
+        && mutex.ownership.home.load(std::memory_order_relaxed)
+        == reinterpret_cast<std::uintptr_t>(&mutex.ownership);
 }
 
 } // namespace zel::platform

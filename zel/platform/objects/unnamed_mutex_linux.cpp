@@ -3,13 +3,9 @@
 
 #include "zel/platform/host/failure.h"
 #include "zel/platform/kernel_objects.h"
-#include "zel/platform/objects/owned_mutexes_linux.h"
+#include "zel/platform/objects/mutex_wait.h"
 #include "zel/platform/waits/address_wait.h"
 #include "zel/platform/waits/uninterrupted.h"
-#include <cerrno>
-
-#include <sys/syscall.h>
-#include <unistd.h>
 
 namespace zel::platform {
 namespace {
@@ -43,11 +39,9 @@ struct unnamed_mutex {
 
     static std::uint64_t before_sleep(std::uint64_t now) noexcept { return now | waiters_flag; }
 
-    // Its number may be another thread's by now, which is why this is no more than a second way.
     static bool is_gone(std::uint64_t now) noexcept
     {
-        return ::syscall(SYS_tgkill, ::getpid(), word_of(now) & thread_mask, 0) != 0
-            && errno == ESRCH;
+        return !exists_in_process(word_of(now) & thread_mask);
     }
 };
 

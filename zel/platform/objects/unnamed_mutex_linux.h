@@ -2,12 +2,12 @@
 #pragma once
 
 #include "zel/base/atomic.h"
-#include "zel/platform/objects/mutex_wait.h"
+#include "zel/platform/objects/mutex_word.h"
+#include "zel/platform/objects/owned_mutexes_linux.h"
 #include "zel/platform/waits/handles.h"
-#include "zel/platform/waits/this_thread_linux.h"
 #include <cstdint>
 
-/// Mutexes without a name: the word of mutex_wait.h in the slot's state, the rest in its room.
+/// Mutexes without a name: the word of mutex_word.h in the slot's state, the rest in its room.
 ///
 /// Nothing of the host's is told what a thread owns. The thread counts it, before it takes a mutex
 /// and after it has given one back, and at the end of a thread with a count the table of handles is
@@ -30,15 +30,6 @@ inline unnamed_mutex_room & mutex_room_of(handle_slot & slot) noexcept
     void * const room = slot.room;
     return *static_cast<unnamed_mutex_room *>(room);
 }
-
-/// The calling thread's count of the mutexes that it owns goes up or down by one.
-inline void count_hold(std::uint32_t one) noexcept
-{
-    atomic<std::uint32_t> & holds = this_thread.holds;
-    holds.store(holds.load(std::memory_order_relaxed) + one, std::memory_order_relaxed);
-    signal_fence(); // the handler that terminates a thread reads it
-}
-constexpr std::uint32_t one_hold_less = 0xFFFFFFFF;
 
 /// \name What is one exchange
 /// \returns false when nothing was done: the function of the same job sees to it.

@@ -125,6 +125,12 @@ inline handle_slot & slot_numbered(std::uint32_t number) noexcept
         std::memory_order_acquire)[number % slots_a_block];
 }
 
+/// The handle with this tag that lives or would live in the slot.
+inline void * handle_of(handle_slot const & slot, std::uint32_t tag) noexcept
+{
+    return reinterpret_cast<void *>(std::uintptr_t{tag} << 32 | slot.number * sizeof(handle_slot));
+}
+
 /// Whether `state`, loaded from the handle's slot, says that the handle was alive then.
 inline bool is_alive(std::uint64_t state, void * handle) noexcept
 {

@@ -94,8 +94,7 @@ void * publish(handle_slot & slot, handle_kind kind, std::uint32_t word,
     slot.state.store(std::uint64_t{tag} << 32 | word, std::memory_order_release);
     slot.references.store(std::uint64_t{tag} << 32 | 1, std::memory_order_release);
 
-    std::uintptr_t const distance = slot.number * sizeof(handle_slot);
-    return reinterpret_cast<void *>(std::uintptr_t{tag} << 32 | distance);
+    return handle_of(slot, tag);
 }
 
 bool pin(handle_slot & slot, void * handle) noexcept

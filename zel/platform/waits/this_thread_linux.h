@@ -2,6 +2,7 @@
 #pragma once
 
 #include "zel/base/atomic.h"
+#include <atomic>
 #include <cstdint>
 
 namespace zel::platform {
@@ -29,7 +30,7 @@ struct this_thread_state {
     thread_teardown teardown; // of a thread that others made
     std::uint32_t owner_number; // `id` once the thread's end abandons what it owns, before that 0
     /// How many mutexes it owns at most: counted before each is taken and after it is given back.
-    atomic<std::uint32_t> holds;
+    std::atomic<std::uint32_t> holds;
 };
 
 constexpr atomic<std::uint32_t> nobody_stops{0};
