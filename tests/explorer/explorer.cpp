@@ -87,7 +87,8 @@ template <class T> bool lies_in(void const * address, T const & what)
 std::uint64_t value_at(void const * address, std::size_t size)
 {
     std::uint64_t value = 0;
-    std::memcpy(&value, address, std::min(size, sizeof value));
+    size == sizeof value ? std::memcpy(&value, address, sizeof value)
+                         : std::memcpy(&value, address, std::min(size, sizeof value));
     return value;
 }
 
@@ -107,6 +108,30 @@ void meet(void const * word, std::size_t size)
 void switch_to_scheduler()
 {
     zel_switch_stack(&now.threads[now.current].stack_pointer, scheduler_stack);
+}
+
+void wake_up(int thread, std::uint8_t reason)
+{
+    std::uint8_t * const end = now.sleepers + now.sleeping;
+    now.sleeping = static_cast<int>(
+        std::remove(now.sleepers, end, static_cast<std::uint8_t>(thread)) - now.sleepers);
+    now.threads[thread].where = condition::ready;
+    now.threads[thread].reason = reason;
+}
+
+int wake_sleepers(void const * word, int count, bool shared)
+{
+    int woken_now = 0;
+    for (int i = 0; i < now.sleeping && woken_now < count;) {
+        int const thread = now.sleepers[i];
+        if (now.threads[thread].word == word && now.threads[thread].shared == shared) {
+            wake_up(thread, woken);
+            ++woken_now;
+        } else {
+            ++i;
+        }
+    }
+    return woken_now;
 }
 
 /// \name The kernel's side of a thread's death
@@ -175,15 +200,6 @@ void start(int thread)
     state.started = true;
     put_on_fresh_stack(thread);
     now.count = std::max(now.count, thread + 1);
-}
-
-void wake_up(int thread, std::uint8_t reason)
-{
-    std::uint8_t * const end = now.sleepers + now.sleeping;
-    now.sleeping = static_cast<int>(
-        std::remove(now.sleepers, end, static_cast<std::uint8_t>(thread)) - now.sleepers);
-    now.threads[thread].where = condition::ready;
-    now.threads[thread].reason = reason;
 }
 
 /// \name What may come next
@@ -398,18 +414,26 @@ struct moment {
     }
 };
 
-__extension__ using wide = unsigned __int128;
+std::uint64_t times_odd(std::uint64_t value)
+{
+    __extension__ using wide = unsigned __int128;
+    wide const product = wide{value} * 0x9E3779B97F4A7C15u;
+    return static_cast<std::uint64_t>(product) ^ static_cast<std::uint64_t>(product >> 64);
+}
 
+// In two lanes, for speed: much of the time goes here.
 std::uint64_t mix(std::uint64_t hash, void const * from, std::size_t size)
 {
     auto const * bytes = static_cast<std::byte const *>(from);
-    for (; size >= 8; size -= 8, bytes += 8) {
-        std::uint64_t word;
-        std::memcpy(&word, bytes, 8);
-        auto const product = wide{hash ^ word} * 0x9E3779B97F4A7C15u;
-        hash = static_cast<std::uint64_t>(product) ^ static_cast<std::uint64_t>(product >> 64);
+    std::uint64_t other = ~hash;
+    for (; size >= 16; size -= 16, bytes += 16) {
+        hash = times_odd(hash ^ value_at(bytes, 8));
+        other = times_odd(other ^ value_at(bytes + 8, 8));
     }
-    return hash ^ value_at(bytes, size);
+    for (; size >= 8; size -= 8, bytes += 8) {
+        hash = times_odd(hash ^ value_at(bytes, 8));
+    }
+    return times_odd(hash ^ value_at(bytes, size)) + other;
 }
 
 std::uint64_t hash_of_now()
@@ -585,17 +609,14 @@ std::uint8_t sleep(void const * word, std::uint32_t expected, bool limited, bool
 int wake(void const * word, int count, bool shared) noexcept
 {
     step("wakes those on", word, 4, "address_wait", 0);
-    int woken_now = 0;
-    for (int i = 0; i < now.sleeping && woken_now < count;) {
-        int const thread = now.sleepers[i];
-        if (now.threads[thread].word == word && now.threads[thread].shared == shared) {
-            wake_up(thread, woken);
-            ++woken_now;
-        } else {
-            ++i;
-        }
-    }
-    return woken_now;
+    return wake_sleepers(word, count, shared);
+}
+
+void store_and_wake_all(void * word, std::uint32_t value, bool shared) noexcept
+{
+    step("stores and wakes those on", word, sizeof value, "address_wait", 0);
+    std::memcpy(word, &value, sizeof value);
+    wake_sleepers(word, most_threads, shared);
 }
 
 bool exhaust(entry const & what, orders const & how, figures & sum)

@@ -56,6 +56,7 @@ struct bounds {
 struct entry {
     std::string name;
     bounds limits;
+    bool is_long; // for schedules that are drawn
     std::size_t size;
     std::function<scenario *(void * room)> make;
 };
@@ -63,10 +64,10 @@ struct entry {
 constexpr std::size_t scenario_size = 6144;
 
 template <class Scenario, class... Arguments>
-entry make_entry(std::string name, bounds limits, Arguments... arguments)
+entry make_entry(std::string name, bounds limits, bool is_long, Arguments... arguments)
 {
     static_assert(sizeof(Scenario) <= scenario_size && alignof(Scenario) <= 128);
-    return {std::move(name), limits, sizeof(Scenario),
+    return {std::move(name), limits, is_long, sizeof(Scenario),
             [=](void * room) -> scenario * { return new (room) Scenario(arguments...); }};
 }
 
@@ -102,6 +103,7 @@ enum reason : std::uint8_t { woken, changed, interrupted, timed_out, restarted }
 std::uint8_t sleep(void const * word, std::uint32_t expected, bool limited, bool shared,
                    bool interruptible) noexcept;
 int wake(void const * word, int count, bool shared) noexcept;
+void store_and_wake_all(void * word, std::uint32_t value, bool shared) noexcept;
 void note(char const * what) noexcept; // into the schedule that a failure prints
 extern bool old_kernel; // its rule for the announced word
 /// @}

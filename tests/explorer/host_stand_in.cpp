@@ -80,6 +80,11 @@ int wake_address(atomic<std::uint32_t> const & word, int count, bool shared) noe
     return wake(&word, count, shared);
 }
 
+void store_and_wake_all(atomic<std::uint32_t> & word, std::uint32_t value, bool shared) noexcept
+{
+    explorer::store_and_wake_all(&word, value, shared);
+}
+
 wake_reason wait_interruptibly(atomic<std::uint32_t> const & word, std::uint32_t expected,
                                std::int64_t until, bool shared) noexcept
 {

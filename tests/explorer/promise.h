@@ -4,8 +4,9 @@
 #include "tests/explorer/explorer.h"
 #include <algorithm>
 #include <array>
-#include <compare>
+#include <bit>
 #include <cstdint>
+#include <utility>
 
 /// What events and semaphores promise, as a plain machine: units, a queue of those that wait, and
 /// what has become of each thread's operation, which takes effect in one step at some time between
@@ -22,10 +23,12 @@ constexpr bool is_wait(char operation)
     return operation == 'w' || operation == 'l' || operation == 't';
 }
 
-class promise {
+/// \tparam most_states  how many there may be at a time; more is an error, and room costs time.
+template <int most_states> class promise {
 public:
-    promise(sort kind, int units, int maximum)
-        : kind_(kind)
+    promise(sort kind, int units, int maximum, bool lends)
+        : lends_(lends)
+        , kind_(kind)
         , maximum_(static_cast<std::int8_t>(maximum))
     {
         states_[0].units = static_cast<std::int8_t>(units);
@@ -107,14 +110,22 @@ public:
 private:
     enum progress : std::int8_t { idle, pending, waiting, done, refused, partly };
 
-    struct state {
+    struct alignas(8) state {
         std::int8_t units;
         std::int8_t length; // of the queue
         std::array<std::int8_t, most_threads> queue; // the first has waited longest
         std::array<std::int8_t, most_threads> what; // a `progress`
         std::array<std::int8_t, most_threads> given; // of a release that has been done in part
 
-        auto operator<=>(state const &) const = default;
+        std::array<std::int8_t, 2> unused;
+
+        // As two numbers: this is done very often.
+        std::array<std::uint64_t, 2> bits() const
+        {
+            return std::bit_cast<std::array<std::uint64_t, 2>>(*this);
+        }
+        bool operator==(state const & other) const { return bits() == other.bits(); }
+        bool operator<(state const & other) const { return bits() < other.bits(); }
 
         int pop()
         {
@@ -136,7 +147,6 @@ private:
     {
         auto * const end = std::remove_if(states_.begin(), states_.begin() + count_,
                                           [&](state const & s) { return !condition(s); });
-        std::fill(end, states_.begin() + count_, state{});
         count_ = static_cast<int>(end - states_.begin());
         if (count_ == 0) {
             fail(otherwise);
@@ -147,35 +157,30 @@ private:
     void add(state const & s)
     {
         auto * const end = states_.begin() + count_;
-        auto * const place = std::lower_bound(states_.begin(), end, s);
-        if (place != end && *place == s) {
-            return;
+        if (std::find(states_.begin(), end, s) == end) {
+            if (count_ == static_cast<int>(states_.size())) {
+                fail("too many possible states: not checked");
+                return;
+            }
+            *end = s;
+            ++count_;
         }
-        if (count_ == static_cast<int>(states_.size())) {
-            fail("too many possible states: not checked");
-            return;
-        }
-        std::move_backward(place, end, end + 1);
-        *place = s;
-        ++count_;
     }
 
-    // Adds whatever may have happened in the meantime.
+    // Adds whatever may have happened in the meantime. Sorted, so that equal sets are equal bytes.
     void close()
     {
-        std::sort(states_.begin(), states_.begin() + count_);
-        count_ = static_cast<int>(std::unique(states_.begin(), states_.begin() + count_)
-                                  - states_.begin());
-        for (int before = 0; before != count_;) {
-            before = count_;
-            for (int i = 0; i < count_; ++i) {
-                for (int thread = 0; thread < most_threads; ++thread) {
-                    state const from = states_[static_cast<std::size_t>(i)];
-                    take_effect(from, thread);
-                }
+        int const before = std::exchange(count_, 0);
+        std::array<state, most_states> const old = std::exchange(states_, {});
+        for (int i = 0; i < before; ++i) {
+            add(old[static_cast<std::size_t>(i)]);
+        }
+        for (int i = 0; i < count_; ++i) {
+            for (int thread = 0; thread < most_threads; ++thread) {
+                take_effect(states_[static_cast<std::size_t>(i)], thread);
             }
         }
-        std::fill(states_.begin() + count_, states_.end(), state{});
+        std::sort(states_.begin(), states_.begin() + count_);
     }
 
     void take_effect(state s, int thread)
@@ -252,7 +257,7 @@ private:
         int given = 0;
         for (; given < count && s.length > 0; ++given) {
             s.pop();
-            if (lends && given + 1 < count) {
+            if (lends_ && given + 1 < count) {
                 state part = s;
                 part.what[at] = partly;
                 part.given[at] = static_cast<std::int8_t>(given + 1);
@@ -285,14 +290,13 @@ private:
         add(s);
     }
 
-    static constexpr bool lends = false;
-
+    bool lends_; // a release of several units may let waiters through before the rest is settled
     sort kind_;
     std::int8_t maximum_;
     std::array<char, most_threads> operations_{};
     std::array<bool, most_threads> disturbed_{};
     std::array<bool, most_threads> dead_{};
-    std::array<state, 96> states_{};
+    std::array<state, most_states> states_{};
     int count_ = 0;
 };
 

@@ -20,7 +20,7 @@ public:
 
     named_object(sort kind, int initial, int maximum)
     {
-        initialize(object(), static_cast<unsigned>(initial), static_cast<unsigned>(maximum),
+        initialize(object_, static_cast<unsigned>(initial), static_cast<unsigned>(maximum),
                    kind == sort::manual);
     }
     // As long as it is stopped it has nothing of the object's; see wait_for_single_object.
@@ -28,7 +28,7 @@ public:
     {
         for (;;) {
             uninterrupted const guard;
-            std::uint32_t const result = wait_for(object(), until);
+            std::uint32_t const result = wait_for(object_, until);
             if (result != wait_stopped) {
                 return result;
             }
@@ -36,19 +36,19 @@ public:
     }
     bool set_event()
     {
-        return inside([&] { return set(object()); });
+        return inside([&] { return set(object_); });
     }
     bool reset_event()
     {
-        return inside([&] { return reset(object()); });
+        return inside([&] { return reset(object_); });
     }
     bool pulse_event()
     {
-        return inside([&] { return pulse(object()); });
+        return inside([&] { return pulse(object_); });
     }
     bool release_units(unsigned count)
     {
-        return inside([&] { return release(object(), count, nullptr); });
+        return inside([&] { return release(object_, count, nullptr); });
     }
 
 private:
@@ -57,12 +57,7 @@ private:
         uninterrupted const guard;
         return body();
     }
-    named_waitable & object()
-    {
-        void * const memory = memory_;
-        return *static_cast<named_waitable *>(memory);
-    }
-    alignas(64) std::byte memory_[512]{}; // as far as it is touched
+    named_waitable object_{};
 };
 
 class unnamed_object {
@@ -102,11 +97,11 @@ struct layout {
     char const * programs[most_threads - 1]; // null: no such thread
 };
 
-template <class Object> class waitables : public scenario {
+template <class Object, int most_states> class waitables : public scenario {
 public:
     explicit waitables(layout const & what)
         : layout_(what)
-        , promise_(what.kind, what.initial, what.maximum)
+        , promise_(what.kind, what.initial, what.maximum, Object::is_shared)
     {
     }
     int threads() const override
@@ -177,7 +172,7 @@ private:
     }
 
     layout layout_;
-    promise promise_;
+    promise<most_states> promise_;
     union {
         Object object_;
     };
@@ -194,16 +189,64 @@ std::string name_of(char const * who, layout const & what)
     return name;
 }
 
-void add(std::vector<entry> & entries, layout const & what)
+template <int most_states>
+void add(std::vector<entry> & entries, layout const & what, bounds const & limits, bool is_long)
 {
-    for (bounds const limits :
-         {bounds{3, 0, 0}, bounds{2, 1, 0}, bounds{2, 0, 1}, bounds{1, 1, 1}}) {
-        std::string const suffix = " p" + std::to_string(limits.preemptions) + "k"
-            + std::to_string(limits.kills) + "s" + std::to_string(limits.stops);
-        entries.push_back(
-            make_entry<waitables<named_object>>(name_of("named", what) + suffix, limits, what));
-        entries.push_back(
-            make_entry<waitables<unnamed_object>>(name_of("unnamed", what) + suffix, limits, what));
+    std::string const suffix = " p" + std::to_string(limits.preemptions) + "k"
+        + std::to_string(limits.kills) + "s" + std::to_string(limits.stops);
+    entries.push_back(make_entry<waitables<named_object, most_states>>(
+        name_of("named", what) + suffix, limits, is_long, what));
+    entries.push_back(make_entry<waitables<unnamed_object, most_states>>(
+        name_of("unnamed", what) + suffix, limits, is_long, what));
+}
+
+constexpr layout kinds[] = {{sort::automatic, 0, 1, {}},
+                            {sort::manual, 0, 1, {}},
+                            {sort::semaphore, 0, 2, {}},
+                            {sort::semaphore, 1, 2, {}}};
+
+// Every two and three operations beside each other.
+void add_pairs_and_triples(std::vector<entry> & entries, layout what)
+{
+    char const * const all[] = {"w", "l", "t", "1", "2", nullptr};
+    char const * const of_events[] = {"w", "l", "t", "s", "r", "p", nullptr};
+    bool const counts = what.kind == sort::semaphore;
+    char const * const * const first = counts ? all : of_events;
+    for (char const * const * a = first; *a != nullptr; ++a) {
+        for (char const * const * b = a; *b != nullptr; ++b) {
+            for (char const * const * c = b;; ++c) {
+                what.programs[0] = *a;
+                what.programs[1] = *b;
+                what.programs[2] = *c;
+                for (bounds const limits :
+                     {bounds{3, 0, 0}, bounds{2, 1, 0}, bounds{2, 0, 1}, bounds{1, 1, 1}}) {
+                    add<64>(entries, what, limits, false);
+                }
+                if (*c == nullptr) {
+                    break;
+                }
+            }
+        }
+    }
+}
+
+// Threads with five operations each, drawn once and for all.
+void add_long_ones(std::vector<entry> & entries, layout what)
+{
+    static char programs[std::size(kinds)][12][most_threads - 1][6];
+    char const * const operations = what.kind == sort::semaphore ? "wwllt11122" : "wwlltsssrp";
+    std::uint64_t drawn = 88172645463325252;
+    for (auto & three : programs[static_cast<int>(what.kind) + what.initial]) {
+        for (std::size_t i = 0; i < std::size(three); ++i) {
+            for (std::size_t k = 0; k < 5; ++k) {
+                drawn ^= drawn << 13;
+                drawn ^= drawn >> 7;
+                drawn ^= drawn << 17;
+                three[i][k] = operations[drawn % 10];
+            }
+            what.programs[i] = three[i];
+        }
+        add<256>(entries, what, {0, 1, 2}, true);
     }
 }
 
@@ -211,27 +254,9 @@ void add(std::vector<entry> & entries, layout const & what)
 
 void add_waitables(std::vector<entry> & entries)
 {
-    constexpr char const * programs[] = {"w", "l", "t", "s", "r", "p", "1", "2"};
-    for (layout what : {layout{sort::automatic, 0, 1, {}}, layout{sort::manual, 0, 1, {}},
-                        layout{sort::semaphore, 0, 2, {}}, layout{sort::semaphore, 1, 2, {}}}) {
-        auto const fits = [&](char const * program) {
-            bool const counts = *program == '1' || *program == '2';
-            bool const changes = *program == 's' || *program == 'r' || *program == 'p';
-            return what.kind == sort::semaphore ? !changes : !counts;
-        };
-        for (std::size_t a = 0; a < std::size(programs); ++a) {
-            for (std::size_t b = a; b < std::size(programs); ++b) {
-                for (std::size_t c = b; c <= std::size(programs); ++c) {
-                    what.programs[0] = programs[a];
-                    what.programs[1] = programs[b];
-                    what.programs[2] = c < std::size(programs) ? programs[c] : nullptr;
-                    if (fits(programs[a]) && fits(programs[b])
-                        && (what.programs[2] == nullptr || fits(programs[c]))) {
-                        add(entries, what);
-                    }
-                }
-            }
-        }
+    for (layout const & what : kinds) {
+        add_pairs_and_triples(entries, what);
+        add_long_ones(entries, what);
     }
 }
 

@@ -71,21 +71,29 @@ ZEL_API bool reset_event(void * handle) noexcept;
 /// \returns false with last error 288 when the thread has none.
 ZEL_API bool release_mutex(void * handle) noexcept;
 
-/// Adds `count` units. Waiters get theirs in the order of their arrival.
+/// Adds `count` units. Waiters get theirs in the order of their arrival, and none that comes later
+/// gets in between. Of a semaphore with a name, several units that are released while others are
+/// may reach waiters before the rest is refused; then the refusal takes as many back from what the
+/// others have added.
 /// \param previous  if not null, takes the count before; untouched on failure.
 /// \returns false, with nothing changed, and last error 298 when the maximum would be exceeded, 87
 ///          when `count` is not positive.
 ZEL_API bool release_semaphore(void * handle, std::int32_t count, std::int32_t * previous) noexcept;
 
 /// Waits for an event, a mutex, a semaphore or a thread's end. What the thread that released did
-/// before is visible to the one that is let through. No system call unless it has to sleep. A
-/// thread that is suspended meanwhile waits no longer, and again after its resume, for the time
-/// that is left until the moment settled at the call.
+/// before is visible to the one that is let through. No system call unless it has to sleep.
+///
+/// Who waits for an event or a semaphore is served in the order of arrival. With a name the order
+/// is the kernel's: threads with a real-time priority of the host come first, and a thread that
+/// runs a signal's handler or whose process is stopped waits anew, at the end.
+///
+/// A thread that is suspended meanwhile waits no longer, and again after its resume, for the time
+/// that is left until the moment settled at the call. What it was given before belongs to it: a
+/// set or a release is not taken back, and the wait is over when the thread is resumed.
 /// \param milliseconds  of the monotonic clock; 0 only tests, 0xFFFFFFFF has no limit.
 /// \returns 0: the object is the caller's; 128: so is the mutex, whose owner ended without
 ///          releasing it, told once; 258: the time was over; 0xFFFFFFFF: last error 5 or 6, or
-///          1450 beyond 1,000 waiters of one event or semaphore with a name, 4,294,967,295 holds of
-///          one mutex, or where the host keeps no list of a thread's locks. That list tells of the
+///          1450 beyond 4,294,967,295 holds of one mutex, or where the host keeps no list of a thread's locks. That list tells of the
 ///          first 2,048 mutexes that a thread owns when it ends.
 ZEL_API std::uint32_t wait_for_single_object(void * handle, std::uint32_t milliseconds) noexcept;
 

@@ -4,279 +4,75 @@
 #include "zel/platform/kernel_objects.h"
 #include "zel/platform/last_error.h"
 #include "zel/platform/objects/robust_mutex_linux.h"
-#include "zel/platform/threads/threads.h"
 #include "zel/platform/waits/address_wait.h"
 #include "zel/platform/waits/handles.h"
-#include <algorithm>
+#include "zel/platform/waits/uninterrupted.h"
 
 // The state of an object:
 //
-//     bits 0 to 30   the units that are free: of a semaphore up to its maximum, of an event 1 when
-//                    it is set
-//     bit 31         `queued`: somebody may wait, and then no unit is free
-//     bits 32 to 63  the last ticket: how many have ever joined those that wait
+//     low half   nobody sleeps: the units that are free, of an event 1 when it is set
+//                somebody may sleep: `queued` and the low bits of the number; no unit is free
+//     high half  the number: how often the low half was written with `queued` set
 //
-// With `queued` a unit is not put down but granted to the waiter with the lowest ticket. It stays
-// until somebody has found no waiter; that the ticket has not moved since proves that nobody has
-// joined in between.
+// Those that wait sleep on the low half. The kernel keeps them in the order in which they fell
+// asleep, takes out whoever is killed or stopped or runs a signal's handler, and tells the thread
+// that wakes how many it has woken. So the queue is the kernel's, and a wake is the grant: a thread
+// that was woken has its unit, and nothing in the memory has to be given back by a thread that
+// dies. These are the invariants:
 //
-// Who waits has a place:
+// 1. Nobody sleeps while the low half has no `queued`. Whoever wants to sleep writes `queued` with
+//    the next number first and sleeps only as long as that very number stands there.
+// 2. A unit is put down only when nobody sleeps. Whoever releases writes the next number, too:
+//    from then on nobody who wrote an earlier one can fall asleep. If its wake then finds nobody,
+//    and the number is still its own when it exchanges it for the unit, nobody sleeps at all.
+// 3. An event that stays set is set and its waiters are woken in one step of the kernel.
 //
-//     owner   the waiter's thread, robust: a thread that ends leaves `owner_died`
-//     grant   idle -> waiting -> granted or kept -> idle, with the ticket in the high half; the
-//             values have no bit where a thread's number would be
+// So every operation takes effect in one step, an exchange or a call of the kernel's, and a kill
+// comes before or after it. Only a release of several units may take two: the waiters first, then
+// the rest; a kill in between loses the rest.
 //
-// The waiter makes its place `waiting` with the next ticket before it moves the state, so that
-// whoever sees the new state sees the place. It may then be granted a unit even before it has
-// moved the state; that is as good as afterwards. If it finds a free unit meanwhile, it withdraws,
-// and passes on what it was granted.
-//
-// Deaths: of a waiter before the grant - nobody grants to a place whose owner has ended, and a
-// granter looks again after the grant; of a waiter after the grant - it has got its unit; of a
-// granter between the grant and the wake - the place is announced on its robust list, and the
-// kernel wakes the waiter.
+// A number comes again after 2^31 writes. A thread would have to stand still between its write and
+// its sleep, or between its wake and its exchange, for exactly a multiple of that.
 namespace zel::platform {
 namespace {
 
 constexpr std::uint32_t queued = 0x80000000;
-constexpr std::uint64_t one_ticket = std::uint64_t{1} << 32;
 
-enum grant : std::uint32_t {
-    waiting = 0,
-    idle = 0x40000000,
-    granted = 0x80000000, // passed on by a waiter that is stopped
-    kept = 0xC0000000, // not passed on: by a pulse, or by an event that stays set
-};
-
-constexpr std::uint64_t joined(std::uint32_t ticket, std::uint32_t word) noexcept
+std::uint64_t with_next_number(std::uint64_t state)
 {
-    return std::uint64_t{ticket} << 32 | word;
+    std::uint32_t const number = tag_of(state) + 1;
+    return std::uint64_t{number} << 32 | queued | number;
 }
 
-std::uint32_t ticket_of(std::uint64_t state_or_grant)
+bool is_queued(std::uint64_t state) { return (word_of(state) & queued) != 0; }
+
+bool has_free_unit(std::uint64_t state) { return word_of(state) != 0 && !is_queued(state); }
+
+atomic<std::uint32_t> & low_half(named_waitable & object)
 {
-    return static_cast<std::uint32_t>(state_or_grant >> 32);
+    void * const address = &object.state;
+    return *static_cast<atomic<std::uint32_t> *>(address);
 }
 
-// Tickets wrap.
-bool comes_before(std::uint32_t one, std::uint32_t other)
+bool is_manual(named_waitable const & event)
 {
-    return static_cast<std::int32_t>(one - other) < 0;
+    return event.manual.load(std::memory_order_relaxed) != 0;
 }
 
-atomic<std::uint32_t> const & word_in(atomic<std::uint64_t> const & whole)
+/// Writes the next number into a state with `queued`, so that nobody falls asleep who has written
+/// an earlier one.
+/// \param state  becomes what was written; on failure what somebody else wrote.
+bool take_number(named_waitable & object, std::uint64_t & state)
 {
-    void const * const address = &whole; // the low half comes first
-    return *static_cast<atomic<std::uint32_t> const *>(address);
-}
-
-std::uint32_t used_places(named_waitable const & object)
-{
-    return std::min<std::uint32_t>(object.used.load(std::memory_order_acquire), most_named_waiters);
-}
-
-bool is_owned(named_waiter const & place)
-{
-    return (place.owner.load(std::memory_order_acquire) & thread_mask) != 0;
-}
-
-/// The waiter with the lowest ticket up to `last`; null when there is none.
-named_waiter * find_first(named_waitable & object, std::uint32_t last, std::uint32_t & ticket)
-{
-    named_waiter * first = nullptr;
-    for (std::uint32_t i = 0; i < used_places(object); ++i) {
-        named_waiter & place = object.waiters[i];
-        std::uint64_t const now = place.grant.load(std::memory_order_acquire);
-        if (word_of(now) == waiting && is_owned(place) && !comes_before(last, ticket_of(now))
-            && (first == nullptr || comes_before(ticket_of(now), ticket))) {
-            first = &place;
-            ticket = ticket_of(now);
-        }
-    }
-    return first;
-}
-
-/// \returns false when the waiter has left or died before.
-bool grant_to(robust_list & list, named_waiter & place, std::uint32_t ticket, grant how)
-{
-    std::uint64_t expected = joined(ticket, waiting);
-    list.announce_word(&place.grant);
-    bool const done = place.grant.compare_exchange_strong(expected, joined(ticket, how));
-    if (done) {
-        wake_address(word_in(place.grant), 1, true);
-    }
-    list.withdraw();
-    if (!done) {
+    std::uint64_t const next = with_next_number(state);
+    if (!object.state.compare_exchange_weak(state, next)) {
         return false;
     }
-    expected = joined(ticket, how);
-    return (place.owner.load() & owner_died) == 0
-        || !place.grant.compare_exchange_strong(expected, joined(ticket, idle));
+    state = next;
+    return true;
 }
 
-/// Grants `count` units to those that wait and puts down the rest, up to the maximum.
-void distribute(named_waitable & object, robust_list & list, std::uint32_t count)
-{
-    std::uint32_t const maximum = object.maximum.load(std::memory_order_relaxed);
-    while (count > 0) {
-        std::uint64_t state = object.state.load();
-        std::uint32_t ticket = 0;
-        named_waiter * const first = (word_of(state) & queued) != 0
-            ? find_first(object, ticket_of(state) + 0x40000000, ticket)
-            : nullptr;
-        if (first != nullptr) {
-            count -= grant_to(list, *first, ticket, granted) ? 1 : 0;
-            continue;
-        }
-        std::uint32_t const free = word_of(state) & ~queued;
-        std::uint32_t const after = free + std::min(count, maximum - std::min(free, maximum));
-        if (object.state.compare_exchange_weak(state, with_word(state, after))) {
-            return;
-        }
-    }
-}
-
-/// Grants to everybody that has joined up to `last`.
-void grant_to_all(named_waitable & object, robust_list & list, std::uint32_t last)
-{
-    std::uint32_t ticket = 0;
-    while (named_waiter * const first = find_first(object, last, ticket)) {
-        grant_to(list, *first, ticket, kept);
-    }
-}
-
-/// The calling thread's place while it waits, from its first need on.
-class own_place {
-public:
-    own_place(named_waitable & object, robust_list & list) noexcept
-        : object_(object)
-        , list_(list)
-    {
-    }
-    ~own_place()
-    {
-        if (place_ != nullptr) {
-            place_->grant.store(joined(0, idle));
-            list_.announce(place_->node);
-            list_.remove(place_->node);
-            place_->owner.store(0, std::memory_order_release);
-            list_.withdraw();
-        }
-    }
-    own_place(own_place const &) = delete;
-    own_place & operator=(own_place const &) = delete;
-
-    /// \returns false with last error 1450 when all are taken.
-    bool claim() noexcept
-    {
-        for (bool const last_try : {false, true}) {
-            for (std::uint32_t i = 0; place_ == nullptr && i < used_places(object_); ++i) {
-                claim(object_.waiters[i], last_try);
-            }
-            while (place_ == nullptr && used_places(object_) < most_named_waiters) {
-                std::uint32_t const next = object_.used.fetch_add(1);
-                if (next < most_named_waiters) {
-                    claim(object_.waiters[next], last_try);
-                }
-            }
-            if (place_ != nullptr) {
-                return true;
-            }
-        }
-        set_last_error(error_no_system_resources);
-        return false;
-    }
-
-    atomic<std::uint64_t> & grant_word() noexcept { return place_->grant; }
-
-private:
-    // First nobody grants to the place any more, then it changes hands. One whose owner has died
-    // after a grant is left alone while there are others: the granter may be about to find out.
-    void claim(named_waiter & place, bool last_try) noexcept
-    {
-        std::uint32_t owner = place.owner.load(std::memory_order_acquire);
-        if ((owner & thread_mask) != 0) {
-            return;
-        }
-        std::uint64_t now = place.grant.load(std::memory_order_acquire);
-        std::uint32_t const word = word_of(now);
-        if (word == granted && !last_try) {
-            return;
-        }
-        if (word != idle && !place.grant.compare_exchange_strong(now, with_word(now, idle))) {
-            return;
-        }
-        list_.announce(place.node);
-        if (place.owner.compare_exchange_strong(owner, current_thread_id())) {
-            list_.add(place.node);
-            place_ = &place;
-        }
-        list_.withdraw();
-    }
-
-    named_waitable & object_;
-    robust_list & list_;
-    named_waiter * place_ = nullptr;
-};
-
-enum class outcome { given, late, stopped, refused };
-
-/// Waits once, from joining those that wait to leaving them.
-outcome wait_once(named_waitable & object, robust_list & list, std::int64_t until)
-{
-    bool const manual = object.manual.load(std::memory_order_relaxed) != 0;
-    own_place place(object, list);
-    bool claimed = false;
-    std::uint32_t ticket = 0;
-    for (;;) {
-        std::uint64_t state = object.state.load();
-        std::uint32_t const word = word_of(state);
-        if (word != 0 && word != queued) {
-            if (manual || object.state.compare_exchange_weak(state, state - 1)) {
-                return outcome::given;
-            }
-            continue;
-        }
-        if (until == 0) {
-            return outcome::late;
-        }
-        if (!claimed) {
-            claimed = place.claim();
-            if (!claimed) {
-                return outcome::refused;
-            }
-        }
-        ticket = ticket_of(state) + 1;
-        place.grant_word().store(joined(ticket, waiting));
-        if (object.state.compare_exchange_strong(state, with_word(state + one_ticket, queued))) {
-            break;
-        }
-        std::uint64_t expected = joined(ticket, waiting);
-        if (!place.grant_word().compare_exchange_strong(expected, joined(ticket, idle))) {
-            break; // granted something already
-        }
-    }
-
-    wake_reason reason;
-    std::uint64_t now;
-    do {
-        reason = wait_interruptibly(word_in(place.grant_word()), waiting, until, true);
-        now = place.grant_word().load();
-    } while (word_of(now) == waiting && reason != wake_reason::late && !told_to_stop());
-
-    bool const stopped = told_to_stop();
-    // On failure `now` tells what was granted at the last moment.
-    if (word_of(now) == waiting
-        && place.grant_word().compare_exchange_strong(now, with_word(now, idle))) {
-        return reason == wake_reason::late && !stopped ? outcome::late : outcome::stopped;
-    }
-    if (stopped && word_of(now) == granted
-        && place.grant_word().compare_exchange_strong(now, with_word(now, idle))) {
-        distribute(object, list, 1);
-        return outcome::stopped;
-    }
-    return outcome::given;
-}
+constexpr int everybody = 0x7FFFFFFF;
 
 } // namespace
 
@@ -290,39 +86,59 @@ void initialize(named_waitable & object, std::uint32_t initial, std::uint32_t ma
 
 std::uint32_t wait_for(named_waitable & object, std::int64_t until) noexcept
 {
-    robust_list * const list = robust_list::own();
-    if (list == nullptr) {
-        return wait_failed;
-    }
-    switch (wait_once(object, *list, until)) {
-    case outcome::given:
-        return wait_object_0;
-    case outcome::late:
-        return wait_timeout;
-    case outcome::stopped:
-        return wait_stopped;
-    default:
-        return wait_failed;
+    bool const manual = is_manual(object);
+    std::uint64_t state = object.state.load(std::memory_order_acquire);
+    for (;;) {
+        if (has_free_unit(state)) {
+            if (manual
+                || object.state.compare_exchange_weak(state, state - 1,
+                                                      std::memory_order_acquire)) {
+                return wait_object_0;
+            }
+            continue;
+        }
+        if (until == 0) {
+            return wait_timeout;
+        }
+        std::uint64_t const mine = with_next_number(state);
+        if (!object.state.compare_exchange_weak(state, mine)) {
+            continue;
+        }
+        wake_reason const reason = wait_interruptibly(low_half(object), word_of(mine), until, true);
+        // Also for what the thread that woke this one did before.
+        state = object.state.load(std::memory_order_acquire);
+        if (reason == wake_reason::woken) {
+            return wait_object_0;
+        }
+        if (reason == wake_reason::late) {
+            return wait_timeout;
+        }
+        if (told_to_stop()) {
+            return wait_stopped;
+        }
     }
 }
 
 bool set(named_waitable & event) noexcept
 {
-    robust_list * const list = robust_list::own();
-    if (list == nullptr) {
-        return false;
-    }
-    if (event.manual.load(std::memory_order_relaxed) == 0) {
-        distribute(event, *list, 1);
-        return true;
-    }
-    // Set last: killed before, it leaves nobody asleep beside a set event.
+    std::uint64_t state = event.state.load(std::memory_order_relaxed);
     for (;;) {
-        std::uint64_t state = event.state.load();
-        if ((word_of(state) & queued) != 0) {
-            grant_to_all(event, *list, ticket_of(state));
+        if (is_queued(state)) {
+            if (!take_number(event, state)) {
+                continue;
+            }
+            if (is_manual(event)) {
+                store_and_wake_all(low_half(event), 1, true);
+                return true;
+            }
+            if (wake_address(low_half(event), 1, true) != 0) {
+                return true;
+            }
         }
-        if (event.state.compare_exchange_strong(state, with_word(state, 1))) {
+        // Also when it is set already: what this thread did before becomes visible to the thread
+        // that is let through.
+        if (event.state.compare_exchange_strong(
+                state, with_word(state, 1), std::memory_order_release, std::memory_order_relaxed)) {
             return true;
         }
     }
@@ -330,61 +146,61 @@ bool set(named_waitable & event) noexcept
 
 bool reset(named_waitable & event) noexcept
 {
-    std::uint64_t state = event.state.load();
-    while (word_of(state) == 1 && !event.state.compare_exchange_weak(state, with_word(state, 0))) {
+    std::uint64_t state = event.state.load(std::memory_order_relaxed);
+    while (has_free_unit(state) && !event.state.compare_exchange_weak(state, with_word(state, 0))) {
     }
     return true;
 }
 
 bool pulse(named_waitable & event) noexcept
 {
-    robust_list * const list = robust_list::own();
-    if (list == nullptr) {
-        return false;
-    }
-    reset(event);
-    std::uint64_t const state = event.state.load();
-    if ((word_of(state) & queued) == 0) {
-        return true;
-    }
-    std::uint32_t const last = ticket_of(state);
-    if (event.manual.load(std::memory_order_relaxed) != 0) {
-        grant_to_all(event, *list, last);
-        return true;
-    }
-    std::uint32_t ticket = 0;
-    while (named_waiter * const first = find_first(event, last, ticket)) {
-        if (grant_to(*list, *first, ticket, kept)) {
-            break;
+    // Either it is set and nobody sleeps, or it is not and somebody may.
+    std::uint64_t state = event.state.load(std::memory_order_relaxed);
+    for (;;) {
+        if (is_queued(state)) {
+            if (take_number(event, state)) {
+                wake_address(low_half(event), is_manual(event) ? everybody : 1, true);
+                return true;
+            }
+        } else if (!has_free_unit(state)
+                   || event.state.compare_exchange_weak(state, with_word(state, 0))) {
+            return true;
         }
     }
-    return true;
 }
 
 bool release(named_waitable & semaphore, std::uint32_t count, std::int32_t * previous) noexcept
 {
-    robust_list * const list = robust_list::own();
-    if (list == nullptr) {
-        return false;
-    }
     std::uint32_t const maximum = semaphore.maximum.load(std::memory_order_relaxed);
-    std::uint64_t state = semaphore.state.load();
-    std::uint32_t free;
-    do {
-        free = word_of(state) & ~queued;
-        if (count > maximum - free) {
+    std::uint32_t given = 0;
+    std::uint64_t state = semaphore.state.load(std::memory_order_relaxed);
+    for (;;) {
+        bool const has_queue = is_queued(state);
+        std::uint32_t const free = has_queue ? 0 : word_of(state);
+        if (count - given > maximum - free) {
+            if (given != 0 && !semaphore.state.compare_exchange_weak(state, state - given)) {
+                continue;
+            }
             set_last_error(error_too_many_posts);
             return false;
         }
-        if ((word_of(state) & queued) != 0) {
-            distribute(semaphore, *list, count);
-            break;
+        if (has_queue) {
+            if (!take_number(semaphore, state)) {
+                continue;
+            }
+            given += static_cast<std::uint32_t>(
+                wake_address(low_half(semaphore), static_cast<int>(count - given), true));
         }
-    } while (!semaphore.state.compare_exchange_weak(state, state + count));
-    if (previous != nullptr) {
-        *previous = static_cast<std::int32_t>(free);
+        if (given == count
+            || semaphore.state.compare_exchange_strong(
+                state, with_word(state, free + count - given), std::memory_order_release,
+                std::memory_order_relaxed)) {
+            if (previous != nullptr) {
+                *previous = given != 0 ? 0 : static_cast<std::int32_t>(free);
+            }
+            return true;
+        }
     }
-    return true;
 }
 
 } // namespace zel::platform

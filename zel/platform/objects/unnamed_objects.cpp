@@ -5,7 +5,6 @@
 #include "zel/platform/last_error.h"
 #include "zel/platform/threads/threads.h"
 #include "zel/platform/waits/address_wait.h"
-#include <algorithm>
 
 // The word of an object:
 //
@@ -18,9 +17,12 @@
 // the first in the queue, who leaves the queue in the same step. Nothing has to be taken after the
 // wake-up, so a latecomer cannot take it.
 //
-// A thread that is told to stop leaves the queue, or, if it had just been given a unit, gives that
-// to the next. What a pulse gave, and what a manual-reset event gave, it keeps: the next in the
-// queue has come later than the pulse, or was given its own.
+// The word is written before anybody in the queue is given anything: an operation takes effect with
+// that write, for those that look at the word and for those in the queue, who cannot leave it
+// meanwhile.
+//
+// What was given belongs to the waiter: a thread that is told to stop leaves the queue, but if it
+// had just been given a unit it keeps that, and its wait is over when it is resumed.
 namespace zel::platform {
 namespace {
 
@@ -28,7 +30,6 @@ constexpr std::uint32_t queued = 0x80000000;
 
 struct waiter {
     atomic<std::uint32_t> granted{0};
-    bool keeps = false; // what it was given is for nobody else; settled before `granted`
     waiter * next = nullptr;
     waiter * previous = nullptr;
 };
@@ -55,12 +56,11 @@ struct waiter_queue {
 
     // The waiter may be gone with its stack as soon as `granted` is set; waking needs only the
     // address. A false wake-up there does no harm to whoever sleeps on that address by then.
-    void grant_first(bool keeps) noexcept
+    void grant_first() noexcept
     {
         waiter & one = *first;
         remove(one);
         atomic<std::uint32_t> const & word = one.granted;
-        one.keeps = keeps;
         one.granted.store(1, std::memory_order_release);
         wake_address(word, 1, false);
     }
@@ -120,26 +120,25 @@ void set_word(handle_slot & slot, std::uint32_t word)
                                              std::memory_order_acq_rel)) { }
 }
 
-// Under the queue's lock: gives `count` units to those that wait and puts down the rest, up to the
-// maximum: a unit that comes back from a waiter may find the semaphore full again.
-void distribute(handle_slot & slot, waiter_queue & queue, std::uint32_t count)
+// Under the queue's lock: lets the first `most` of those that wait through. When nobody is left, the
+// word becomes `units` less what each of them takes.
+void distribute(handle_slot & slot, waiter_queue & queue, std::uint32_t most, std::uint32_t units,
+                std::uint32_t each)
 {
-    while (count > 0 && queue.first != nullptr) {
-        queue.grant_first(false);
-        --count;
+    std::uint32_t count = 0;
+    waiter const * left = queue.first;
+    for (; left != nullptr && count < most; left = left->next) {
+        ++count;
     }
-    if (queue.first != nullptr) {
-        return;
+    if (left == nullptr) {
+        set_word(slot, units - count * each);
     }
-    std::uint32_t const maximum = queue.maximum.load(std::memory_order_relaxed);
-    std::uint64_t state = slot.state.load(std::memory_order_relaxed);
-    std::uint32_t word;
-    do {
-        std::uint32_t const free = word_of(state) & ~queued;
-        word = free + std::min(count, maximum - free);
-    } while (!slot.state.compare_exchange_weak(state, with_word(state, word),
-                                               std::memory_order_acq_rel));
+    for (; count > 0; --count) {
+        queue.grant_first();
+    }
 }
+
+constexpr std::uint32_t everybody = 0x7FFFFFFF;
 
 // Under the queue's lock: takes a unit, or else announces a waiter.
 bool take_or_announce(handle_slot & slot, bool manual)
@@ -186,27 +185,21 @@ outcome wait_in_queue(handle_slot & slot, waiter_queue & queue, bool manual, std
     wake_reason reason;
     do {
         reason = wait_interruptibly(self.granted, 0, until, false);
-    } while (self.granted.load(std::memory_order_acquire) == 0 && reason != wake_reason::late
-             && !told_to_stop());
+        if (self.granted.load(std::memory_order_acquire) != 0) {
+            return outcome::given;
+        }
+    } while (reason != wake_reason::late && !told_to_stop());
 
-    bool stopped = told_to_stop();
-    bool given = self.granted.load(std::memory_order_acquire) != 0;
-    if (given && (!stopped || self.keeps)) {
-        return outcome::given;
-    }
     queue.lock.lock();
-    given = self.granted.load(std::memory_order_relaxed) != 0;
+    bool const given = self.granted.load(std::memory_order_relaxed) != 0;
     if (!given) {
         leave(slot, queue, self);
-    } else if (stopped && !self.keeps) {
-        given = false;
-        distribute(slot, queue, 1);
     }
     queue.lock.unlock();
     if (given) {
         return outcome::given;
     }
-    return reason == wake_reason::late && !stopped ? outcome::late : outcome::stopped;
+    return reason == wake_reason::late ? outcome::late : outcome::stopped;
 }
 
 std::uint32_t wait_slowly(handle_slot & slot, void * handle, bool manual,
@@ -298,12 +291,9 @@ bool set_unnamed_event(handle_slot & slot, void * handle) noexcept
             return false;
         }
         if (is_manual(handle)) {
-            while (queue->first != nullptr) {
-                queue->grant_first(true);
-            }
-            set_word(slot, 1);
+            distribute(slot, *queue, everybody, 1, 0);
         } else {
-            distribute(slot, *queue, 1);
+            distribute(slot, *queue, 1, 1, 1);
         }
     }
     return true;
@@ -326,16 +316,7 @@ bool pulse_unnamed_event(handle_slot & slot, void * handle) noexcept
         if (!queue) {
             return false;
         }
-        bool const all = is_manual(handle);
-        while (queue->first != nullptr) {
-            queue->grant_first(true);
-            if (!all) {
-                break;
-            }
-        }
-        if (queue->first == nullptr) {
-            set_word(slot, 0);
-        }
+        distribute(slot, *queue, is_manual(handle) ? everybody : 1, 0, 0);
     }
     return true;
 }
@@ -368,7 +349,7 @@ bool release_unnamed_semaphore(handle_slot & slot, void * handle, std::uint32_t 
             if (word_of(state) != queued) {
                 continue; // the last one has left meanwhile
             }
-            distribute(slot, *queue, count);
+            distribute(slot, *queue, count, count, 1);
         }
         if (previous != nullptr) {
             *previous = static_cast<std::int32_t>(free);

@@ -24,9 +24,14 @@ bool wait_on_address(atomic<std::uint32_t> const & word, std::uint32_t expected,
 /// \returns how many woke.
 int wake_address(atomic<std::uint32_t> const & word, int count, bool shared) noexcept;
 
+/// Stores `value` and wakes all that sleep on `word` with the same `shared`, in one step of the
+/// kernel: a process that is killed meanwhile has done both or neither.
+/// \param value  below 2,048.
+void store_and_wake_all(atomic<std::uint32_t> & word, std::uint32_t value, bool shared) noexcept;
+
 /// How `wait_interruptibly` came back.
 enum class wake_reason {
-    woken, // by a wake; it may have been meant for whoever sleeps here
+    woken, // and counted by the wake; one for an earlier use of the memory may come late
     changed, // the word held something else
     interrupted, // by a signal, or because the thread is to stop
     late, // the moment has come

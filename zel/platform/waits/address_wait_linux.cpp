@@ -3,6 +3,7 @@
 
 #include "zel/platform/waits/this_thread_linux.h"
 #include <cerrno>
+#include <climits>
 #include <ctime>
 
 #include <linux/futex.h>
@@ -109,6 +110,16 @@ int wake_address(atomic<std::uint32_t> const & word, int count, bool shared) noe
     int const operation = FUTEX_WAKE | (shared ? 0 : FUTEX_PRIVATE_FLAG);
     long const woken = ::syscall(SYS_futex, &word, operation, count, nullptr, nullptr, 0);
     return woken < 0 ? 0 : static_cast<int>(woken);
+}
+
+void store_and_wake_all(atomic<std::uint32_t> & word, std::uint32_t value, bool shared) noexcept
+{
+    // futex(2): FUTEX_WAKE_OP changes the second word and wakes those on the first before anybody
+    // else gets at either; here both are the same. What is woken by the condition, if it holds, is
+    // nobody any more.
+    int const operation = FUTEX_WAKE_OP | (shared ? 0 : FUTEX_PRIVATE_FLAG);
+    ::syscall(SYS_futex, &word, operation, INT_MAX, 0, &word,
+              FUTEX_OP(FUTEX_OP_SET, static_cast<int>(value), FUTEX_OP_CMP_EQ, 0));
 }
 
 wake_reason wait_interruptibly(atomic<std::uint32_t> const & word, std::uint32_t expected,
