@@ -21,17 +21,42 @@ using texts = std::vector<std::string>;
 
 constexpr std::size_t text_count = 1024;
 
-// Numbers of one digit up to those that fill the type are equally frequent.
-template <typename integer> texts integers(char const * format)
+// Digits, the first of which is not 0.
+std::string digits(std::mt19937_64 & random, std::size_t count)
+{
+    std::string text(count, static_cast<char>('1' + random() % 9));
+    for (std::size_t i = 1; i < count; ++i) {
+        text[i] = static_cast<char>('0' + random() % 10);
+    }
+    return text;
+}
+
+// One digit up to `longest`, all lengths equally frequent.
+texts integers(std::size_t longest, char const * end)
 {
     std::mt19937_64 random(1);
     texts made(text_count);
     for (std::string & text : made) {
-        constexpr int bits = std::numeric_limits<integer>::digits;
-        auto const number = static_cast<integer>((random() >> (64 - bits)) >> random() % bits);
-        char digits[32];
-        std::snprintf(digits, sizeof digits, format, static_cast<unsigned long long>(number));
-        text = digits;
+        text = digits(random, 1 + random() % longest);
+        if (text.size() == 19) {
+            text[0] = '8'; // to fit 64 bits with a sign
+        }
+        text += end;
+    }
+    return made;
+}
+
+// 1 to 17 digits with a point somewhere among them.
+texts pointed()
+{
+    std::mt19937_64 random(3);
+    texts made(text_count);
+    for (std::string & text : made) {
+        text = digits(random, 1 + random() % 17);
+        if (text.size() == 1) {
+            text.insert(0, 1, '0');
+        }
+        text.insert(1 + random() % (text.size() - 1), 1, '.');
     }
     return made;
 }
@@ -53,18 +78,23 @@ texts fractions()
 
 texts const & int32_texts()
 {
-    static texts const made = integers<std::int32_t>("%llu");
+    static texts const made = integers(9, "");
     return made;
 }
 texts const & int64_texts()
 {
-    static texts const made = integers<std::int64_t>("%llu");
+    static texts const made = integers(19, "");
     return made;
 }
 texts const & hexadecimal_texts()
 {
     // A letter at the end tells all of them from decimal numbers.
-    static texts const made = integers<std::int32_t>("%llXF");
+    static texts const made = integers(9, "F");
+    return made;
+}
+texts const & pointed_texts()
+{
+    static texts const made = pointed();
     return made;
 }
 texts const & fraction_texts()
@@ -131,6 +161,10 @@ BENCHMARK(number_from_text<hexadecimal_texts, with_absl_hexadecimal>)->Name("hex
 // Here the steps are part of the result, so that strtod is the peer; the others round once.
 BENCHMARK(number_from_text<fraction_texts, of<convert::stringToDouble>>)->Name("double/zel");
 BENCHMARK(number_from_text<fraction_texts, of<with_strtod>>)->Name("double/strtod");
+BENCHMARK(number_from_text<pointed_texts, of<convert::stringToDouble>>)
+    ->Name("double of 1 to 17 digits/zel");
+BENCHMARK(number_from_text<pointed_texts, of<with_strtod>>)
+    ->Name("double of 1 to 17 digits/strtod");
 BENCHMARK(number_from_text<fraction_texts, with_from_chars_double>)
     ->Name("double_rounded_once/from_chars");
 BENCHMARK(number_from_text<fraction_texts, with_fast_float>)

@@ -7,9 +7,11 @@
 #include <absl/strings/str_replace.h>
 #include <absl/strings/str_split.h>
 #include <benchmark/benchmark.h>
+#include <cmath>
 #include <cstdio>
 #include <fmt/printf.h>
 #include <glib.h>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -120,6 +122,60 @@ BENCHMARK(format_g_absl)->Name("format/%g/absl");
 BENCHMARK(format_g_fmt)->Name("format/%g/fmt::sprintf");
 BENCHMARK(format_g_snprintf)->Name("format/%g/snprintf and string");
 
+// Values over 40 decades, in four formats at random.
+struct real {
+    unsigned int format;
+    double value;
+};
+
+std::vector<real> const & reals()
+{
+    static std::vector<real> const made = [] {
+        std::mt19937_64 random(4);
+        std::uniform_real_distribution<double> decade(-20, 20);
+        std::vector<real> rows(1024);
+        for (real & row : rows) {
+            row.format = static_cast<unsigned int>(random() % 4);
+            row.value = std::pow(10.0, decade(random)) * (random() % 2 == 0 ? 1 : -1);
+        }
+        return rows;
+    }();
+    return made;
+}
+
+#define FORMAT_REALS(whose, print)                                                                 \
+    void format_reals_##whose(benchmark::State & state)                                            \
+    {                                                                                              \
+        for (auto _ : state) {                                                                     \
+            for (real const & row : reals()) {                                                     \
+                std::string text = row.format == 0 ? print("%g", row.value)                        \
+                    : row.format == 1              ? print("%f", row.value)                        \
+                    : row.format == 2              ? print("%.3f", row.value)                      \
+                                                   : print("%e", row.value);                                    \
+                benchmark::DoNotOptimize(text);                                                    \
+            }                                                                                      \
+        }                                                                                          \
+    }
+
+std::string print_zel(char const * format, double value)
+{
+    zel::string text;
+    text.format(format, value);
+    return text;
+}
+std::string print_snprintf(char const * format, double value)
+{
+    char buffer[256];
+    std::snprintf(buffer, sizeof(buffer), format, value);
+    return buffer;
+}
+FORMAT_REALS(zel, print_zel)
+FORMAT_REALS(absl, absl::StrFormat)
+FORMAT_REALS(snprintf, print_snprintf)
+BENCHMARK(format_reals_zel)->Name("format/doubles/zel");
+BENCHMARK(format_reals_absl)->Name("format/doubles/absl");
+BENCHMARK(format_reals_snprintf)->Name("format/doubles/snprintf and string");
+
 std::string const & long_argument()
 {
     static std::string const text(4'990, 'x');
@@ -208,55 +264,89 @@ void trim_poco(benchmark::State & state)
 BENCHMARK(trim_zel)->Name("trim/zel");
 BENCHMARK(trim_poco)->Name("trim/Poco");
 
-constexpr char braces[] = "The {name} of {name} is {name}, and {name} it is.";
+std::string const pattern = "{name}";
+std::string const inserted = "temperature";
+
+// A hit every 16 bytes.
+std::string braces(std::size_t size)
+{
+    std::string text;
+    while (text.size() < size) {
+        text += "the {name} is a ";
+    }
+    return text;
+}
 
 template <typename Replace> void replace_all(benchmark::State & state, Replace && replace)
 {
-    std::string const source(braces);
+    std::string const source = braces(static_cast<std::size_t>(state.range(0)));
     for (auto _ : state) {
         benchmark::DoNotOptimize(replace(source));
     }
 }
 void replace_zel(benchmark::State & state)
 {
-    zel::string const from("{name}");
-    zel::string const to("temperature");
+    zel::string const from(pattern);
+    zel::string const to(inserted);
     replace_all(state, [&](std::string const & source) {
         zel::string text(source);
         text.replace(from, to);
         return text;
     });
 }
+void append_replaced(std::string const & source, std::string & text)
+{
+    std::size_t start = 0;
+    for (std::size_t hit; (hit = source.find(pattern, start)) != std::string::npos;) {
+        text.append(source, start, hit - start).append(inserted);
+        start = hit + pattern.size();
+    }
+    text.append(source, start, std::string::npos);
+}
 void replace_find_and_append(benchmark::State & state)
 {
-    std::string const from("{name}");
-    std::string const to("temperature");
-    replace_all(state, [&](std::string const & source) {
+    replace_all(state, [](std::string const & source) {
         std::string text;
-        std::size_t start = 0;
-        for (std::size_t hit; (hit = source.find(from, start)) != std::string::npos;) {
-            text.append(source, start, hit - start).append(to);
-            start = hit + from.size();
+        append_replaced(source, text);
+        return text;
+    });
+}
+void replace_count_and_append(benchmark::State & state)
+{
+    replace_all(state, [](std::string const & source) {
+        std::size_t hits = 0;
+        for (std::size_t hit = source.find(pattern); hit != std::string::npos;
+             hit = source.find(pattern, hit + pattern.size())) {
+            ++hits;
         }
-        return text.append(source, start, std::string::npos);
+        std::string text;
+        text.reserve(source.size() + hits * (inserted.size() - pattern.size()));
+        append_replaced(source, text);
+        return text;
     });
 }
 void replace_absl(benchmark::State & state)
 {
     replace_all(state, [](std::string const & source) {
-        return absl::StrReplaceAll(source, {{"{name}", "temperature"}});
+        return absl::StrReplaceAll(source, {{pattern, inserted}});
     });
 }
 void replace_poco(benchmark::State & state)
 {
-    std::string const from("{name}");
-    std::string const to("temperature");
-    replace_all(state, [&](std::string const & source) { return Poco::replace(source, from, to); });
+    replace_all(
+        state, [](std::string const & source) { return Poco::replace(source, pattern, inserted); });
 }
-BENCHMARK(replace_zel)->Name("replace all/zel");
-BENCHMARK(replace_find_and_append)->Name("replace all/find and append");
-BENCHMARK(replace_absl)->Name("replace all/absl");
-BENCHMARK(replace_poco)->Name("replace all/Poco");
+BENCHMARK(replace_zel)->Name("replace all/zel")->RangeMultiplier(32)->Range(64, 65536);
+BENCHMARK(replace_count_and_append)
+    ->Name("replace all/count, one allocation")
+    ->RangeMultiplier(32)
+    ->Range(64, 65536);
+BENCHMARK(replace_find_and_append)
+    ->Name("replace all/find and append")
+    ->RangeMultiplier(32)
+    ->Range(64, 65536);
+BENCHMARK(replace_absl)->Name("replace all/absl")->RangeMultiplier(32)->Range(64, 65536);
+BENCHMARK(replace_poco)->Name("replace all/Poco")->RangeMultiplier(32)->Range(64, 65536);
 
 template <unsigned int size> void to_lower_zel(benchmark::State & state)
 {
