@@ -133,7 +133,7 @@ std::vector<real> const & reals()
     static std::vector<real> const made = [] {
         std::mt19937_64 random(4);
         std::uniform_real_distribution<double> decade(-20, 20);
-        std::vector<real> rows(1024);
+        std::vector<real> rows(16384); // more than the processor learns by heart
         for (real & row : rows) {
             row.format = static_cast<unsigned int>(random() % 4);
             row.value = std::pow(10.0, decade(random)) * (random() % 2 == 0 ? 1 : -1);

@@ -6,10 +6,12 @@
 #include <cmath>
 #include <cstdint>
 #include <cstdlib>
+#include <cstring>
 #include <gtest/gtest.h>
 #include <limits>
 #include <random>
 #include <string>
+#include <sys/mman.h>
 #include <type_traits>
 #include <vector>
 
@@ -154,8 +156,13 @@ TEST(convert_fractional, composes_the_pieces)
         {"0e999", 0}, {".e5", 0}, {"1e308", 0x1.1ccf385ebc8a3p+1023},
         {"2.3e-308", 0x1.089ed476ecaadp-1022}, {"9223372036854775807", 9223372036854775807.0},
         {"-9223372036854775808.0", -9223372036854775808.0},
+        {".00000000000000000008", 0x1.79ca10c924227p-64}, // below the decades of a table
         {"1.+5", 1.05}, // the sign counts as one of the bytes behind the point
-        {"1e4294967298", 100}, // an exponent counts with its low 32 bits
+        {"0e4294967298", 0}, // 0 whatever the exponent, as far as it fits 64 bits
+        {"1.7976931348623157e308", std::numeric_limits<double>::max()},
+        {"-1.7976931348623157e+308", -std::numeric_limits<double>::max()},
+        {"1.7976931348623153e308", 1.7976931348623153e308}, // where the steps would overflow
+        {"2.2250738585072014e-308", 0x0.ffffffffffffdp-1022}, // passes, and becomes subnormal
     };
     // clang-format on
     for (auto const & row : rows) {
@@ -163,6 +170,10 @@ TEST(convert_fractional, composes_the_pieces)
                   std::bit_cast<std::uint64_t>(row.value))
             << row.text;
     }
+    // Every byte counts, however long a piece is.
+    std::string const zeros(300, '0');
+    EXPECT_EQ(convert::stringToDouble((zeros + "12").c_str()), 12.0);
+    EXPECT_EQ(convert::stringToDouble((zeros + "1." + zeros + "e" + zeros + "2").c_str()), 100.0);
     EXPECT_EQ(convert::stringToFloat("3.4e38"), 3.4e38F);
     EXPECT_EQ(convert::stringToFloat("1.2e-38"), 1.2e-38F);
     EXPECT_EQ(convert::stringToFloat("123456789012"), 123456789012.0F);
@@ -170,15 +181,17 @@ TEST(convert_fractional, composes_the_pieces)
 
 TEST(convert_fractional, refuses_the_first_bad_piece)
 {
+    std::string const zeros(255, '0');
     expect_refused<double>(refusal::unexpected_end, {"", "-", ".", "5.", "-.5", "1e"});
     expect_refused<double>(refusal::wrong_symbol,
                            {"1.2.3", "1e2e3", "1e3.4", "1.-5", "0x10", "inf", "1,5",
-                            // The point lies behind what the exponent's piece holds.
-                            "1e" + std::string(300, '0') + ".5"});
+                            "1e" + zeros + ".5", zeros + "xyz.0", zeros + "xyz", "1." + zeros + "x",
+                            "1." + zeros + "xe5", "1e" + zeros + "x", "xe1.5"});
     expect_refused<double>(refusal::out_of_range,
                            {"12345678901234567890.x", "1.12345678901234567890ex", "1e309",
                             "1.8e308", "1e-308", "1e-309", "1e999999999999", "-1e-2147483648",
-                            "1.797693134862315e308"}); // where the last step overflows
+                            "1e4294967297", "1e-4294967295", "0e9223372036854775808",
+                            "1e" + zeros + "9223372036854775808"});
     expect_refused<float>(refusal::out_of_range, {"3.5e38", "1e39", "1e-38"});
 }
 
@@ -207,6 +220,27 @@ TEST(convert_fractional, is_close_to_the_nearest_number)
             ASSERT_TRUE(bare_point) << text;
         }
     }
+}
+
+// The readers look further than a text goes, but not into a page that cannot be read.
+TEST(convert_pieces, may_end_where_memory_ends)
+{
+    constexpr std::size_t page = 4096;
+    void * const pages
+        = ::mmap(nullptr, 2 * page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    ASSERT_NE(pages, MAP_FAILED);
+    char * const end = static_cast<char *>(pages) + page;
+    ASSERT_EQ(::mprotect(end, page, PROT_NONE), 0);
+    for (std::size_t size = 1; size <= 30; ++size) {
+        char * const text = end - 1 - size;
+        std::memset(text, '0', size);
+        text[size - 1] = '7';
+        EXPECT_EQ(convert::stringToInt64(text), 7) << size;
+        EXPECT_EQ(convert::stringToDouble(text), 7.0) << size;
+        text[size - 1] = 'F';
+        EXPECT_EQ(convert::stringToUInt64(text), 15U) << size;
+    }
+    ::munmap(pages, 2 * page);
 }
 
 TEST(convert_pieces, are_cut_from_a_text)

@@ -33,8 +33,8 @@ public:
             unexpected_end = 4,
         };
 
-        /// Where a parser stopped, and at which byte, is for the one who reads a call; neither is
-        /// kept.
+        /// `position` and `symbol` tell the reader of a call where a parser stopped and at which
+        /// byte; they are accepted and ignored.
         /// \param text  goes behind the reason; null for nothing.
         exception(exc_type type, std::int32_t position, char const * text);
         exception(exc_type type, std::int32_t position, char symbol, char const * text);
@@ -68,10 +68,14 @@ public:
     /// The value is composed from the pieces in a fixed order of double-precision steps: the same
     /// bits everywhere, and not always the number nearest to the text. `.5` and `5.e0` are numbers,
     /// `5.` and `-.5` are not. Without point and exponent the text is a 64-bit integer that is
-    /// converted directly. A piece counts up to its 255th byte.
+    /// converted directly. Every byte is read, however long a piece is.
+    ///
+    /// The limits are those of `checkFloatLimits` and `checkDoubleLimits`: nothing is rounded to 0
+    /// or to infinity. Just above the lower limit of a double the steps can lose a few units of the
+    /// last place, which then gives a subnormal number: "2.2250738585072014e-308" does.
     /// \throws exception  as for signed integers, of the integer, the fraction, then the exponent;
-    ///                    then `out_of_range` for a number that is neither 0 nor a normal one of
-    ///                    the type: nothing is rounded to 0 or to infinity.
+    ///                    then `out_of_range` for a number beyond the limits or, unless it is 0,
+    ///                    with an exponent that does not fit 32 bits.
     static float stringToFloat(char const * text);
     static double stringToDouble(char const * text);
 
@@ -83,14 +87,17 @@ public:
     /// at each step. Stops where a step changes nothing any more: at 0, at infinity.
     static double mulPow10(double value, std::int64_t exponent) noexcept;
 
-    /// Whether (|integer_part| + fraction) * 10^exponent is 0 or a normal number of the type.
+    /// Whether (|integer_part| + fraction) * 10^exponent is 0 or lies between the smallest normal
+    /// number of the type and the largest: 1.175494351e-38 and 3.402823466e38, or
+    /// 2.2250738585072014e-308 and 1.7976931348623157e308.
     /// \param exponent  counts with its low 32 bits, as a signed number.
     /// \throws exception  `out_of_range` if not, and for a sum that is negative or not finite.
     static void checkFloatLimits(std::int64_t integer_part, double fraction, std::int64_t exponent);
     static void checkDoubleLimits(std::int64_t integer_part, double fraction,
                                   std::int64_t exponent);
 
-    /// (|integer_part| + fraction) * 10^exponent with the sign of `integer_part`, after the check.
+    /// (|integer_part| + fraction) * 10^exponent with the sign of `integer_part`, after the check,
+    /// which is all that is refused.
     static float composeFloat(std::int64_t integer_part, double fraction, std::int64_t exponent);
     static double composeDouble(std::int64_t integer_part, double fraction, std::int64_t exponent);
 
