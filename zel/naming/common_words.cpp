@@ -210,33 +210,69 @@ std::uint64_t key_of(std::string_view word) noexcept
     return __builtin_bswap64(key);
 }
 
-// Which first and second letters the rows have together: most words that are in no row end here.
-constexpr auto beginnings = [] {
-    std::array<std::uint32_t, 32> seconds{};
-    for (auto const & row : rows) {
-        seconds[row.word[0] & 31] |= 1U << (row.word[1] & 31);
-    }
-    return seconds;
-}();
+// Where a halving search stands.
+struct search {
+    std::uint8_t low = 0;
+    std::uint8_t high = row_count;
+    std::uint8_t probe = row_count / 2;
 
-// False only for a word of two bytes or more that can equal or begin no row, nor begin with one.
-bool may_be_common(std::string_view word) noexcept
-{
-    if (word.size() < 2) {
+    // Goes on from a row that is not the one. False when there is none left. The halving never
+    // lands on row 0, which therefore comes last.
+    constexpr bool advance(bool before) noexcept
+    {
+        high = before ? probe : high;
+        low = before ? low : probe;
+        if (high - low > 1) {
+            probe = static_cast<std::uint8_t>(low + (high - low) / 2);
+            return true;
+        }
+        if (probe == 0 || high != 1) {
+            return false;
+        }
+        probe = 0;
         return true;
     }
-    auto const first = static_cast<unsigned char>(word[0]);
-    auto const second = static_cast<unsigned char>(word[1]);
-    return first - 0x60U < 32 && second - 0x60U < 32
-        && (beginnings[first & 31U] >> (second & 31U) & 1U) != 0;
-}
+};
 
-// Unsigned byte order behind keys that are equal as far as both texts reach.
+// The search for a word depends on its first two letters alone until it meets the first row that
+// begins with them: `searches` has where that is, `search_of` which of them belongs to two letters.
+// Most words that are in no row end there, with 0 for letters that begin none.
+constexpr int most_beginnings = 96;
+struct beginnings {
+    std::array<std::array<std::uint8_t, 32>, 32> search_of{};
+    std::array<search, most_beginnings> searches{};
+};
+constexpr beginnings begun = [] {
+    beginnings result;
+    std::uint8_t count = 1;
+    for (auto const & row : rows) {
+        std::uint8_t & entry = result.search_of[row.word[0] & 31][row.word[1] & 31];
+        if (entry != 0) {
+            continue;
+        }
+        std::string_view const two = row.word.substr(0, 2);
+        search at;
+        while (rows[at.probe].word.substr(0, 2) != two) {
+            at.advance(two < rows[at.probe].word.substr(0, 2));
+        }
+        result.searches[count] = at;
+        entry = count++;
+    }
+    return result;
+}();
+
+// Unsigned byte order behind keys that are equal as far as both texts reach. A loop, for no row has
+// more than a few bytes there.
 int compare_rest(std::string_view word, std::string_view row) noexcept
 {
     std::size_t const shared = std::min(word.size(), row.size());
-    constexpr std::size_t done = sizeof(std::uint64_t);
-    return shared <= done ? 0 : std::memcmp(word.data() + done, row.data() + done, shared - done);
+    for (std::size_t i = sizeof(std::uint64_t); i < shared; ++i) {
+        if (word[i] != row[i]) {
+            return static_cast<unsigned char>(word[i]) < static_cast<unsigned char>(row[i]) ? -1
+                                                                                            : 1;
+        }
+    }
+    return 0;
 }
 
 } // namespace
@@ -244,43 +280,41 @@ int compare_rest(std::string_view word, std::string_view row) noexcept
 found_word find_common_word(std::string_view word) noexcept
 {
     found_word found{-1, false};
-    if (!may_be_common(word)) {
-        return found;
+    search at;
+    if (word.size() >= 2) {
+        auto const first = static_cast<unsigned char>(word[0]);
+        auto const second = static_cast<unsigned char>(word[1]);
+        if (first - 0x60U >= 32 || second - 0x60U >= 32) {
+            return found;
+        }
+        unsigned int const beginning = begun.search_of[first & 31U][second & 31U];
+        if (beginning == 0) {
+            return found;
+        }
+        at = begun.searches[beginning];
     }
     // One search for both answers: a word that is in no row takes the same way until it meets the
     // first row of its prefix.
     std::uint64_t const key = key_of(word);
     std::uint64_t const mask = key_mask(word.size());
-    std::size_t low = 0;
-    std::size_t high = row_count;
-    std::size_t probe = high / 2;
-    for (;;) {
-        bool before = key < row_keys[probe];
-        if (((key ^ row_keys[probe]) & mask & row_masks[probe]) == 0) [[unlikely]] {
-            std::string_view const row = rows[probe].word;
+    bool before = false;
+    do {
+        before = key < row_keys[at.probe];
+        if (((key ^ row_keys[at.probe]) & mask & row_masks[at.probe]) == 0) {
+            std::string_view const row = rows[at.probe].word;
             int const rest = compare_rest(word, row);
             if (rest == 0) {
                 if (word.size() == row.size()) {
-                    return {static_cast<int>(probe), true};
+                    return {at.probe, true};
                 }
                 if (found.row < 0) {
-                    found.row = static_cast<int>(probe);
+                    found.row = at.probe;
                 }
             }
             before = rest < 0 || (rest == 0 && word.size() < row.size());
         }
-        high = before ? probe : high;
-        low = before ? low : probe;
-        // The halving never lands on row 0, which therefore comes last.
-        if (high - low <= 1) {
-            if (probe == 0 || high != 1) {
-                return found;
-            }
-            probe = 0;
-        } else {
-            probe = low + (high - low) / 2;
-        }
-    }
+    } while (at.advance(before));
+    return found;
 }
 
 common_word const & common_word_at(int row) noexcept { return rows[static_cast<std::size_t>(row)]; }

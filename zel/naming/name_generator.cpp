@@ -1,14 +1,18 @@
 // SPDX-License-Identifier: MIT
 #include "zel/naming/name_generator.h"
 
+#include "zel/base/block16.h"
 #include "zel/base/byte_set.h"
 #include "zel/naming/word_stages.h"
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <cstring>
 #include <limits>
+#include <memory>
 #include <span>
 #include <stdexcept>
+#include <string_view>
 
 namespace zel {
 namespace {
@@ -22,26 +26,56 @@ std::uint32_t checked_length(string const & text)
     return static_cast<std::uint32_t>(text.size());
 }
 
-// Has a stage work on a string where it stands.
+// Bytes with what the stages may read behind them; on the stack for all but absurd names.
+class word_buffer {
+public:
+    explicit word_buffer(std::size_t size)
+        : heap_(size > on_stack ? new char[size + naming::readable_behind] : nullptr)
+        , data_(heap_ == nullptr ? stack_ : heap_.get())
+    {
+        std::memset(data_ + size, 0, naming::readable_behind);
+    }
+
+    char * data() noexcept { return data_; }
+
+private:
+    static constexpr std::size_t on_stack = 240;
+    char stack_[on_stack + naming::readable_behind];
+    std::unique_ptr<char[]> heap_;
+    char * data_;
+};
+
+// Has a stage work on a string.
 template <typename Stage> auto in_place(string & word, Stage stage)
 {
-    naming::word_span span{word.data(), checked_length(word)};
-    struct shorten {
+    std::uint32_t const size = checked_length(word);
+    word_buffer buffer(size);
+    word.copy(buffer.data(), size);
+    naming::word_span span{buffer.data(), size};
+    struct take_back {
         string & word;
         naming::word_span const & span;
-        ~shorten() { word.erase(span.size); }
+        ~take_back() { word.assign(span.text, span.size); } // not longer than it was
     } const at_end{word, span};
     return stage(span);
 }
 
-// Calls `take(first, last)` for each word. A word ends where a capital or a delimiter begins; the
-// first byte never ends one.
+constexpr std::string_view default_delimiters = " _-.,:/\\+*=&?!@$#";
+constexpr byte_set capitals("ABCDEFGHIJKLMNOPQRSTUVWXYZ");
+
+constexpr byte_set boundaries(std::string_view delimiters)
+{
+    byte_set set(capitals);
+    set.add(delimiters);
+    return set;
+}
+
+// Calls `take(first, last)` for each word, with positions. A word ends where a capital or a
+// delimiter begins; the first byte never ends one.
 template <typename Take>
 void for_each_word(string const & name, string const & delimiters, Take take)
 {
-    constexpr byte_set capitals("ABCDEFGHIJKLMNOPQRSTUVWXYZ");
-    byte_set boundary(capitals);
-    boundary.add(delimiters);
+    byte_set const boundary = boundaries(delimiters);
     std::size_t start = 0;
     for (std::size_t i = 1; i <= name.size(); ++i) {
         if (i == name.size() || boundary.contains(name[i])) {
@@ -51,13 +85,42 @@ void for_each_word(string const & name, string const & delimiters, Take take)
     }
 }
 
+// The same for the usual delimiters, 16 bytes at a time, in a buffer that gets lower case with it.
+// An underscore always begins a word here, from which it goes.
+template <typename Take> void for_each_usual_word(char * name, std::uint32_t size, Take take)
+{
+    static constexpr byte_set usual = boundaries(default_delimiters);
+    char * start = name;
+    auto const end_word = [&](char * end) {
+        start += start != end && *start == '_';
+        take(naming::word_span{start, static_cast<std::uint32_t>(end - start)});
+        start = end;
+    };
+    for (std::uint32_t i = 0; i < size; i += 16) {
+        auto const bytes = block16::load(name + i);
+        auto const upper
+            = greater(bytes, block16::filled('A' - 1)) & greater(block16::filled('Z' + 1), bytes);
+        auto const lower
+            = greater(bytes, block16::filled('a' - 1)) & greater(block16::filled('z' + 1), bytes);
+        (bytes | (upper & block16::filled(0x20))).store(name + i);
+        std::uint32_t const capital = upper.sign_bits();
+        for (std::uint32_t left = ~lower.sign_bits() & 0xFFFF; left != 0; left &= left - 1) {
+            std::uint32_t const place = static_cast<std::uint32_t>(std::countr_zero(left));
+            bool const is_boundary = (capital >> place & 1) != 0 || usual.contains(name[i + place]);
+            if (is_boundary && i + place != 0 && i + place < size) {
+                end_word(name + i + place);
+            }
+        }
+    }
+    end_word(name + size);
+}
+
 // Writes a word in lower case and without underscores. Returns the end of what was written.
 char * write_lower(char const * first, char const * last, char * to) noexcept
 {
     for (; first != last; ++first) {
-        if (*first != '_') {
-            *to++ = naming::lower(*first);
-        }
+        *to = naming::lower(*first);
+        to += *first != '_';
     }
     return to;
 }
@@ -107,42 +170,57 @@ string name_generator::abbreviate(string const & name, std::uint32_t target) con
         return name;
     }
 
-    // The words are worked on inside the result, where they only ever get shorter.
-    string result(size, '\0');
+    // The words lie side by side, and only ever get shorter.
+    word_buffer buffer(size);
     word_list list;
-    char * free = result.data();
-    for_each_word(name, delimiters_, [&](char const * first, char const * last) {
-        char * const end = write_lower(first, last, free);
-        list.add({free, static_cast<std::uint32_t>(end - free)});
-        free = end;
-    });
+    if (delimiters_ == default_delimiters) {
+        name.copy(buffer.data(), size);
+        for_each_usual_word(buffer.data(), size, [&](naming::word_span word) { list.add(word); });
+    } else {
+        char * free = buffer.data();
+        for_each_word(name, delimiters_, [&](char const * first, char const * last) {
+            char * const end = write_lower(first, last, free);
+            list.add({free, static_cast<std::uint32_t>(end - free)});
+            free = end;
+        });
+    }
     std::span<naming::word_span> const words = list.words();
 
+    // A product instead of a division a word; exact as long as 100 * size^2 stays below 2^40.
+    std::uint64_t const percent = (std::uint64_t{1} << 40) / size + 1;
+    bool const is_exact = size <= 0xFFFF;
     std::uint32_t total = 0;
     for (auto & word : words) {
-        std::uint32_t const share = word.size * 100U / size; // percent of the name
+        std::uint32_t const hundredfold = word.size * 100U;
+        std::uint32_t const share // percent of the name
+            = is_exact ? static_cast<std::uint32_t>(hundredfold * percent >> 40)
+                       : hundredfold / size;
         naming::abbreviate_word(word, word.size - share * word.size / 100U);
         total += word.size;
     }
+    std::uint32_t excess = 0;
     if (total > target) {
-        std::uint32_t excess = (total - target) / static_cast<std::uint32_t>(words.size());
+        excess = (total - target) / static_cast<std::uint32_t>(words.size());
         excess += excess == 0;
-        for (auto & word : words) {
+    }
+    // Words that would lie behind the target are left as they are.
+    word_buffer joined(size);
+    std::uint32_t length = 0;
+    for (auto word = words.begin(); word != words.end() && length < target; ++word) {
+        if (excess != 0) {
             // Below an excess larger than the word the difference wraps, and only the table acts.
-            naming::abbreviate_word(word, word.size - excess);
+            naming::abbreviate_word(*word, word->size - excess);
         }
-    }
-
-    char * end = result.data();
-    for (auto const & word : words) {
-        if (word.size != 0) {
-            std::memmove(end, word.text, word.size);
-            *end = naming::upper(*end);
-            end += word.size;
+        char * const end = joined.data() + length;
+        if (word->size <= 16) {
+            block16::load(word->text).store(end);
+        } else {
+            std::memcpy(end, word->text, word->size);
         }
+        *end = naming::upper(*end); // of an empty word, the next one puts its own there
+        length += word->size;
     }
-    result.resize(std::min<std::size_t>(static_cast<std::size_t>(end - result.data()), target));
-    return result;
+    return string(joined.data(), std::min(length, target));
 }
 
 string name_generator::abbreviateWord(string const & word, std::uint32_t target) const

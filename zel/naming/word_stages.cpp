@@ -1,26 +1,20 @@
 // SPDX-License-Identifier: MIT
 #include "zel/naming/word_stages.h"
 
+#include "zel/base/block16.h"
 #include "zel/naming/common_words.h"
+#include <algorithm>
+#include <array>
+#include <bit>
 #include <cstring>
+#include <iterator>
 
 namespace zel::naming {
 namespace {
 
-// The lower-case letters of a text, one bit each.
-constexpr std::uint32_t letters(std::string_view text)
-{
-    std::uint32_t bits = 0;
-    for (char const c : text) {
-        bits |= c >= 'a' && c <= 'z' ? 1U << (c & 31) : 0U;
-    }
-    return bits;
-}
-
 struct rewrite {
     std::string_view from;
     std::string_view to;
-    std::uint32_t needs = letters(from); // a word without one of them cannot hold `from`
 };
 
 // Each applied to the whole word before the next.
@@ -34,6 +28,55 @@ constexpr rewrite suffixes[] = {
     {"ough", "o"},    {"ies", "y"}, {"gue", "g"}, {"cal", "c"}, {"nal", "n"},
     {"ed", ""},       {"es", ""},   {"er", ""},
 };
+
+// The suffixes by their last letter: one comparison of numbers decides about most of them.
+struct suffix_tail {
+    std::uint32_t bytes = 0; // the last four, or fewer with zeros in front
+    std::uint32_t mask = 0; // of those that belong to the suffix; 0 behind the last of the letter
+    std::uint8_t row = 0;
+};
+constexpr std::size_t most_of_a_letter = 3;
+constexpr auto tails = [] {
+    std::array<std::array<suffix_tail, most_of_a_letter + 1>, 32> result{};
+    for (std::size_t row = 0; row < std::size(suffixes); ++row) {
+        std::string_view const suffix = suffixes[row].from;
+        suffix_tail * tail = result[suffix.back() & 31].data();
+        while (tail->mask != 0) {
+            ++tail;
+        }
+        std::size_t const size = std::min(suffix.size(), sizeof tail->bytes);
+        tail->row = static_cast<std::uint8_t>(row);
+        tail->mask = 0xFFFFFFFFU << 8 * (4 - size);
+        for (std::size_t i = 0; i < size; ++i) {
+            tail->bytes |= std::uint32_t{static_cast<unsigned char>(suffix[suffix.size() - 1 - i])}
+                << 8 * (3 - i);
+        }
+    }
+    return result;
+}();
+static_assert(std::all_of(tails.begin(), tails.end(),
+                          [](auto const & of_letter) { return of_letter.back().mask == 0; }));
+
+// Whether the word holds "ae", "ise", "eur" or "our". May find what begins in its last two bytes and
+// goes on behind it.
+bool may_hold_combination(word_span const & word) noexcept
+{
+    auto const is = [](block16 const & text, char c) { return equal(text, block16::filled(c)); };
+    for (std::uint32_t i = 0; i < word.size; i += 16) {
+        auto const first = block16::load(word.text + i);
+        auto const second = block16::load(word.text + i + 1);
+        auto const third = block16::load(word.text + i + 2);
+        std::uint32_t const hits
+            = ((is(first, 'a') & is(second, 'e'))
+               | (is(first, 'i') & is(second, 's') & is(third, 'e'))
+               | ((is(first, 'e') | is(first, 'o')) & is(second, 'u') & is(third, 'r')))
+                  .sign_bits();
+        if ((word.size - i >= 16 ? hits : hits & ((1U << (word.size - i)) - 1)) != 0) {
+            return true;
+        }
+    }
+    return false;
+}
 
 std::uint32_t length(std::string_view text) noexcept
 {
@@ -85,12 +128,10 @@ void remove_from_back(word_span & word, std::uint32_t target, Surplus surplus) n
 
 void optimize_combinations(word_span & word) noexcept
 {
-    std::uint32_t const present = letters(word.view());
+    if (!may_hold_combination(word)) {
+        return;
+    }
     for (auto const & row : combinations) {
-        // Looked up once: no byte that a row brings in ever belongs to a hit of a later row.
-        if ((present & row.needs) != row.needs) {
-            continue;
-        }
         // The search goes on at the replacement, which may complete another hit: "aeee".
         std::size_t position = 0;
         while ((position = word.view().find(row.from, position)) != std::string_view::npos) {
@@ -101,10 +142,18 @@ void optimize_combinations(word_span & word) noexcept
 
 void truncate_common_suffix(word_span & word) noexcept
 {
-    for (auto const & row : suffixes) {
+    static_assert(std::endian::native
+                  == std::endian::little); // the last letter is the highest byte
+    std::uint32_t tail = 0;
+    if (word.size < sizeof tail) {
+        return; // no suffix leaves two bytes in front of it
+    }
+    std::memcpy(&tail, word.text + word.size - sizeof tail, sizeof tail);
+    for (auto const * it = tails[tail >> 24 & 31].data(); it->mask != 0; ++it) {
+        rewrite const & row = suffixes[it->row];
         std::uint32_t const suffix = length(row.from);
-        if (word.size > suffix + 1 && word.text[word.size - 1] == row.from.back()
-            && word.view().ends_with(row.from)) {
+        if (((tail ^ it->bytes) & it->mask) == 0 && word.size > suffix + 1
+            && (suffix <= 4 || word.view().ends_with(row.from))) {
             replace(word, word.size - suffix, suffix, row.to);
             return;
         }

@@ -6,7 +6,11 @@
 
 namespace zel::naming {
 
-/// A word that is worked on where it stands. No stage makes it longer.
+/// How many bytes behind a word may be read, whatever they hold.
+constexpr std::uint32_t readable_behind = 18;
+
+/// A word that is worked on where it stands. No stage makes it longer. `readable_behind` bytes lie
+/// behind it.
 struct word_span {
     char * text;
     std::uint32_t size; // bytes
