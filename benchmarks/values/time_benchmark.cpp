@@ -50,6 +50,38 @@ void now_as_text_absl(benchmark::State & state)
 }
 BENCHMARK(now_as_text_absl)->Name("now_as_text/absl");
 
+void utc_fields_zel(benchmark::State & state)
+{
+    for (auto _ : state) {
+        zel::time now(zel::time::system_time);
+        benchmark::DoNotOptimize(now);
+    }
+}
+BENCHMARK(utc_fields_zel)->Name("clock_as_utc_fields/zel");
+
+void utc_fields_runtime(benchmark::State & state)
+{
+    for (auto _ : state) {
+        std::timespec now{};
+        ::clock_gettime(CLOCK_REALTIME, &now);
+        std::tm fields{};
+        ::gmtime_r(&now.tv_sec, &fields);
+        benchmark::DoNotOptimize(fields);
+    }
+}
+BENCHMARK(utc_fields_runtime)->Name("clock_as_utc_fields/gmtime_r");
+
+// The least that it can cost: the clock without the fields.
+void clock_alone(benchmark::State & state)
+{
+    for (auto _ : state) {
+        std::timespec now{};
+        ::clock_gettime(CLOCK_REALTIME, &now);
+        benchmark::DoNotOptimize(now);
+    }
+}
+BENCHMARK(clock_alone)->Name("clock_as_utc_fields/limit");
+
 void difference_zel(benchmark::State & state)
 {
     zel::time left(9, zel::time::november, 2031, 8, 5, 7, 42);

@@ -38,20 +38,17 @@ platform::system_time to_platform(time const & value)
 
 constexpr platform::system_time start_of_1601{1601, 1, time::monday, 1, 0, 0, 0, 0};
 
-platform::system_time from_ticks(std::int64_t ticks)
-{
-    platform::system_time fields = start_of_1601;
-    platform::file_time_to_system_time(ticks, fields);
-    return fields;
-}
-
-time from_platform(platform::system_time const & fields)
+void set_fields(time & value, platform::system_time const & fields)
 {
     auto const byte = [](std::uint16_t field) { return static_cast<unsigned char>(field); };
-    time value(byte(fields.day), static_cast<time::month>(fields.month), fields.year,
-               byte(fields.hour), byte(fields.minute), byte(fields.second), fields.milliseconds);
+    value.set_year(fields.year);
+    value.set_month(static_cast<time::month>(fields.month));
     value.set_day_of_week(static_cast<time::day_of_week>(fields.day_of_week));
-    return value;
+    value.set_day(byte(fields.day));
+    value.set_hour(byte(fields.hour));
+    value.set_minute(byte(fields.minute));
+    value.set_second(byte(fields.second));
+    value.set_milliseconds(fields.milliseconds);
 }
 
 // Days before each month of a year without a leap day; month 13 and all behind it have the whole
@@ -111,20 +108,26 @@ char const * name_of(std::uint32_t index, std::span<char const * const> names)
 } // namespace
 
 time::time(time_enum source) noexcept
-    : time(from_platform(source == local_time        ? platform::get_local_time()
-                             : source == system_time ? platform::get_system_time()
-                                                     : start_of_1601))
 {
+    if (source == local_time) {
+        read_local();
+    } else if (source == system_time) {
+        read_system();
+    } else {
+        set_fields(*this, start_of_1601);
+    }
 }
 
 time::time(std::int64_t ticks) noexcept
-    : time(from_platform(from_ticks(ticks)))
 {
+    platform::system_time fields = start_of_1601;
+    platform::file_time_to_system_time(ticks, fields);
+    set_fields(*this, fields);
 }
 
-void time::read_system() noexcept { copy(from_platform(platform::get_system_time())); }
+void time::read_system() noexcept { set_fields(*this, platform::get_system_time()); }
 
-void time::read_local() noexcept { copy(from_platform(platform::get_local_time())); }
+void time::read_local() noexcept { set_fields(*this, platform::get_local_time()); }
 
 bool time::write_system() const noexcept { return platform::set_system_time(to_platform(*this)); }
 

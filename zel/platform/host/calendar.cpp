@@ -56,15 +56,8 @@ bool system_time_to_file_time(system_time const & time, std::int64_t & ticks) no
     return true;
 }
 
-bool file_time_to_system_time(std::int64_t ticks, system_time & time) noexcept
+void set_date(system_time & time, std::uint32_t days) noexcept
 {
-    if (ticks < 0 || ticks >= end_of_time) {
-        return fail(error_invalid_parameter);
-    }
-    auto const milliseconds = static_cast<std::uint64_t>(ticks / ticks_a_millisecond);
-    auto const days = static_cast<std::uint32_t>(milliseconds / milliseconds_a_day);
-    auto const of_day = static_cast<std::uint32_t>(milliseconds % milliseconds_a_day);
-
     // Centuries of 36,524.25 days, then years of 365.25 days in the century, both in quarters of a
     // day, so that the leap days fall where a division rounds up.
     std::uint32_t const quarters = (days + start_of_1601) * 4 + 3;
@@ -80,10 +73,18 @@ bool file_time_to_system_time(std::int64_t ticks, system_time & time) noexcept
     time.month = field(next_year ? month - 9 : month + 3);
     time.day_of_week = field((days + 1) % 7); // 1 January 1601 was a Monday
     time.day = field(of_year - (153 * month + 2) / 5 + 1);
-    time.hour = field(of_day / 3'600'000);
-    time.minute = field(of_day / 60'000 % 60);
-    time.second = field(of_day / 1000 % 60);
-    time.milliseconds = field(of_day % 1000);
+}
+
+bool file_time_to_system_time(std::int64_t ticks, system_time & time) noexcept
+{
+    if (ticks < 0 || ticks >= end_of_time) {
+        set_last_error(error_invalid_parameter);
+        return false;
+    }
+    auto const milliseconds = static_cast<std::uint64_t>(ticks / ticks_a_millisecond);
+    set_date(time, static_cast<std::uint32_t>(milliseconds / milliseconds_a_day));
+    auto const of_day = static_cast<std::uint32_t>(milliseconds % milliseconds_a_day);
+    set_time_of_day(time, of_day / 1000, of_day % 1000);
     return true;
 }
 

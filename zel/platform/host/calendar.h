@@ -20,6 +20,22 @@ struct system_time {
 /// Ticks of 100 nanoseconds from the start of 1601 to the start of 1970.
 inline constexpr std::int64_t ticks_to_1970 = 116'444'736'000'000'000;
 
+/// Sets the date and the day of the week.
+/// \param days  since the start of 1601, up to the year 30827.
+void set_date(system_time & time, std::uint32_t days) noexcept;
+
+/// Sets the time of day.
+/// \param seconds  since midnight, below 86,400.
+constexpr void set_time_of_day(system_time & time, std::uint32_t seconds,
+                               std::uint32_t milliseconds) noexcept
+{
+    std::uint32_t const minutes = seconds / 60;
+    time.hour = static_cast<std::uint16_t>(seconds / 3600);
+    time.minute = static_cast<std::uint16_t>(minutes % 60);
+    time.second = static_cast<std::uint16_t>(seconds % 60);
+    time.milliseconds = static_cast<std::uint16_t>(milliseconds);
+}
+
 /// Counts the ticks of 100 nanoseconds from the start of 1601; the day of the week is not looked
 /// at.
 /// \returns false with `error_invalid_parameter` when the fields name no moment of the years 1601

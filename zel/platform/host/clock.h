@@ -6,12 +6,13 @@
 namespace zel::platform {
 
 /// The present moment in UTC. Costs no system call where the host maps its clock into the process.
-system_time get_system_time() noexcept;
+/// \returns fields of the calling thread, until it asks again.
+system_time const & get_system_time() noexcept;
 
 /// The present moment by the zone rules of the host: those of the variable `TZ` when it is set,
 /// else of the host's configuration. A change of `TZ` shows at the next call, a new configuration
 /// within a second. As everywhere, no other thread may change the environment meanwhile.
-system_time get_local_time() noexcept;
+system_time const & get_local_time() noexcept;
 
 /// Sets the host's clock; the day of the week is not looked at.
 /// \returns true only when the clock was set. False with `error_invalid_parameter` for fields that

@@ -17,7 +17,7 @@ constexpr std::int64_t ticks_a_second = 10'000'000;
 // second needs no look ahead, and the host's rules are read again in the next one.
 struct zone_offset {
     std::int64_t second; // since 1970
-    std::int64_t ticks; // to be added to UTC
+    std::int64_t seconds; // to be added to UTC
     bool known;
     bool has_name; // false: the variable TZ was not set
     char name[64]; // what TZ held
@@ -36,18 +36,17 @@ bool is_of_this_zone(zone_offset const & offset, char const * zone)
     // localtime_r may keep to the rules of its first call; only tzset looks for new ones.
     ::tzset();
     std::tm fields{};
-    std::int64_t const ticks
-        = ::localtime_r(&second, &fields) == nullptr ? 0 : fields.tm_gmtoff * ticks_a_second;
+    std::int64_t const seconds = ::localtime_r(&second, &fields) == nullptr ? 0 : fields.tm_gmtoff;
 
     std::size_t const length = zone == nullptr ? 0 : std::strlen(zone);
     current.known = length < sizeof current.name;
     if (current.known) {
         current.second = second;
-        current.ticks = ticks;
+        current.seconds = seconds;
         current.has_name = zone != nullptr;
         std::copy_n(zone == nullptr ? "" : zone, length + 1, current.name);
     }
-    return ticks;
+    return seconds;
 }
 
 std::int64_t offset_at(std::time_t second)
@@ -55,25 +54,52 @@ std::int64_t offset_at(std::time_t second)
     char const * const zone = std::getenv("TZ");
     zone_offset const & offset = current;
     if (offset.known && offset.second == second && is_of_this_zone(offset, zone)) {
-        return offset.ticks;
+        return offset.seconds;
     }
     return read_offset(second, zone);
 }
 
+// The second that a thread asked for last, and the day. A clock gives the same ones many times, and
+// the calendar takes as long as the host's whole clock.
+struct known_moment {
+    std::uint64_t second; // since the start of 1601
+    std::uint32_t day; // likewise
+    system_time fields; // the milliseconds are those of the last answer
+};
+[[gnu::tls_model("initial-exec")]] constinit thread_local known_moment last_moment{
+    0, 0, {1601, 1, 1, 1, 0, 0, 0, 0}};
+
+[[gnu::noinline]] void move_on(known_moment & known, std::uint64_t second)
+{
+    constexpr std::uint32_t seconds_a_day = 86'400;
+    auto const day = static_cast<std::uint32_t>(second / seconds_a_day);
+    if (known.day != day) {
+        known.day = day;
+        set_date(known.fields, day);
+    }
+    known.second = second;
+    set_time_of_day(known.fields, static_cast<std::uint32_t>(second % seconds_a_day), 0);
+}
+
 timespec now()
 {
-    timespec moment{};
+    timespec moment;
     ::clock_gettime(CLOCK_REALTIME, &moment);
     return moment;
 }
 
 // The host counts nanoseconds from 1970 in 64 bits: far inside the years that a system_time takes.
-system_time to_fields(timespec const & moment, std::int64_t offset)
+system_time const & fields_of(timespec const & moment, std::int64_t offset)
 {
-    system_time fields{1601, 1, 1, 1, 0, 0, 0, 0};
-    file_time_to_system_time(
-        ticks_to_1970 + moment.tv_sec * ticks_a_second + moment.tv_nsec / 100 + offset, fields);
-    return fields;
+    constexpr std::int64_t seconds_to_1970 = ticks_to_1970 / ticks_a_second;
+    auto const second = static_cast<std::uint64_t>(seconds_to_1970 + moment.tv_sec + offset);
+    known_moment & known = last_moment;
+    if (known.second != second) [[unlikely]] {
+        move_on(known, second);
+    }
+    known.fields.milliseconds
+        = static_cast<std::uint16_t>(static_cast<std::uint32_t>(moment.tv_nsec) / 1'000'000);
+    return known.fields;
 }
 
 bool set_clock(timespec const & moment)
@@ -86,16 +112,12 @@ bool set_clock(timespec const & moment)
 
 } // namespace
 
-system_time get_system_time() noexcept
-{
-    timespec const moment = now();
-    return to_fields(moment, 0);
-}
+system_time const & get_system_time() noexcept { return fields_of(now(), 0); }
 
-system_time get_local_time() noexcept
+system_time const & get_local_time() noexcept
 {
     timespec const moment = now();
-    return to_fields(moment, offset_at(moment.tv_sec));
+    return fields_of(moment, offset_at(moment.tv_sec));
 }
 
 bool set_system_time(system_time const & time) noexcept
