@@ -72,6 +72,10 @@ BENCHMARK(equality<QVariant, long_text<QString>>)
     ->Name("variant: equality of 55-byte texts/QVariant");
 BENCHMARK(equality<Var, long_text<std::string>>)->Name("variant: equality of 55-byte texts/Poco");
 
+BENCHMARK(equality<zel::variant, number>)->Name("variant: equality of two integers/zel");
+BENCHMARK(equality<QVariant, number>)->Name("variant: equality of two integers/QVariant");
+BENCHMARK(equality<Var, number>)->Name("variant: equality of two integers/Poco");
+
 template <typename holder, auto stored, auto as> void read(benchmark::State & state)
 {
     holder source(stored());

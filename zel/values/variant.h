@@ -264,7 +264,7 @@ public:
     bool operator==(variant const & other) const
     {
         return type_ == other.type_ && (type_ & integer_types) != 0
-            ? (value_.bits ^ other.value_.bits) << unused_bits(type_) == 0
+            ? same_integer(type_, value_, other.value_)
             : equals(other);
     }
     bool operator!=(variant const & other) const { return !(*this == other); }
@@ -364,12 +364,17 @@ private:
         }
     }
 
-    // How many bits of the payload do not belong to an integer of the type: they differ when a
-    // derived class has changed the tag alone. Four bits a type, by the place of its own bit.
-    static constexpr int unused_bits(vt_type type) noexcept
+    // Whether two integers of one type are the same. They may differ in bits that do not belong to
+    // the type, since a derived class may have changed the tag alone.
+    static bool same_integer(vt_type type, payload a, payload b) noexcept
     {
-        constexpr std::uint64_t unused_bytes = 0x4'0000'0446'6770;
-        return static_cast<int>(unused_bytes >> 4 * std::countr_zero(std::uint32_t{type}) & 15) * 8;
+        std::uint64_t const difference = a.bits ^ b.bits;
+        if ((type & (vt_long | vt_ulong | vt_color)) != 0) {
+            return static_cast<std::uint32_t>(difference) == 0;
+        }
+        return type == vt_int64                    ? difference == 0
+            : (type & (vt_short | vt_ushort)) != 0 ? static_cast<std::uint16_t>(difference) == 0
+                                                   : static_cast<std::uint8_t>(difference) == 0;
     }
 
     variant(payload value, vt_type type) noexcept
