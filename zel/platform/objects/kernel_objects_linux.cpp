@@ -12,8 +12,8 @@
 #include "zel/platform/waits/uninterrupted.h"
 
 // What is done with a handle, whatever its kind. Each function looks at the kind once. It tries what
-// takes one exchange and hands all else to the function of that kind as its last step, so that it
-// saves no register.
+// takes one exchange and hands all else to the function of that kind as its last step, which is not
+// inlined: so it saves no register, whose stores an exchange would wait for.
 //
 // One exchange is made without a pin: nobody closes a handle that another thread is using, and a
 // stale one fails, for the exchange compares the tag. What is in a slot's room is looked at only
@@ -71,7 +71,8 @@ private:
     bool const allowed_;
 };
 
-std::uint32_t wait_for_named(handle_slot & slot, void * handle, std::uint32_t milliseconds)
+[[gnu::noinline]] std::uint32_t wait_for_named(handle_slot & slot, void * handle,
+                                               std::uint32_t milliseconds)
 {
     std::int64_t const until = milliseconds == 0 ? 0 : moment_after(milliseconds);
     for (;;) {
@@ -85,15 +86,15 @@ std::uint32_t wait_for_named(handle_slot & slot, void * handle, std::uint32_t mi
     }
 }
 
-bool change_named_event(handle_slot & slot, void * handle,
-                        bool (*change)(named_waitable &) noexcept)
+[[gnu::noinline]] bool change_named_event(handle_slot & slot, void * handle,
+                                          bool (*change)(named_waitable &) noexcept)
 {
     named_access const event(slot, handle, event_modify_state);
     return event && change(*event);
 }
 
-bool release_named_semaphore(handle_slot & slot, void * handle, std::int32_t count,
-                             std::int32_t * previous)
+[[gnu::noinline]] bool release_named_semaphore(handle_slot & slot, void * handle,
+                                               std::int32_t count, std::int32_t * previous)
 {
     named_access const semaphore(slot, handle, semaphore_modify_state);
     return semaphore
@@ -101,7 +102,7 @@ bool release_named_semaphore(handle_slot & slot, void * handle, std::int32_t cou
                       : fail(error_invalid_parameter));
 }
 
-bool close_object(handle_slot & slot, void * handle, bool is_named)
+[[gnu::noinline]] bool close_object(handle_slot & slot, void * handle, bool is_named)
 {
     uninterrupted const guard;
     std::uint32_t word = 0;
@@ -112,13 +113,15 @@ bool close_object(handle_slot & slot, void * handle, bool is_named)
     return true;
 }
 
-std::uint32_t refuse_wait()
+[[gnu::noinline]] bool refuse() { return fail(error_invalid_handle); }
+
+[[gnu::noinline]] std::uint32_t refuse_wait()
 {
     set_last_error(error_invalid_handle);
     return wait_failed;
 }
 
-std::uint32_t wait_for_end_of_thread(void * handle, std::uint32_t milliseconds)
+[[gnu::noinline]] std::uint32_t wait_for_end_of_thread(void * handle, std::uint32_t milliseconds)
 {
     return wait_for_thread(handle, milliseconds == 0 ? 0 : moment_after(milliseconds));
 }
@@ -127,6 +130,24 @@ bool is_alive_now(handle_slot & slot, void * handle, std::uint64_t & state)
 {
     state = slot.state.load(std::memory_order_acquire);
     return is_alive(state, handle);
+}
+
+[[gnu::noinline]] std::uint32_t take_named_mutex(handle_slot & slot, void * handle,
+                                                 std::uint32_t milliseconds)
+{
+    std::uint64_t state;
+    if (!is_alive_now(slot, handle, state) || !take_free_named_mutex(slot)) {
+        return wait_for_named_mutex(slot, handle, milliseconds);
+    }
+    return lane_in(slot).crossed.load() == 0 ? wait_object_0
+                                             : wait_across(slot, handle, milliseconds);
+}
+
+[[gnu::noinline]] bool give_back_named_mutex(handle_slot & slot, void * handle)
+{
+    std::uint64_t state;
+    return (is_alive_now(slot, handle, state) && platform::give_back_named_mutex(slot))
+        || release_named_mutex(slot, handle);
 }
 
 } // namespace
@@ -153,10 +174,7 @@ std::uint32_t wait_for_single_object(void * handle, std::uint32_t milliseconds) 
         }
         return wait_for_unnamed_mutex(*slot, handle, milliseconds);
     case handle_kind::named_mutex:
-        if (is_alive_now(*slot, handle, state) && take_free_named_mutex(*slot)) {
-            return wait_object_0;
-        }
-        return wait_for_named_mutex(*slot, handle, milliseconds);
+        return take_named_mutex(*slot, handle, milliseconds);
     case handle_kind::named_event:
     case handle_kind::named_semaphore:
         return wait_for_named(*slot, handle, milliseconds);
@@ -177,7 +195,7 @@ bool set_event(void * handle) noexcept
     case handle_kind::named_event:
         return change_named_event(*slot, handle, set);
     default:
-        return fail(error_invalid_handle);
+        return refuse();
     }
 }
 
@@ -191,7 +209,7 @@ bool reset_event(void * handle) noexcept
     case handle_kind::named_event:
         return change_named_event(*slot, handle, reset);
     default:
-        return fail(error_invalid_handle);
+        return refuse();
     }
 }
 
@@ -205,7 +223,7 @@ bool pulse_event(void * handle) noexcept
     case handle_kind::named_event:
         return change_named_event(*slot, handle, pulse);
     default:
-        return fail(error_invalid_handle);
+        return refuse();
     }
 }
 
@@ -218,10 +236,9 @@ bool release_mutex(void * handle) noexcept
         return (is_alive_now(*slot, handle, state) && give_back_mutex(*slot, state))
             || release_unnamed_mutex(*slot, handle);
     case handle_kind::named_mutex:
-        return (is_alive_now(*slot, handle, state) && give_back_named_mutex(*slot))
-            || release_named_mutex(*slot, handle);
+        return give_back_named_mutex(*slot, handle);
     default:
-        return fail(error_invalid_handle);
+        return refuse();
     }
 }
 
@@ -240,7 +257,7 @@ bool release_semaphore(void * handle, std::int32_t count, std::int32_t * previou
     case handle_kind::named_semaphore:
         return release_named_semaphore(*slot, handle, count, previous);
     default:
-        return fail(error_invalid_handle);
+        return refuse();
     }
 }
 
@@ -262,7 +279,7 @@ bool close_handle(void * handle) noexcept
     case handle_kind::thread:
         return close_thread(handle);
     default:
-        return fail(error_invalid_handle);
+        return refuse();
     }
 }
 

@@ -121,10 +121,13 @@ bool settle_lane(handle_slot & slot) noexcept
     return true;
 }
 
-void undo_take(robust_mutex & lane, robust_caller const & caller) noexcept
+std::uint32_t wait_across(handle_slot & slot, void * handle, std::uint32_t milliseconds) noexcept
 {
-    uninterrupted const guard;
-    free_and_wake(lane, caller);
+    {
+        uninterrupted const guard;
+        free_and_wake(lane_in(slot), known_caller());
+    }
+    return wait_for_named_mutex(slot, handle, milliseconds);
 }
 
 std::uint32_t wait_for_named_mutex(handle_slot & slot, void * handle,

@@ -41,10 +41,9 @@ inline bool is_known(robust_caller const & caller) noexcept
     return caller.list != nullptr && caller.self != 0 && caller.process != 0;
 }
 
-void undo_take(robust_mutex & lane, robust_caller const & caller) noexcept;
-
 /// \param slot  of a handle that was alive.
-inline bool take_free_named_mutex(handle_slot & slot) noexcept
+/// \returns true also when another namespace has come in this moment: see `crossed`.
+[[gnu::always_inline]] inline bool take_free_named_mutex(handle_slot & slot) noexcept
 {
     robust_caller const caller = known_caller();
     if (!is_known(caller) || (slot.access.load(std::memory_order_relaxed) & synchronize) == 0) {
@@ -55,15 +54,11 @@ inline bool take_free_named_mutex(handle_slot & slot) noexcept
         || !take_free(lane, caller, lane.state.load(std::memory_order_acquire))) {
         return false;
     }
-    if (lane.crossed.load() != 0) [[unlikely]] {
-        undo_take(lane, caller); // another namespace has come in this moment
-        return false;
-    }
     return true;
 }
 
-/// \param slot  as above.
-inline bool give_back_named_mutex(handle_slot & slot) noexcept
+/// \param slot  of a handle that was alive.
+[[gnu::always_inline]] inline bool give_back_named_mutex(handle_slot & slot) noexcept
 {
     robust_caller const caller = known_caller();
     if (!is_known(caller)) {
@@ -97,6 +92,8 @@ bool settle_lane(handle_slot & slot) noexcept;
 /// Results and last errors as in kernel_objects.h.
 std::uint32_t wait_for_named_mutex(handle_slot & slot, void * handle,
                                    std::uint32_t milliseconds) noexcept;
+/// The same after `take_free_named_mutex`, when the mutex turned out to be `crossed`.
+std::uint32_t wait_across(handle_slot & slot, void * handle, std::uint32_t milliseconds) noexcept;
 bool release_named_mutex(handle_slot & slot, void * handle) noexcept;
 
 /// A mutex that a thread of this process owns keeps its memory until that has released it or ended:

@@ -64,12 +64,11 @@ inline bool is_mine(robust_mutex const & mutex, robust_caller const & caller,
                                                   std::uint64_t & expected,
                                                   std::uint32_t flags) noexcept
 {
-    count_hold(1);
     // Sequentially consistent: the caller looks at `crossed` next.
     if (!mutex.state.compare_exchange_strong(expected, with_word(expected, caller.self | flags))) {
-        count_hold(one_hold_less);
         return false;
     }
+    count_hold(1);
     caller.list->add(mutex.ownership.node);
     // Mostly they hold that already.
     auto const home = reinterpret_cast<std::uintptr_t>(&mutex.ownership);

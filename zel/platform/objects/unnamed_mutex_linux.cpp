@@ -27,12 +27,11 @@ struct unnamed_mutex {
 
     bool take(std::uint64_t & now, std::uint32_t flags) const noexcept
     {
-        count_hold(1);
         if (!state.compare_exchange_strong(now, with_word(now, self | flags),
                                            std::memory_order_acquire, std::memory_order_acquire)) {
-            count_hold(one_hold_less);
             return false;
         }
+        count_hold(1);
         mutex_room_of(slot).more_holds.store(0, std::memory_order_relaxed); // of one that ended
         return true;
     }

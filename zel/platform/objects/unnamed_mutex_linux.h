@@ -9,10 +9,10 @@
 
 /// Mutexes without a name: the word of mutex_word.h in the slot's state, the rest in its room.
 ///
-/// Nothing of the host's is told what a thread owns. The thread counts it, before it takes a mutex
-/// and after it has given one back, and at the end of a thread with a count the table of handles is
-/// looked through once for mutexes that bear its number. That is done by the thread itself, also
-/// when it is terminated, so that nobody else can have the number yet.
+/// Nothing of the host's is told what a thread owns. The thread counts it, and at its end, if the
+/// count is not 0, looks the table of handles through once for mutexes that bear its number. A thread
+/// that is terminated may be between the taking and the counting, and looks in any case. Either does
+/// that itself, so that nobody else can have the number yet.
 ///
 /// A handle that is closed while threads sleep on the mutex leaves a slot of the kind
 /// `closed_mutex`: its owner's end is told to them all the same. With the last of them the slot is
@@ -41,13 +41,12 @@ inline bool take_free_mutex(handle_slot & slot, std::uint64_t state) noexcept
     if (word_of(state) != 0 || self == 0) {
         return false;
     }
-    count_hold(1);
-    if (slot.state.compare_exchange_strong(state, state | self, std::memory_order_acquire,
-                                           std::memory_order_relaxed)) {
-        return true;
+    if (!slot.state.compare_exchange_strong(state, state | self, std::memory_order_acquire,
+                                            std::memory_order_relaxed)) {
+        return false;
     }
-    count_hold(one_hold_less);
-    return false;
+    count_hold(1); // not in front: an exchange waits for all stores before it
+    return true;
 }
 
 /// \param state  as above.

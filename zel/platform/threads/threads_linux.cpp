@@ -249,8 +249,10 @@ bool watch_owner(void (*abandon)(bool) noexcept) noexcept
 void abandon_holds(bool is_orderly) noexcept
 {
     // What a destructor takes after this has the end watched anew.
+    bool const was_owner = this_thread.owner_number != 0;
     this_thread.owner_number = 0;
-    if (this_thread.holds.load(std::memory_order_relaxed) != 0) {
+    // A terminated thread may have taken one that it has not counted yet.
+    if (was_owner && (!is_orderly || this_thread.holds.load(std::memory_order_relaxed) != 0)) {
         abandon_what_is_held.load(std::memory_order_relaxed)(is_orderly);
         this_thread.holds.store(0, std::memory_order_relaxed);
     }

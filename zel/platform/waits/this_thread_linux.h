@@ -29,7 +29,7 @@ struct this_thread_state {
     std::uint32_t id; // 0: not asked for yet
     thread_teardown teardown; // of a thread that others made
     std::uint32_t owner_number; // `id` once the thread's end abandons what it owns, before that 0
-    /// How many mutexes it owns at most: counted before each is taken and after it is given back.
+    /// How many mutexes it owns: counted after each is taken and after it is given back.
     std::atomic<std::uint32_t> holds;
 };
 
@@ -39,7 +39,7 @@ constexpr atomic<std::uint32_t> nobody_stops{0};
 // signal handler must not. The C library keeps room for this in modules that are loaded late.
 [[gnu::tls_model("initial-exec")]] extern constinit thread_local this_thread_state this_thread;
 
-/// Has `abandon(is_orderly)` called on the calling thread at its end if it may own mutexes then, and
+/// Has `abandon(is_orderly)` called on the calling thread at its end if it owns mutexes then, and
 /// sets `this_thread.owner_number`. In the handler of the stop signal the thread is terminated
 /// wherever it is, and `is_orderly` is false. All callers pass the same function.
 /// \returns false with last error 8 when the host is out of memory.
