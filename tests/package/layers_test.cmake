@@ -46,7 +46,7 @@ set(host_names "__linux__|__GLIBC__|__gnu_linux__")
 set(not_yet
     "long files/path.cpp" "long platform/files/file_system_linux.cpp"
     "long platform/paths/shell_path.cpp"
-    "long platform/queues/message_queue_linux.cpp"
+   
     "long text/format.cpp"
     "long text/string.cpp")
 

@@ -119,13 +119,15 @@ bool send_stop_signal(std::uint32_t id) noexcept
     // The number of a thread that has ended is free for others, but the host hands numbers out in
     // turn: not before all of them were used. A thread that is not told to stop ignores the signal.
     int const saved = errno;
-    siginfo_t info{};
-    info.si_signo = stop_signal();
-    info.si_code = SI_USER; // with this a signal goes through when too many of the user wait
-    info.si_pid = ::getpid();
-    info.si_uid = ::getuid();
-    bool const sent = ::syscall(SYS_rt_tgsigqueueinfo, ::getpid(), id, stop_signal(), &info) == 0
-        || ::syscall(SYS_tgkill, ::getpid(), id, stop_signal()) == 0 || errno != EAGAIN;
+    pid_t const process = ::getpid();
+    bool sent = ::syscall(SYS_tgkill, process, id, stop_signal()) == 0 || errno != EAGAIN;
+    if (!sent && id == this_thread.id) {
+        // Too many signals of the user wait. As one from kill(2) it goes through, but the host
+        // lets a thread make such a one for itself alone.
+        siginfo_t info{};
+        info.si_code = SI_USER;
+        sent = ::syscall(SYS_rt_tgsigqueueinfo, process, id, stop_signal(), &info) == 0;
+    }
     errno = saved;
     return sent;
 }

@@ -25,10 +25,6 @@ void end_own_thread(handle_slot & slot) noexcept;
 /// lock and allocates nothing.
 void hand_to_reaper(handle_slot & slot) noexcept;
 
-/// Finishes every terminated thread that the host has cleared away: calls its teardown and tells
-/// those who wait. Inside `uninterrupted`.
-void reap_threads() noexcept;
-
 /// In the child after a fork.
 void forget_terminated_threads() noexcept;
 

@@ -89,6 +89,10 @@ std::uint32_t current_thread_id() noexcept;
 /// \returns false when the host is out of memory.
 bool set_thread_teardown(void (*function)(void *), void * data) noexcept;
 
+/// Finishes every terminated thread that the host has cleared away: calls its teardown and tells
+/// those who wait. Costs one load when there is none. Inside `uninterrupted`.
+void reap_threads() noexcept;
+
 /// Waits in one call for the end of a thread or for a change of `word`, which its changer tells by
 /// `wake_address(word, 1, false)`. Linux before 5.16 cannot wait for both: there a thread's end is
 /// noticed up to 5 ms late.
