@@ -5,8 +5,13 @@
 #include "tests/support/time_limit.h"
 #include "zel/platform/kernel_objects.h"
 #include "zel/platform/last_error.h"
+#include "zel/platform/threads/threads.h"
+#include <atomic>
 #include <cstdint>
+#include <functional>
 #include <gtest/gtest.h>
+#include <thread>
+#include <utility>
 
 // Closes the handle in the end.
 class object {
@@ -28,4 +33,31 @@ public:
 
 private:
     void * handle_;
+};
+
+// A thread that has come to where it waits.
+class sleeper {
+public:
+    explicit sleeper(std::function<void()> body)
+        : thread_([this, body = std::move(body)] {
+            id_ = static_cast<int>(zel::platform::current_thread_id());
+            body();
+        })
+    {
+        while (id_ == 0) {
+            std::this_thread::yield();
+        }
+        until_asleep(id_);
+    }
+    ~sleeper()
+    {
+        if (thread_.joinable()) {
+            thread_.join();
+        }
+    }
+    std::thread & operator*() { return thread_; }
+
+private:
+    std::atomic<int> id_{0};
+    std::thread thread_;
 };
