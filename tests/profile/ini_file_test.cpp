@@ -4,6 +4,8 @@
 #include "tests/support/scratch_folder.h"
 #include "zel/core/auto_ptr.h"
 #include "zel/files/native_path.h"
+#include "zel/profile/cached_profile.h"
+#include "zel/profile/sub_profile.h"
 #include <cstring>
 #include <gtest/gtest.h>
 #include <limits>
@@ -151,5 +153,16 @@ TEST_F(ini_file, is_counted_as_a_store)
     EXPECT_EQ(same->read_int("s", "k", 0), 2);
     EXPECT_EQ(zel::to_native(file->get_path()), name);
 }
+
+template <typename Store>
+concept takes_a_text_for_a_truth_value = requires(Store store)
+{
+    store.write_bool("s", "k", "no");
+}
+|| requires(Store store) { store.read_bool("s", "k", "no"); };
+static_assert(!takes_a_text_for_a_truth_value<zel::ini_file>);
+static_assert(!takes_a_text_for_a_truth_value<zel::iprofile &>);
+static_assert(!takes_a_text_for_a_truth_value<zel::cached_profile>);
+static_assert(!takes_a_text_for_a_truth_value<zel::sub_profile>);
 
 } // namespace

@@ -56,6 +56,9 @@ public:
     /// True for every number but 0.
     bool read_bool(string const & section, string const & key, bool default_value) override;
 
+    using iprofile::read_bool;
+    using iprofile::write_bool;
+
     void write_string(string const & section, string const & key, string const & value) override;
     void write_int(string const & section, string const & key, std::int32_t value) override;
     /// Writes the number 1 or 0.

@@ -14,10 +14,12 @@ namespace zel {
 /// file before a write or after it, never in between, and writers in other threads and processes
 /// lose none of each other's entries. Names are found without regard to the case of ASCII letters.
 ///
-/// Failures are not reported: reads give the default, 0 or an empty result when the file cannot be
+/// Failures are not returned: reads give the default, 0 or an empty result when the file cannot be
 /// read, and a write is lost that the file system refuses or whose text could not be read back (a
-/// line break or a NUL, `=` in a key, `]` in a section). The one exception that leaves these
-/// members is `std::bad_alloc`. Texts are cut where they are read, never where they are written: at
+/// line break, `=` in a key, `]` in a section). The reason stands in `platform::last_error()`: 87 for
+/// such a text, 5 no right, 19 mounted read-only, 2 and 3 no such folder, 112 no room, 32 another
+/// program keeps the file locked, 29 an error of the disk. A write that succeeds leaves it alone. The
+/// one exception that leaves these members is `std::bad_alloc`. Texts are cut where they are read, never where they are written: at
 /// 1023 bytes, 127 for numbers and 63 for truth values.
 ///
 /// One object may be used from any number of threads at once.
@@ -42,6 +44,9 @@ public:
                           std::int32_t default_value) override;
     /// True for the text `true` in any case, false for every other one, `1` included.
     bool read_bool(string const & section, string const & key, bool default_value) override;
+
+    using iprofile::read_bool;
+    using iprofile::write_bool;
 
     void write_string(string const & section, string const & key, string const & value) override;
     void write_int(string const & section, string const & key, std::int32_t value) override;

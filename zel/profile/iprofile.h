@@ -16,9 +16,10 @@ namespace zel {
 /// an `ini_file` has on disk. All of them are shared as `auto_ptr<iprofile>`.
 ///
 /// Nothing removes an entry, lists the keys or tells whether one exists: a missing entry is seen
-/// only as the default that a read returns. Nothing reports a failure of the store either; a write
-/// that failed is lost and a read gives its default. What threads may do with one store, each class
-/// says for itself.
+/// only as the default that a read returns. Nothing returns a failure of the store either; a write
+/// that failed is lost and a read gives its default. A write that a file refused leaves its reason in
+/// the thread's last error (`ini_file`). Every text, section, key, value and default, ends at its
+/// first NUL. What threads may do with one store, each class says for itself.
 /// \code
 ///     zel::auto_ptr<zel::iprofile> settings(new zel::ini_file("C:\\home\\me\\app.ini"));
 ///     settings->write_int("window", "width", 800);
@@ -73,6 +74,10 @@ struct ZEL_API iprofile : public ref_obj {
     virtual void read_binary(string const & section, string const & key, void * data,
                              std::uint32_t size)
         = 0;
+
+    /// A text, which would count as true, is no truth value.
+    template <typename T> bool read_bool(string const &, string const &, T *) = delete;
+    template <typename T> void write_bool(string const &, string const &, T *) = delete;
 };
 
 } // namespace zel

@@ -1,106 +1,175 @@
 // SPDX-License-Identifier: MIT
 #include "zel/profile/sub_profile.h"
 
+#include "zel/base/load_word.h"
+#include <bit>
+#include <cstring>
+#include <string_view>
+
 namespace zel {
+namespace {
+
+__extension__ using word_pair = unsigned __int128;
+
+std::uint64_t word_of(char const * bytes, std::size_t count) noexcept
+{
+    if (count >= 8) {
+        return load_word<std::uint64_t>(bytes);
+    }
+    if (count >= 4) {
+        return load_word<std::uint32_t>(bytes)
+            | std::uint64_t{load_word<std::uint32_t>(bytes + count - 4)} << 8 * (count - 4);
+    }
+    std::uint64_t result = 0;
+    for (std::size_t i = 0; i < count; ++i) {
+        result |= std::uint64_t{static_cast<unsigned char>(bytes[i])} << 8 * i;
+    }
+    return result;
+}
+
+/// Fewer than 16 bytes as a number, the first one lowest.
+word_pair words_of(std::string_view text) noexcept
+{
+    word_pair const low = word_of(text.data(), text.size());
+    return text.size() <= 8 ? low
+                            : low | word_pair{word_of(text.data() + 8, text.size() - 8)} << 64;
+}
+
+} // namespace
 
 sub_profile::sub_profile(auto_ptr<iprofile> below, string const & section_path)
     : profile(std::move(below))
-    , path(section_path)
+    , path(section_path.c_str())
 {
 }
 
 sub_profile::~sub_profile() = default;
 
-template <typename result, typename... parameters, typename... arguments>
-result sub_profile::forward(result (iprofile::*operation)(string const &, parameters...),
-                            string const & section, arguments &&... others)
+/// \param operation  called with the store below and the name that it knows the section by.
+template <typename Operation>
+auto sub_profile::forward(string const & section, Operation && operation)
 {
-    iprofile * const below = profile.operator->(); // raises before the path is formed
-    return (below->*operation)(formPath(section), std::forward<arguments>(others)...);
+    iprofile & below = *profile.operator->(); // raises before the path is formed
+    return operation(below, formPath(section));
 }
 
 string sub_profile::read_string(string const & section, string const & key,
                                 string const & default_value)
 {
-    return forward(&iprofile::read_string, section, key, default_value);
+    return forward(section, [&](iprofile & below, string const & joined) {
+        return below.read_string(joined, key, default_value);
+    });
 }
 
 std::int32_t sub_profile::read_int(string const & section, string const & key,
                                    std::int32_t default_value)
 {
-    return forward(&iprofile::read_int, section, key, default_value);
+    return forward(section, [&](iprofile & below, string const & joined) {
+        return below.read_int(joined, key, default_value);
+    });
 }
 
 bool sub_profile::read_bool(string const & section, string const & key, bool default_value)
 {
-    return forward(&iprofile::read_bool, section, key, default_value);
+    return forward(section, [&](iprofile & below, string const & joined) {
+        return below.read_bool(joined, key, default_value);
+    });
 }
 
 void sub_profile::write_string(string const & section, string const & key, string const & value)
 {
-    forward(&iprofile::write_string, section, key, value);
+    return forward(section, [&](iprofile & below, string const & joined) {
+        return below.write_string(joined, key, value);
+    });
 }
 
 void sub_profile::write_int(string const & section, string const & key, std::int32_t value)
 {
-    forward(&iprofile::write_int, section, key, value);
+    return forward(section, [&](iprofile & below, string const & joined) {
+        return below.write_int(joined, key, value);
+    });
 }
 
 void sub_profile::write_bool(string const & section, string const & key, bool value)
 {
-    forward(&iprofile::write_bool, section, key, value);
+    return forward(section, [&](iprofile & below, string const & joined) {
+        return below.write_bool(joined, key, value);
+    });
 }
 
 void sub_profile::read_multiple(string const & section, string const & key, char separator,
                                 string const & base_key,
                                 std::list<std::pair<std::int32_t, string>> & result)
 {
-    forward(&iprofile::read_multiple, section, key, separator, base_key, result);
+    return forward(section, [&](iprofile & below, string const & joined) {
+        return below.read_multiple(joined, key, separator, base_key, result);
+    });
 }
 
 string sub_profile::read_by_index_string(string const & section, string const & key,
                                          std::int32_t index)
 {
-    return forward(&iprofile::read_by_index_string, section, key, index);
+    return forward(section, [&](iprofile & below, string const & joined) {
+        return below.read_by_index_string(joined, key, index);
+    });
 }
 
 std::int32_t sub_profile::read_by_index_int(string const & section, string const & key,
                                             std::int32_t index)
 {
-    return forward(&iprofile::read_by_index_int, section, key, index);
+    return forward(section, [&](iprofile & below, string const & joined) {
+        return below.read_by_index_int(joined, key, index);
+    });
 }
 
 void sub_profile::write_by_index_string(string const & section, string const & key,
                                         std::int32_t index, string const & value)
 {
-    forward(&iprofile::write_by_index_string, section, key, index, value);
+    return forward(section, [&](iprofile & below, string const & joined) {
+        return below.write_by_index_string(joined, key, index, value);
+    });
 }
 
 void sub_profile::write_binary(string const & section, string const & key, void * data,
                                std::uint32_t size)
 {
-    forward(&iprofile::write_binary, section, key, data, size);
+    return forward(section, [&](iprofile & below, string const & joined) {
+        return below.write_binary(joined, key, data, size);
+    });
 }
 
 std::uint32_t sub_profile::get_binary_size(string const & section, string const & key)
 {
-    return forward(&iprofile::get_binary_size, section, key);
+    return forward(section, [&](iprofile & below, string const & joined) {
+        return below.get_binary_size(joined, key);
+    });
 }
 
 void sub_profile::read_binary(string const & section, string const & key, void * data,
                               std::uint32_t size)
 {
-    forward(&iprofile::read_binary, section, key, data, size);
+    return forward(section, [&](iprofile & below, string const & joined) {
+        return below.read_binary(joined, key, data, size);
+    });
 }
 
 string sub_profile::formPath(string const & section)
 {
-    string joined(path);
-    if (std::size_t const size = path.size() + 1 + section.size(); size > joined.capacity()) {
+    std::size_t const front = path.size() + 1;
+    std::size_t const size = front + section.size();
+    string joined;
+    if (size >= sizeof(word_pair) || std::endian::native != std::endian::little) {
         joined.reserve(size);
+        joined.append(path).append("\\").append(section);
+        return joined;
     }
-    joined += '\\';
-    joined += section;
+    // Put together in registers and stored at once: a cache below reads the name by words at once,
+    // and would have to wait for a row of stores that overlap.
+    word_pair const text
+        = words_of(path) | (words_of("\\") << 8 * path.size()) | (words_of(section) << 8 * front);
+    joined.resize(sizeof text - 1); // and a terminator
+    std::memcpy(joined.data(), &text, sizeof text);
+    joined.resize(size);
     return joined;
 }
 

@@ -32,6 +32,9 @@ public:
                           std::int32_t default_value) override;
     bool read_bool(string const & section, string const & key, bool default_value) override;
 
+    using iprofile::read_bool;
+    using iprofile::write_bool;
+
     void write_string(string const & section, string const & key, string const & value) override;
     void write_int(string const & section, string const & key, std::int32_t value) override;
     void write_bool(string const & section, string const & key, bool value) override;
@@ -54,17 +57,15 @@ public:
                      std::uint32_t size) override;
 
 protected:
-    /// The name that the store below gets: the path, a backslash and the section, whatever they
-    /// hold. A derived class may join them in another way.
+    /// The name that the store below gets: the path up to its first NUL, a backslash and the section,
+    /// whatever they hold. A derived class may join them in another way.
     virtual string formPath(string const & section);
 
     auto_ptr<iprofile> const profile;
     string const path;
 
 private:
-    template <typename result, typename... parameters, typename... arguments>
-    result forward(result (iprofile::*operation)(string const &, parameters...),
-                   string const & section, arguments &&... others);
+    template <typename Operation> auto forward(string const & section, Operation && operation);
 };
 
 } // namespace zel
