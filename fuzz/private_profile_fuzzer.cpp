@@ -110,6 +110,36 @@ extern "C" int LLVMFuzzerTestOneInput(unsigned char const * data, std::size_t si
     expect(before == plain_reading(text, section, name), "a walk is a plain reading");
     expect(before == find(text, section, name, choice / 4U + 1), "blocks may have any size");
 
+    // Of several entries, the text is that of single writes, and the limit is one to the byte.
+    // Without removals where CR ends lines: one that is removed between two empty ones joins their
+    // ends to CR LF.
+    auto const form = [&](int number) {
+        int const forms = text.find('\r') == text.npos ? 3 : 2;
+        return static_cast<private_profile_entry::form>(number % forms);
+    };
+    private_profile_entry const entries[] = {
+        {section, name, value, form(choice)},     {section, value, name},
+        {value, name, section, form(choice / 3)}, {section, "other", value},
+        {section, name, {}, form(choice / 9)},
+    };
+    std::string single(text);
+    profile_editor together(text);
+    for (auto const & each : entries) {
+        profile_editor alone(single);
+        auto const outcome = alone.apply(each);
+        expect(outcome == together.apply(each), "a write is refused or not, alone or with others");
+        std::string const longer = alone.text();
+        if (longer.size() > single.size()) {
+            profile_editor limited(single, longer.size()), too_small(single, longer.size() - 1);
+            expect(limited.apply(each) == outcome && limited.text() == longer, "there is room");
+            expect(too_small.apply(each) == profile_editor::outcome::too_large
+                       && too_small.text() == single,
+                   "there is no room");
+        }
+        single = longer;
+    }
+    expect(together.text() == single, "several writes are one after the other");
+
     auto const kind = static_cast<private_profile_entry::form>(choice % 3);
     private_profile_entry const entry{section, name, value, kind};
     profile_editor editor(text);
