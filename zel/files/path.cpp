@@ -102,7 +102,15 @@ path::path(char const * folder, char const * name)
 
 path::~path() { delete[] text; }
 
-path & path::operator=(path const & source) { return *this = source.text; }
+path & path::operator=(path const & source)
+{
+    // A path's text is normal already, apart from the lone root and what was combined with it.
+    if (begins_in_current_folder(platform::as_text(source.text))) {
+        return *this = source.text;
+    }
+    std::memmove(text, source.text, source.size() + 1);
+    return *this;
+}
 
 path & path::operator=(char const * source)
 {
@@ -188,7 +196,7 @@ bool path::append(char const * more, bool) noexcept
 {
     // What an append gives is canonical at once, so that there is nothing left to resolve.
     text_argument const name(more);
-    return name.fits() && platform::path_append(text, name.c_str());
+    return name.fits() && platform::path_append(text, name.view());
 }
 
 bool path::relative_path_to(char const * from, std::int32_t from_attributes, char const * to,

@@ -13,12 +13,24 @@ namespace zel {
 
 constexpr bool is_separator(char c) noexcept { return c == '\\' || c == '/'; }
 
+/// True for a single separator in front, which means the current folder.
+constexpr bool begins_in_current_folder(std::string_view text) noexcept
+{
+    return !text.empty() && is_separator(text[0]) && !(text.size() > 1 && is_separator(text[1]));
+}
+
+/// True for a text that normalising leaves as it is.
+inline bool is_normal(std::string_view text) noexcept
+{
+    return !begins_in_current_folder(text) && std::memchr(text.data(), '/', text.size()) == nullptr;
+}
+
 /// Writes the normalised text into an array of `max_path` bytes, which may be the source.
 /// \returns false when it would not fit, and then nothing is written.
 inline bool normalize(char * result, std::string_view source) noexcept
 {
-    bool const dot = !source.empty() && is_separator(source[0])
-        && !(source.size() > 1 && is_separator(source[1]));
+    bool const normal = is_normal(source);
+    bool const dot = !normal && begins_in_current_folder(source);
     if (source.size() + (dot ? 1 : 0) > platform::longest_path) {
         return false;
     }
@@ -28,27 +40,38 @@ inline bool normalize(char * result, std::string_view source) noexcept
     if (dot) {
         *result = '.';
     }
-    // Most texts have none, and looking for one is much cheaper than replacing.
-    if (std::memchr(start, '/', source.size()) != nullptr) {
+    if (!normal) {
         std::replace(start, start + source.size(), '/', '\\');
     }
     return true;
 }
 
-/// A normalised argument of an operation that can say that it failed.
+/// A normalised argument of an operation that can say that it failed. Most are normal as they come,
+/// and are not copied.
 class text_argument {
 public:
     explicit text_argument(char const * source) noexcept
-        : fits_(normalize(text_, platform::as_text(source)))
     {
+        std::string_view const given = platform::as_text(source);
+        if (is_normal(given)) {
+            text_ = given.size() <= platform::longest_path ? given.data() : nullptr;
+            size_ = given.size();
+        } else if (normalize(area_, given)) {
+            text_ = area_;
+            size_ = std::strlen(area_);
+        }
     }
+    text_argument(text_argument const &) = delete;
+    text_argument & operator=(text_argument const &) = delete;
 
-    bool fits() const noexcept { return fits_; }
+    bool fits() const noexcept { return text_ != nullptr; }
     char const * c_str() const noexcept { return text_; }
+    std::string_view view() const noexcept { return {text_, size_}; }
 
 private:
-    char text_[platform::max_path]; // what is behind the text has no value
-    bool fits_;
+    char area_[platform::max_path]; // has no value unless the text was changed
+    char const * text_ = nullptr;
+    std::size_t size_ = 0;
 };
 
 } // namespace zel

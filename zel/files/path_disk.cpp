@@ -191,7 +191,7 @@ void path::get_entries(std::list<auto_ptr<path>> & entries, char const * spec, b
     bool const for_names = name.fits() && platform::path_is_name(name.c_str());
     if (!name.fits() || !copy_with_drive(pattern, text)
         || platform::path_add_backslash(pattern) == nullptr
-        || !platform::path_append(pattern, for_names ? "*" : name.c_str())) {
+        || !platform::path_append(pattern, for_names ? "*" : name.view())) {
         return;
     }
     // The folder is what stands in front of the last component, should `spec` have several.

@@ -16,12 +16,14 @@ using work_area = char[2 * max_path + 8];
 /// Composes a canonical text out of a root and components.
 class canonical_text {
 public:
-    explicit canonical_text(std::string_view root) noexcept
+    /// \param rest  what follows the root and has no `.`, no `..` and no doubled separator in it.
+    explicit canonical_text(std::string_view root, std::string_view rest = {}) noexcept
         : size_(root.copy(area_, root.size()))
         , root_(size_)
         , floor_(size_)
         , bare_drive_(is_bare_drive(root))
     {
+        size_ += rest.copy(area_ + size_, rest.size() - (rest.ends_with('\\') ? 1 : 0));
     }
 
     /// Puts a backslash behind a root that is a drive without one.
@@ -189,11 +191,13 @@ bool combine(char * result, std::string_view folder, std::string_view name) noex
     if (base.empty()) {
         return canonicalize(result, name);
     }
-    canonical_text text(base.substr(0, root));
+    // What is joined to is canonical already more often than not, and then it is taken as a whole.
+    bool const whole = is_canonical(base);
+    canonical_text text(base.substr(0, root), whole ? base.substr(root) : "");
     if (base.size() == root) {
         text.end_drive();
     }
-    text.add(base.substr(root));
+    text.add(whole ? "" : base.substr(root));
     text.add(name);
     return store_canonical(result, text, name.ends_with('\\'));
 }
@@ -211,17 +215,16 @@ char * path_combine(char * result, char const * folder, char const * name) noexc
     return result;
 }
 
-bool path_append(char * text, char const * more) noexcept
+bool path_append(char * text, std::string_view more) noexcept
 {
     std::string_view base;
-    std::string_view name;
-    if (text == nullptr || !read_path(text, base) || !read_path(more, name)) {
+    if (text == nullptr || more.size() > longest_path || !read_path(text, base)) {
         return false;
     }
-    if (!begins_with_server(name) && name.starts_with('\\')) {
-        name.remove_prefix(1);
+    if (!begins_with_server(more) && more.starts_with('\\')) {
+        more.remove_prefix(1);
     }
-    return combine(text, base, name);
+    return combine(text, base, more);
 }
 
 bool path_canonicalize(char * result, char const * source) noexcept

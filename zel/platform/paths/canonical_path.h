@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "zel/platform/paths/max_path.h"
+#include <string_view>
 
 /// Operations on the text of a path; none of them looks at a disk.
 ///
@@ -20,8 +20,9 @@ namespace zel::platform {
 char * path_combine(char * result, char const * folder, char const * name) noexcept;
 
 /// Joins `more` to the text in place, resolving `.` and `..`. Leading backslashes of `more` are
-/// skipped unless it begins with two of them; what has a root takes the place of the text.
-bool path_append(char * text, char const * more) noexcept;
+/// skipped unless it begins with two of them; what has a root takes the place of the text. `more`
+/// may lie in the array.
+bool path_append(char * text, std::string_view more) noexcept;
 
 /// Resolves `.` and `..` components and folds doubled separators. At the root of a rooted text `..`
 /// has no effect; at the start of a relative one it stays. A relative text never becomes a rooted
