@@ -4,6 +4,8 @@
 // Everything public, subsystem by subsystem.
 
 #include "zel/base/api.h"
+#include "zel/version.h"
+
 #include "zel/core/api.h"
 #include "zel/core/auto_buffer.h"
 #include "zel/core/auto_ptr.h"

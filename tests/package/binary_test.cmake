@@ -33,6 +33,36 @@ if(LIBRARY MATCHES "\\.so")
     list(APPEND failures ".init_array holds ${bytes} bytes, more than the run-time's own entry")
   endif()
 
+  # Hardened as the distribution hardens its own: what is looked up at load can't be written after,
+  # returns and copies are checked. The run-time's start files decide whether the whole object says
+  # that its indirect branches are marked, so the library's own files are asked.
+  if(HARDENED)
+    execute_process(COMMAND ${READELF} --wide --segments --dynamic ${LIBRARY} OUTPUT_VARIABLE facts
+                            COMMAND_ERROR_IS_FATAL ANY)
+    execute_process(COMMAND ${NM} --dynamic --undefined-only ${LIBRARY} OUTPUT_VARIABLE needed
+                            COMMAND_ERROR_IS_FATAL ANY)
+    foreach(fact GNU_RELRO BIND_NOW)
+      if(NOT facts MATCHES "${fact}")
+        list(APPEND failures "not hardened: no ${fact}")
+      endif()
+    endforeach()
+    foreach(name __stack_chk_fail "__[a-z]+_chk")
+      if(NOT needed MATCHES " ${name}@?")
+        list(APPEND failures "not hardened: calls no ${name}")
+      endif()
+    endforeach()
+    if(facts MATCHES "GNU_STACK[^\n]*RWE" OR facts MATCHES "TEXTREL")
+      list(APPEND failures "not hardened: an executable stack, or text that is written")
+    endif()
+    foreach(object IN LISTS OBJECTS)
+      execute_process(COMMAND ${READELF} --notes ${object} OUTPUT_VARIABLE notes
+                              COMMAND_ERROR_IS_FATAL ANY)
+      if(NOT notes MATCHES "IBT, SHSTK")
+        list(APPEND failures "not hardened: branches are not marked in ${object}")
+      endif()
+    endforeach()
+  endif()
+
   execute_process(COMMAND ${NM} --dynamic --defined-only --demangle ${LIBRARY}
                   OUTPUT_VARIABLE symbols COMMAND_ERROR_IS_FATAL ANY)
   string(REPLACE ";" "," symbols "${symbols}")

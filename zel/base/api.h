@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "zel/base/standard_library.h"
+
 /// Marks what leaves the shared library; everything else in it is hidden.
 #define ZEL_API __attribute__((visibility("default")))
 
