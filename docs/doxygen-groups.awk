@@ -1,0 +1,27 @@
+# SPDX-License-Identifier: MIT
+# Input filter of the reference. In a header of zel one comment stands above a family of members and
+# holds for all of them, up to the next blank line or comment; Doxygen wants that in its own words.
+function close_group() { if (open) { print indent "///@}"; open = 0 } }
+# What the compiler writes, or nobody may call, needs no words of its own.
+!commented && / = (default|delete);$/ { next }
+/^ *\/\/\// {
+    if (!commented) { close_group(); match($0, /^ */); indent = substr($0, 1, RLENGTH); comment = ""; commented = 1 }
+    comment = comment $0 "\n"
+    next
+}
+commented {
+    # A comment of a class or of a namespace has no family, and neither has one that is followed by
+    # nothing.
+    commented = 0
+    if ($0 ~ /^ *$/ || $0 ~ /^ *(class|struct|namespace|enum|union|template <[^>]*> (class|struct)) / \
+        || $0 ~ /^ *\}/) {
+        printf "%s", comment
+    } else {
+        print indent "///@{"
+        printf "%s", comment
+        open = 1
+    }
+}
+open && (/^ *$/ || /^ *(public|protected|private):/ || /^ *\/\/ clang-format/ || (/^ *\}/ && match($0, /^ */) && RLENGTH < length(indent))) { close_group() }
+{ print }
+END { close_group() }
