@@ -155,7 +155,7 @@ TEST(unnamed_mutex, stays_owned_when_its_handle_is_closed)
         looked = true;
         go.wait();
     });
-    std::atomic<std::uint32_t> result{wait_failed};
+    zel::atomic<std::uint32_t> result{wait_failed};
     sleeper waiter([&] { result = wait_for_single_object(mutex, infinite); });
     EXPECT_TRUE(close_handle(mutex));
     EXPECT_FALSE(close_handle(mutex));
@@ -314,7 +314,7 @@ TEST(terminated_threads, leave_the_waiters_and_abandon_what_they_own)
         struct {
             void * mutex;
             void * awaited;
-            std::atomic<std::uint32_t> id;
+            zel::atomic<std::uint32_t> id;
         } shared{mutex, awaited, {0}};
         auto const body = [](void * argument) {
             auto & objects = *static_cast<decltype(shared) *>(argument);
@@ -412,13 +412,13 @@ protected:
         }
     }
 
-    static void await(std::atomic<std::uint32_t> const & word, std::uint32_t old)
+    static void await(zel::atomic<std::uint32_t> const & word, std::uint32_t old)
     {
         while (word == old) {
             wait_on_address(word, old, -1, false);
         }
     }
-    static void advance(std::atomic<std::uint32_t> & word)
+    static void advance(zel::atomic<std::uint32_t> & word)
     {
         word += 1;
         wake_address(word, 9, false);
@@ -441,12 +441,12 @@ protected:
     }
 
     void * object_ = nullptr;
-    std::atomic<std::uint32_t> round_{0};
-    std::atomic<std::uint32_t> go_{0};
-    std::atomic<std::uint32_t> taken_{0};
-    std::atomic<std::uint32_t> given_{0};
-    std::atomic<std::uint32_t> over_{0};
-    std::atomic<std::uint32_t> passed_{0};
+    zel::atomic<std::uint32_t> round_{0};
+    zel::atomic<std::uint32_t> go_{0};
+    zel::atomic<std::uint32_t> taken_{0};
+    zel::atomic<std::uint32_t> given_{0};
+    zel::atomic<std::uint32_t> over_{0};
+    zel::atomic<std::uint32_t> passed_{0};
     std::atomic<bool> done_{false};
 };
 

@@ -266,7 +266,7 @@ TEST(named_mutex, stays_owned_when_its_handle_is_closed)
     time_limit const seconds(20);
     std::string const name = fresh_name();
     object const watcher(create_mutex(false, name.c_str()));
-    std::atomic<std::uint32_t> step{0};
+    zel::atomic<std::uint32_t> step{0};
     std::thread owner([&] {
         {
             object const handle(open_mutex(mutex_all_access, false, name.c_str()));

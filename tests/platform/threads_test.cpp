@@ -106,7 +106,7 @@ std::ptrdiff_t tasks()
 TEST_F(threads, have_handle_and_id_before_the_body_runs)
 {
     struct shared {
-        std::atomic<std::uint32_t> id{0};
+        zel::atomic<std::uint32_t> id{0};
         void * handle = nullptr;
     };
     auto const body = [](void * argument) {
@@ -132,7 +132,7 @@ TEST_F(threads, refuse_what_is_no_handle_of_a_living_object)
         closed = thread.handle();
     }
     std::uint32_t code = 0;
-    std::atomic<std::uint32_t> const word{0};
+    zel::atomic<std::uint32_t> const word{0};
     std::function<bool(void *)> const calls[] = {
         [](void * it) { return wait_for_thread(it, 0) != failed; },
         [](void * it) { return close_thread(it); },
@@ -258,7 +258,7 @@ struct occupation {
 std::atomic<std::uint64_t> turns{0};
 std::atomic<bool> leave{false};
 std::atomic<int> destroyed{0};
-constinit std::atomic<std::uint32_t> never_changed{0};
+constinit zel::atomic<std::uint32_t> never_changed{0};
 int quiet_pipe[2];
 
 void allocate()

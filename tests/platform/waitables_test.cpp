@@ -131,6 +131,7 @@ TEST_P(waitables, serve_in_the_order_of_arrival)
         } else {
             give();
             expected.push_back(1);
+            EXPECT_EQ(waiters.passed(2), expected);
         }
         give();
         EXPECT_EQ(waited.wait(0), wait_timeout);
