@@ -1,6 +1,12 @@
 # SPDX-License-Identifier: MIT
 # Shared by the run-* commands: what the build needs on a Debian 12 machine. Sourced, not run.
 set -euo pipefail
+if [ "${1:-}" = --help ] || [ "${1:-}" = -h ]; then
+    # The command's own head, without the line of its licence.
+    sed -n '3,/^[^#]/s/^# \{0,1\}//p' "$0"
+    exit 0
+fi
+called_from=$PWD
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
 die() {
@@ -23,7 +29,7 @@ need() {
         command -v sudo >/dev/null || die "run as root, or install sudo; missing: ${missing[*]}"
         as_root=(sudo)
     fi
-    printf 'Installing %s\n' "${missing[*]}"
+    printf 'Installing %s (a minute or two)\n' "${missing[*]}" >&2
     local log
     log=$(mktemp)
     if ! { "${as_root[@]}" apt-get update -qq \
@@ -37,12 +43,14 @@ need() {
     rm -f "$log"
 }
 
-# build PRESET [TARGET...]: configures and builds; prints nothing unless it fails.
+# build PRESET [TARGET...]: configures and builds. Tells how far it is on a terminal, else one line;
+# what went wrong when it fails.
 build() {
     local preset=$1 log
     shift
     log=$(mktemp)
-    if ! { cmake --preset "$preset" && cmake --build --preset "$preset" ${1:+--target "$@"}; } >"$log" 2>&1; then
+    if ! { cmake --preset "$preset" && cmake --build --preset "$preset" ${1:+--target "$@"}; } 2>&1 \
+        | tee "$log" | progress "$preset"; then
         grep -E -A 5 'error|Error|FAILED' "$log" >&2 || tail -n 40 "$log" >&2
         rm -f "$log"
         die "the build of preset $preset failed"
@@ -50,4 +58,23 @@ build() {
     rm -f "$log"
 }
 
+# progress PRESET: makes one line of Ninja's "[done/all] what".
+progress() {
+    local line begun=
+    while IFS= read -r line; do
+        [[ $line =~ ^\[([0-9]+)/([0-9]+)\] ]] || continue
+        if [ -t 2 ]; then
+            printf '\r\033[KBuilding preset %s: %d of %d' "$1" "${BASH_REMATCH[1]}" \
+                "${BASH_REMATCH[2]}" >&2
+        elif [ -z "$begun" ]; then
+            printf 'Building preset %s: %d steps\n' "$1" "${BASH_REMATCH[2]}" >&2
+        fi
+        begun=1
+    done
+    if [ -n "$begun" ] && [ -t 2 ]; then
+        printf '\r\033[K' >&2
+    fi
+}
+
 toolchain=(g++ cmake ninja-build)
+for_tests=(libgtest-dev googletest)

@@ -171,6 +171,10 @@ void flush_output()
 int main(int argc, char ** argv)
 {
     try {
+        if (argc == 2 && std::strcmp(argv[1], "--help") == 0) {
+            std::puts("usage: event_loop LENGTH < LINES");
+            return 0;
+        }
         if (argc != 2) {
             fail("usage: event_loop LENGTH < LINES");
         }

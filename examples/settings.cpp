@@ -160,6 +160,10 @@ void run(bool only_read)
 
 int main(int argc, char ** argv)
 {
+    if (argc == 2 && std::string_view(argv[1]) == "--help") {
+        std::puts("usage: settings [--read]");
+        return 0;
+    }
     bool const only_read = argc == 2 && std::string_view(argv[1]) == "--read";
     if (argc > 1 && !only_read) {
         std::fprintf(stderr, "settings: unknown argument %s; usage: settings [--read]\n",

@@ -86,6 +86,17 @@ struct totals {
     unsigned long long files = 0;
     unsigned long long folders = 0;
     unsigned long long bytes = 0;
+
+    void add(unsigned int size)
+    {
+        ++files;
+        bytes += size == no_size ? 0 : size;
+    }
+    std::string text() const
+    {
+        return std::to_string(bytes) + " bytes in " + std::to_string(files) + " files and "
+            + std::to_string(folders) + " folders";
+    }
 };
 
 void list(zel::path const & folder, std::string const & indent, totals & sum)
@@ -96,9 +107,8 @@ void list(zel::path const & folder, std::string const & indent, totals & sum)
             std::printf("%13s  %s%s/\n", "", indent.c_str(), name_of(entry));
             list(entry, indent + "    ", sum);
         } else {
-            ++sum.files;
             unsigned int const size = entry.file_size();
-            sum.bytes += size == no_size ? 0 : size;
+            sum.add(size);
             std::printf("%13s  %s%s\n", size == no_size ? "-" : std::to_string(size).c_str(),
                         indent.c_str(), name_of(entry));
         }
@@ -181,7 +191,7 @@ void copy_with_progress(zel::path const & source, zel::path const & target)
     }
 }
 
-void copy(zel::path source, zel::path const & target)
+void copy(zel::path source, zel::path const & target, totals & sum)
 {
     constexpr unsigned int long_copy = 64'000'000; // bytes
     if (is_branch(source)) {
@@ -192,28 +202,35 @@ void copy(zel::path source, zel::path const & target)
         if (!zel::path(target).create()) {
             fail(shown(target) + ": " + reason());
         }
+        ++sum.folders;
         for (auto const & entry : entries_of(source)) {
-            copy(entry, counterpart(target, entry));
+            copy(entry, counterpart(target, entry), sum);
         }
-    } else if (::isatty(STDERR_FILENO) == 1 && source.file_size() >= long_copy) {
+        return;
+    }
+    unsigned int const size = source.file_size();
+    if (::isatty(STDERR_FILENO) == 1 && size >= long_copy) {
         copy_with_progress(source, target);
     } else if (!source.copy(target)) {
         fail(shown(source) + " to " + shown(target) + ": " + reason());
     }
+    sum.add(size);
 }
 
-bool compare(zel::path const & first, zel::path const & second)
+bool compare(zel::path const & first, zel::path const & second, totals & sum)
 {
     if (!is_branch(first) || !is_branch(second)) {
         bool const equal = zel::path::compare_files(first, second);
+        sum.add(first.file_size());
         if (!equal) {
             std::printf("%s and %s differ\n", shown(first).c_str(), shown(second).c_str());
         }
         return equal;
     }
+    ++sum.folders;
     bool equal = true;
     for (auto const & entry : entries_of(first)) {
-        equal = compare(entry, counterpart(second, entry)) && equal;
+        equal = compare(entry, counterpart(second, entry), sum) && equal;
     }
     for (auto const & entry : entries_of(second)) {
         if (!counterpart(first, entry).file_exists()) {
@@ -249,19 +266,25 @@ int run(std::string_view command, std::vector<char const *> const & names)
         zel::path const folder = existing_folder(names[0]);
         std::printf("%13s  %s\n", "", names[0]);
         list(folder, "    ", sum);
-        std::printf("%13llu  bytes in %llu files and %llu folders\n", sum.bytes, sum.files,
-                    sum.folders);
+        std::printf("%13s  %s\n", "", sum.text().c_str());
     } else if (command == "find" && names.size() == 2) {
         return find(existing_folder(names[1]), names[0]) ? 0 : 1;
     } else if (command == "copy" && names.size() == 2) {
-        copy(existing(names[0]), to_path(names[1]));
+        totals sum;
+        copy(existing(names[0]), to_path(names[1]), sum);
+        std::printf("%s copied\n", sum.text().c_str());
     } else if (command == "compare" && names.size() == 2) {
-        return compare(existing(names[0]), existing(names[1])) ? 0 : 1;
+        totals sum;
+        if (!compare(existing(names[0]), existing(names[1]), sum)) {
+            return 1;
+        }
+        std::printf("equal: %s\n", sum.text().c_str());
     } else if (command == "remove" && !names.empty()) {
         for (char const * name : names) {
             if (!to_path(name).remove()) {
                 fail(std::string(name) + ": " + reason());
             }
+            std::printf("%s removed\n", name);
         }
     } else {
         fail(usage);

@@ -10,5 +10,6 @@ endforeach()
 file(WRITE many "${lines}")
 expect(STATUS 0 ARGS 9 INPUT many OUTPUT "0\n.*\n25000\n")
 
+expect(STATUS 0 ARGS --help OUTPUT "usage: [^\n]+\n")
 expect(STATUS 2 ERROR "event_loop: usage: [^\n]+\n")
 expect(STATUS 2 ARGS x ERROR "event_loop: Zel Conversion Exception: wrong symbol\n")

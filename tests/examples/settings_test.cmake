@@ -17,6 +17,7 @@ file(APPEND ${file} "; mine\n")
 file(WRITE ${file} "; mine\n[EDITOR\\window]\ntitle = 'letters'\n${text}")
 expect(STATUS 0 OUTPUT "before:\n  . ; mine\n.*after:\n  . ; mine\n.*started 2 times\n  window  letters, at 120,110, 640 wide\n  file 2  C:.texts.letter 2.txt\n  file 1  C:.texts.letter 1.txt\n")
 
+expect(STATUS 0 ARGS --help OUTPUT "usage: [^\n]+\n")
 expect(STATUS 2 ARGS --reed ERROR "settings: unknown argument --reed; usage: settings .--read.\n")
 expect(STATUS 2 ARGS --read x ERROR "settings: unknown argument x; usage: settings .--read.\n")
 # Settings that cannot be written are no success.
