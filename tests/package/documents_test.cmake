@@ -1,6 +1,7 @@
 # SPDX-License-Identifier: MIT
 # Compiles each complete program of README.md and the guide, runs it, and compares what it prints
-# with the block of text behind it.
+# with the block of text behind it. What the page about porting shows is in pieces, each of which is
+# compiled as the body of a function.
 file(MAKE_DIRECTORY ${WORK})
 file(GLOB pages ${SOURCE}/README.md ${SOURCE}/docs/*.md ${SOURCE}/docs/guide/*.md)
 set(programs 0)
@@ -38,6 +39,39 @@ foreach(page IN LISTS pages)
     message(SEND_ERROR "${page} (status ${result}) prints\n${output}instead of\n${expected}")
   endif()
 endforeach()
+file(READ ${SOURCE}/docs/porting.md text)
+set(source "")
+foreach(header zel/zel.h atomic chrono cstdio filesystem list string system_error thread
+               unordered_map utility fcntl.h spawn.h sys/wait.h unistd.h)
+  string(APPEND source "#include <${header}>\n")
+endforeach()
+set(count 0)
+string(FIND "${text}" "\n```cpp\n" from)
+while(NOT from EQUAL -1)
+  math(EXPR from "${from} + 8")
+  string(SUBSTRING "${text}" ${from} -1 text)
+  string(FIND "${text}" "\n```\n" end)
+  string(SUBSTRING "${text}" 0 ${end} piece)
+  string(APPEND source "\nvoid piece_${count}()\n{\n${piece}\n}\n")
+  math(EXPR count "${count} + 1")
+  string(FIND "${text}" "\n```cpp\n" from)
+endwhile()
+if(count LESS 15)
+  message(FATAL_ERROR "only ${count} pieces in docs/porting.md")
+endif()
+file(WRITE ${WORK}/porting.cpp "${source}")
+execute_process(COMMAND ${CXX} -std=c++20 -Wall -Wextra -Werror -fsyntax-only -I ${SOURCE}
+                        ${WORK}/porting.cpp RESULT_VARIABLE result ERROR_VARIABLE error)
+if(NOT result EQUAL 0)
+  message(SEND_ERROR "docs/porting.md does not compile:\n${error}")
+endif()
+
+# The one place besides zel/version.h that has the number, because its tool wants it so.
+file(READ ${SOURCE}/packaging/vcpkg/vcpkg.json text)
+if(NOT text MATCHES "\"version\": \"${VERSION}\"")
+  message(SEND_ERROR "packaging/vcpkg/vcpkg.json has another version than ${VERSION}")
+endif()
+
 if(programs LESS 5)
   message(FATAL_ERROR "only ${programs} pages with a program were found")
 endif()
