@@ -1,17 +1,10 @@
 // SPDX-License-Identifier: MIT
-#include "zel/core/exception.h"
 #include "zel/log/logger.h"
 
 #include "tests/support/allocations.h"
-#include "tests/support/processes.h"
-
-#include <cstdlib>
+#include "zel/core/exception.h"
 #include <gtest/gtest.h>
 #include <stdexcept>
-
-#include <dlfcn.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 namespace {
 
@@ -142,28 +135,6 @@ TEST(logger, allocates_nothing_but_the_text_that_it_hands_on)
         log.write_grouped(row.type, "group", "%s", text.c_str());
         EXPECT_EQ(allocations::made - before, row.plain + row.grouped);
     }
-}
-
-TEST(logger, works_in_a_module_that_comes_and_goes_and_in_a_forked_child)
-{
-    int ends[2];
-    ASSERT_EQ(::pipe(ends), 0);
-    ASSERT_EQ(::setenv("ZEL_TEST_PIPE", std::to_string(ends[1]).c_str(), 1), 0);
-    void * const module = ::dlopen(ZEL_TEST_MODULE, RTLD_NOW | RTLD_LOCAL);
-    ASSERT_NE(module, nullptr) << ::dlerror();
-    ::pid_t const child = ::fork();
-    if (child == 0) {
-        std::exit(0); // which runs the static destructors
-    }
-    int status = -1;
-    EXPECT_EQ(::waitpid(child, &status, 0), child);
-    EXPECT_EQ(status, 0);
-    EXPECT_EQ(::dlclose(module), 0);
-    ::close(ends[1]);
-    char text[256] = {};
-    EXPECT_GT(::read(ends[0], text, sizeof text - 1), 0);
-    EXPECT_STREQ(text, "come;gone after 2;gone after 2;");
-    ::close(ends[0]);
 }
 
 } // namespace

@@ -2,7 +2,7 @@
 #include "zel/values/color_ref.h"
 
 #include <gtest/gtest.h>
-#include <unordered_set>
+#include <utility>
 
 namespace {
 
@@ -50,24 +50,15 @@ TEST(color_ref, measures_in_single_precision_at_run_time_as_in_constants)
 {
     static_assert(color_ref(0xFFFFFF).get_distance(0u) == 441.6729431152344);
     static_assert(color_ref(0x00010001).get_distance(color_ref(0xFF000000)) == 1.4142135381698608);
-    static_assert(color_ref(0x010101).get_brightness() == 1);
-
-    // clang-format off
-    struct { std::uint32_t color; double distance; } const volatile rows[] = { // from black
-        {0xFFFFFF, 441.6729431152344}, {0xFF000000, 0}, {0x010001, 1.4142135381698608}, {0xFF, 255},
-    };
-    // clang-format on
+    std::pair<std::uint32_t, double> const volatile rows[] // from black
+        = {{0xFFFFFF, 441.6729431152344},
+           {0xFF000000, 0},
+           {0x10001, 1.4142135381698608},
+           {0xFF, 255}};
     for (auto const & row : rows) {
-        EXPECT_EQ(color_ref(row.color).get_distance(0u), row.distance);
-        EXPECT_EQ(color_ref(0xFF000000).get_distance(color_ref(row.color)), row.distance);
-        EXPECT_EQ(color_ref(row.color).get_brightness(), unsigned(row.distance));
+        EXPECT_EQ(color_ref(0xFF000000).get_distance(color_ref(row.first)), row.second);
+        EXPECT_EQ(color_ref(row.first).get_brightness(), unsigned(row.second));
     }
-}
-
-TEST(color_ref, is_a_key_of_unordered_containers)
-{
-    std::unordered_set<color_ref> const colors{0x112233, 0x112233, 0xFF112233};
-    EXPECT_EQ(colors.size(), 2U);
 }
 
 } // namespace

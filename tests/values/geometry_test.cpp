@@ -114,11 +114,6 @@ TEST(rect, moves_its_edges)
     corner.x = 2;
     return whole.left;
 }
-[[gnu::noinline]] t_point corner_after_a_copy(rect & whole, rect const & source, point & corner)
-{
-    whole = source;
-    return corner;
-}
 
 TEST(rect, lends_its_corners)
 {
@@ -130,8 +125,6 @@ TEST(rect, lends_its_corners)
     EXPECT_EQ(std::as_const(r).get_bottom_right(), point(13, 24));
 
     EXPECT_EQ(left_after_both_are_written(r, r.get_top_left()), 2);
-    t_point const copied = corner_after_a_copy(r, rect(5, 6, 7, 8), r.get_bottom_right());
-    EXPECT_EQ(point(copied), point(7, 8));
 }
 
 // Every rectangle on a board of 3 by 3 cells, empty ones and ones with the corners the wrong way

@@ -53,70 +53,49 @@ TEST(uid, orders_by_its_bytes_in_memory)
     }
     EXPECT_TRUE(distinct.contains(example));
     EXPECT_FALSE(example < example);
-    // Numbers in a row, as a program of fixed identifiers has them, do not fall together.
-    std::unordered_set<std::size_t> hashes;
-    for (std::uint32_t i = 0; i < 1000; ++i) {
-        hashes.insert(std::hash<uid>()(uid(i, 0, 0, {})) % 4096);
-    }
-    EXPECT_GT(hashes.size(), 750U); // 888 are expected of random hashes
 }
 
 TEST(uid, is_of_version_4_and_random_everywhere_else)
 {
-    constexpr int count = 4096;
-    std::array<int, 128> ones{};
-    for (int i = 0; i < count; ++i) {
+    bytes all_ones, any_one{};
+    all_ones.fill(0xFF);
+    for (int i = 0; i < 200; ++i) {
         uid id;
         id.create();
         bytes const image = bytes_of(id);
-        for (std::size_t bit = 0; bit < ones.size(); ++bit) {
-            ones[bit] += image[bit / 8] >> bit % 8 & 1;
+        for (std::size_t byte = 0; byte < image.size(); ++byte) {
+            all_ones[byte] &= image[byte];
+            any_one[byte] |= image[byte];
         }
     }
-    for (std::size_t bit = 0; bit < ones.size(); ++bit) {
-        SCOPED_TRACE(bit);
-        if (bit >= 60 && bit < 64) {
-            EXPECT_EQ(ones[bit], bit == 62 ? count : 0); // the upper half of byte 7 is 0100
-        } else if (bit >= 70 && bit < 72) {
-            EXPECT_EQ(ones[bit], bit == 71 ? count : 0); // byte 8 begins with 10
-        } else {
-            EXPECT_NEAR(ones[bit], count / 2, 320); // ten standard deviations
-        }
+    for (std::size_t byte = 0; byte < all_ones.size(); ++byte) {
+        EXPECT_EQ(all_ones[byte], byte == 7 ? 0x40 : byte == 8 ? 0x80 : 0) << byte;
+        EXPECT_EQ(any_one[byte], byte == 7 ? 0x4F : byte == 8 ? 0xBF : 0xFF) << byte;
     }
-}
-
-constexpr std::size_t ids_a_thread = 62'500;
-constexpr std::size_t ids_a_process = 50 + 8 * ids_a_thread;
-
-// What the calling thread still has at hand, then what eight threads make.
-std::vector<uid> create_many()
-{
-    std::vector<uid> made(ids_a_process);
-    std::for_each(made.begin(), made.begin() + 50, [](uid & id) { id.create(); });
-    run_at_once(8, [&](int thread) {
-        uid * const own = made.data() + 50 + static_cast<std::size_t>(thread) * ids_a_thread;
-        std::for_each(own, own + ids_a_thread, [](uid & id) { id.create(); });
-    });
-    return made;
 }
 
 TEST(uid, never_repeats_in_eight_threads_of_two_processes)
 {
-    uid first;
-    first.create(); // from here on this thread has bytes at hand that a child must not use
-    constexpr std::size_t size = ids_a_process * sizeof(uid);
+    constexpr std::size_t of_each = 5000;
+    constexpr std::size_t of_process = 9 * of_each;
+    std::vector<uid> all(2 * of_process);
+    all[0].create(); // from here on this thread has bytes at hand that a child must not use
+    constexpr std::size_t size = of_process * sizeof(uid);
     void * const shared
         = ::mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
     ASSERT_NE(shared, MAP_FAILED);
-    child_process child([&] {
-        std::memcpy(shared, create_many().data(), size);
+    auto * const of_child = static_cast<uid *>(shared);
+    auto const create
+        = [](uid * first) { std::for_each(first, first + of_each, [](uid & id) { id.create(); }); };
+    auto const create_all = [&](uid * first) {
+        create(first);
+        run_at_once(8, [&](int thread) { create(first + (thread + 1) * of_each); });
         return true;
-    });
-    std::vector<uid> all = create_many();
+    };
+    child_process child([&] { return create_all(of_child); });
+    create_all(all.data());
     ASSERT_EQ(child.result(), 0);
-    auto const * const of_child = static_cast<uid const *>(shared);
-    all.insert(all.end(), of_child, of_child + ids_a_process);
-    all.push_back(first);
+    std::copy(of_child, of_child + of_process, all.begin() + of_process);
     ::munmap(shared, size);
     std::sort(all.begin(), all.end());
     EXPECT_EQ(std::adjacent_find(all.begin(), all.end()), all.end());

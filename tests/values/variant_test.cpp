@@ -3,10 +3,9 @@
 
 #include "tests/support/allocations.h"
 #include "tests/support/locale_for_a_test.h"
-#include <atomic>
+#include "tests/support/raised.h"
 #include <bit>
 #include <charconv>
-#include <clocale>
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
@@ -17,8 +16,6 @@
 #include <random>
 #include <sstream>
 #include <string>
-#include <thread>
-#include <tuple>
 #include <type_traits>
 #include <utility>
 #include <vector>
@@ -38,54 +35,36 @@ string operator""_s(char const * text, std::size_t size)
 }
 
 // The compiler refuses what would turn into a truth value.
-struct member_owner {
-    int number;
-};
-using refused_types
-    = std::tuple<char const *, char *, void *, int *, variant *, std::nullptr_t, char const (&)[5],
-                 void (*)(), void (&)(), int member_owner::*, decltype([] {})>;
-template <typename... T> constexpr bool takes_any(std::tuple<T...> *)
-{
-    return ((std::is_constructible_v<variant, T> || std::is_assignable_v<variant &, T>) || ...);
-}
-static_assert(!takes_any(static_cast<refused_types *>(nullptr)));
+template <typename... T>
+constexpr bool takes_any
+    = ((std::is_constructible_v<variant, T> || std::is_assignable_v<variant &, T>) || ...);
+static_assert(!takes_any<char const *, void *, int *, variant *, std::nullptr_t, char const (&)[5],
+                         void (*)(), void (&)(), int std::pair<int, int>::*, decltype([] {})>);
 static_assert(std::is_constructible_v<variant, char const *, int>);
 
-template <typename T> void expect_stored(variant::vt_type type, T value, std::int64_t number)
+template <typename... T> void expect_all_stored(variant::vt_type type, std::int64_t number, T... of)
 {
-    variant const constructed(value);
-    variant assigned("text"_s);
-    assigned = value;
-    for (variant const & stored : {constructed, assigned}) {
+    for (variant const & stored : {variant(of)..., (variant("text"_s) = of)...}) {
         EXPECT_EQ(stored.type(), type);
         EXPECT_EQ(std::int64_t(stored), number);
     }
-}
-template <typename... T> void expect_all_stored(variant::vt_type type, std::int64_t number, T... of)
-{
-    (expect_stored(type, of, number), ...);
 }
 
 TEST(variant, has_a_type_for_every_integer_of_the_host)
 {
     enum plain { letter = 65 };
-    std::vector<bool> const bits{true};
-    expect_stored(variant::vt_bool, true, 1);
+    expect_all_stored(variant::vt_bool, 1, true, std::vector<bool>{true}[0]);
     expect_all_stored(variant::vt_char, 65, static_cast<schar>(65), 'A');
     expect_all_stored(variant::vt_uchar, 65, static_cast<uchar>(65), u8'A');
-    expect_stored(variant::vt_short, static_cast<short>(-1), -1);
+    expect_all_stored(variant::vt_short, -1, static_cast<short>(-1));
     expect_all_stored(variant::vt_ushort, 65, static_cast<ushort>(65), u'A');
     expect_all_stored(variant::vt_long, 65, 65, L'A', letter);
     expect_all_stored(variant::vt_ulong, 8, variant::vt_short, 8U, U'\b');
     expect_all_stored(variant::vt_int64, 8, 8L, 8LL, sizeof(double), 8ULL);
-    expect_all_stored(variant::vt_int64, -1, -1L, -1LL);
-    expect_stored(variant::vt_int64, INT64_MAX + 0ULL, INT64_MAX);
-    expect_stored(variant::vt_float, 1.0F, 1);
-    expect_stored(variant::vt_double, 1.0, 1);
-    expect_stored(variant::vt_color, color_ref(1), 1);
-    EXPECT_EQ(variant(bits[0]).type(), variant::vt_bool);
-    EXPECT_EQ(static_cast<long long>(variant(7)), 7);
-
+    expect_all_stored(variant::vt_int64, INT64_MAX, INT64_MAX + 0ULL, INT64_MAX + 0LL);
+    expect_all_stored(variant::vt_float, 1, 1.0F);
+    expect_all_stored(variant::vt_double, 1, 1.0);
+    expect_all_stored(variant::vt_color, 1, color_ref(1));
     variant kept(1);
     EXPECT_THROW(variant(UINT64_MAX), variant::exception);
     EXPECT_THROW(kept = INT64_MAX + 1ULL, variant::exception);
@@ -94,15 +73,13 @@ TEST(variant, has_a_type_for_every_integer_of_the_host)
 
 TEST(variant, takes_a_text_with_a_length)
 {
-    char const * const null = nullptr;
-    EXPECT_EQ(string(variant("abcde", 3)), "abc");
-    EXPECT_EQ(string(variant("abc", 7)), "abc");
-    EXPECT_EQ(string(variant("ab\0c", 4)), "ab");
-    EXPECT_EQ(string(variant(null, 7)), "");
-    EXPECT_EQ(string(variant("a\0b"_s)), "a");
     std::unique_ptr<char[]> const bare(new char[2]{'a', 'b'}); // nothing behind it may be read
     EXPECT_EQ(string(variant(bare.get(), 2)), "ab");
-    EXPECT_EQ(variant(null, 0).type(), variant::vt_string);
+    EXPECT_EQ(string(variant("abcde", 3)), "abc");
+    EXPECT_EQ(string(variant("ab\0c", 4)), "ab");
+    EXPECT_EQ(string(variant("a\0b"_s)), "a");
+    variant const of_null(static_cast<char const *>(nullptr), 7);
+    EXPECT_TRUE(of_null.type() == variant::vt_string && string(of_null).empty());
 }
 
 TEST(variant, keeps_texts_of_its_own)
@@ -131,7 +108,7 @@ TEST(variant, keeps_texts_of_its_own)
     }
 }
 
-TEST(variant, keeps_its_value_when_memory_runs_out_and_takes_none_to_move)
+TEST(variant, keeps_its_value_when_memory_runs_out)
 {
     string const long_text(100, 'x');
     variant const source(long_text);
@@ -151,12 +128,6 @@ TEST(variant, keeps_its_value_when_memory_runs_out_and_takes_none_to_move)
         }
         EXPECT_EQ(failures, old.type() == variant::vt_string ? 2U : 3U);
     }
-    string stolen(long_text);
-    std::uint64_t const before = allocations::made;
-    variant a(std::move(stolen)); // the object that holds the text, not the text
-    variant b(std::move(a));
-    a = std::move(b);
-    EXPECT_LE(allocations::made - before, 1U); // a compiler may leave it out
 }
 
 TEST(variant, compares_in_the_type_on_the_left)
@@ -250,14 +221,13 @@ TEST(variant, lets_a_derived_class_change_the_tag_alone)
 // Whether every check takes the numbers of its range and no others, for each width.
 TEST(variant, checks_ranges_to_the_last_number)
 {
-    auto const passes = [](auto check, auto value, int bits) {
-        try {
+    auto const expect = [](bool passes, auto check, auto value, int bits) {
+        if (passes) {
             EXPECT_EQ(static_cast<decltype(value)>(check(value, static_cast<schar>(bits))),
                       std::trunc(value));
-            return true;
-        } catch (variant::exception & failure) {
-            EXPECT_EQ(failure.get_type(), variant::exception::out_of_range);
-            return false;
+        } else {
+            EXPECT_EQ(type_raised([&] { return check(value, static_cast<schar>(bits)); }),
+                      variant::exception::out_of_range);
         }
     };
     for (int bits = 1; bits <= 64; ++bits) {
@@ -267,22 +237,24 @@ TEST(variant, checks_ranges_to_the_last_number)
         double const power = std::ldexp(1.0, bits); // the first one beyond
         // The largest double that passes: the last integer, or what lies before the power.
         double const last = bits <= 53 ? power - 1 : std::nextafter(power, 0);
-        EXPECT_TRUE(passes(opened::from_u_to_u, top, bits));
-        EXPECT_TRUE(passes(opened::from_u_to_s, top >> 1, bits));
-        EXPECT_TRUE(passes(opened::from_s_to_u, positive, bits));
-        EXPECT_TRUE(passes(opened::from_s_to_s, positive, bits));
-        EXPECT_TRUE(passes(opened::from_s_to_s, -positive - 1, bits));
-        EXPECT_TRUE(passes(opened::from_d_to_u, last, bits));
-        EXPECT_TRUE(passes(opened::from_d_to_s, -power / 2, bits));
-        EXPECT_EQ(passes(opened::from_u_to_u, top + 1, bits), bits == 64);
-        EXPECT_FALSE(passes(opened::from_u_to_s, (top >> 1) + 1, bits));
-        EXPECT_FALSE(passes(opened::from_s_to_u, std::int64_t{-1}, bits));
-        EXPECT_FALSE(bits < 64 && passes(opened::from_s_to_s, positive + (bits < 64), bits));
-        EXPECT_FALSE(bits < 64 && passes(opened::from_s_to_s, -positive - 1 - (bits < 64), bits));
-        EXPECT_FALSE(passes(opened::from_d_to_u, std::nextafter(last, HUGE_VAL), bits));
-        EXPECT_FALSE(passes(opened::from_d_to_u, -0.5, bits));
-        EXPECT_FALSE(passes(opened::from_d_to_s, power / 2, bits));
-        EXPECT_FALSE(passes(opened::from_d_to_s, std::nextafter(-power / 2, -HUGE_VAL), bits));
+        expect(true, opened::from_u_to_u, top, bits);
+        expect(true, opened::from_u_to_s, top >> 1, bits);
+        expect(true, opened::from_s_to_u, positive, bits);
+        expect(true, opened::from_s_to_s, positive, bits);
+        expect(true, opened::from_s_to_s, -positive - 1, bits);
+        expect(true, opened::from_d_to_u, last, bits);
+        expect(true, opened::from_d_to_s, -power / 2, bits);
+        expect(false, opened::from_u_to_s, (top >> 1) + 1, bits);
+        expect(false, opened::from_s_to_u, std::int64_t{-1}, bits);
+        expect(false, opened::from_d_to_u, std::nextafter(last, HUGE_VAL), bits);
+        expect(false, opened::from_d_to_u, -0.5, bits);
+        expect(false, opened::from_d_to_s, power / 2, bits);
+        expect(false, opened::from_d_to_s, std::nextafter(-power / 2, -HUGE_VAL), bits);
+        if (bits < 64) {
+            expect(false, opened::from_u_to_u, top + 1, bits);
+            expect(false, opened::from_s_to_s, positive + 1, bits);
+            expect(false, opened::from_s_to_s, -positive - 2, bits);
+        }
     }
 }
 
@@ -301,18 +273,14 @@ std::vector<matrix_row> matrix()
         {variant(), "false 0 0 0 0 0 0 0 0 0 '' 0"}, {false, "false 0 0 0 0 0 0 0 0 0 false 0"},
         {true, "true 1 1 1 1 1 1 1 1 1 true 1"},
         {schar(-128), "true -128 R -128 R -128 R -128 -128 -128 -128 R"},
-        {schar(127), "true 127 127 127 127 127 127 127 127 127 127 127"},
         {uchar(255), "true R 255 255 255 255 255 255 255 255 255 255"},
         {short(-32768), "true R R -32768 R -32768 R -32768 -32768 -32768 -32768 R"},
         {short(-129), "true R R -129 R -129 R -129 -129 -129 -129 R"},
-        {short(32767), "true R R 32767 32767 32767 32767 32767 32767 32767 32767 32767"},
-        {ushort(32768), "true R R R 32768 32768 32768 32768 32768 32768 32768 32768"},
         {ushort(65535), "true R R R 65535 65535 65535 65535 65535 65535 65535 65535"},
         {INT32_MIN, "true R R R R -2147483648 R -2147483648 -2147483648 -2147483648 -2147483648 R"},
         {-1, "true -1 R -1 R -1 R -1 -1 -1 -1 R"},
         {200, "true R 200 200 200 200 200 200 200 200 200 200"},
         {INT32_MAX, "true R R R R 2147483647 2147483647 2147483647 2147483648 2147483647 2147483647 2147483647"},
-        {4000000000U, "true R R R R R 4000000000 4000000000 4e+09 4e+09 4000000000 4000000000"},
         {4294967295U, "true R R R R R 4294967295 4294967295 4294967296 4294967295 4294967295 4294967295"},
         {INT64_MIN, "true R R R R R R -9223372036854775808 -9.223372e+18 -9223372036854775808 -9223372036854775808 R"},
         {16777217L, "true R R R R 16777217 16777217 16777217 16777216 16777217 16777217 16777217"},
@@ -321,16 +289,12 @@ std::vector<matrix_row> matrix()
         {0.1F, "true 0 0 0 0 0 0 0 0.1 0.10000000149011612 0.1 0"},
         {127.5F, "true R 127 127 127 127 127 127 127.5 127.5 127.5 127"},
         {-128.5F, "true R R -128 R -128 R -128 -128.5 -128.5 -128.5 R"},
-        {4294967040.0F, "true R R R R R 4294967040 4294967040 4294967040 4294967040 4.29497e+09 4294967040"},
-        {9.223372e18F, "true R R R R R R R 9.223372e+18 9223372036854775808 9.22337e+18 R"},
-        {float(NAN), "true R R R R R R R nan nan nan R"}, {0.0, "false 0 0 0 0 0 0 0 0 0 0 0"},
-        {-0.5, "true 0 R 0 R 0 R 0 -0.5 -0.5 -0.5 R"}, {3.9, "true 3 3 3 3 3 3 3 3.9 3.9 3.9 3"},
+        {0.0, "false 0 0 0 0 0 0 0 0 0 0 0"},
+        {-0.5, "true 0 R 0 R 0 R 0 -0.5 -0.5 -0.5 R"},
         {32767.5, "true R R R 32767 32767 32767 32767 32767.5 32767.5 32767.5 32767"},
-        {-32768.5, "true R R R R -32768 R -32768 -32768.5 -32768.5 -32768.5 R"},
         {123456.5, "true R R R R 123456 123456 123456 123456.5 123456.5 123456 123456"},
         {1234567.0, "true R R R R 1234567 1234567 1234567 1234567 1234567 1.23457e+06 1234567"},
         {2147483647.5, "true R R R R R 2147483647 2147483647 2147483648 2147483647.5 2.14748e+09 2147483647"},
-        {-2147483648.0, "true R R R R -2147483648 R -2147483648 -2147483648 -2147483648 -2.14748e+09 R"},
         {-2147483648.5, "true R R R R R R -2147483648 -2147483648 -2147483648.5 -2.14748e+09 R"},
         {4294967295.5, "true R R R R R R 4294967295 4294967296 4294967295.5 4.29497e+09 R"},
         {9223372036854774784.0, "true R R R R R R 9223372036854774784 9.223372e+18 9223372036854774784 9.22337e+18 R"},
@@ -338,37 +302,30 @@ std::vector<matrix_row> matrix()
         {-9223372036854775808.0, "true R R R R R R -9223372036854775808 -9.223372e+18 -9223372036854775808 -9.22337e+18 R"},
         {-9223372036854777856.0, "true R R R R R R R -9.223372e+18 -9223372036854777856 -9.22337e+18 R"},
         {1e39, "true R R R R R R R inf 1e+39 1e+39 R"},
-        {HUGE_VAL, "true R R R R R R R inf inf inf R"},
-        {double(NAN), "true R R R R R R R nan nan nan R"}, {""_s, "E E E E E E E E E E = E"},
-        {"0"_s, "false 0 0 0 0 0 0 0 0 0 = 0"}, {"1"_s, "true 1 1 1 1 1 1 1 1 1 = 1"},
+        {""_s, "E E E E E E E E E E = E"},
+        {"0"_s, "false 0 0 0 0 0 0 0 0 0 = 0"},
         {"TRUE"_s, "true E E E E E E E E E = E"}, {" true"_s, "E E E E E E E E E E = E"},
-        {"FaLsE"_s, "false E E E E E E E E E = E"}, {"-5"_s, "E -5 R -5 R -5 E E -5 -5 = E"},
+        {"-5"_s, "E -5 R -5 R -5 E E -5 -5 = E"},
         {"+7"_s, "E 7 7 7 7 7 E E 7 7 = E"}, {"12abc"_s, "E 12 12 12 12 E 76476 12 12 12 = 76476"},
         {"010"_s, "E 8 8 8 8 10 10 10 10 10 = 10"}, {"0x10"_s, "E 16 16 16 16 E 16 0 16 16 = 16"},
-        {"-0X1f"_s, "E -31 R -31 R E E E -31 -31 = E"}, {"1F"_s, "E 1 1 1 1 E 31 1 1 1 = 31"},
-        {"300"_s, "E R R 300 300 300 300 300 300 300 = 300"},
+        {"1F"_s, "E 1 1 1 1 E 31 1 1 1 = 31"},
         {"2147483647"_s, "E R R R R 2147483647 2147483647 2147483647 2147483648 2147483647 = 2147483647"},
+        {"4294967295"_s, "E R R R R E 4294967295 4294967295 4294967296 4294967295 = 4294967295"},
+        {"9223372036854775807"_s, "E R R R R E E 9223372036854775807 9.223372e+18 9223372036854775808 = E"},
         {"2147483648"_s, "E R R R R E 2147483648 2147483648 2147483648 2147483648 = 2147483648"},
         {"-2147483648"_s, "E R R R R -2147483648 E E -2147483648 -2147483648 = E"},
         {"-2147483649"_s, "E R R R R E E E -2147483648 -2147483649 = E"},
-        {"4294967295"_s, "E R R R R E 4294967295 4294967295 4294967296 4294967295 = 4294967295"},
         {"4294967296"_s, "E R R R R E E 4294967296 4294967296 4294967296 = E"},
-        {"0xFFFFFFFF"_s, "E R R R R E 4294967295 0 4294967296 4294967295 = 4294967295"},
-        {"0x100000000"_s, "E R R R R E E 0 4294967296 4294967296 = E"},
-        {"9223372036854775807"_s, "E R R R R E E 9223372036854775807 9.223372e+18 9223372036854775808 = E"},
         {"9223372036854775808"_s, "E R R R R E E R 9.223372e+18 9223372036854775808 = E"},
         {"1.5"_s, "E 1 1 1 1 E E 1 1.5 1.5 = E"}, {"1,5"_s, "E 1 1 1 1 E E 1 1 1 = E"},
         {".5"_s, "E E E E E E E E 0.5 0.5 = E"}, {"1e3"_s, "E 1 1 1 1 E 483 1 1000 1000 = 483"},
         {"1e400"_s, "E 1 1 1 1 E 123904 1 inf inf = 123904"},
-        {"1e-400"_s, "E 1 1 1 1 E E 1 0 0 = E"}, {"0x1.8p1"_s, "E 1 1 1 1 E E 0 3 3 = E"},
-        {"-Infinity"_s, "E E E E E E E E -inf -inf = E"}, {"nan"_s, "E E E E E E E E nan nan = E"},
-        {"\t\n\v\f\r 7"_s, "E 7 7 7 7 E E E 7 7 = E"},
+        {"0x1.8p1"_s, "E 1 1 1 1 E E 0 3 3 = E"},
+        {"-Infinity"_s, "E E E E E E E E -inf -inf = E"},
         {"9007199254740993"_s, "E R R R R E E 9007199254740993 9.007199e+15 9007199254740992 = E"},
         {"3.14159265358979323846"_s, "E 3 3 3 3 E E 3 3.1415927 3.141592653589793 = E"},
-        {"2.2250738585072011e-308"_s, "E 2 2 2 2 E E 2 0 2.225073858507201e-308 = E"},
         {"00000000000000000000000000012"_s, "E 10 10 10 10 12 12 12 12 12 = 12"},
         {"1\0abc"_s, "true 1 1 1 1 1 1 1 1 1 = 1"}, {"true\0x"_s, "true E E E E E E E E E = E"},
-        {color_ref(0x0), "false 0 0 0 0 0 0 0 0 0 0 0"},
         {color_ref(0x332211), "true R R R R 3351057 3351057 3351057 3351057 3351057 3351057 3351057"},
         {color_ref(0xFFFFFFFF), "true R R R R R 4294967295 4294967295 4294967296 4294967295 4294967295 4294967295"},
     };
@@ -448,63 +405,30 @@ TEST(variant_conversion, follows_the_matrix_under_a_decimal_comma_too)
 TEST(variant_conversion, equals_the_runtime_on_any_text_and_number)
 {
     std::mt19937_64 random(7);
-    for (int i = 0; i < 200'000; ++i) {
+    for (int i = 0; i < 100'000; ++i) {
         string text;
         for (auto length = random() % 24; length > 0; --length) {
             text += "0123456789012345678901234567890123456789..eE-+xXpaFinfN( \t"[random() % 59];
         }
-        SCOPED_TRACE(text);
         char * end = nullptr;
         double const number = std::strtod(text.c_str(), &end);
         variant const source(text);
-        ASSERT_EQ(source.check_conversion(variant::vt_double), end != text.c_str());
-        if (end != text.c_str()) {
-            ASSERT_EQ(std::bit_cast<std::uint64_t>(double(source)),
-                      std::bit_cast<std::uint64_t>(number));
-        }
-        std::int64_t const integer = std::strtol(text.c_str(), &end, 0);
-        ASSERT_EQ(source.check_conversion(variant::vt_short),
-                  end != text.c_str() && integer == static_cast<short>(integer));
-        if (source.check_conversion(variant::vt_short)) {
-            ASSERT_EQ(short(source), integer);
-        }
-        double const value = i % 2 == 0
-            ? std::bit_cast<double>(random())
-            : std::ldexp(static_cast<double>(random() >> 40), -static_cast<int>(random() % 40));
+        ASSERT_EQ(source.check_conversion(variant::vt_double), end != text.c_str()) << text;
+        ASSERT_TRUE(end == text.c_str()
+                    || std::bit_cast<std::int64_t>(double(source))
+                        == std::bit_cast<std::int64_t>(number))
+            << text;
+        auto const integer = std::strtol(text.c_str(), &end, 0);
+        bool const fits = end != text.c_str() && integer == static_cast<short>(integer);
+        ASSERT_EQ(source.check_conversion(variant::vt_short), fits) << text;
+        ASSERT_TRUE(!fits || short(source) == integer) << text;
+        double const value = std::ldexp(std::bit_cast<double>(random()), i % 2 == 0 ? 0 : -900);
         char printed[32];
         std::snprintf(printed, sizeof(printed), "%g", value);
         ASSERT_EQ(string(variant(value)), printed);
         std::snprintf(printed, sizeof(printed), "%.17g", value);
         ASSERT_EQ(double(variant(string(printed))) == value, value == value);
     }
-}
-
-TEST(variant_conversion, does_not_look_at_a_locale_that_another_thread_changes)
-{
-    locale_for_a_test const comma("de_DE.UTF-8");
-    std::atomic<bool> done = false;
-    std::atomic<int> changes = 0;
-    std::thread changer([&] {
-        for (; !done; ++changes) {
-            std::setlocale(LC_ALL, changes % 2 == 0 ? "C" : "de_DE.UTF-8");
-        }
-    });
-    // Each of the texts takes another of the ways to a number.
-    // clang-format off
-    std::pair<char const *, double> const texts[] = {
-        {"1.5", 1.5}, {"0.3333333333333333333333", 1.0 / 3}, {"0x1.8p1", 3.0},
-        {"1.5e400", HUGE_VAL}, {"1,5", 1.0},
-    };
-    // clang-format on
-    while (changes < 2'000) {
-        for (auto const & [text, number] : texts) {
-            EXPECT_EQ(double(variant(string(text))), number) << text;
-        }
-        EXPECT_EQ(string(variant(1234567.5)), "1.23457e+06");
-        EXPECT_EQ(string(variant(0.25F)), "0.25");
-    }
-    done = true;
-    changer.join();
 }
 
 } // namespace
