@@ -1,9 +1,10 @@
 # SPDX-License-Identifier: MIT
 """Shows GDB the values of zel's classes instead of their fields.
 
-GDB loads this file by itself when a program uses the shared library that it lies beside, provided
-that it trusts the folder: `add-auto-load-safe-path /usr/local/lib` in ~/.gdbinit. Beside a static
-library, `source` it. `print /r` shows the fields as ever.
+GDB loads this file by itself for a library that a package has installed below /usr. Elsewhere the
+file lies beside the library, and GDB loads it when it trusts the folder: `add-auto-load-safe-path
+/usr/local/lib` in ~/.gdbinit. For a static library, `source` it. `print /r` shows the fields as
+ever.
 """
 
 import struct
@@ -156,6 +157,64 @@ class Buffer(AsText):
                                     " ..." if size > self.shown else "")
 
 
+class Exception(AsText):
+    # variant::exception 2 "Zel Variant Exception: out of range"
+
+    def line(self):
+        name = str(self.value.type.unqualified().strip_typedefs()).removeprefix("zel::")
+        return "%s %d %s" % (name, int(self.value["type_"]), plain(text_of(self.value["message_"])))
+
+
+class Logger(AsText):
+    """2 infos, 0 warnings, 1 error"""
+
+    def line(self):
+        counts = [(read(int(self.value[name + "_counter_"].address), "I")[0], name)
+                  for name in ("info", "warning", "error")]
+        return ", ".join("%d %s%s" % (count, name, "" if count == 1 else "s")
+                         for count, name in counts)
+
+
+class KernelObj(AsText):
+    # "ledger", handle 0x500000080
+
+    def line(self):
+        base = self.value.cast(gdb.lookup_type("zel::kernel_obj"))
+        return "%s, handle 0x%x" % (plain(text_of(base["name_"])), int(base["handle"]))
+
+
+class Thread(KernelObj):
+    # "worker", handle 0x500000080, id 4711, started
+
+    def line(self):
+        thread = self.value.cast(gdb.lookup_type("zel::thread_obj"))
+        started = read(int(thread["started_"].address), "B")[0]
+        return "%s, id %d, %s" % (super().line(), read(int(thread["id_"].address), "I")[0],
+                                  "started" if started else "not started")
+
+
+class IniFile(AsText):
+    # "C:\\etc\\app.ini"
+
+    def line(self):
+        return self.value.cast(gdb.lookup_type("zel::file_obj"))["file_path"]
+
+
+class Store:
+    """A store and the one below it; for a prefix, its path in front."""
+
+    def __init__(self, value):
+        self.value = value
+
+    def to_string(self):
+        if str(self.value.type.unqualified().strip_typedefs()) == "zel::sub_profile":
+            return plain(text_of(self.value["path"])) + " over"
+        return "cache over"
+
+    def children(self):
+        yield "profile", self.value["profile"]
+
+
 class AutoPtr:
     """The object, behind the number of those that share it."""
 
@@ -171,7 +230,8 @@ class AutoPtr:
 
     def children(self):
         if int(self.object) != 0:
-            yield "object", self.object.dereference()
+            value = self.object.dereference()
+            yield "object", value.cast(value.dynamic_type)
 
 
 def make_printers():
@@ -181,6 +241,12 @@ def make_printers():
                           ("timer", Timer), ("variant", Variant), ("buffer", Buffer)):
         printers.add_printer(name, "^zel::%s$" % name, printer)
     printers.add_printer("auto_ptr", "^zel::auto_ptr<.*>$", AutoPtr)
+    printers.add_printer("exception", "^zel::(.*::exception|memory_exception|exception)$", Exception)
+    printers.add_printer("logger", "^zel::logger$", Logger)
+    printers.add_printer("kernel_obj", "^zel::(event|mutex|semaphore)$", KernelObj)
+    printers.add_printer("thread_obj", "^zel::thread_obj(_ex)?$", Thread)
+    printers.add_printer("ini_file", "^zel::ini_file$", IniFile)
+    printers.add_printer("store", "^zel::(cached|sub)_profile$", Store)
     return printers
 
 

@@ -33,5 +33,12 @@ int main()
     zel::auto_ptr<zel::timer> const shared(new zel::timer(1, 0, 0, 0, 0));
     zel::auto_ptr<zel::timer> const sharing(shared);
     zel::auto_ptr<zel::buffer> const null;
+    zel::variant::exception const failure(zel::variant::exception::out_of_range, "here");
+    zel::auto_ptr<zel::logger> const log(new zel::logger);
+    log->write(zel::logger::error, "%s", "text");
+    zel::event const unnamed(true);
+    zel::auto_ptr<zel::iprofile> const settings(new zel::ini_file("settings.ini"));
+    zel::auto_ptr<zel::iprofile> const cache(new zel::cached_profile(settings));
+    zel::sub_profile const view(cache, "view");
     stop_here();
 }
