@@ -124,8 +124,8 @@ private:
         throw memory_exception(memory_exception::null_pointer, member);
     }
 
-    // Whether a `U` has one count alone, which is the one of its base `T` then; and neither counts
-    // in a way of its own.
+    // True if a conversion from `U` to `T` keeps the same count: `U` has a single `ref_obj`, and
+    // neither class has an `inc_ref` of its own.
     template <typename U> static constexpr bool has_count_of = requires
     {
         requires std::is_convertible_v<U const *, ref_obj const *>;
@@ -163,7 +163,7 @@ private:
         }
     }
 
-    // The count is no part of the value that a constant `T` keeps.
+    // Counting does not change the value, so an `auto_ptr` to a constant object counts too.
     static constexpr std::remove_const_t<T> * counted(T * object) noexcept
     {
         return const_cast<std::remove_const_t<T> *>(object);

@@ -10,7 +10,7 @@ namespace {
 
 string reason_text(std::uint32_t type, std::span<char const * const> texts)
 {
-    // 0 wraps to the largest number and is no reason either.
+    // Type 0 wraps to the largest number, so it has no text either.
     return type - 1U < texts.size() ? string(texts[type - 1U]) : string();
 }
 
@@ -79,7 +79,7 @@ string get_last_error() { return platform::error_text(platform::last_error()); }
 
 void char_buffer_copy(char * destination, char const * source, unsigned int count) noexcept
 {
-    if (count != 0) { // memcpy takes no null pointers, not even for nothing
+    if (count != 0) { // memcpy must not get null pointers, even for 0 bytes
         std::memcpy(destination, source, count);
     }
 }

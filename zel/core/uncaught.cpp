@@ -20,7 +20,7 @@ constinit atomic<std::terminate_handler> next{nullptr};
         }
     } catch (exception & failure) {
         std::fprintf(stderr, "zel: uncaught exception: %s\n", failure.get_message().c_str());
-    } catch (...) { // the handler that comes next knows the standard exceptions
+    } catch (...) { // the next handler reports standard exceptions
     }
     if (std::terminate_handler const handler = next.load()) {
         handler();

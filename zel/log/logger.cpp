@@ -7,7 +7,7 @@
 namespace zel {
 namespace {
 
-// Ends a variable argument list also when an exception leaves.
+// Calls va_end even if an exception leaves.
 struct list_end {
     std::va_list & arguments;
     ~list_end() { va_end(arguments); }
@@ -18,7 +18,7 @@ void step(std::atomic<std::uint32_t> & counter) noexcept
     counter.store(counter.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
 }
 
-// For a message that nobody takes: it is formatted as ever, and raises what it would raise.
+// Formats a message that nobody receives, so that a wrong format raises as always.
 void format_for_nobody(char const * format, std::va_list arguments) ZEL_PRINTF(1, 0);
 void format_for_nobody(char const * format, std::va_list arguments)
 {
@@ -95,7 +95,7 @@ void logger::write_grouped_url_v(log_type type, char const * url, char const * g
 {
     std::string_view const key = group == nullptr ? "" : group;
     auto found = groups_.find(key);
-    bool suppressed = false; // the limit is not consulted for a group's first message
+    bool suppressed = false; // the first message of a group always comes out
     if (found == groups_.end()) {
         found = groups_.emplace(key, 1U).first;
     } else {
@@ -110,7 +110,7 @@ void logger::write_grouped_url_v(log_type type, char const * url, char const * g
     string text;
     text.format_v(format, arguments);
     count(type);
-    // A copy: an output that cleans this logger must not lose its own argument.
+    // A copy, because the output may call clean(), which destroys the key.
     output_buffer_grouped(type, string(found->first), text, url);
 }
 

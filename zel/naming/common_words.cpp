@@ -10,8 +10,8 @@
 namespace zel::naming {
 namespace {
 
-// In ascending byte order. The order is part of the abbreviator's results: it fixes which of
-// several rows with one prefix the halving search meets.
+// Sorted by bytes. The order is part of the results: it determines which of several rows with a
+// common prefix the binary search finds.
 // clang-format off
 constexpr common_word rows[] = {
     {"acknowledge", "ACK"},
@@ -155,8 +155,8 @@ static_assert(std::all_of(std::begin(rows), std::end(rows), [](common_word const
     return row.abbreviation.size() <= row.word.size();
 }));
 
-// The first eight bytes of a text as a number that orders as the bytes do, padded with zeros:
-// nearly every probe is decided by one comparison of such numbers.
+// The first eight bytes of a text, padded with zeros, as a number that compares like the bytes.
+// Nearly every comparison needs only this number.
 constexpr std::uint64_t leading_bytes(std::string_view text)
 {
     std::uint64_t key = 0;
@@ -174,7 +174,7 @@ constexpr auto row_keys = [] {
     return keys;
 }();
 
-// The bytes of a key that belong to a text of that size.
+// Selects those bytes of a key that a text of this size has.
 constexpr std::uint64_t key_mask(std::size_t size)
 {
     return size >= sizeof(std::uint64_t) ? ~std::uint64_t{0} : ~(~std::uint64_t{0} >> (8 * size));
@@ -188,7 +188,7 @@ constexpr auto row_masks = [] {
     return masks;
 }();
 
-// The same for a word at run time.
+// `leading_bytes` at run time.
 std::uint64_t key_of(std::string_view word) noexcept
 {
     char const * const text = word.data();
@@ -210,14 +210,14 @@ std::uint64_t key_of(std::string_view word) noexcept
     return __builtin_bswap64(key);
 }
 
-// Where a halving search stands.
+// The state of the binary search.
 struct search {
     std::uint8_t low = 0;
     std::uint8_t high = row_count;
     std::uint8_t probe = row_count / 2;
 
-    // Goes on from a row that is not the one. False when there is none left. The halving never
-    // lands on row 0, which therefore comes last.
+    // Moves on from a row that did not match. Returns false if no row is left. Halving never
+    // reaches row 0, so row 0 is compared last.
     constexpr bool advance(bool before) noexcept
     {
         high = before ? probe : high;
@@ -234,9 +234,9 @@ struct search {
     }
 };
 
-// The search for a word depends on its first two letters alone until it meets the first row that
-// begins with them: `searches` has where that is, `search_of` which of them belongs to two letters.
-// Most words that are in no row end there, with 0 for letters that begin none.
+// All words with the same first two letters take the same way until the search meets a row with
+// these letters. `searches` holds the state at that point, and `search_of` its index for two
+// letters, or 0 if no row begins with them. Most words that are not in the table end there.
 constexpr int most_beginnings = 96;
 struct beginnings {
     std::array<std::array<std::uint8_t, 32>, 32> search_of{};
@@ -261,8 +261,8 @@ constexpr beginnings begun = [] {
     return result;
 }();
 
-// Unsigned byte order behind keys that are equal as far as both texts reach. A loop, for no row has
-// more than a few bytes there.
+// Compares what follows the first eight bytes. A loop, because no row has more than a few bytes
+// there.
 int compare_rest(std::string_view word, std::string_view row) noexcept
 {
     std::size_t const shared = std::min(word.size(), row.size());
@@ -293,8 +293,8 @@ found_word find_common_word(std::string_view word) noexcept
         }
         at = begun.searches[beginning];
     }
-    // One search for both answers: a word that is in no row takes the same way until it meets the
-    // first row of its prefix.
+    // One search gives both answers. A word that is not in the table takes the same way; the first
+    // row on it with a common prefix is the answer.
     std::uint64_t const key = key_of(word);
     std::uint64_t const mask = key_mask(word.size());
     bool before = false;

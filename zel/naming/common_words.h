@@ -17,9 +17,9 @@ struct found_word {
     bool whole; ///< the row's word equals the one looked for; else one of the two begins the other
 };
 
-/// The row of the word itself, or else the one that a halving search meets first among those that
-/// begin it or that it begins: neither the longest nor the first such row, "pointers" finds
-/// "point". At most eight rows are compared and nothing is allocated.
+/// Finds the row that is equal to the word. If there is none, finds the first row on the way of the
+/// binary search that begins the word or that the word begins. This is not always the longest or
+/// the first such row: "pointers" finds "point". Compares at most eight rows and allocates nothing.
 found_word find_common_word(std::string_view word) noexcept;
 
 /// \param row  as `find_common_word` gave it.

@@ -26,7 +26,7 @@ std::uint32_t checked_length(string const & text)
     return static_cast<std::uint32_t>(text.size());
 }
 
-// Bytes with what the stages may read behind them; on the stack for all but absurd names.
+// Bytes followed by those that the stages may read; on the stack unless the name is very long.
 class word_buffer {
 public:
     explicit word_buffer(std::size_t size)
@@ -45,7 +45,7 @@ private:
     char * data_;
 };
 
-// Has a stage work on a string.
+// Runs a stage on a copy of a string and stores the result.
 template <typename Stage> auto in_place(string & word, Stage stage)
 {
     std::uint32_t const size = checked_length(word);
@@ -55,7 +55,10 @@ template <typename Stage> auto in_place(string & word, Stage stage)
     struct take_back {
         string & word;
         naming::word_span const & span;
-        ~take_back() { word.assign(span.text, span.size); } // not longer than it was
+        ~take_back()
+        {
+            word.assign(span.text, span.size);
+        } // never longer than before, so nothing is allocated
     } const at_end{word, span};
     return stage(span);
 }
@@ -70,8 +73,8 @@ constexpr byte_set boundaries(std::string_view delimiters)
     return set;
 }
 
-// Calls `take(first, last)` for each word, with positions. A word ends where a capital or a
-// delimiter begins; the first byte never ends one.
+// Calls `take(first, last)` for each word. A word ends before a capital or a delimiter. The first
+// byte of the name never ends a word.
 template <typename Take>
 void for_each_word(string const & name, string const & delimiters, Take take)
 {
@@ -85,8 +88,8 @@ void for_each_word(string const & name, string const & delimiters, Take take)
     }
 }
 
-// The same for the usual delimiters, 16 bytes at a time, in a buffer that gets lower case with it.
-// An underscore always begins a word here, from which it goes.
+// The same for the default delimiters, 16 bytes at a time. Changes the buffer to lower case. An
+// underscore can only be the first byte of a word here, and is left out.
 template <typename Take> void for_each_usual_word(char * name, std::uint32_t size, Take take)
 {
     static constexpr byte_set usual = boundaries(default_delimiters);
@@ -115,7 +118,7 @@ template <typename Take> void for_each_usual_word(char * name, std::uint32_t siz
     end_word(name + size);
 }
 
-// Writes a word in lower case and without underscores. Returns the end of what was written.
+// Copies a word in lower case and without underscores. Returns the end of the copy.
 char * write_lower(char const * first, char const * last, char * to) noexcept
 {
     for (; first != last; ++first) {
@@ -125,7 +128,7 @@ char * write_lower(char const * first, char const * last, char * to) noexcept
     return to;
 }
 
-// Room for the words of all but absurd names on the stack.
+// The list of the words, on the stack unless there are very many.
 class word_list {
 public:
     void add(naming::word_span word)
@@ -170,7 +173,7 @@ string name_generator::abbreviate(string const & name, std::uint32_t target) con
         return name;
     }
 
-    // The words lie side by side, and only ever get shorter.
+    // The words lie side by side in the buffer and only become shorter.
     word_buffer buffer(size);
     word_list list;
     if (delimiters_ == default_delimiters) {
@@ -186,7 +189,8 @@ string name_generator::abbreviate(string const & name, std::uint32_t target) con
     }
     std::span<naming::word_span> const words = list.words();
 
-    // A product instead of a division a word; exact as long as 100 * size^2 stays below 2^40.
+    // Multiplying by the reciprocal is faster than a division for each word. It is exact as long as
+    // 100 * size^2 is below 2^40.
     std::uint64_t const percent = (std::uint64_t{1} << 40) / size + 1;
     bool const is_exact = size <= 0xFFFF;
     std::uint32_t total = 0;
@@ -203,12 +207,13 @@ string name_generator::abbreviate(string const & name, std::uint32_t target) con
         excess = (total - target) / static_cast<std::uint32_t>(words.size());
         excess += excess == 0;
     }
-    // Words that would lie behind the target are left as they are.
+    // Stops at the target, because the words that follow would be cut off.
     word_buffer joined(size);
     std::uint32_t length = 0;
     for (auto word = words.begin(); word != words.end() && length < target; ++word) {
         if (excess != 0) {
-            // Below an excess larger than the word the difference wraps, and only the table acts.
+            // If `excess` is larger than the word, the difference wraps to a large number. Then
+            // only the table of common words acts.
             naming::abbreviate_word(*word, word->size - excess);
         }
         char * const end = joined.data() + length;
@@ -217,7 +222,7 @@ string name_generator::abbreviate(string const & name, std::uint32_t target) con
         } else {
             std::memcpy(end, word->text, word->size);
         }
-        *end = naming::upper(*end); // of an empty word, the next one puts its own there
+        *end = naming::upper(*end); // after an empty word, the next word overwrites this byte
         length += word->size;
     }
     return string(joined.data(), std::min(length, target));

@@ -76,7 +76,7 @@ protected:
 private:
     char toUpper(char c) const;
 
-    // Part of the value, though nothing reads them.
+    // Part of the value, but never read.
     [[maybe_unused]] std::uint32_t parameter1_;
     [[maybe_unused]] std::uint32_t parameter3_;
     [[maybe_unused]] std::uint32_t parameter2_;

@@ -17,22 +17,22 @@ struct rewrite {
     std::string_view to;
 };
 
-// Each applied to the whole word before the next.
+// Each pair is applied to the whole word before the next one.
 constexpr rewrite combinations[] = {
     {"ae", "a"}, {"bour", "bor"}, {"leur", "lor"}, {"lour", "lor"}, {"ise", "ize"},
 };
 
-// The first that fits is the only one applied.
+// Only the first suffix that fits is replaced.
 constexpr rewrite suffixes[] = {
     {"mption", "me"}, {"hood", ""}, {"ment", ""}, {"tion", ""}, {"sion", ""},
     {"ough", "o"},    {"ies", "y"}, {"gue", "g"}, {"cal", "c"}, {"nal", "n"},
     {"ed", ""},       {"es", ""},   {"er", ""},
 };
 
-// The suffixes by their last letter: one comparison of numbers decides about most of them.
+// The suffixes grouped by their last letter. One comparison of numbers decides about most of them.
 struct suffix_tail {
-    std::uint32_t bytes = 0; // the last four, or fewer with zeros in front
-    std::uint32_t mask = 0; // of those that belong to the suffix; 0 behind the last of the letter
+    std::uint32_t bytes = 0; // the last four bytes, or fewer with zeros in front
+    std::uint32_t mask = 0; // selects the bytes of the suffix; 0 ends the group
     std::uint8_t row = 0;
 };
 constexpr std::size_t most_of_a_letter = 3;
@@ -57,8 +57,8 @@ constexpr auto tails = [] {
 static_assert(std::all_of(tails.begin(), tails.end(),
                           [](auto const & of_letter) { return of_letter.back().mask == 0; }));
 
-// Whether the word holds "ae", "ise", "eur" or "our". May find what begins in its last two bytes and
-// goes on behind it.
+// Whether the word may hold "ae", "ise", "eur" or "our". Bytes behind the word may be taken for a
+// part of one.
 bool may_hold_combination(word_span const & word) noexcept
 {
     auto const is = [](block16 const & text, char c) { return equal(text, block16::filled(c)); };
@@ -83,7 +83,7 @@ std::uint32_t length(std::string_view text) noexcept
     return static_cast<std::uint32_t>(text.size());
 }
 
-// Puts `to`, which is no longer, in the place of `count` bytes.
+// Replaces `count` bytes by `to`, which is not longer.
 void replace(word_span & word, std::uint32_t position, std::uint32_t count,
              std::string_view to) noexcept
 {
@@ -93,8 +93,9 @@ void replace(word_span & word, std::uint32_t position, std::uint32_t count,
     word.size -= count - length(to);
 }
 
-// Removes the bytes from position 2 on that are `surplus`, from the back, until `word` has at most
-// `target` bytes. One pass to count and one to close up, instead of one for each byte that goes.
+// Removes bytes for which `surplus` returns true, from the back and not before position 2, until
+// the word has at most `target` bytes. One pass counts them and one closes the gaps, instead of one
+// pass for each byte.
 template <typename Surplus>
 void remove_from_back(word_span & word, std::uint32_t target, Surplus surplus) noexcept
 {
@@ -109,9 +110,10 @@ void remove_from_back(word_span & word, std::uint32_t target, Surplus surplus) n
         return;
     }
     std::uint32_t const wanted = word.size - target;
-    std::uint32_t stay = found > wanted ? found - wanted : 0; // those nearest to the front
+    std::uint32_t stay
+        = found > wanted ? found - wanted : 0; // how many to keep, those nearest to the front
     std::uint32_t size = 2;
-    char before = word.text[1]; // the neighbour as it was, also when it has gone
+    char before = word.text[1]; // the previous byte, even if it was removed
     for (std::uint32_t i = 2; i < word.size; ++i) {
         char const c = word.text[i];
         bool const hit = surplus(before, c);
@@ -132,7 +134,7 @@ void optimize_combinations(word_span & word) noexcept
         return;
     }
     for (auto const & row : combinations) {
-        // The search goes on at the replacement, which may complete another hit: "aeee".
+        // Searches again from the replacement, because it may complete another match: "aeee".
         std::size_t position = 0;
         while ((position = word.view().find(row.from, position)) != std::string_view::npos) {
             replace(word, static_cast<std::uint32_t>(position), length(row.from), row.to);
@@ -146,7 +148,7 @@ void truncate_common_suffix(word_span & word) noexcept
                   == std::endian::little); // the last letter is the highest byte
     std::uint32_t tail = 0;
     if (word.size < sizeof tail) {
-        return; // no suffix leaves two bytes in front of it
+        return; // two bytes must stay in front of a suffix, and the shortest suffixes have two
     }
     std::memcpy(&tail, word.text + word.size - sizeof tail, sizeof tail);
     for (auto const * it = tails[tail >> 24 & 31].data(); it->mask != 0; ++it) {
@@ -162,7 +164,7 @@ void truncate_common_suffix(word_span & word) noexcept
 
 bool abbreviate_common_words(word_span & word) noexcept
 {
-    std::uint32_t written = 0; // bytes of the result, never ahead of what is still to be read
+    std::uint32_t written = 0; // length of the result, which never overtakes the unread rest
     char * rest = word.text;
     std::uint32_t left = word.size;
     for (;;) {
@@ -171,7 +173,7 @@ bool abbreviate_common_words(word_span & word) noexcept
             if (rest == word.text) {
                 return false;
             }
-            break; // what follows a common word and is none itself goes
+            break; // the rest is not a common word and is dropped
         }
         auto const & found = common_word_at(hit.row);
         if (!hit.whole && left <= found.word.size()) {
@@ -211,8 +213,8 @@ void abbreviate_word(word_span & word, std::uint32_t target) noexcept
     if (abbreviate_common_words(word)) {
         return;
     }
-    // One byte too many is cut below and costs no vowel. A word that is short enough gives a
-    // difference that wraps, and then no vowel has to go.
+    // A word that is one byte too long keeps its vowels and is cut below. If the word is short
+    // enough, the difference wraps to a large number, and `remove_vowels` does nothing.
     if (word.size - target > 1) {
         remove_vowels(word, target);
     }

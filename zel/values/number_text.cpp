@@ -57,7 +57,7 @@ bool read_eight_digits(char const * text, std::uint64_t & result)
     return true;
 }
 
-// Whatever has the grammar of `strtod` but is no plain decimal number.
+// Reads what is valid for `strtod` but is not a plain decimal number.
 outcome read_double_by_runtime(char const * text, double & result)
 {
     char const * end = text;
@@ -84,7 +84,7 @@ outcome read_any_base(char const * text, std::int32_t & result) noexcept
     text += negative || *text == '+' ? 1 : 0;
     unsigned base = 10;
     if (*text == '0') {
-        // A prefix without a digit behind it is the number 0 with an ignored rest.
+        // "0x" without a digit behind it is the number 0, and the rest is ignored.
         bool const prefix = is_letter(text[1], 'x') && hexadecimal_digit(text[2]) < 16;
         base = prefix ? 16 : 8;
         text += prefix ? 2 : 0;
@@ -116,7 +116,7 @@ outcome read_signed(std::string_view text, std::int32_t & result) noexcept
         p += 8;
     }
     for (unsigned digit; (digit = decimal_digit(*p)) <= 9; ++p) {
-        magnitude = magnitude * 10 + digit; // wraps behind safe_digits, which is looked at below
+        magnitude = magnitude * 10 + digit; // may wrap after safe_digits; checked below
     }
     result = static_cast<std::int32_t>(with_sign(negative, magnitude));
     return *p == '\0' && p != first && p - significant <= std::ptrdiff_t{safe_digits}
@@ -137,8 +137,8 @@ outcome read_unsigned(char const * text, std::uint32_t & result) noexcept
         hexadecimal = hexadecimal || digit > 9;
         decimal_value = decimal_value * 10 + digit;
         hexadecimal_value = hexadecimal_value << 4 | digit;
-        // Read as hexadecimal, digits make the larger number, so nothing that is too large as a
-        // decimal one is saved by a letter behind it.
+        // A text that is too large as a decimal number is too large as a hexadecimal one as well,
+        // so a letter that follows cannot bring it back into range.
         if ((hexadecimal ? hexadecimal_value : decimal_value) > limit) {
             return outcome::no_number;
         }
@@ -176,7 +176,7 @@ outcome read_double(char const * text, double & result)
     auto const read_digits = [&] {
         char const * const start = p;
         for (unsigned digit; (digit = decimal_digit(*p)) <= 9; ++p) {
-            digits = digits * 10 + digit; // wraps behind safe_digits, which is looked at below
+            digits = digits * 10 + digit; // may wrap after safe_digits; checked below
         }
         return p - start;
     };
@@ -194,7 +194,7 @@ outcome read_double(char const * text, double & result)
         char const * q = p + 1;
         bool const negative_exponent = *q == '-';
         q += negative_exponent || *q == '+' ? 1 : 0;
-        if (decimal_digit(*q) <= 9) { // else the letter belongs to the rest
+        if (decimal_digit(*q) <= 9) { // otherwise the letter is part of the ignored rest
             std::int64_t given = 0;
             for (unsigned digit; (digit = decimal_digit(*q)) <= 9; ++q) {
                 given = given < 100'000 ? given * 10 + static_cast<std::int64_t>(digit) : given;
@@ -204,7 +204,7 @@ outcome read_double(char const * text, double & result)
         }
     }
 
-    // Two numbers without a rounding error, and one rounding between them: the nearest number.
+    // Both numbers are exact and the operation rounds once, so the result is the nearest double.
     if (count <= std::ptrdiff_t{safe_digits} && digits <= largest_exact_integer
         && exponent >= -largest_power && exponent <= largest_power) [[likely]] {
         auto const value = static_cast<double>(digits);
@@ -213,7 +213,7 @@ outcome read_double(char const * text, double & result)
         result = negative ? -magnitude : magnitude;
         return outcome::done;
     }
-#if defined(__cpp_lib_to_chars) // a standard library may lack it for fractional numbers
+#if defined(__cpp_lib_to_chars) // some standard libraries lack it for floating types
     double magnitude = 0.0;
     if (std::from_chars(first, p, magnitude).ec == std::errc()) {
         result = negative ? -magnitude : magnitude;
@@ -230,7 +230,7 @@ std::size_t write_integer(char (&text)[longest], std::int64_t value) noexcept
 
 std::size_t write_double(char (&text)[longest], double value) noexcept
 {
-    if (!std::isfinite(value)) { // whose texts differ between standard libraries
+    if (!std::isfinite(value)) { // standard libraries write these differently
         std::string_view const word = std::isnan(value) ? "-nan" : "-inf";
         std::size_t const skipped = std::signbit(value) ? 0 : 1;
         std::memcpy(text, word.data() + skipped, word.size() - skipped);

@@ -8,7 +8,7 @@
 
 namespace zel {
 
-/// Whether the 16 bytes are the same and none of them is NUL.
+/// Whether the 16 bytes are equal and none of them is NUL.
 inline bool equal_without_nul(char const * a, char const * b)
 {
     auto const left = block16::load(a);
@@ -16,7 +16,7 @@ inline bool equal_without_nul(char const * a, char const * b)
     return without(equal(left, right), equal(left, block16::filled('\0'))).sign_bits() == 0xFFFF;
 }
 
-/// Whether `whole` is what `other` has up to its first NUL.
+/// Whether `whole` equals the part of `other` before its first NUL.
 inline bool equal_before_nul(string const & whole, string const & other)
 {
     std::size_t const size = whole.size();
@@ -28,7 +28,7 @@ inline bool equal_before_nul(string const & whole, string const & other)
     if (size < 16) {
         return std::memcmp(a, b, size) == 0 && std::memchr(a, '\0', size) == nullptr;
     }
-    std::size_t const last = size - 16; // overlaps the block before it
+    std::size_t const last = size - 16; // the last block overlaps the one before it
     for (std::size_t i = 0; i < last; i += 16) {
         if (!equal_without_nul(a + i, b + i)) {
             return false;

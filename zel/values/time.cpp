@@ -22,7 +22,7 @@ namespace {
 
 platform::system_time to_platform(time const & value)
 {
-    // A month or a weekday beyond 16 bits becomes one that the calendar does not have either.
+    // Values beyond 16 bits become 0xFFFF, which is not a valid month or weekday either.
     auto const number = [](std::uint32_t field) {
         return static_cast<std::uint16_t>(std::min<std::uint32_t>(field, 0xFFFF));
     };
@@ -51,8 +51,8 @@ void set_fields(time & value, platform::system_time const & fields)
     value.set_milliseconds(fields.milliseconds);
 }
 
-// Days before each month of a year without a leap day; month 13 and all behind it have the whole
-// year in front of them, month 0 and 1 nothing.
+// Days before each month in a year without a leap day. Months above 12 count as 13, which follows
+// the whole year; months 0 and 1 have no days in front of them.
 constexpr std::int32_t days_before_month[14]
     = {0, 0, 31, 59, 90, 120, 151, 181, 212, 243, 273, 304, 334, 365};
 
@@ -61,18 +61,20 @@ inline std::int32_t day_number(time const & value)
 {
     std::uint32_t const year = value.get_year();
     std::uint32_t const month = std::min<std::uint32_t>(value.get_month(), 13);
-    // The leap days before the year, counted from 400 years earlier so that nothing is negative.
+    // Leap days before the year, counted from 400 years earlier so that no number is negative.
     std::uint32_t const before = year + 399;
     std::uint32_t const century = before / 100;
     std::uint32_t const days = 365 * year + before / 4 - century + century / 4 - 96;
-    // A year that 100 divides starts a century; 400 divides it when 16 does.
+    // A year that is divisible by 100 is a leap year if it is divisible by 400, which is so if it
+    // is divisible by 16.
     bool const starts_century = before - century * 100 == 99;
     bool const has_leap_day = month > 2 && (year & (starts_century ? 15U : 3U)) == 0;
     return static_cast<std::int32_t>(days) + days_before_month[month] + has_leap_day
         + value.get_day() - 1;
 }
 
-// Subtracts one field in the width `Field`. `borrow` is 0 or -1, for this field and then the next.
+// Subtracts one field with the wrap-around of `Field`. `borrow` is 0 or -1: it is applied to this
+// field and then set for the next one.
 template <typename Field>
 Field subtract(std::int32_t left, std::int32_t right, std::int32_t & borrow, std::int32_t base)
 {
@@ -88,7 +90,7 @@ char * put(char * end, char const * text)
     return end + length;
 }
 
-// Up to five decimal digits, with zeros in front to fill `width`.
+// Writes a number of at most five digits, padded with zeros to `width`.
 char * put(char * end, std::uint32_t number, std::uint32_t width)
 {
     std::uint32_t const digits
@@ -161,7 +163,8 @@ string time::to_string() const
     return string(text, static_cast<unsigned>(end - text));
 }
 
-// Through unsigned numbers: a sum beyond 64 bits becomes a negative count, which is no date.
+// Added as unsigned numbers: a sum that overflows 64 bits becomes a negative count, which is not a
+// valid date.
 time operator+(time const & value, timer const & span) noexcept
 {
     return time(static_cast<std::int64_t>(static_cast<std::uint64_t>(value.to_100nanosecs())

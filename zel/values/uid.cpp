@@ -11,11 +11,11 @@ namespace {
 
 static_assert(sizeof(platform::guid) == sizeof(uid) && alignof(platform::guid) == alignof(uid));
 
-// What takes a digit above 9 from behind '9' to its letter.
+// Added to a digit above 9, counted from the character '9', this gives its letter.
 constexpr char capital = 'A' - '9' - 1;
 constexpr char small = 'a' - '9' - 1;
 
-// The digits of 16 halves of bytes.
+// The hexadecimal digits of 16 values from 0 to 15.
 block16 digits(block16 halves, block16 letters)
 {
     auto const above_9 = greater(halves, block16::filled(9));
@@ -33,7 +33,7 @@ void uid::create() noexcept
 
 string uid::to_string() const
 {
-    // In the order in which the bytes are printed; the numbers begin with their highest one.
+    // The bytes in the order in which they are printed: numbers begin with their highest byte.
     std::uint64_t const numbers = std::uint64_t{__builtin_bswap32(data1_)}
         | std::uint64_t{__builtin_bswap16(data2_)} << 32
         | std::uint64_t{__builtin_bswap16(data3_)} << 48;
@@ -41,7 +41,7 @@ string uid::to_string() const
     block16 const high = bytes.high_nibbles();
     block16 const low = bytes.low_nibbles();
 
-    // The third group alone has small letters.
+    // Only the third group has small letters.
     static constexpr char letters[16]
         = {capital, capital, capital, capital, capital, capital, capital, capital,
            capital, capital, capital, capital, small,   small,   small,   small};

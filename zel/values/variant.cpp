@@ -106,7 +106,7 @@ variant::exception::exception(exc_type type, char const * text)
 
 variant::exception::~exception() = default;
 
-// A value as its kind of number, widened, or as a text.
+// A value in the form in which it is converted: numbers widened, texts by pointer.
 struct variant::view {
     enum kind_type : unsigned char { nothing, truth, of_unsigned, of_signed, floating, text };
 
@@ -130,7 +130,8 @@ struct variant::view {
 
 variant::view variant::look() const noexcept
 {
-    // Cut to the width of the tag, since a derived class may have changed the tag alone.
+    // Integers are cut to the width of their tag, because a derived class may have changed the tag
+    // alone.
     switch (type_) {
     case vt_bool:
         return {.kind = view::truth, .bits = truth_payload()};
@@ -165,7 +166,7 @@ outcome variant::view::to_bool(bool & result) const noexcept
     if (kind == text) {
         return number_text::read_bool(characters->c_str(), result);
     }
-    result = kind == floating ? number != 0.0 : bits != 0; // a NaN is not 0
+    result = kind == floating ? number != 0.0 : bits != 0; // a NaN reads as true
     return outcome::done;
 }
 
@@ -224,7 +225,7 @@ std::string_view variant::view::to_text(char (&buffer)[number_text::longest]) co
     case truth:
         return bits != 0 ? "true" : "false";
     case of_signed:
-    case of_unsigned: // of 32 bits at most
+    case of_unsigned: // has at most 32 bits
         return {buffer, number_text::write_integer(buffer, static_cast<std::int64_t>(bits))};
     case floating:
         return {buffer, number_text::write_double(buffer, number)};
@@ -324,7 +325,7 @@ bool variant::check_conversion(vt_type target) const
         return look().to_double(result) == outcome::done;
     }
     default:
-        return true; // everything has a text, and nothing is needed of what is no type
+        return true; // every value has a text, and an unknown type needs no value
     }
 }
 

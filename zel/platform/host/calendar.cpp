@@ -18,7 +18,7 @@ constexpr bool is_leap_year(unsigned year)
 
 constexpr unsigned days_of_month(unsigned year, unsigned month)
 {
-    // 31 and 30 take turns, and start over in August.
+    // Months have 31 and 30 days in turn, starting again in August.
     return month == 2 ? 28U + is_leap_year(year) : 30U + ((month + month / 8) & 1);
 }
 

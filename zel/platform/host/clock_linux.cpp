@@ -13,8 +13,8 @@ namespace {
 
 constexpr std::int64_t ticks_a_second = 10'000'000;
 
-// The zone's distance from UTC in one second of the clock. Offsets change on whole seconds, so the
-// second needs no look ahead, and the host's rules are read again in the next one.
+// The offset from UTC during one second. It is kept for this second only, so that changed rules are
+// seen in the next one.
 struct zone_offset {
     std::int64_t second; // since 1970
     std::int64_t seconds; // to be added to UTC
@@ -59,8 +59,8 @@ std::int64_t offset_at(std::time_t second)
     return read_offset(second, zone);
 }
 
-// The second that a thread asked for last, and the day. A clock gives the same ones many times, and
-// the calendar takes as long as the host's whole clock.
+// The last second that this thread asked for, and its fields. Programs ask many times within a
+// second, and the calendar takes as long as the clock itself.
 struct known_moment {
     std::uint64_t second; // since the start of 1601
     std::uint32_t day; // likewise
@@ -88,7 +88,8 @@ timespec now()
     return moment;
 }
 
-// The host counts nanoseconds from 1970 in 64 bits: far inside the years that a system_time takes.
+// The clock counts nanoseconds from 1970 in 64 bits, which always lies within the years of a
+// system_time.
 system_time const & fields_of(timespec const & moment, std::int64_t offset)
 {
     constexpr std::int64_t seconds_to_1970 = ticks_to_1970 / ticks_a_second;
@@ -126,7 +127,7 @@ bool set_system_time(system_time const & time) noexcept
     if (!system_time_to_file_time(time, ticks)) {
         return false;
     }
-    // Cut to seconds from 1601 on, where the count is not negative yet.
+    // Divided before the subtraction, while both numbers are positive, so that both round down.
     return set_clock({.tv_sec = ticks / ticks_a_second - ticks_to_1970 / ticks_a_second,
                       .tv_nsec = time.milliseconds * 1'000'000L});
 }

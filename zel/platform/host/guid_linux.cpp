@@ -14,8 +14,8 @@
 namespace zel::platform {
 namespace {
 
-// What a thread has fetched and not used yet. Of no use to a child of fork, in which the parent's
-// thread lives on with the same bytes.
+// Random bytes that this thread has fetched but not used yet. A forked child must not use its copy,
+// because the parent's thread will use the same bytes.
 struct supply {
     std::uint32_t process; // as `this_process` gives it; 0 before the first time
     std::uint32_t used;
@@ -26,9 +26,9 @@ constinit thread_local supply of_this_thread{};
 
 constinit atomic<std::uint32_t> processes{0};
 
-// A page of which a child of fork gets zeros instead of a copy, however the fork was made (a
-// handler of pthread_atfork would not see a clone). Null until the first use; `no_mark` where the
-// kernel, before Linux 4.14, cannot do it.
+// A page that the kernel fills with zeros in a forked child, whatever call made the child;
+// pthread_atfork would miss a plain clone(2). Null until the first use; `no_mark` if the kernel is
+// older than Linux 4.14, which cannot do this.
 constinit atomic<atomic<std::uint32_t> *> mark_of_process{nullptr};
 constinit atomic<std::uint32_t> no_mark{0};
 
@@ -52,7 +52,8 @@ atomic<std::uint32_t> * map_mark()
     return first;
 }
 
-// A number that tells this process from all that it descends from; 0 when they cannot be told.
+// A number that differs from those of all processes that this one descends from; 0 if the kernel
+// cannot help to tell them apart.
 std::uint32_t this_process()
 {
     atomic<std::uint32_t> * mark = mark_of_process.load(std::memory_order_acquire);
@@ -101,7 +102,7 @@ bool fetch(unsigned char * bytes, std::size_t count)
             if (errno == EINTR) {
                 continue;
             }
-            return read_device(bytes, count); // the call may be forbidden where the file is not
+            return read_device(bytes, count); // a sandbox may forbid the call but not the file
         }
         bytes += got;
         count -= static_cast<std::size_t>(got);
