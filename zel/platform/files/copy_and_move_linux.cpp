@@ -128,7 +128,7 @@ public:
     {
         constexpr int attempts = 20; // other processes may exchange what is there each time
         for (int attempt = 0; attempt < attempts; ++attempt) {
-            descriptor const there(::open(name, O_PATH | O_CLOEXEC));
+            descriptor const there(retried([&] { return ::open(name, O_PATH | O_CLOEXEC); }));
             if (there.is_open()) {
                 struct stat facts;
                 if (::fstat(there.get(), &facts) != 0) {
@@ -157,7 +157,8 @@ public:
             }
             // A link that leads to nothing yet. Only the host can say where a file would come into
             // being, so that it makes an empty one.
-            descriptor const made(::open(name, creation_flags, creation_mode));
+            descriptor const made(
+                retried([&] { return ::open(name, creation_flags, creation_mode); }));
             if (made.is_open()) {
                 created_ = true;
             } else if (errno != ENOENT) {

@@ -4,6 +4,7 @@
 #include "zel/platform/files/directory_reader_linux.h"
 #include "zel/platform/host/descriptor_linux.h"
 #include "zel/platform/host/failure.h"
+#include "zel/platform/host/retried_linux.h"
 #include "zel/platform/paths/canonical_path.h"
 #include "zel/platform/paths/host_name_linux.h"
 #include <cstdint>
@@ -51,8 +52,9 @@ bool get_temp_file_name(char const * folder, char const * prefix, char * result)
         if (*folder == '\0' || !host) {
             return fail(error_path_not_found);
         }
-        descriptor const file(
-            ::open(host.c_str(), O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
+        descriptor const file(retried([&] {
+            return ::open(host.c_str(), O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
+        }));
         if (file.is_open()) {
             std::strcpy(result, whole);
             return true;
@@ -71,7 +73,8 @@ bool list_directory(char const * path, void (*take)(void * context, std::string_
     if (!name) {
         return false;
     }
-    descriptor folder(::open(name.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    descriptor folder(
+        retried([&] { return ::open(name.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC); }));
     if (!folder.is_open()) {
         return fail_with_errno();
     }

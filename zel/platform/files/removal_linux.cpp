@@ -166,8 +166,8 @@ bool empty_directory(char const * path, bool through_link) noexcept
         return false;
     }
     name.strip_separators();
-    descriptor folder(
-        ::open(name.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC | (through_link ? 0 : O_NOFOLLOW)));
+    int const flags = O_RDONLY | O_DIRECTORY | O_CLOEXEC | (through_link ? 0 : O_NOFOLLOW);
+    descriptor folder(retried([&] { return ::open(name.c_str(), flags); }));
     if (!folder.is_open()) {
         return fail_with_errno();
     }
