@@ -44,10 +44,7 @@ bool is_hit(bool interruptible, std::size_t * size = nullptr)
 // clang-format off
 #define WRAPPED(result, name, interruptible, parameters, arguments)                                \
     result __real_##name parameters;                                                               \
-    result __wrap_##name parameters                                                                \
-    {                                                                                              \
-        return is_hit(interruptible) ? static_cast<result>(-1) : __real_##name arguments;          \
-    }
+    result __wrap_##name parameters { return is_hit(interruptible) ? result(-1) : __real_##name arguments; }
 #define WRAPPED_SIZE(name, size, parameters, arguments)                                            \
     ssize_t __real_##name parameters;                                                              \
     ssize_t __wrap_##name parameters { return is_hit(true, &size) ? -1 : __real_##name arguments; }
@@ -109,55 +106,48 @@ bool copy(scratch const & to, places const & at, char const * name)
     return at.near.path("source").copy(to.path(name));
 }
 
+/// \returns whether all was written, arrived and was read again.
+bool write_and_compare(places const & at)
+{
+    try {
+        zel::file out(at.near.path("made"), zel::file::mode_write, zel::file::kind_binary);
+        bool const whole = out.write_string(zel::string(fresh)) == fresh.size();
+        out.close();
+        return whole && path::compare_files(at.near.path("source"), at.near.path("made"));
+    } catch (zel::file::exception const &) {
+        return false;
+    }
+}
+
+std::size_t entries_of(path folder)
+{
+    std::list<zel::auto_ptr<path>> entries;
+    folder.get_entries(entries);
+    return entries.size();
+}
+
+// clang-format off
+#define RUN [](places const & at) -> bool
 constexpr operation operations[] = {
-    {"copy over a file", [](places const & at) { return copy(at.near, at, "target"); },
-     [](places const & at) { return at.near.read("target") == fresh; }},
-    {"copy over a link", [](places const & at) { return copy(at.near, at, "link"); },
-     [](places const & at) {
-         return at.near.read("target") == fresh && fs::is_symlink(at.near.host("link"));
-     }},
-    {"copy through a dangling link",
-     [](places const & at) { return copy(at.near, at, "dangling"); },
-     [](places const & at) { return at.near.read("made") == fresh; }},
-    {"copy to another file system", [](places const & at) { return copy(at.far, at, "new/made"); },
-     [](places const & at) { return at.far.read("new/made") == fresh; }},
-    {"move", [](places const & at) { return at.near.path("source").rename(at.near.path("made")); },
-     [](places const & at) { return at.near.read("made") == fresh && !at.near.exists("source"); }},
-    {"move to another file system",
-     [](places const & at) { return at.near.path("source").rename(at.far.path("made")); },
-     [](places const & at) { return at.far.read("made") == fresh && !at.near.exists("source"); }},
-    {"move a link to another file system",
-     [](places const & at) { return at.near.path("link").rename(at.far.path("link")); },
-     [](places const & at) {
-         return fs::is_symlink(at.far.host("link")) && !at.near.exists("link");
-     }},
-    {"remove a tree", [](places const & at) { return at.near.path("tree").remove(); },
-     [](places const & at) { return !at.near.exists("tree"); }},
-    {"empty a folder", [](places const & at) { return at.near.path("tree").empty_folder(); },
-     [](places const & at) { return fs::is_empty(at.near.host("tree")); }},
-    {"list a folder",
-     [](places const & at) {
-         std::list<zel::auto_ptr<path>> entries;
-         at.near.path("tree").get_entries(entries);
-         return entries.size() == 2;
-     },
-     [](places const &) { return true; }},
-    {"make a temporary file",
-     [](places const & at) { return !path::get_temp_filename(at.near.path("tree")).empty(); },
-     [](places const & at) { return fs::exists(at.near.host("tree/c")); }},
-    {"write and compare",
-     [](places const & at) {
-         try {
-             zel::file out(at.near.path("made"), zel::file::mode_write, zel::file::kind_binary);
-             bool const whole = out.write_string(zel::string(fresh)) == fresh.size();
-             out.close();
-             return whole && path::compare_files(at.near.path("source"), at.near.path("made"));
-         } catch (zel::file::exception const &) {
-             return false;
-         }
-     },
-     [](places const & at) { return at.near.read("made") == fresh; }},
+    {"copy over a file", RUN { return copy(at.near, at, "target"); }, RUN { return at.near.read("target") == fresh; }},
+    {"copy over a link", RUN { return copy(at.near, at, "link"); },
+     RUN { return at.near.read("target") == fresh && fs::is_symlink(at.near.host("link")); }},
+    {"copy through a dangling link", RUN { return copy(at.near, at, "dangling"); }, RUN { return at.near.read("made") == fresh; }},
+    {"copy to another file system", RUN { return copy(at.far, at, "new/made"); }, RUN { return at.far.read("new/made") == fresh; }},
+    {"move", RUN { return at.near.path("source").rename(at.near.path("made")); },
+     RUN { return at.near.read("made") == fresh && !at.near.exists("source"); }},
+    {"move to another file system", RUN { return at.near.path("source").rename(at.far.path("made")); },
+     RUN { return at.far.read("made") == fresh && !at.near.exists("source"); }},
+    {"move a link to another file system", RUN { return at.near.path("link").rename(at.far.path("link")); },
+     RUN { return fs::is_symlink(at.far.host("link")) && !at.near.exists("link"); }},
+    {"remove a tree", RUN { return at.near.path("tree").remove(); }, RUN { return !at.near.exists("tree"); }},
+    {"empty a folder", RUN { return at.near.path("tree").empty_folder(); }, RUN { return fs::is_empty(at.near.host("tree")); }},
+    {"list a folder", RUN { return entries_of(at.near.path("tree")) == 2; }, RUN { return at.near.exists("tree/c"); }},
+    {"make a temporary file", RUN { return !path::get_temp_filename(at.near.path("tree")).empty(); },
+     RUN { return entries_of(at.near.path("tree")) == 3; }},
+    {"write and compare", write_and_compare, RUN { return at.near.read("made") == fresh; }},
 };
+// clang-format on
 
 /// Nothing is half there, and nothing is lost.
 void expect_old_or_new(places const & at, bool leftovers)

@@ -5,65 +5,59 @@
 #include <set>
 #include <tuple>
 
+#include <sys/stat.h>
+
 namespace {
 
 namespace fs = std::filesystem;
 using zel::path;
+using name_set = std::multiset<std::string>;
 
-std::multiset<std::string> names(path folder, char const * spec = "*.*")
+name_set names(path folder, char const * spec = "*.*")
 {
     std::list<zel::auto_ptr<path>> entries;
     folder.get_entries(entries, spec);
-    std::multiset<std::string> result;
+    name_set result;
     for (auto const & entry : entries) {
         result.insert(entry->find_filename());
     }
     return result;
 }
 
-using name_set = std::multiset<std::string>;
-
-TEST(path_create, makes_what_is_missing_of_a_chain)
+TEST(path_create, makes_what_is_missing_and_keeps_a_relative_path_relative)
 {
     scratch const area;
     area.write("file", "x");
-    EXPECT_TRUE(area.path("a/b/c").create());
-    EXPECT_TRUE(area.path("a/b/d").create());
-    EXPECT_TRUE(area.path("a/b").create());
-    EXPECT_TRUE(area.path("c:x/y").create()) << "a name, and no drive";
-    EXPECT_TRUE(fs::is_directory(area.host("a/b/d")) && fs::is_directory(area.host("c:x/y")));
-    EXPECT_FALSE(area.path("file/x").create());
-    EXPECT_FALSE(area.path("file").create());
-    EXPECT_FALSE(path("D:\\x").create());
-    EXPECT_FALSE(path("\\\\server\\share\\x").create());
+    for (char const * name : {"a/b/c", "a/b/d", "a/b", "c:x/y"}) { // the last is no drive
+        EXPECT_TRUE(area.path(name).create());
+        EXPECT_TRUE(fs::is_directory(area.host(name)));
+    }
+    for (path chain :
+         {area.path("file/x"), area.path("file"), path("D:\\x"), path("//server/s/x")}) {
+        EXPECT_FALSE(chain.create()) << chain;
+    }
     EXPECT_TRUE(path("").create());
+    scratch const current;
+    EXPECT_TRUE(holds_in_child([&] {
+        current.write("source", "x");
+        path source("source");
+        return current.path("").set_current() && path("/a/b").create() && path("c").create()
+            && path("a\\..\\d\\e").create() && source.copy(path("/f/g"))
+            && source.rename(path("/h/i")) && source == ".\\h\\i";
+    }));
+    EXPECT_EQ(names(current.path("")), (name_set{"a", "c", "d", "f", "h"}));
+    EXPECT_EQ(current.read("f/g") + current.read("h/i"), "xx");
 }
 
-TEST(path_create, keeps_a_relative_path_relative)
-{
-    scratch const area;
-    EXPECT_EQ(in_child([&] {
-                  bool const done = area.path("").set_current() && path("/a/b").create()
-                      && path("c").create() && path("a\\..\\d\\e").create();
-                  area.write("source", "x");
-                  path source("source");
-                  bool const moved = source.copy(path("/f/g")) && source.rename(path("/h/i"));
-                  return done && moved && source == ".\\h\\i" ? 0 : 1;
-              }),
-              0);
-    EXPECT_EQ(names(area.path("")), (name_set{"a", "c", "d", "f", "h"}));
-    EXPECT_EQ(area.read("f/g") + area.read("h/i"), "xx");
-}
-
-TEST(path_queries, tell_files_from_folders)
+TEST(path_queries, tell_files_from_folders_and_set_read_only)
 {
     scratch const area;
     area.write("five", "12345");
     area.write("empty", "");
     area.write(".dot", "");
-    fs::create_directory(area.host("folder"));
+    fs::create_directories(area.host("far/away"));
     fs::create_symlink("five", area.host("link"));
-    fs::create_symlink("folder", area.host("folder link"));
+    fs::create_symlink("far/away", area.host("near"));
     fs::create_symlink("nothing", area.host("dangling"));
     fs::permissions(area.host("empty"), fs::perms(0444));
     constexpr unsigned int none = 0xFFFFFFFF;
@@ -74,10 +68,11 @@ TEST(path_queries, tell_files_from_folders)
     } const rows[] = {
         // clang-format off
         {"five", path::attr_normal, 5}, {"empty", path::attr_readonly, 0},
-        {".dot", path::attr_hidden, 0}, {"folder", path::attr_directory, none},
-        {"link", path::attr_normal, 5}, {"folder link", path::attr_directory, none},
-        {"dangling", -1, none}, {"missing", -1, none}, {"folder/../five", path::attr_normal, 5},
-        {"five/", -1, none}, {"folder/.", path::attr_directory, none},
+        {".dot", path::attr_hidden, 0}, {"far", path::attr_directory, none},
+        {"link", path::attr_normal, 5}, {"near", path::attr_directory, none},
+        {"dangling", -1, none}, {"missing", -1, none}, {"far/../five", path::attr_normal, 5},
+        {"five/", -1, none}, {"far/.", path::attr_directory, none},
+        {"near/../five", path::attr_normal, 5}, // where the host would follow the link first
         // clang-format on
     };
     for (auto const & row : rows) {
@@ -88,42 +83,21 @@ TEST(path_queries, tell_files_from_folders)
         EXPECT_EQ(tested.file_exists(), row.attributes != -1);
         EXPECT_EQ(tested.is_directory(), row.attributes == path::attr_directory);
     }
-    EXPECT_FALSE(path("").file_exists());
-    EXPECT_FALSE(path("D:\\").is_directory());
+    EXPECT_FALSE(path("").file_exists() || path("D:\\").is_directory());
     EXPECT_TRUE(path("C:\\").is_directory());
-
-    // Through a link the host would take `..` for the folder that holds the target.
-    fs::create_directories(area.host("far/away"));
-    fs::create_symlink("far/away", area.host("near"));
-    EXPECT_EQ(area.path("near/../five").file_size(), 5U);
-
-    for (auto const & [size, told] : {std::pair{0xFFFFFFFEULL, 0xFFFFFFFEU},
-                                      {0xFFFFFFFFULL, 0xFFFFFFFFU},
-                                      {0x100000001ULL, 0xFFFFFFFFU}}) {
-        area.write("large", "");
-        fs::resize_file(area.host("large"), size);
-        EXPECT_EQ(area.path("large").file_size(), told);
+    for (std::uint64_t const size : {0xFFFFFFFEULL, 0xFFFFFFFFULL, 0x100000001ULL}) {
+        fs::resize_file(area.host("five"), size);
+        EXPECT_EQ(area.path("five").file_size(), std::min<std::uint64_t>(size, none));
     }
-}
-
-TEST(path_attributes, map_read_only_to_the_right_to_write)
-{
-    scratch const area;
-    area.write("file", "");
-    fs::permissions(area.host("file"), fs::perms(0664));
-    path file = area.path("file");
-    auto const rights
-        = [&] { return static_cast<int>(fs::status(area.host("file")).permissions()); };
+    path file = area.path("five");
+    fs::permissions(area.host("five"), fs::perms(0664));
     file.setAttributes(path::attr_readonly | path::attr_archive);
-    EXPECT_EQ(rights(), 0444);
-    EXPECT_EQ(file.getAttributes(), path::attr_readonly);
+    EXPECT_EQ(fs::status(area.host("five")).permissions(), fs::perms(0444));
     file.setAttributes(-1);
     file.setAttributes(path::attr_normal);
-    EXPECT_EQ(rights(), 0644);
-    EXPECT_EQ(file.getAttributes(), path::attr_normal);
-    EXPECT_FALSE(area.path("").make_system_folder());
+    EXPECT_EQ(fs::status(area.host("five")).permissions(), fs::perms(0644));
+    EXPECT_FALSE(area.path("").make_system_folder() || file.unmake_system_folder());
     EXPECT_TRUE(area.path("").unmake_system_folder());
-    EXPECT_FALSE(file.unmake_system_folder());
 }
 
 TEST(path_entries, match_the_pattern_and_carry_the_folder)
@@ -135,20 +109,25 @@ TEST(path_entries, match_the_pattern_and_carry_the_folder)
     fs::create_directory(area.host("sub"));
     fs::create_symlink("nothing", area.host("dangling"));
     std::pair<char const *, name_set> const rows[] = {
-        {"*.txt", {"a.txt", "B.TXT", "d e.txt"}},
-        {"c", {"c"}},
-        {"x;y", {"x;y"}},
+        // clang-format off
+        {"*.txt", {"a.txt", "B.TXT", "d e.txt"}}, {"c", {"c"}}, {"x;y", {"x;y"}},
         {"*.", {"...", "c", "x;y", "sub", "dangling", "z"}}, // z: of c:z, taken for a drive
-        {"?.*", {"...", "a.txt", "B.TXT"}},
-        {"nothing*", {}},
-        {"", {}},
-        {"sub/*", {}},
-        {"D:\\*", {}},
+        {"?.*", {"...", "a.txt", "B.TXT"}}, {"nothing*", {}}, {"", {}}, {"sub/*", {}}, {"D:\\*", {}},
+        // clang-format on
     };
     for (auto const & [spec, expected] : rows) {
         EXPECT_EQ(names(area.path(""), spec), expected) << spec;
     }
     EXPECT_EQ(names(area.path("")).size(), 10U);
+    std::list<zel::auto_ptr<path>> entries;
+    area.path("").get_entries(entries, "sub");
+    area.path("").get_entries(entries, "nothing", false);
+    area.path("").get_entries(entries, "a.txt", false);
+    ASSERT_EQ(entries.size(), 2U);
+    EXPECT_TRUE(*entries.front() == area.path("sub") && *entries.back() == area.path("a.txt"));
+    EXPECT_EQ(entries.front()->ref_count(), 1U);
+    area.path("missing").get_entries(entries);
+    EXPECT_TRUE(entries.empty());
 
     // Folders whose own names leave room for two bytes, for one, and for none.
     for (std::size_t const room : {2U, 1U, 0U}) {
@@ -156,95 +135,58 @@ TEST(path_entries, match_the_pattern_and_carry_the_folder)
         name += '/' + std::string(258 - room - area.path(name).size() - 1, 'n');
         area.write(name + "/a", "");
         area.write(name + "/bb", "");
-        EXPECT_EQ(area.path(name).size(), 258 - room);
         EXPECT_EQ(names(area.path(name)).size(), room);
     }
-
-    std::list<zel::auto_ptr<path>> entries;
-    area.path("").get_entries(entries, "sub");
-    area.path("").get_entries(entries, "nothing", false);
-    area.path("").get_entries(entries, "a.txt", false);
-    ASSERT_EQ(entries.size(), 2U);
-    EXPECT_EQ(*entries.front(), area.path("sub"));
-    EXPECT_EQ(entries.front()->ref_count(), 1U);
-    EXPECT_EQ(*entries.back(), area.path("a.txt"));
-    area.path("missing").get_entries(entries);
-    EXPECT_TRUE(entries.empty());
 }
 
 TEST(path_entries, never_lead_elsewhere)
 {
     scratch const area;
-    area.write("victim", "x");
     area.write("folder/..\\victim", "");
     area.write("folder/good", "");
-    std::string const deep(250 - area.path("folder").size(), 'n');
-    area.write("folder/" + deep, ""); // one that just fits
-    area.write("folder/" + deep + "123456789", ""); // and one that doesn't
-    EXPECT_EQ(names(area.path("folder")), (name_set{"good", deep}));
-    EXPECT_EQ(in_child([&] {
-                  std::list<zel::auto_ptr<path>> entries;
-                  area.write("c:tmp", "");
-                  path current;
-                  area.path("").set_current();
-                  current.get_entries(entries, "*tmp");
-                  path("", "").get_entries(entries, "proc", false); // of the root
-                  return entries.size() == 2 && *entries.front() == ".\\c:tmp"
-                          && *entries.back() == "C:\\proc"
-                      ? 0
-                      : 1;
-              }),
-              0);
+    area.write("c:tmp", "");
+    EXPECT_EQ(names(area.path("folder")), name_set{"good"});
+    EXPECT_TRUE(holds_in_child([&] {
+        std::list<zel::auto_ptr<path>> entries;
+        area.path("").set_current();
+        path().get_entries(entries, "*tmp");
+        path("", "").get_entries(entries, "proc", false); // of the root
+        return entries.size() == 2 && *entries.front() == ".\\c:tmp"
+            && *entries.back() == "C:\\proc";
+    }));
 }
 
 TEST(path_rename, moves_and_never_replaces)
 {
-    scratch const area;
-    area.write("file", "x");
-    area.write("other", "y");
-    area.write("folder/inner", "z");
-    fs::create_symlink("nothing", area.host("link"));
-    path moved = area.path("file");
-    for (char const * taken : {"other", "folder", "link", "file"}) {
-        EXPECT_FALSE(moved.rename(area.path(taken))) << taken;
+    for (char const * place : {"", fast_place}) { // on another file system where there is one
+        scratch const area;
+        scratch const to(place);
+        for (auto const * at : {&area, &to}) {
+            at->write("file", at == &area ? "x" : "y");
+            at->write("folder/inner", "z");
+            fs::create_symlink("nothing", at->host("link"));
+        }
+        fs::permissions(area.host("file"), fs::perms(0640));
+        path moved = area.path("file");
+        for (char const * taken : {"file", "folder", "link"}) {
+            EXPECT_FALSE(moved.rename(to.path(taken))) << taken;
+        }
+        EXPECT_TRUE(moved == area.path("file") && to.read("file") == "y");
+        EXPECT_TRUE(moved.rename(to.path("new/folder/name")));
+        EXPECT_EQ(moved, to.path("new/folder/name"));
+        EXPECT_EQ(to.read("new/folder/name"), "x");
+        EXPECT_EQ(fs::status(to.host("new/folder/name")).permissions(), fs::perms(0640));
+        EXPECT_TRUE(area.path("link").rename(to.path("link 2")));
+        EXPECT_EQ(fs::read_symlink(to.host("link 2")), "nothing");
+        bool const folder_moved = area.path("folder").rename(to.path("moved"));
+        EXPECT_NE(folder_moved, area.exists("folder"));
+        EXPECT_EQ(names(to.path("")).size(), folder_moved ? 6U : 5U);
     }
-    EXPECT_EQ(moved, area.path("file"));
-    EXPECT_TRUE(moved.rename(area.path("new/folder/name")));
-    EXPECT_EQ(moved, area.path("new/folder/name"));
-    EXPECT_EQ(area.read("new/folder/name") + area.read("other"), "xy");
-    path folder = area.path("folder");
-    EXPECT_FALSE(folder.rename(area.path("folder/below/itself")));
-    EXPECT_TRUE(folder.rename(area.path("moved")));
-    EXPECT_EQ(area.read("moved/inner"), "z");
-    path link = area.path("link");
-    EXPECT_TRUE(link.rename(area.path("link 2")));
-    EXPECT_EQ(fs::read_symlink(area.host("link 2")), "nothing");
+    scratch const area;
+    fs::create_directory(area.host("folder"));
+    EXPECT_FALSE(area.path("folder").rename(area.path("folder/below/itself")));
     EXPECT_FALSE(area.path("missing").rename(area.path("made/x")));
     EXPECT_TRUE(area.exists("made")) << "the target's folder stays";
-}
-
-TEST(path_rename, moves_files_and_links_to_another_file_system)
-{
-    if (!fs::is_directory(fast_place)) {
-        GTEST_SKIP() << "no second file system";
-    }
-    scratch const area;
-    scratch const far(fast_place);
-    area.write("file", "content");
-    fs::permissions(area.host("file"), fs::perms(0640));
-    fs::create_symlink("x", area.host("link"));
-    area.write("taken", "new");
-    far.write("taken", "old");
-    fs::create_directory(area.host("folder"));
-    EXPECT_TRUE(area.path("file").rename(far.path("file")));
-    EXPECT_TRUE(area.path("link").rename(far.path("link")));
-    EXPECT_FALSE(area.path("taken").rename(far.path("taken")));
-    EXPECT_FALSE(area.path("folder").rename(far.path("folder")) && area.exists("folder"));
-    EXPECT_EQ(far.read("file") + far.read("taken"), "contentold");
-    EXPECT_EQ(fs::status(far.host("file")).permissions(), fs::perms(0640));
-    EXPECT_EQ(fs::read_symlink(far.host("link")), "x");
-    EXPECT_EQ(names(far.path("")), (name_set{"file", "link", "taken"}));
-    EXPECT_EQ(names(area.path("")), (name_set{"folder", "taken"}));
 }
 
 TEST(path_copy, replaces_and_keeps_rights_times_and_links)
@@ -281,11 +223,27 @@ TEST(path_copy, refuses_what_it_can_not_replace)
     for (char const * target : {"read-only", "folder", "source", "link", "loop", "source/x"}) {
         EXPECT_FALSE(area.path("source").copy(area.path(target))) << target;
     }
-    EXPECT_FALSE(area.path("source").copy(path("C:\\dev\\null")));
-    EXPECT_FALSE(area.path("folder").copy(area.path("x")));
-    EXPECT_FALSE(area.path("missing").copy(area.path("x")));
+    EXPECT_FALSE(area.path("source").copy(path("C:\\dev\\null"))
+                 || area.path("folder").copy(area.path("x"))
+                 || area.path("missing").copy(area.path("x")));
     EXPECT_EQ(area.read("source") + area.read("read-only"), "sr");
     EXPECT_FALSE(area.exists("x"));
+}
+
+TEST(path_copy, keeps_holes_and_copies_what_there_is)
+{
+    scratch const area;
+    area.write("sparse", "begin");
+    fs::resize_file(area.host("sparse"), 0x100000000 + 10);
+    std::fstream(area.host("sparse")).seekp(0x40000000) << "middle";
+    ASSERT_TRUE(area.path("sparse").copy(area.path("copy")));
+    EXPECT_EQ(fs::file_size(area.host("copy")), 0x100000000 + 10);
+    std::string word(6, '\0');
+    std::ifstream(area.host("copy")).seekg(0x40000000).read(word.data(), 6);
+    EXPECT_EQ(word, "middle");
+    struct ::stat facts;
+    ASSERT_EQ(::stat(area.host("copy").c_str(), &facts), 0);
+    EXPECT_LT(facts.st_blocks, 1000);
     // Files that tell a size of 0, or of a page, and hold a text.
     for (char const * told : {"/proc/self/status", "/sys/kernel/profiling"}) {
         fs::remove(area.host("told"));
@@ -295,35 +253,17 @@ TEST(path_copy, refuses_what_it_can_not_replace)
     }
 }
 
-TEST(path_copy, keeps_holes)
-{
-    scratch const area;
-    area.write("sparse", "begin");
-    fs::resize_file(area.host("sparse"), 0x100000000 + 10);
-    std::fstream(area.host("sparse")).seekp(0x40000000) << "middle";
-    ASSERT_TRUE(area.path("sparse").copy(area.path("copy")));
-    EXPECT_EQ(fs::file_size(area.host("copy")), 0x100000000 + 10);
-    std::ifstream in(area.host("copy"));
-    std::string word(6, '\0');
-    in.seekg(0x40000000).read(word.data(), 6);
-    EXPECT_EQ(word, "middle");
-    struct ::stat facts;
-    ASSERT_EQ(::stat(area.host("copy").c_str(), &facts), 0);
-    EXPECT_LT(facts.st_blocks, 1000);
-}
-
 TEST(path_temp, creates_a_new_empty_file_each_time)
 {
     scratch const area;
     std::set<std::string> made;
     for (int i = 0; i < 200; ++i) {
         path const file = path::get_temp_filename(area.path(""));
-        EXPECT_EQ(std::string(file.find_filename()).substr(0, 4), "temp");
-        EXPECT_EQ(file.file_size(), 0U);
+        EXPECT_TRUE(file.file_size() == 0 && zel::string(file.find_filename()).find("temp") == 0);
         made.insert(file.c_str());
     }
     EXPECT_EQ(made.size(), 200U);
-    for (path const & none : {area.path("missing"), path(), path(std::string(250, 'x').c_str())}) {
+    for (path const & none : {area.path("missing"), path(), path(std::string(250, 'x'))}) {
         EXPECT_TRUE(path::get_temp_filename(none).empty());
     }
 }
@@ -332,23 +272,21 @@ TEST(path_compare_files, compares_content)
 {
     scratch const area;
     std::string const content(300'000, 'c');
-    area.write("a", content);
-    area.write("same", content);
+    for (char const * name : {"a", "same"}) {
+        area.write(name, content);
+    }
     area.write("longer", content + "c");
     area.write("512", content.substr(0, 512));
     area.write("512 too", content.substr(0, 512));
     area.write("empty", "");
-    area.write("empty too", "");
-    std::string last = content;
-    last.back() = 'd';
-    area.write("last differs", last);
+    area.write("last differs", content.substr(1) + "d");
     fs::create_directory(area.host("folder"));
     std::tuple<char const *, char const *, bool> const rows[] = {
-        {"a", "same", true},          {"a", "a", true},
-        {"512", "512 too", true},     {"empty", "empty too", true},
-        {"a", "longer", false},       {"longer", "a", false},
-        {"a", "last differs", false}, {"missing", "missing", false},
-        {"folder", "folder", false},  {"a", "missing", false},
+        // clang-format off
+        {"a", "same", true}, {"a", "a", true}, {"512", "512 too", true}, {"empty", "empty", true},
+        {"a", "longer", false}, {"longer", "a", false}, {"a", "last differs", false},
+        {"missing", "missing", false}, {"folder", "folder", false}, {"a", "missing", false},
+        // clang-format on
     };
     for (auto const & [first, second, equal] : rows) {
         EXPECT_EQ(path::compare_files(area.path(first), area.path(second)), equal)
@@ -365,21 +303,18 @@ TEST(path_remove, takes_files_links_and_trees)
     area.write("outside/kept", "");
     area.write("read-only", "");
     fs::permissions(area.host("read-only"), fs::perms(0444));
-    fs::create_directory_symlink(area.host("outside"), area.host("tree/a/link"));
-    fs::create_directory_symlink(area.host("outside"), area.host("link"));
-    fs::create_directory_symlink(area.host("outside"), area.host("link 2"));
-    fs::create_symlink("nothing", area.host("dangling"));
+    for (char const * link : {"tree/a/link", "link", "link 2", "link 3"}) {
+        fs::create_directory_symlink(area.host("outside"), area.host(link));
+    }
     EXPECT_FALSE(area.path("tree/d").empty_folder());
-    for (char const * name : {"tree", "link/", "link 2/.", "dangling"}) {
+    for (char const * name : {"tree", "link/", "link 2/."}) {
         EXPECT_TRUE(area.path(name).remove()) << name;
     }
-    EXPECT_FALSE(area.path("missing").remove());
-    EXPECT_FALSE(area.path("read-only").remove());
-    EXPECT_FALSE(path("").remove());
-    EXPECT_EQ(names(area.path("")), (name_set{"outside", "read-only"}));
-
-    fs::create_directory_symlink(area.host("outside"), area.host("link"));
-    EXPECT_TRUE(area.path("link").empty_folder()) << "the folder that the user named";
+    EXPECT_FALSE(area.path("missing").remove() || area.path("read-only").remove()
+                 || path("").remove());
+    EXPECT_EQ(names(area.path("")), (name_set{"outside", "read-only", "link 3"}));
+    EXPECT_EQ(names(area.path("outside")).size(), 1U);
+    EXPECT_TRUE(area.path("link 3").empty_folder()) << "the folder that the user named";
     EXPECT_EQ(names(area.path("outside")), name_set{});
     area.write("tree/x/read-only", "");
     fs::permissions(area.host("tree/x/read-only"), fs::perms(0444));
@@ -396,16 +331,13 @@ TEST(path_remove, leaves_what_no_path_can_name)
     EXPECT_FALSE(outer.path("tree").remove() || outer.path("tree").empty_folder());
     EXPECT_TRUE(outer.exists("tree/..\\..\\victim") && outer.exists("victim"));
     EXPECT_FALSE(outer.exists("tree/good"));
-
-    // As deep as a path can name, then one deeper.
-    for (bool const beyond : {false, true}) {
+    for (bool const beyond : {false, true}) { // as deep as a path can name, then one deeper
         scratch const area;
         std::string name = "t";
         while (area.path(name).size() + 2 < 260) {
             name += "/d";
         }
-        fs::path host = area.host(name);
-        host = beyond ? host / "dd" : host;
+        fs::path const host = beyond ? area.host(name) / "dd" : area.host(name);
         fs::create_directories(host);
         EXPECT_EQ(area.path("t").remove(), !beyond);
         EXPECT_EQ(fs::exists(host), beyond);
