@@ -3,13 +3,16 @@
 
 #include "zel/base/api.h"
 
+/// \file
+/// The version of the headers and of the library.
+
 // The version of the headers. CMake reads these three lines.
 #define ZEL_VERSION_MAJOR 0
 #define ZEL_VERSION_MINOR 1
 #define ZEL_VERSION_PATCH 0
 
 /// One number to compare: 0.1.0 is 100, 1.2.3 is 10203.
-#define ZEL_VERSION (ZEL_VERSION_MAJOR * 10'000 + ZEL_VERSION_MINOR * 100 + ZEL_VERSION_PATCH)
+#define ZEL_VERSION (ZEL_VERSION_MAJOR * 10000 + ZEL_VERSION_MINOR * 100 + ZEL_VERSION_PATCH)
 
 namespace zel {
 /// The version of the library that the program runs with, as a number like `ZEL_VERSION`. It differs

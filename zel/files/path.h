@@ -19,7 +19,7 @@ namespace zel {
 
 class path;
 
-/// The names of the host, as native_path.h has them.
+// The names of the host, as native_path.h has them.
 ZEL_API std::string to_native(path const & source);
 ZEL_API path from_native(std::string_view name);
 
@@ -107,10 +107,10 @@ public:
         : path(from_native(name.native()))
     {
     }
-    /// Normalised like any text, so that a copy of the lone root `\` is `.\`.
+    /// Normalised like any text. So a copy of the lone root `\` is `.\`.
     path(path const & source);
-    /// Joins `name` to `folder` with `.` and `..` resolved. A `name` with a root of its own takes
-    /// the place of `folder`; two empty texts give a lone backslash, the root.
+    /// Joins `name` to `folder`. Components `.` and `..` are resolved. A `name` with a root of its
+    /// own takes the place of `folder`; two empty texts give a lone backslash, the root.
     path(char const * folder, char const * name);
     ~path() override;
 
@@ -147,8 +147,8 @@ public:
     bool add_extension(char const * extension) noexcept;
     /// Removes one backslash at the end, a root's too.
     void strip_final_slash() noexcept;
-    /// Resolves `.` and `..`. A relative path stays relative and keeps the `..` in front; the root
-    /// of a rooted one is never left.
+    /// Resolves the components that mean their folder or the one above. A relative path stays
+    /// relative and keeps each `..` in front; the root of a rooted one is never left.
     bool canonicalize() noexcept;
     /// Joins `more`, in which a leading separator counts for nothing. A network path or one with a
     /// drive takes the place of the text.

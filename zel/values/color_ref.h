@@ -25,6 +25,7 @@ public:
         : value_(value)
     {
     }
+    /// The word of these bytes, red the lowest.
     constexpr color_ref(unsigned char red, unsigned char green, unsigned char blue,
                         unsigned char reserved) noexcept
         : value_(std::uint32_t(red) | std::uint32_t(green) << 8 | std::uint32_t(blue) << 16
