@@ -217,7 +217,7 @@ library_work library_work_at(stopped_thread const & at, std::uintptr_t stack_end
     if (is_inside && at.call == SYS_futex) {
         // The library's own locks are waited for in this way alone; condition variables, joins and
         // the like in others, where a thread has no such lock.
-        bool const is_for_lock = (at.arguments[1] & FUTEX_CMD_MASK) == FUTEX_WAIT;
+        bool const is_for_lock = (static_cast<int>(at.arguments[1]) & FUTEX_CMD_MASK) == FUTEX_WAIT;
         return is_for_lock ? library_work::certainly : library_work::none;
     }
     return library_work::perhaps;
