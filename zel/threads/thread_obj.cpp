@@ -33,7 +33,12 @@ thread_obj::~thread_obj() = default;
 
 void thread_obj::start()
 {
-    inc_ref(); // the new thread's own
+    [[maybe_unused]] std::uint32_t const holders = inc_ref(); // the new thread's own
+#ifndef NDEBUG
+    if (holders == 1) {
+        require_from_new(this);
+    }
+#endif
     try {
         start_on(proc);
     } catch (...) {

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "zel/platform/host/memory_kind.h"
 
+#include <cstddef>
 #include <cstdint>
 
 #include <dlfcn.h>
