@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "zel/core/exception.h"
 
-#include "tests/support/raised.h"
 #include "zel/core/uncaught.h"
 #include "zel/platform/last_error.h"
 #include <exception>
@@ -58,18 +57,18 @@ TEST(exception, composes_its_message)
 TEST(memory_exception, has_a_text_for_each_reason)
 {
     // 0 is no reason, nor is what lies behind the last one.
-    char const * const messages[] = {" x",
-                                     "Zel Memory Exception: Null Pointer x",
-                                     "Zel Memory Exception: Allocation Failed x",
-                                     "Zel Memory Exception: Not releated object x",
-                                     "Zel Memory Exception: Invalid array boundary x",
-                                     "Zel Memory Exception: Resource x",
-                                     " x"};
-    for (std::uint32_t type = 0; type < std::size(messages); ++type) {
-        auto const fail
-            = [&] { throw memory_exception(static_cast<memory_exception::exc_type>(type), "x"); };
-        EXPECT_EQ(message_raised<memory_exception>(fail), messages[type]);
-        EXPECT_EQ(type_raised(fail), type);
+    char const * const reasons[] = {"",
+                                    "Null Pointer",
+                                    "Allocation Failed",
+                                    "Not releated object",
+                                    "Invalid array boundary",
+                                    "Resource",
+                                    ""};
+    for (std::uint32_t type = 0; type < std::size(reasons); ++type) {
+        bool const is_known = *reasons[type] != '\0';
+        EXPECT_EQ(
+            memory_exception(static_cast<memory_exception::exc_type>(type), "x").get_message(),
+            (is_known ? "Zel Memory Exception: " : "") + zel::string(reasons[type]) + " x");
     }
 }
 
@@ -107,8 +106,8 @@ TEST(char_buffer_copy, copies_exactly_the_count)
 {
     for (unsigned int count = 0; count < 20; ++count) {
         zel::string to(20, '.');
-        zel::char_buffer_copy(to.data(), zel::string(20, '\0').data(), count);
-        EXPECT_EQ(to, zel::string(count, '\0') + zel::string(20 - count, '.'));
+        zel::char_buffer_copy(to.data(), zel::string(20, 'x').data(), count);
+        EXPECT_EQ(to, zel::string(count, 'x') + zel::string(20 - count, '.'));
     }
     zel::char_buffer_copy(nullptr, nullptr, 0);
 }
