@@ -1,12 +1,16 @@
 // SPDX-License-Identifier: MIT
 // The text that a variant holds, read as every type of number: against the runtime's parsers and
-// the strict ones, and what was read survives being written and read again.
+// the strict ones, and what was read survives being written and read again. Numbers are written as
+// printf writes them.
 #include "zel/text/convert.h"
 #include "zel/values/variant.h"
 
+#include <algorithm>
 #include <bit>
 #include <cstdint>
+#include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <optional>
 #include <string>
 
@@ -77,5 +81,12 @@ extern "C" int LLVMFuzzerTestOneInput(unsigned char const * data, std::size_t si
     std::optional<std::int64_t> const leading = read<std::int64_t>(source, variant::vt_int64);
     require(!leading || *leading == std::strtoll(characters, nullptr, 10));
     read<bool>(source, variant::vt_bool);
+
+    // The same bytes as a number.
+    double value = 0;
+    std::memcpy(&value, data, std::min(size, sizeof value));
+    char printed[32];
+    std::snprintf(printed, sizeof printed, "%g", value);
+    require(static_cast<zel::string>(variant(value)) == printed);
     return 0;
 }

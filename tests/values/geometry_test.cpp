@@ -10,6 +10,7 @@
 #include <gtest/gtest.h>
 #include <limits>
 #include <sstream>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -40,18 +41,14 @@ static_assert(after(size(most, 5), [](auto & s) { s += size(1, 2); }) == size(le
 static_assert(after(size(least, 5), [](auto & s) { s -= size(1, 2); }) == size(most, 3));
 
 // Numbers convert to all three, and are not meant to be compared with them.
-template <typename A, typename B>
-concept comparable = requires(A a, B b)
-{
-    a == b;
-};
-template <typename A, typename B>
-concept combinable = requires(A a, B b)
-{
-    a & b;
-};
-static_assert(!comparable<point, int> && !comparable<int, size> && !comparable<rect, int>);
-static_assert(!combinable<rect, int> && !combinable<t_rect, t_rect> && combinable<t_rect, rect>);
+constexpr auto compare = [](auto const & a, auto const & b) -> decltype(a == b) { return a == b; };
+constexpr auto combine = [](auto const & a, auto const & b) -> decltype(a & b) { return a & b; };
+template <auto operation, typename A, typename B>
+constexpr bool takes = std::is_invocable_v<decltype(operation), A, B>;
+static_assert(!takes<compare, point, int> && !takes<compare, int, size>);
+static_assert(!takes<compare, rect, int> && takes<compare, t_rect, rect>);
+static_assert(!takes<combine, rect, int> && takes<combine, t_rect, rect>);
+static_assert(!takes<combine, t_rect, t_rect>);
 
 static_assert(rect(point(1, 2), size(10, 20)) == rect(1, 2, 11, 22));
 static_assert(rect(point(1, 2), point(10, 20)) == t_rect{1, 2, 10, 20});
