@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
-// Entries that are in memory already: 5,000 of them in 50 sections, asked for in no order. And
-// 1,000 of them changed and put on disk at once.
+// Entries that are in memory already: 5,000 of them in 50 sections, asked for in no order; 1,000 of
+// them changed and put on disk at once. New entries and new sections, and commits of everything, at
+// several sizes: no size costs more an entry than the ones in front of it but for the processor's
+// caches.
 #include "zel/profile/cached_profile.h"
 
 #include "zel/files/native_path.h"
@@ -12,6 +14,7 @@
 #include <filesystem>
 #include <glib.h>
 #include <map>
+#include <memory>
 #include <random>
 #include <string>
 #include <utility>
@@ -175,5 +178,110 @@ void commit_with_glib(benchmark::State & state)
     g_key_file_free(file);
 }
 BENCHMARK(commit_with_glib)->Name("1,000 writes, one commit/GKeyFile")->UseRealTime();
+
+/// New names in no order, so that each lands somewhere in the middle.
+std::vector<zel::string> new_names(std::int64_t count)
+{
+    std::vector<zel::string> result;
+    for (std::int64_t i = 0; i < count; ++i) {
+        result.emplace_back("entry." + std::to_string(i));
+    }
+    std::shuffle(result.begin(), result.end(), std::mt19937(1));
+    return result;
+}
+
+// Time an entry: a section, or the sections, grow from nothing to that size.
+void write_new_with_zel(benchmark::State & state, bool sections)
+{
+    auto const wanted = new_names(state.range(0));
+    zel::string const one("section"), value("value");
+    for (auto _ : state) {
+        zel::auto_ptr<zel::cached_profile> cache(new zel::cached_profile(nullptr));
+        for (zel::string const & name : wanted) {
+            cache->write_string(sections ? name : one, sections ? one : name, value);
+        }
+        state.PauseTiming();
+        cache = nullptr;
+        state.ResumeTiming();
+    }
+    state.SetItemsProcessed(state.iterations() * state.range(0));
+}
+
+void write_new_with_maps(benchmark::State & state, bool sections)
+{
+    auto const wanted = new_names(state.range(0));
+    zel::string const one("section"), value("value");
+    for (auto _ : state) {
+        auto store = std::make_unique<std::map<std::string, std::map<std::string, std::string>>>();
+        for (zel::string const & name : wanted) {
+            (*store)[sections ? name : one][sections ? one : name] = value;
+        }
+        state.PauseTiming();
+        store = nullptr;
+        state.ResumeTiming();
+    }
+    state.SetItemsProcessed(state.iterations() * state.range(0));
+}
+
+#define SIZES Arg(1'000)->Arg(10'000)->Arg(100'000)->Arg(300'000)
+BENCHMARK_CAPTURE(write_new_with_zel, , false)->Name("cached write of new entries/zel")->SIZES;
+BENCHMARK_CAPTURE(write_new_with_maps, , false)
+    ->Name("cached write of new entries/two std::map")
+    ->SIZES;
+BENCHMARK_CAPTURE(write_new_with_zel, , true)->Name("cached write of new sections/zel")->SIZES;
+BENCHMARK_CAPTURE(write_new_with_maps, , true)
+    ->Name("cached write of new sections/two std::map")
+    ->SIZES;
+
+// Every entry of a file changes and goes out; the peer's work is the same text put together.
+void commit_all_with_zel(benchmark::State & state)
+{
+    place const there;
+    auto const wanted = new_names(state.range(0));
+    zel::cached_profile cache(new zel::ini_file(zel::from_native(there.file()).c_str()));
+    zel::string const one("section"), values[] = {"value 1", "value 2"};
+    std::size_t round = 0;
+    for (auto _ : state) {
+        state.PauseTiming();
+        for (zel::string const & name : wanted) {
+            cache.write_string(one, name, values[round % 2]);
+        }
+        ++round;
+        state.ResumeTiming();
+        cache.commit();
+    }
+    state.SetItemsProcessed(state.iterations() * state.range(0));
+}
+
+void commit_all_with_glib(benchmark::State & state)
+{
+    place const there;
+    auto const wanted = new_names(state.range(0));
+    GKeyFile * const file = g_key_file_new();
+    char const * const values[] = {"value 1", "value 2"};
+    std::size_t round = 0;
+    for (auto _ : state) {
+        state.PauseTiming();
+        for (zel::string const & name : wanted) {
+            g_key_file_set_string(file, "section", name.c_str(), values[round % 2]);
+        }
+        ++round;
+        state.ResumeTiming();
+        g_key_file_save_to_file(file, there.file().c_str(), nullptr);
+    }
+    g_key_file_free(file);
+    state.SetItemsProcessed(state.iterations() * state.range(0));
+}
+
+BENCHMARK(commit_all_with_zel)
+    ->Name("commit of all entries/zel")
+    ->Arg(1'000)
+    ->Arg(100'000)
+    ->UseRealTime();
+BENCHMARK(commit_all_with_glib)
+    ->Name("commit of all entries/GKeyFile")
+    ->Arg(1'000)
+    ->Arg(100'000)
+    ->UseRealTime();
 
 } // namespace

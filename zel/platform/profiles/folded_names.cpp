@@ -20,6 +20,12 @@ std::uint64_t folded(std::uint64_t bytes) noexcept
     return bytes | capital >> 2;
 }
 
+/// Most names are written in one way only.
+bool same_name(std::string_view a, std::string_view b) noexcept
+{
+    return a == b || ascii::equal_without_case(a, b);
+}
+
 std::uint32_t hash_of(std::string_view name) noexcept
 {
     constexpr std::uint64_t multiplier = 0x9E3779B97F4A7C15; // 2^64 by the golden ratio
@@ -46,8 +52,8 @@ std::size_t folded_names::place_of(std::string_view name, std::uint32_t hash) co
 {
     std::size_t const last = slots_.size() - 1;
     std::size_t at = hash & last;
-    while (slots_[at].value != free
-           && (slots_[at].hash != hash || !ascii::equal_without_case(slots_[at].name, name))) {
+    while (slots_[at].number != free
+           && (slots_[at].hash != hash || !same_name(names_[slots_[at].number].name, name))) {
         at = (at + 1) & last;
     }
     return at;
@@ -62,20 +68,20 @@ void folded_names::reserve(std::size_t count)
     std::vector<slot> old(wanted);
     old.swap(slots_);
     for (slot const & each : old) {
-        if (each.value != free) {
-            slots_[place_of(each.name, each.hash)] = each;
+        if (each.number != free) {
+            slots_[place_of(names_[each.number].name, each.hash)] = each;
         }
     }
 }
 
 void folded_names::add(std::string_view name, std::size_t value)
 {
-    reserve(count_ + 1);
+    reserve(names_.size() + 1);
     std::uint32_t const hash = hash_of(name);
     slot & place = slots_[place_of(name, hash)];
-    if (place.value == free) {
-        place = {name, hash, static_cast<std::uint32_t>(value)};
-        ++count_;
+    if (place.number == free) {
+        names_.push_back({name, value});
+        place = {hash, static_cast<std::uint32_t>(names_.size() - 1)};
     }
 }
 
@@ -85,13 +91,13 @@ std::size_t folded_names::find(std::string_view name) const noexcept
         return none;
     }
     slot const & place = slots_[place_of(name, hash_of(name))];
-    return place.value == free ? none : place.value;
+    return place.number == free ? none : names_[place.number].value;
 }
 
 void folded_names::clear() noexcept
 {
+    names_.clear();
     slots_.clear();
-    count_ = 0;
 }
 
 } // namespace zel::platform

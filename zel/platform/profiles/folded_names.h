@@ -15,7 +15,6 @@ public:
 
     /// Adds a name unless it is there.
     /// \param name   must live as long as this object.
-    /// \param value  at most 32 bits.
     void add(std::string_view name, std::size_t value);
     /// \returns the value that was added with the name, or `none`.
     std::size_t find(std::string_view name) const noexcept;
@@ -24,17 +23,21 @@ public:
     void clear() noexcept;
 
 private:
-    struct slot {
+    struct added_name {
         std::string_view name;
+        std::size_t value;
+    };
+    // Small, so that most of them stay in the processor's caches.
+    struct slot {
         std::uint32_t hash = 0;
-        std::uint32_t value = free;
+        std::uint32_t number = free; // of the name
     };
     static constexpr std::uint32_t free = 0xFFFFFFFF;
 
     std::size_t place_of(std::string_view name, std::uint32_t hash) const noexcept;
 
+    std::vector<added_name> names_;
     std::vector<slot> slots_; // a power of two, at most half of them taken
-    std::size_t count_ = 0;
 };
 
 } // namespace zel::platform

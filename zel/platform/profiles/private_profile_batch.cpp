@@ -1,7 +1,10 @@
 // SPDX-License-Identifier: MIT
 #include "zel/platform/profiles/private_profile_batch.h"
 
+#include <algorithm>
+#include <cstddef>
 #include <new>
+#include <utility>
 
 namespace zel::platform {
 namespace {
@@ -26,11 +29,7 @@ private_profile_batch::~private_profile_batch()
     }
 }
 
-void private_profile_batch::finish()
-{
-    write();
-    clear();
-}
+void private_profile_batch::finish() { write(); }
 
 bool private_profile_batch::write_what_waits() noexcept
 {
@@ -51,54 +50,44 @@ bool private_profile_batch::take(private_profile_entry const & entry, char const
     if (batch == nullptr) {
         return false;
     }
+    if (!batch->entries_.empty() && batch->file_ != file) {
+        batch->write();
+    }
     if (batch->entries_.empty()) {
         batch->file_ = file;
-    } else if (batch->file_ != file) {
-        batch->write();
-        batch->clear();
-        batch->file_ = file;
     }
-    std::string & texts = batch->texts_;
-    std::size_t const begin = texts.size();
-    try {
-        texts.append(entry.section).append(entry.name).append(entry.value);
-        batch->entries_.push_back(
-            {begin, entry.section.size(), entry.name.size(), entry.value.size(), entry.kind});
-    } catch (...) {
-        texts.resize(begin);
-        throw;
+    private_profile_entry noted = entry;
+    if (!batch->entries_.empty() && batch->entries_.back().section == entry.section) {
+        noted.section = batch->entries_.back().section;
+    } else {
+        noted.section = batch->copy(entry.section);
     }
+    noted.name = batch->copy(entry.name);
+    noted.value = batch->copy(entry.value);
+    batch->entries_.push_back(noted);
     return true;
 }
 
-void private_profile_batch::write() const
+std::string_view private_profile_batch::copy(std::string_view text)
 {
-    if (entries_.empty()) {
-        return;
+    if (texts_.empty() || texts_.back().capacity() - texts_.back().size() < text.size()) {
+        constexpr std::size_t usual = 64 * 1024;
+        std::string chunk;
+        chunk.reserve(std::max(text.size(), usual));
+        texts_.push_back(std::move(chunk));
     }
-    std::vector<private_profile_entry> entries;
-    entries.reserve(entries_.size());
-    for (noted_entry const & each : entries_) {
-        std::string_view rest = std::string_view(texts_).substr(each.begin);
-        auto const next = [&rest](std::size_t size) {
-            std::string_view const text = rest.substr(0, size);
-            rest.remove_prefix(size);
-            return text;
-        };
-        private_profile_entry & entry = entries.emplace_back();
-        entry.section = next(each.section_size);
-        entry.name = next(each.name_size);
-        entry.value = next(each.value_size);
-        entry.kind = each.kind;
-    }
-    write_private_profile_entries(entries, file_.c_str());
+    std::string & chunk = texts_.back();
+    return {chunk.append(text).data() + chunk.size() - text.size(), text.size()};
 }
 
-void private_profile_batch::clear() noexcept
+/// Nothing waits afterwards, unless it raises.
+void private_profile_batch::write()
 {
-    file_.clear();
-    texts_.clear();
-    entries_.clear();
+    if (!entries_.empty()) {
+        write_private_profile_entries(entries_, file_.c_str());
+        entries_.clear();
+        texts_.clear();
+    }
 }
 
 } // namespace zel::platform

@@ -2,8 +2,8 @@
 #pragma once
 
 #include "zel/platform/profiles/private_profile.h"
-#include <cstddef>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace zel::platform {
@@ -38,21 +38,13 @@ public:
     static bool write_what_waits() noexcept;
 
 private:
-    struct noted_entry {
-        std::size_t begin; // of its texts, which follow each other in `texts_`
-        std::size_t section_size;
-        std::size_t name_size;
-        std::size_t value_size;
-        private_profile_entry::form kind;
-    };
-
-    void write() const;
-    void clear() noexcept;
+    std::string_view copy(std::string_view text);
+    void write();
 
     private_profile_batch * const outer_;
     std::string file_;
-    std::string texts_;
-    std::vector<noted_entry> entries_;
+    std::vector<std::string> texts_; // whose bytes stay where they are; entries refer to them
+    std::vector<private_profile_entry> entries_;
 };
 
 } // namespace zel::platform

@@ -8,12 +8,15 @@
 namespace zel::platform {
 namespace {
 
-/// Whether a byte would end the text in the file.
-/// \param other  one that does beside line ends.
-bool is_broken(std::string_view text, char other = '\n') noexcept
+/// Whether a byte would end the text in the file: a line end, or another one.
+bool is_broken(std::string_view text) noexcept
 {
-    return std::any_of(text.begin(), text.end(),
-                       [other](char c) { return is_line_end(c) || c == other; });
+    char const * const end = text.data() + text.size();
+    return find_line_end(text.data(), end) != end;
+}
+bool is_broken(std::string_view text, char other) noexcept
+{
+    return is_broken(text) || text.find(other) != text.npos;
 }
 
 bool has_bare_ends(std::string_view name) noexcept
