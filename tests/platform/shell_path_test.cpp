@@ -1,14 +1,12 @@
 // SPDX-License-Identifier: MIT
 #include "zel/platform/paths/canonical_path.h"
 #include "zel/platform/paths/max_path.h"
-#include "zel/platform/paths/path_compare.h"
 #include "zel/platform/paths/path_match.h"
 #include "zel/platform/paths/path_parts.h"
 #include "zel/platform/paths/relative_path.h"
 
 #include <cstring>
 #include <gtest/gtest.h>
-#include <random>
 #include <string>
 
 namespace {
@@ -255,43 +253,6 @@ TEST(shell_path, takes_texts_up_to_259_bytes_and_cuts_none)
     EXPECT_EQ(combine(longest.c_str(), "..\\y"), "y") << "only the result has to fit";
     EXPECT_EQ(combine((longest + "x").c_str(), "..\\y"), "<null>");
     EXPECT_EQ(combine("C:", longest.c_str()), "<null>");
-}
-
-TEST(shell_path, properties_hold_for_every_text)
-{
-    // Pieces that mean something to a path, in every order.
-    char const * const pieces[]
-        = {"\\", "..", ".", "a", "B", "c:", "\\\\", " ", "\"", "?", "UNC", "bb", "x.y"};
-    std::mt19937 random(7);
-    auto const some_text = [&] {
-        std::string text;
-        for (auto count = random() % 9; count > 0; --count) {
-            text += pieces[random() % std::size(pieces)];
-        }
-        return text;
-    };
-    for (int round = 0; round < 50'000; ++round) {
-        std::string const text = some_text();
-        std::string const other = some_text();
-        SCOPED_TRACE(text + " and " + other);
-        std::string const canonical = canonicalize(text);
-        ASSERT_EQ(canonicalize(canonical), canonical);
-        ASSERT_EQ(path_is_relative(canonical.c_str()), path_is_relative(text.c_str()));
-
-        area way("");
-        if (path_relative_path_to(way.text, text.c_str(), file_attribute_directory, other.c_str(),
-                                  0)) {
-            // Only a backslash at the end may differ.
-            area end(combine(canonical.c_str(), way.text));
-            area wanted(canonicalize(other));
-            path_remove_backslash(end.text);
-            path_remove_backslash(wanted.text);
-            ASSERT_EQ(path_compare(end.text, wanted.text), 0) << end.text << " by " << way.text;
-        }
-        area prefix("");
-        int const length = path_common_prefix(text.c_str(), other.c_str(), prefix.text);
-        ASSERT_EQ(text.substr(0, static_cast<std::size_t>(length)), prefix.text);
-    }
 }
 
 } // namespace
