@@ -26,12 +26,8 @@ public:
             if (&__gcov_reset != nullptr) {
                 __gcov_reset();
             }
-            int status = 0;
-            if constexpr (std::same_as<decltype(body()), bool>) {
-                status = body() ? 0 : 1;
-            } else {
-                status = body();
-            }
+            auto const told = body();
+            int const status = std::same_as<decltype(told), bool const> ? !told : told;
             if (&__gcov_dump != nullptr) {
                 __gcov_dump();
             }
