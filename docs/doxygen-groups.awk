@@ -12,8 +12,10 @@ hidden { if (/^\};/) { hidden = 0 } next }
     rest = $0
     while (match(rest, /`[^`]*`/)) {
         span = substr(rest, RSTART, RLENGTH)
-        if (span ~ /[\\'\[\]]/) {
+        if (span ~ /[\\'"\[\]]/) {
             gsub(/\\/, "&&", span)
+            gsub(/"/, "\\&quot;", span)
+            gsub(/'/, "\\&apos;", span)
             sub(/`$/, span ~ /\\`$/ ? "\\&zwnj;`" : "`", span)
             span = "<code>" substr(span, 2, length(span) - 2) "</code>"
         }
@@ -22,7 +24,7 @@ hidden { if (/^\};/) { hidden = 0 } next }
     }
     $0 = line rest
 }
-FILENAME ~ /\.md$/ { print; next }
+FILENAME ~ /\.md$/ { gsub(/\]\([.\/]*examples\)/, "](@ref examples)"); print; next }
 # What the compiler writes, or nobody may call, needs no words of its own.
 !commented && / = (default|delete);$/ { next }
 /^ *\/\/\// {

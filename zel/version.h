@@ -6,9 +6,13 @@
 /// \file
 /// The version of the headers and of the library.
 
-// The version of the headers. CMake reads these three lines.
+// CMake reads these three numbers.
+
+/// Raised when programs may have to change; while it is 0 the minor number is.
 #define ZEL_VERSION_MAJOR 0
+/// Raised when something is added.
 #define ZEL_VERSION_MINOR 1
+/// Raised when faults are mended.
 #define ZEL_VERSION_PATCH 0
 
 /// One number to compare: 0.1.0 is 100, 1.2.3 is 10203.

@@ -40,17 +40,20 @@ public:
         acquire();
     }
 
+    /// Shares what `other` holds.
     auto_ptr(auto_ptr const & other) noexcept
         : object_(other.object_)
     {
         acquire();
     }
 
+    /// Takes over what `other` holds, which is null afterwards.
     constexpr auto_ptr(auto_ptr && other) noexcept
         : object_(std::exchange(other.object_, nullptr))
     {
     }
 
+    /// Shares an object of a derived class, or as a constant one.
     template <typename U>
     requires std::is_convertible_v<U *, T *> auto_ptr(auto_ptr<U> const & other)
     noexcept
@@ -86,6 +89,7 @@ public:
         return *this;
     }
 
+    /// Takes over what `other` holds and gives up its own.
     auto_ptr & operator=(auto_ptr && other) noexcept
     {
         if (this != &other) {

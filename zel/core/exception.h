@@ -24,6 +24,7 @@ namespace zel {
 class ZEL_API exception {
 public:
     exception() = default;
+    /// With a message of its own; the reason is 0 unless it is given.
     exception(string const & message);
     exception(std::uint32_t type, string const & message);
     exception(exception const &) = default;
@@ -39,6 +40,7 @@ public:
     std::uint32_t get_exc_type() noexcept { return type_; }
 
 protected:
+    /// Without a message, which `get_message` then makes.
     explicit exception(std::uint32_t type);
 
     /// Composes the message in the way of the whole family: the text of the reason, a blank, then
@@ -56,6 +58,7 @@ private:
 /// A null pointer, exhausted memory, a range outside an array.
 class ZEL_API memory_exception : public exception {
 public:
+    /// The reasons, which `get_type()` tells.
     enum exc_type : std::uint32_t {
         null_pointer = 1,
         allocation_failed = 2,
@@ -64,6 +67,7 @@ public:
         resource = 5,
     };
 
+    /// `text` goes behind the reason.
     memory_exception(exc_type type, string const & text);
     memory_exception(memory_exception const &) = default;
     memory_exception & operator=(memory_exception const &) = default;

@@ -25,12 +25,14 @@ public:
     /// is in `get_last_error()` until the thread's next failure.
     class ZEL_API exception : public zel::exception {
     public:
+        /// The reasons, which `get_type()` tells.
         enum exc_type : std::uint32_t {
             file_not_found = 1,
             procedure_not_found = 2,
             cannot_load = 3,
         };
 
+        /// `text` goes behind the reason; null for nothing.
         exception(exc_type type, char const * text);
         exception(exception const &) = default;
         exception & operator=(exception const &) = default;
@@ -48,7 +50,9 @@ public:
     /// \throws dyn_lib::exception  `cannot_load` with the module's name.
     void load();
 
+    /// Gives the module back, whose procedures are not to be called any more.
     void unload() noexcept;
+    /// Whether this object holds the module.
     bool loaded() const noexcept { return handle != nullptr; }
 
     /// The address of an exported procedure, valid until the module is unloaded. Never loads.
@@ -57,9 +61,9 @@ public:
     void * get_proc_addr(string const & proc_name);
 
 protected:
-    string const name;
+    string const name; ///< as it was given
     void * handle; ///< null while not loaded
-    bool const unload_on_destroy;
+    bool const unload_on_destroy; ///< as it was given
 };
 
 } // namespace zel

@@ -30,18 +30,21 @@ public:
     /// A stream that can't be opened or closed.
     class ZEL_API exception : public zel::exception {
     public:
+        /// The reasons, which `get_type()` tells.
         enum exc_type : std::uint32_t {
             cannot_open = 1,
             cannot_close = 2,
             end_of_file = 3, ///< raised by no member; `eof` tells
         };
 
+        /// `text` goes behind the reason; null for nothing.
         exception(exc_type type, char const * text = nullptr);
         exception(exception const &) = default;
         exception & operator=(exception const &) = default;
         ~exception() override;
     };
 
+    /// What is done with the stream. An update may read and write.
     enum mode : std::uint32_t {
         mode_read = 0,
         mode_write = 1, ///< empties the file
@@ -51,6 +54,7 @@ public:
         mode_append_update = 5,
     };
 
+    /// Has no effect on this host.
     enum kind : std::uint32_t {
         kind_text = 0,
         kind_binary = 1,
@@ -88,11 +92,12 @@ public:
     std::uint32_t write_char(char ch) noexcept;
 
 protected:
+    /// The names by which the host knows modes and kinds.
     static char const * const ms_Modes[6];
     static char const * const ms_Kinds[2];
 
     mode open_mode; ///< of the last `open` that succeeded
-    kind open_kind;
+    kind open_kind; ///< likewise
     std::FILE * stream; ///< null while none is open; `fileno` gives its descriptor
 };
 

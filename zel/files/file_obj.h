@@ -10,9 +10,11 @@ namespace zel {
 /// The root of what stands for a file on disk: it holds the file's path and nothing else.
 class ZEL_API file_obj : public ref_obj {
 public:
+    /// Empty for an object without a file.
     path const & get_path() const noexcept { return file_path; }
 
 protected:
+    /// Without a path, or with a copy of one.
     file_obj();
     explicit file_obj(path const & source);
     ~file_obj() override;

@@ -114,6 +114,7 @@ public:
     path(char const * folder, char const * name);
     ~path() override;
 
+    /// Normalised, as by the constructor of the same argument.
     path & operator=(path const & source);
     path & operator=(char const * source);
     path & operator=(string const & source);
@@ -128,6 +129,7 @@ public:
     template <filesystem_path Name> operator Name() const { return Name(to_native(*this)); }
     /// The text: `std::string(place)`.
     explicit operator std::string() const { return text; }
+    /// The same text.
     explicit operator string() const { return text; }
 
     /// A `char const *` is normalised before it is compared; one that is too long equals no path.
@@ -135,6 +137,7 @@ public:
     bool operator==(char const * other) const noexcept;
     std::weak_ordering operator<=>(path const & other) const noexcept;
 
+    /// The text with its terminator, and how many bytes stand in front of that.
     char const * c_str() const noexcept { return text; }
     unsigned int size() const noexcept;
     bool empty() const noexcept { return *text == '\0'; }

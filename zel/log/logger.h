@@ -49,6 +49,7 @@ public:
     logger();
     ~logger() override;
 
+    /// Writes a message that belongs to no group.
     void write(log_type type, char const * format, ...) ZEL_PRINTF(3, 4);
     void write_v(log_type type, char const * format, std::va_list arguments) ZEL_PRINTF(3, 0);
     /// \param url  null for none.

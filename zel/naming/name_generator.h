@@ -66,6 +66,7 @@ protected:
     /// Joins the words, each with its first letter made a capital.
     string constructExpression(std::vector<string> const & words) const;
 
+    /// ASCII letters alone.
     char toLower(char c) const;
     void toLower(string & text) const;
     void toUpper(string & text) const;

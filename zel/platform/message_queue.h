@@ -10,12 +10,12 @@ using window_handle = void *;
 
 /// A message as it lies in a queue.
 struct tagMSG {
-    window_handle hwnd; // null for a message to the thread itself
-    unsigned int message;
-    std::uintptr_t wParam;
-    std::intptr_t lParam;
-    std::uint32_t time; // of the post, milliseconds of the monotonic clock, wraps
-    t_point pt; // of the pointer at that time; there is none here, so 0, 0
+    window_handle hwnd; ///< null for a message to the thread itself
+    unsigned int message; ///< its number
+    std::uintptr_t wParam; ///< what the poster gave it
+    std::intptr_t lParam; ///< likewise
+    std::uint32_t time; ///< of the post, milliseconds of the monotonic clock, wraps
+    t_point pt; ///< of the pointer at that time; there is none here, so 0, 0
 };
 
 namespace zel::platform {

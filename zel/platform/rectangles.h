@@ -9,22 +9,22 @@
 /// A place. It may be a part of something else, as the corner of a rectangle is, so the compiler is
 /// told not to conclude from its type what a reference to it cannot mean.
 struct __attribute__((may_alias)) t_point {
-    std::int32_t x;
-    std::int32_t y;
+    std::int32_t x; ///< grows to the right
+    std::int32_t y; ///< grows downwards
 };
 
 /// An extent.
 struct t_size {
-    std::int32_t cx;
-    std::int32_t cy;
+    std::int32_t cx; ///< width
+    std::int32_t cy; ///< height
 };
 
 /// Two corners. The right and the bottom edge lie outside; the corners may be the wrong way round.
 struct t_rect {
-    std::int32_t left;
-    std::int32_t top;
-    std::int32_t right;
-    std::int32_t bottom;
+    std::int32_t left; ///< first column inside
+    std::int32_t top; ///< first row inside
+    std::int32_t right; ///< first column behind
+    std::int32_t bottom; ///< first row below
 };
 
 static_assert(sizeof(t_point) == 8 && sizeof(t_size) == 8 && sizeof(t_rect) == 16);

@@ -18,6 +18,7 @@ namespace zel::profile_cache {
 /// holds the store below, so that it can write them when it goes.
 class ZEL_API cached_key : public ref_obj {
 public:
+    /// Nothing is read yet.
     cached_key(string const & section, auto_ptr<iprofile> store);
     /// Commits; no exception leaves.
     ~cached_key() override;
@@ -25,6 +26,7 @@ public:
     /// Calls `commit` of every entry, in ascending order of name.
     virtual void commit();
 
+    /// Of the section; sections sort by it, byte by byte.
     string get_name() const { return name_; }
     std::string_view name_view() const noexcept { return name_; }
     bool operator<(cached_key const & other) const noexcept { return name_ < other.name_; }
@@ -34,6 +36,7 @@ public:
     /// Inserts an entry that is not there yet.
     void insert_value(auto_ptr<cached_value> value);
 
+    /// The operations of a `cached_profile` on one section.
     string read_string(string const & entry, string const & default_value);
     std::int32_t read_int(string const & entry, std::int32_t default_value);
     bool read_bool(string const & entry, bool default_value);

@@ -92,6 +92,7 @@ public:
     virtual void commit();
 
 protected:
+    /// What it keeps, by the names that derived classes know.
     using cached_key = profile_cache::cached_key;
     using cached_value = profile_cache::cached_value;
     using string_cached_value = profile_cache::string_cached_value;
@@ -105,7 +106,7 @@ protected:
     /// The section, created when it is missing; the store below is not asked.
     auto_ptr<cached_key> getKey(string const & section);
 
-    auto_ptr<iprofile> profile;
+    auto_ptr<iprofile> profile; ///< the store below
     /// A vector of `auto_ptr<cached_key>`, sorted by name, byte by byte. Changed by `insertKey` and
     /// nothing else.
     profile_cache::named_items<cached_key> keys;

@@ -17,6 +17,7 @@ namespace zel::profile_cache {
 /// give "" or 0.
 class ZEL_API cached_value : public ref_obj {
 public:
+    /// `is_dirty` for what the store below does not have yet.
     cached_value(string const & entry, bool is_dirty);
     ~cached_value() override;
 
@@ -36,18 +37,21 @@ public:
     /// Told when a commit ended with no memory, so that the store may not have kept what it got.
     virtual void commit_failed() noexcept;
 
+    /// Of the entry.
     string get_name() const { return name; }
     std::string_view name_view() const noexcept { return name; }
     /// For an entry that nobody is to write any more.
     void forget_change() noexcept { dirty = false; }
 
 protected:
-    string const name;
-    bool dirty;
+    string const name; ///< of the entry
+    bool dirty; ///< the store below does not have it yet
 };
 
+/// An entry whose first use was a text.
 class ZEL_API string_cached_value : public cached_value {
 public:
+    /// A text as it was read, or is to be written.
     string_cached_value(string const & entry, string const & text, bool is_dirty);
     ~string_cached_value() override;
 
@@ -59,8 +63,10 @@ private:
     string value_;
 };
 
+/// An entry whose first use was a number or a truth value.
 class ZEL_API int_cached_value : public cached_value {
 public:
+    /// A number as it was read, or is to be written.
     int_cached_value(string const & entry, std::int32_t number, bool is_dirty);
     ~int_cached_value() override;
 
@@ -72,8 +78,10 @@ private:
     std::int32_t value_;
 };
 
+/// An entry whose first use was a block of bytes.
 class ZEL_API binary_cached_value : public cached_value {
 public:
+    /// Copies `length` bytes of `block`.
     binary_cached_value(string const & entry, void const * block, std::uint32_t length,
                         bool is_dirty);
     ~binary_cached_value() override;

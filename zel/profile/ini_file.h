@@ -31,8 +31,8 @@ public:
     explicit ini_file(string const & file_name);
     ~ini_file() override;
 
-    // Each base brings a count; the first one's says how many hold the object, whether as an
-    // `ini_file` or as an `iprofile`.
+    /// Each base brings a count; the first one's says how many hold the object, whether as an
+    /// `ini_file` or as an `iprofile`.
     std::uint32_t inc_ref() noexcept { return iprofile::inc_ref(); }
     std::uint32_t dec_ref() noexcept { return iprofile::dec_ref(); }
     void undo_inc_ref() noexcept { iprofile::undo_inc_ref(); }

@@ -28,6 +28,7 @@ namespace zel {
 struct ZEL_API iprofile : public ref_obj {
     ~iprofile() override;
 
+    /// The text of an entry, or `default_value` when there is none.
     virtual string read_string(string const & section, string const & key,
                                string const & default_value)
         = 0;
@@ -38,6 +39,7 @@ struct ZEL_API iprofile : public ref_obj {
         = 0;
     virtual bool read_bool(string const & section, string const & key, bool default_value) = 0;
 
+    /// Sets an entry, which is made when it is missing.
     virtual void write_string(string const & section, string const & key, string const & value) = 0;
     virtual void write_int(string const & section, string const & key, std::int32_t value) = 0;
     virtual void write_bool(string const & section, string const & key, bool value) = 0;

@@ -17,6 +17,7 @@ namespace zel::profile_cache {
 ///               same name.
 template <typename Item> class ZEL_API named_items {
 public:
+    /// In the order of the names.
     using vector = std::vector<auto_ptr<Item>>;
     using iterator = typename vector::iterator;
 
@@ -26,7 +27,7 @@ public:
     /// \throws std::bad_alloc  with nothing changed.
     void insert(auto_ptr<Item> item);
 
-    // All items in their order.
+    /// All items in the order of their names.
     iterator begin() noexcept { return in_order().begin(); }
     iterator end() noexcept { return in_order().end(); }
     auto_ptr<Item> & front() noexcept { return in_order().front(); }

@@ -61,8 +61,8 @@ protected:
     /// whatever they hold. A derived class may join them in another way.
     virtual string formPath(string const & section);
 
-    auto_ptr<iprofile> const profile;
-    string const path;
+    auto_ptr<iprofile> const profile; ///< the store below
+    string const path; ///< what goes in front
 
 private:
     template <typename Operation> auto forward(string const & section, Operation && operation);

@@ -25,15 +25,19 @@ public:
     static constexpr std::uint32_t c_npos = 0xFFFFFFFF;
 
     buffer() noexcept = default;
+    /// A copy of `count` bytes, or `count` times `fill`.
     buffer(unsigned char const * source, std::uint32_t count);
     buffer(std::uint32_t count, unsigned char fill);
+    /// A copy has a count of its own; what was moved from is empty.
     buffer(buffer const & other);
     buffer(buffer && other) noexcept;
     ~buffer() override;
 
+    /// The count of this object stays.
     buffer & operator=(buffer const & other);
     buffer & operator=(buffer && other) noexcept;
 
+    /// Whether both hold the same bytes.
     bool operator==(buffer const & other) const noexcept;
     bool operator!=(buffer const & other) const noexcept { return !(*this == other); }
 
@@ -52,6 +56,7 @@ public:
     unsigned char * data() noexcept { return data_; }
     unsigned char const * data() const noexcept { return data_; }
 
+    /// In bytes.
     std::uint32_t size() const noexcept { return size_; }
 
     /// True when there are bytes, false when there are none: the opposite of what the name has come

@@ -26,6 +26,7 @@ public:
     /// The text is no number of the type.
     class ZEL_API exception : public zel::exception {
     public:
+        /// The reasons, which `get_type()` tells.
         enum exc_type : std::uint32_t {
             data_convert_error = 1,
             out_of_range = 2,
@@ -45,6 +46,7 @@ public:
 
     convert() = default;
     convert(convert const &) = default;
+    /// There is nothing to assign.
     convert & operator=(convert const &) noexcept { return *this; }
 
     /// \throws exception  `unexpected_end` for an empty text or a lone sign, `wrong_symbol` for a

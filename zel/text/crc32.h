@@ -20,6 +20,7 @@ public:
     static int stringCrc32(unsigned char const * data, int length) noexcept;
 
     ~Crc32();
+    /// There is nothing to assign.
     Crc32 & operator=(Crc32 const & other) noexcept;
 
 protected:

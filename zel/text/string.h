@@ -40,6 +40,7 @@ public:
     static char const ms_default_delimeter_string[26];
 
     string() noexcept = default;
+    /// A null text counts as an empty one.
     string(char const * text)
         : base(text == nullptr ? "" : text)
     {
@@ -61,6 +62,8 @@ public:
         : base(other, position, count)
     {
     }
+
+    /// The bytes of another text, NUL bytes included.
     string(base const & text)
         : base(text)
     {
@@ -81,6 +84,7 @@ public:
 
     string & operator=(string const &) = default;
     string & operator=(string &&) noexcept = default;
+    /// A null text counts as an empty one.
     string & operator=(char const * text)
     {
         base::assign(text == nullptr ? "" : text);
@@ -116,6 +120,7 @@ public:
     requires requires(T const & source) { source.operator string(); }
     string & operator=(T const & source) { return *this = source.operator string(); }
 
+    /// Appends; a null text counts as an empty one.
     string & operator+=(string const & text)
     {
         base::append(text);
@@ -293,6 +298,7 @@ public:
     void load_string(std::uint32_t id) noexcept;
 
 protected:
+    /// \throws memory_exception  `null_pointer` with the text "zel::string".
     [[noreturn]] static void throw_null_ptr_exception();
 };
 

@@ -20,6 +20,7 @@ namespace zel {
 /// \endcode
 class ZEL_API event : public kernel_obj, public sync_obj {
 public:
+    /// Both bases have one; this class raises the one of the locks.
     using exception = sync_obj::exception;
 
     /// Creates the event, or joins the one of that name and leaves its state alone.

@@ -18,20 +18,24 @@ public:
     /// There is no handle, or none could be had.
     class ZEL_API exception : public zel::exception {
     public:
+        /// The reasons, which `get_type()` tells.
         enum exc_type : std::uint32_t {
             invalid_handle = 1,
             failed_to_create_object = 2,
         };
 
+        /// `text` goes behind the reason.
         exception(exc_type type, string const & text);
         exception(exception const &) = default;
         exception & operator=(exception const &) = default;
         ~exception() override;
     };
 
+    /// Without a handle; the name is kept and means nothing more here.
     kernel_obj(string const & name = "");
     ~kernel_obj() override;
 
+    /// As it was given.
     string const & get_name() const noexcept { return name_; }
 
     /// For the functions of `zel/platform/kernel_objects.h`; null when there is none.
@@ -41,7 +45,7 @@ private:
     string name_;
 
 protected:
-    void * handle = nullptr;
+    void * handle = nullptr; ///< closed with the object; null for none
 };
 
 static_assert(sizeof(kernel_obj) == sizeof(ref_obj) + sizeof(string) + sizeof(void *));

@@ -14,6 +14,7 @@ class sync_obj;
 /// same order everywhere.
 class ZEL_API multi_lock {
 public:
+    /// Looks at nothing and keeps nothing.
     multi_lock(std::list<sync_obj *> const & objects);
     multi_lock(multi_lock const & other);
     multi_lock & operator=(multi_lock const & other);

@@ -23,6 +23,7 @@ namespace zel {
 /// \endcode
 class ZEL_API mutex : public sync_obj, public kernel_obj {
 public:
+    /// Both bases have one; this class raises the one of the locks.
     using exception = sync_obj::exception;
 
     /// Creates the mutex, or joins the one of that name.

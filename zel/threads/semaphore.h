@@ -19,6 +19,7 @@ namespace zel {
 /// \endcode
 class ZEL_API semaphore : public sync_obj, public kernel_obj {
 public:
+    /// Both bases have one; this class raises the one of the locks.
     using exception = sync_obj::exception;
 
     /// Creates the semaphore, or joins the one of that name and leaves its counts alone.

@@ -36,6 +36,7 @@ public:
     virtual bool unlock(std::int32_t count, std::uint32_t * previous);
     virtual bool unlock();
 
+    /// The answer of the last `lock`, taken back by `unlock`.
     virtual bool is_locked();
 
 private:

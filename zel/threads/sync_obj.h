@@ -13,6 +13,7 @@ public:
     /// A lock could not be made, taken or given back.
     class ZEL_API exception : public zel::exception {
     public:
+        /// The reasons, which `get_type()` tells.
         enum exc_type : std::uint32_t {
             failed_to_create = 1,
             failed_to_lock = 2,

@@ -18,6 +18,7 @@ namespace zel {
 /// \endcode
 class ZEL_API thread_obj_ex : public thread_obj {
 public:
+    /// As in `thread_obj`.
     thread_obj_ex(auto_ptr<logger> log, string const & name);
     ~thread_obj_ex() override;
 

@@ -43,6 +43,7 @@ public:
     }
 
     constexpr color_ref & operator=(color_ref const &) noexcept = default;
+    /// All four bytes of a word, or what reads as one.
     constexpr color_ref & operator=(std::uint32_t value) noexcept
     {
         value_ = value;
@@ -57,8 +58,10 @@ public:
 
     /// The word, which is what `==` compares.
     constexpr operator std::uint32_t() const noexcept { return value_; }
+    /// The word, red in the lowest byte.
     constexpr std::uint32_t get_value() const noexcept { return value_; }
 
+    /// One byte of the word.
     constexpr unsigned char get_red() const noexcept { return channel(0); }
     constexpr unsigned char get_green() const noexcept { return channel(8); }
     constexpr unsigned char get_blue() const noexcept { return channel(16); }

@@ -20,6 +20,7 @@ namespace zel {
 /// \endcode
 class ZEL_API __attribute__((may_alias)) point : public t_point {
 public:
+    /// A place, or the end of an extent that begins at 0, 0.
     constexpr point(std::int32_t across = 0, std::int32_t down = 0) noexcept
         : t_point{across, down}
     {
@@ -43,6 +44,7 @@ public:
         return x == other.x && y == other.y;
     }
 
+    /// Moves the place.
     constexpr void offset(std::int32_t dx, std::int32_t dy) noexcept
     {
         x = platform::wrapping_sum(x, dx);
@@ -51,6 +53,7 @@ public:
     constexpr void offset(t_point by) noexcept { offset(by.x, by.y); }
     constexpr void offset(t_size by) noexcept { offset(by.cx, by.cy); }
 
+    /// Move it there and back.
     constexpr void operator+=(t_point by) noexcept { offset(by); }
     constexpr void operator+=(t_size by) noexcept { offset(by); }
     constexpr void operator-=(t_point by) noexcept

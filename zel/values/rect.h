@@ -26,6 +26,7 @@ namespace zel {
 /// \endcode
 class ZEL_API rect : public t_rect {
 public:
+    /// Of four edges, of two corners, or of a corner and an extent.
     constexpr rect(std::int32_t new_left = 0, std::int32_t new_top = 0, std::int32_t new_right = 0,
                    std::int32_t new_bottom = 0) noexcept
         : t_rect{new_left, new_top, new_right, new_bottom}
@@ -77,6 +78,7 @@ public:
                      left < right ? right : left, top < bottom ? bottom : top);
     }
 
+    /// Negative when the edges are the wrong way round.
     constexpr std::int32_t get_width() const noexcept
     {
         return platform::wrapping_difference(right, left);
@@ -96,6 +98,7 @@ public:
         return reinterpret_cast<point const &>(right);
     }
 
+    /// A copy of the corner, which lies in two edges.
     constexpr point get_top_right() const noexcept { return {right, top}; }
     constexpr point get_bottom_left() const noexcept { return {left, bottom}; }
 
@@ -200,6 +203,7 @@ public:
         return platform::subtract_rect(*this, a, b);
     }
 
+    /// What both have in common; the smallest rectangle around both.
     constexpr void operator&=(t_rect const & other) noexcept { set_intersect(*this, other); }
     constexpr void operator|=(t_rect const & other) noexcept { set_union(*this, other); }
 

@@ -20,6 +20,7 @@ namespace zel {
 /// \endcode
 class ZEL_API size : public t_size {
 public:
+    /// An extent, or the one from 0, 0 to a place.
     constexpr size(std::int32_t width = 0, std::int32_t height = 0) noexcept
         : t_size{width, height}
     {
@@ -42,6 +43,7 @@ public:
         return cx == other.cx && cy == other.cy;
     }
 
+    /// Grows and shrinks, below 0 too.
     constexpr void operator+=(t_size by) noexcept
     {
         cx = platform::wrapping_sum(cx, by.cx);

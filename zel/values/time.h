@@ -24,8 +24,10 @@ namespace zel {
 /// \endcode
 class ZEL_API time : public ref_obj {
 public:
+    /// Which clock is read.
     enum time_enum : std::uint32_t { local_time = 0, system_time = 1 };
 
+    /// A number from 1; 0 in a date that has none.
     enum month : std::uint32_t {
         january = 1,
         february,
@@ -41,6 +43,7 @@ public:
         december,
     };
 
+    /// A number from 0.
     enum day_of_week : std::uint32_t {
         sunday,
         monday,
@@ -79,6 +82,7 @@ public:
     /// count and one beyond the year 30827 give 1 January 1601.
     time(std::int64_t ticks) noexcept;
 
+    /// The fields; the count stays with the object.
     time(time const & other) noexcept
         : ref_obj() // the count stays with the object
     {
@@ -91,6 +95,7 @@ public:
     }
     ~time() override = default;
 
+    /// The fields as they stand.
     std::uint16_t get_year() const noexcept { return year_; }
     month get_month() const noexcept { return month_; }
     day_of_week get_day_of_week() const noexcept { return day_of_week_; }
@@ -100,6 +105,7 @@ public:
     unsigned char get_second() const noexcept { return second_; }
     std::uint16_t get_milliseconds() const noexcept { return milliseconds_; }
 
+    /// Each sets one field and looks at nothing, not even at the day of the week.
     void set_year(std::uint16_t year) noexcept { year_ = year; }
     void set_month(month mon) noexcept { month_ = mon; }
     void set_day_of_week(day_of_week day) noexcept { day_of_week_ = day; }
@@ -144,6 +150,7 @@ public:
     friend ZEL_API std::ostream & operator<<(std::ostream & stream, time const & value);
 
 protected:
+    /// Copies the fields.
     void copy(time const & other) noexcept
     {
         year_ = other.year_;

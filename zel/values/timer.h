@@ -22,6 +22,7 @@ class time;
 /// \endcode
 class ZEL_API timer : public ref_obj {
 public:
+    /// Takes the fields as they are.
     timer(std::int32_t days = 0, signed char hours = 0, signed char minutes = 0,
           signed char seconds = 0, std::int16_t milliseconds = 0) noexcept
         : days_(days)
@@ -35,6 +36,7 @@ public:
     /// The span from `first` to `second`, which is `second - first`.
     timer(time const & first, time const & second) noexcept;
 
+    /// The fields; the count stays with the object.
     timer(timer const & other) noexcept
         : ref_obj() // the count stays with the object
     {
@@ -54,12 +56,14 @@ public:
             && seconds_ == other.seconds_ && milliseconds_ == other.milliseconds_;
     }
 
+    /// The fields as they stand.
     std::int32_t get_days() const noexcept { return days_; }
     signed char get_hours() const noexcept { return hours_; }
     signed char get_minutes() const noexcept { return minutes_; }
     signed char get_seconds() const noexcept { return seconds_; }
     std::int16_t get_milliseconds() const noexcept { return milliseconds_; }
 
+    /// Each sets one field and looks at nothing.
     void set_days(std::int32_t days) noexcept { days_ = days; }
     void set_hours(signed char hours) noexcept { hours_ = hours; }
     void set_minutes(signed char minutes) noexcept { minutes_ = minutes; }
@@ -76,6 +80,7 @@ public:
     friend ZEL_API std::ostream & operator<<(std::ostream & stream, timer const & span);
 
 protected:
+    /// Copies the fields.
     void copy(timer const & other) noexcept
     {
         days_ = other.days_;

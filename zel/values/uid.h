@@ -42,6 +42,7 @@ public:
     /// on after a `fork` included. All zero where the host gives no random bytes.
     void create() noexcept;
 
+    /// Byte by byte.
     constexpr bool operator==(uid const & other) const noexcept
     {
         return in_memory() == other.in_memory();

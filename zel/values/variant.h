@@ -97,6 +97,7 @@ public:
     /// The value cannot be read as the type.
     class ZEL_API exception : public zel::exception {
     public:
+        /// The reasons, which `get_type()` tells.
         enum exc_type : std::uint32_t {
             data_convert_error = 1, ///< the text is no value of the type
             out_of_range = 2, ///< the number does not fit
@@ -113,6 +114,7 @@ public:
         : variant(bits_of(0), vt_empty)
     {
     }
+    /// A value of the type that is stored for it. A text is copied or taken over.
     variant(bool value) noexcept
         : variant(bits_of(value), vt_bool)
     {
@@ -178,6 +180,7 @@ public:
     }
     template <pointer_like T> variant(T const &) = delete;
 
+    /// A copy, of the text too.
     variant(variant const & other)
         : variant(other.type_ == vt_string ? other.copied_text() : other.value_, other.type_)
     {
@@ -212,6 +215,7 @@ public:
     template <host_integer T> variant & operator=(T value) { return *this = stored(value); }
     template <pointer_like T> variant & operator=(T const &) = delete;
 
+    /// A copy, of the text too. When memory runs out the old value stays.
     variant & operator=(variant const & other)
     {
         return other.type_ == vt_string ? *this = *other.value_.text
@@ -224,6 +228,7 @@ public:
         return *this;
     }
 
+    /// Moves no text.
     void swap(variant & other) noexcept
     {
         std::swap(value_, other.value_);
@@ -231,6 +236,7 @@ public:
     }
     friend void swap(variant & a, variant & b) noexcept { a.swap(b); }
 
+    /// What is stored.
     vt_type type() const noexcept { return type_; }
 
     /// Whether the value can be read as `target`: of this value, not of its type alone.
@@ -297,6 +303,7 @@ public:
     friend ZEL_API std::ostream & operator<<(std::ostream & stream, variant const & value);
 
 protected:
+    /// Masks of `vt_type` bits.
     static constexpr std::uint32_t signed_types = 0x00AA;
     static constexpr std::uint32_t unsigned_types = 0x1054; ///< and colours
     static constexpr std::uint32_t floating_types = 0x0600;
