@@ -209,7 +209,7 @@ TEST(path_folders, follow_the_host_and_the_user)
     }
     EXPECT_EQ(zel::to_native(path(path::current_folder)), fs::current_path());
     EXPECT_TRUE(path().empty() && path(static_cast<path::standard>(3)).empty());
-    std::string const temporary(path(path::temporary_folder));
+    std::string const temporary = path(path::temporary_folder).c_str();
     EXPECT_TRUE(temporary.ends_with('\\') && path(temporary).is_directory());
 }
 
