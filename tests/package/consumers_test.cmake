@@ -53,9 +53,8 @@ function(use_installed kind build)
   run(pkg-config --cflags --libs zel)
   separate_arguments(flags UNIX_COMMAND "${output}")
   set(compile ${CXX} -std=c++20 ${consumer}/main.cpp -o ${WORK}/${kind}-pkg-config)
-  run(${compile} ${flags})
-  expect_greeting(${CMAKE_COMMAND} -E env LD_LIBRARY_PATH=${library_folder}
-                  ${WORK}/${kind}-pkg-config)
+  run(${compile} ${flags} -Wl,-rpath,${library_folder}) # as the README says
+  expect_greeting(${WORK}/${kind}-pkg-config)
 
   set(component -S ${consumer} -B ${WORK}/${kind}-refused -DCMAKE_PREFIX_PATH=${prefix})
   expect_refusal("zel has no component wide here, only" ${configure} ${component}
