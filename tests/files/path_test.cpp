@@ -161,7 +161,7 @@ TEST(path, maps_to_names_of_the_host)
         // clang-format off
         {"C:\\tmp\\x", "/tmp/x"}, {"c:\\", "/"}, {"a\\b", "a/b"}, {"/a", "./a"}, {"C:x", "/x"}, {"\\\\?\\C:\\x", "/x"},
         {"D:\\x", ""}, {"\\\\server\\share", ""}, {"", ""}, {"a\\..\\b", "b"}, {"..\\a", "../a"}, {"C:\\..\\a", "/a"},
-        {".\\c:x", "./c:x"},
+        {".\\c:x", "./c:x"}, {"C:.", "/"},
         // clang-format on
     };
     for (auto const & row : rows) {

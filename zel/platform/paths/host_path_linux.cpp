@@ -17,7 +17,8 @@ bool is_separator(char c) noexcept { return c == '\\' || c == '/'; }
 bool ends_in_dot(std::string_view text) noexcept
 {
     std::size_t const last = text.find_last_not_of("\\/");
-    return last != text.npos && last > 0 && text[last] == '.' && is_separator(text[last - 1]);
+    return last != text.npos && last > 0 && text[last] == '.'
+        && (is_separator(text[last - 1]) || (last == 2 && begins_with_drive(text)));
 }
 
 } // namespace
