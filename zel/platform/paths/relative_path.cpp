@@ -109,8 +109,8 @@ bool path_relative_path_to(char * result, char const * from, std::int32_t from_a
 
 int path_common_prefix(char const * first, char const * second, char * result) noexcept
 {
-    std::string_view a;
-    std::string_view b;
+    std::string_view a = ""; // has an address, as copying asks for
+    std::string_view b = "";
     std::size_t length = 0;
     if (read_path(first, a) && read_path(second, b)
         && begins_with_server(a) == begins_with_server(b)) {
