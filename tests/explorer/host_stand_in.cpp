@@ -3,8 +3,9 @@
 // needs it.
 #include "tests/explorer/explorer.h"
 #include "zel/platform/last_error.h"
+#include "zel/platform/objects/owned_mutexes_linux.h"
+#include "zel/platform/objects/process_life_linux.h"
 #include "zel/platform/objects/robust_list_linux.h"
-#include "zel/platform/objects/robust_mutex_linux.h"
 #include "zel/platform/threads/threads.h"
 #include "zel/platform/waits/address_wait.h"
 #include "zel/platform/waits/this_thread_linux.h"
@@ -25,6 +26,12 @@ robust_list * robust_list::find() noexcept
 }
 
 std::uint32_t current_thread_id() noexcept { return host_number(); }
+
+// The kernel tells of every end here; that there are others is not explored.
+std::uint32_t make_owner() noexcept { return host_number(); }
+bool exists_in_process(std::uint32_t) noexcept { return true; }
+bool exists_in_namespace(std::uint32_t) noexcept { return true; }
+std::uint32_t life_of_process(std::uint64_t) noexcept { return itself_lives; }
 
 void set_last_error(std::uint32_t code) noexcept
 {

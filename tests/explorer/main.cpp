@@ -51,6 +51,8 @@ int main(int argc, char ** argv)
 
     std::vector<entry> entries;
     add_waitables(entries);
+    add_mutexes(entries);
+    add_names_and_handles(entries);
     std::erase_if(entries, [&](entry const & one) {
         bool const fits = lists || !schedule.empty() || one.is_long == (how.seconds > 0);
         return !fits || !std::regex_search(one.name, only);

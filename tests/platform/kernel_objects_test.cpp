@@ -260,48 +260,6 @@ TEST(critical_section, excludes_and_counts)
     delete_critical_section(section);
 }
 
-// Two seconds of `work(thread)` on four threads.
-void under_load(std::function<void(int)> const & work)
-{
-    auto const end = std::chrono::steady_clock::now() + 2s;
-    std::vector<std::thread> threads;
-    for (int i = 0; i < 4; ++i) {
-        threads.emplace_back([&, i] {
-            while (std::chrono::steady_clock::now() < end) {
-                work(i);
-            }
-        });
-    }
-    for (std::thread & thread : threads) {
-        thread.join();
-    }
-}
-
-TEST(under_load, locks_exclude)
-{
-    time_limit const seconds(60);
-    critical_section section;
-    initialize_critical_section(section);
-    object const mutex(create_mutex(false, nullptr));
-    long inside[2] = {0, 0}; // plain: two threads at once would lose some
-    std::atomic<long> outside[2] = {0, 0};
-    under_load([&](int thread) {
-        for (int i = 0; i < 100; ++i) {
-            enter_critical_section(section);
-            ++inside[0];
-            leave_critical_section(section);
-            outside[0] += 1;
-            if (mutex.wait(thread == 0 ? 0 : thread == 1 ? 1 : infinite) == wait_object_0) {
-                ++inside[1];
-                release_mutex(mutex);
-                outside[1] += 1;
-            }
-        }
-    });
-    EXPECT_EQ(inside[0], outside[0]);
-    EXPECT_EQ(inside[1], outside[1]);
-}
-
 TEST(terminated_threads, leave_the_waiters_and_abandon_what_they_own)
 {
     SKIP_IF_THREADS_CANNOT_BE_STOPPED();

@@ -93,8 +93,10 @@ ZEL_API bool release_semaphore(void * handle, std::int32_t count, std::int32_t *
 /// \param milliseconds  of the monotonic clock; 0 only tests, 0xFFFFFFFF has no limit.
 /// \returns 0: the object is the caller's; 128: so is the mutex, whose owner ended without
 ///          releasing it, told once; 258: the time was over; 0xFFFFFFFF: last error 5 or 6, or
-///          1450 beyond 4,294,967,295 holds of one mutex, or where the host keeps no list of a thread's locks. That list tells of the
-///          first 2,048 mutexes that a thread owns when it ends.
+///          1450 beyond 4,294,967,295 holds of one mutex, with more than 16 pid namespaces over a
+///          mutex with a name, or where the host keeps no list of a thread's locks. An owner's end
+///          is told at once; of a process that is killed while one thread owns more than 2,048
+///          mutexes with a name, and to waiters in another pid namespace, within a second.
 ZEL_API std::uint32_t wait_for_single_object(void * handle, std::uint32_t milliseconds) noexcept;
 
 /// Gives the handle back. A thread goes on running. A mutex that is owned stays so for others

@@ -37,7 +37,8 @@ public:
 
     /// Opens a mutex that exists. `get_name()` is then empty.
     /// \param desired_access  `synchronize` of `zel/platform/kernel_objects.h` to lock.
-    ///                        Without the first a `lock` returns true at once and means nothing.
+    ///                        Without `synchronize` the wait fails, which `lock()` reports as true
+    ///                        although nothing was locked.
     /// \param inherit_handle  has no effect: a handle never outlives exec, a forked child has it.
     /// \throws sync_obj::exception  `failed_to_create`: nothing, or another kind, has the name.
     mutex(std::uint32_t desired_access, bool inherit_handle, string const & name);
@@ -57,6 +58,8 @@ public:
     ///     default: return false;                                    // 258: not ours
     ///     }
     /// \endcode
+    /// A wait that failed gives true although nothing was locked: of a mutex that was opened without
+    /// `synchronize`, or with last error 1450; the layer tells that apart too (0xFFFFFFFF).
     /// \param timeout  milliseconds of the monotonic clock; 0 only tests, 0xFFFFFFFF has no limit.
     /// \throws kernel_obj::exception  `invalid_handle` when a derived class took the handle away.
     bool lock(std::uint32_t timeout) override;

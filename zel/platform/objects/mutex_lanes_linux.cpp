@@ -2,6 +2,7 @@
 #include "zel/platform/objects/mutex_lanes_linux.h"
 
 #include "zel/platform/kernel_objects.h"
+#include "zel/platform/last_error.h"
 #include "zel/platform/objects/process_life_linux.h"
 #include "zel/platform/waits/address_wait.h"
 #include "zel/platform/waits/uninterrupted.h"
@@ -67,27 +68,21 @@ std::uint32_t wait_for_end_of_bias(mutex_lanes & mutex, std::int64_t until)
     return wait_object_0;
 }
 
-} // namespace
-
-std::uint32_t find_lane(mutex_lanes & mutex, std::uint64_t space) noexcept
+void leave_across(mutex_lanes & mutex, std::uint32_t lane)
 {
-    for (std::uint32_t i = 0; i < most_namespaces; ++i) {
-        robust_mutex & lane = mutex.lanes[i];
-        std::uint64_t now = lane.space.load();
-        if (now == 0 && i > 0) {
-            mutex.lanes[0].crossed.store(1);
-            lane.crossed.store(1);
-        }
-        if (now == space || (now == 0 && lane.space.compare_exchange_strong(now, space))
-            || now == space) {
-            return i;
-        }
+    std::uint64_t holder = mutex.holder.load();
+    // Else this owner of lane 0 has come before another namespace did.
+    if ((holder & lane_mask) == lane + 1
+        && mutex.holder.compare_exchange_strong(holder, next(holder, 0))) {
+        wake_address(low_word(mutex.holder), 1, true);
     }
-    return most_namespaces;
 }
 
+// For the owner of a lane.
+// \param of_lane  what taking the lane gave.
+// \returns 0 or 128: the caller has the mutex; 258 or `wait_stopped`: it gives its lane back.
 std::uint32_t enter_across(mutex_lanes & mutex, std::uint32_t lane, std::uint32_t of_lane,
-                           std::int64_t until) noexcept
+                           std::int64_t until)
 {
     if (lane == 0) {
         end_bias(mutex, of_lane == wait_abandoned);
@@ -127,14 +122,70 @@ std::uint32_t enter_across(mutex_lanes & mutex, std::uint32_t lane, std::uint32_
     }
 }
 
-void leave_across(mutex_lanes & mutex, std::uint32_t lane) noexcept
+std::uint32_t take_again(robust_mutex & lane)
 {
-    std::uint64_t holder = mutex.holder.load();
-    // Else this owner of lane 0 has come before another namespace did.
-    if ((holder & lane_mask) == lane + 1
-        && mutex.holder.compare_exchange_strong(holder, next(holder, 0))) {
-        wake_address(low_word(mutex.holder), 1, true);
+    atomic<std::uint32_t> & more_holds = lane.ownership.more_holds;
+    std::uint32_t const more = more_holds.load(std::memory_order_relaxed);
+    if (more == 0xFFFFFFFF) {
+        set_last_error(error_no_system_resources);
+        return wait_failed;
     }
+    more_holds.store(more + 1, std::memory_order_relaxed);
+    return wait_object_0;
+}
+
+} // namespace
+
+std::uint32_t find_lane(mutex_lanes & mutex, std::uint64_t space) noexcept
+{
+    for (std::uint32_t i = 0; i < most_namespaces; ++i) {
+        robust_mutex & lane = mutex.lanes[i];
+        std::uint64_t now = lane.space.load();
+        if (now == 0 && i > 0) {
+            mutex.lanes[0].crossed.store(1);
+            lane.crossed.store(1);
+        }
+        if (now == space || (now == 0 && lane.space.compare_exchange_strong(now, space))
+            || now == space) {
+            return i;
+        }
+    }
+    return most_namespaces;
+}
+
+std::uint32_t wait_for(mutex_lanes & mutex, robust_mutex & lane, robust_caller const & caller,
+                       std::int64_t until) noexcept
+{
+    if (is_mine(lane, caller, lane.state.load(std::memory_order_relaxed))) {
+        return take_again(lane);
+    }
+    std::uint32_t result = wait_for(lane, caller, until);
+    bool const has_lane = result == wait_object_0 || result == wait_abandoned;
+    if (has_lane && lane.crossed.load() != 0) {
+        auto const number = static_cast<std::uint32_t>(&lane - mutex.lanes);
+        result = enter_across(mutex, number, result, until);
+        if (result == wait_timeout || result == wait_stopped) {
+            free_and_wake(lane, caller);
+        }
+    }
+    return result;
+}
+
+bool give_back(mutex_lanes & mutex, robust_mutex & lane, robust_caller const & caller) noexcept
+{
+    if (!is_mine(lane, caller, lane.state.load(std::memory_order_relaxed))) {
+        return false;
+    }
+    atomic<std::uint32_t> & more_holds = lane.ownership.more_holds;
+    if (std::uint32_t const more = more_holds.load(std::memory_order_relaxed); more != 0) {
+        more_holds.store(more - 1, std::memory_order_relaxed);
+        return true;
+    }
+    if (lane.crossed.load(std::memory_order_relaxed) != 0) {
+        leave_across(mutex, static_cast<std::uint32_t>(&lane - mutex.lanes));
+    }
+    free_and_wake(lane, caller);
+    return true;
 }
 
 } // namespace zel::platform

@@ -42,14 +42,16 @@ constexpr std::int64_t between_looks = 5'000'000; // nanoseconds
 /// \returns its number; `most_namespaces` when all are taken.
 std::uint32_t find_lane(mutex_lanes & mutex, std::uint64_t space) noexcept;
 
-/// For the owner of a lane of a mutex that more than one namespace uses.
-/// \param of_lane  what taking the lane gave.
-/// \param until    as in mutex_wait.h.
-/// \returns 0 or 128: the caller has the mutex; 258 or `wait_stopped`: it gives its lane back.
-std::uint32_t enter_across(mutex_lanes & mutex, std::uint32_t lane, std::uint32_t of_lane,
-                           std::int64_t until) noexcept;
+/// Takes the mutex once more, or waits for it. The caller is inside `uninterrupted` once.
+/// \param lane   of the caller's namespace.
+/// \param until  as in mutex_wait.h.
+/// \returns 0, 128, 258, `wait_stopped`, or 0xFFFFFFFF with last error 1450 after 4,294,967,295
+///          holds.
+std::uint32_t wait_for(mutex_lanes & mutex, robust_mutex & lane, robust_caller const & caller,
+                       std::int64_t until) noexcept;
 
-/// Before its owner gives the lane back.
-void leave_across(mutex_lanes & mutex, std::uint32_t lane) noexcept;
+/// Gives one hold back. The caller is inside `uninterrupted`, and the memory stays mapped.
+/// \returns false when the caller has none.
+bool give_back(mutex_lanes & mutex, robust_mutex & lane, robust_caller const & caller) noexcept;
 
 } // namespace zel::platform

@@ -38,9 +38,6 @@ constexpr std::int64_t first_look_after_owner = 20'000'000; // the time is doubl
 constexpr std::int64_t last_look_after_owner = 1'000'000'000;
 /// @}
 
-/// How often a thread looks at a mutex before it sleeps: an owner that runs is mostly done by then.
-constexpr int looks_before_sleep = 60;
-
 /// Waits for a mutex that is not the caller's, who is inside `uninterrupted` once.
 ///
 /// A `Mutex` has:
@@ -66,6 +63,7 @@ std::uint32_t wait_for_owner(Mutex const & mutex, std::int64_t until) noexcept
     std::int64_t began = 0; // the first sleep
     std::int64_t look_after = first_look_after_owner;
     std::uint32_t slept = 0; // `waiters_flag` afterwards
+    std::uint32_t slept_on = 0; // the word, when the last sleep ended by time
     for (;;) {
         std::uint32_t const seen = word_of(now);
         bool const is_free = !has_owner(now);
@@ -83,7 +81,9 @@ std::uint32_t wait_for_owner(Mutex const & mutex, std::int64_t until) noexcept
         if (until == 0) {
             return wait_timeout;
         }
-        std::uint64_t const flagged = mutex.before_sleep(now);
+        // Who has only looked after the owner sleeps on as before.
+        bool const sleeps_on = slept != 0 && word_of(now) == slept_on && !is_free;
+        std::uint64_t const flagged = sleeps_on ? now : mutex.before_sleep(now);
         if (flagged != now
             && !mutex.state.compare_exchange_weak(now, flagged, std::memory_order_acquire,
                                                   std::memory_order_acquire)) {
@@ -92,7 +92,7 @@ std::uint32_t wait_for_owner(Mutex const & mutex, std::int64_t until) noexcept
         std::int64_t const moment = monotonic_now();
         if (slept == 0) {
             began = moment;
-        } else if (!is_free && moment - began > kept_out_after) {
+        } else if (!is_free && !sleeps_on && moment - began > kept_out_after) {
             mutex.kept_out.store(1, std::memory_order_relaxed);
         }
         std::int64_t const look = moment + (is_free ? stand_back : look_after);
@@ -100,6 +100,7 @@ std::uint32_t wait_for_owner(Mutex const & mutex, std::int64_t until) noexcept
         wake_reason const reason
             = wait_interruptibly(low_word(mutex.state), word_of(flagged), end, mutex.is_shared);
         slept = waiters_flag;
+        slept_on = reason == wake_reason::late ? word_of(flagged) : 0;
         if (told_to_stop()) {
             if (reason == wake_reason::woken) {
                 wake_address(low_word(mutex.state), 1, mutex.is_shared);
@@ -110,7 +111,7 @@ std::uint32_t wait_for_owner(Mutex const & mutex, std::int64_t until) noexcept
         if (reason == wake_reason::late && end == until) {
             return wait_timeout;
         }
-        if (reason == wake_reason::late && now == flagged && !is_free) {
+        if (slept_on == word_of(now) && !is_free) {
             look_after = std::min(2 * look_after, last_look_after_owner);
             if (mutex.is_gone(now)) {
                 mutex.state.compare_exchange_strong(now, with_word(now, waiters_flag | owner_died),

@@ -6,12 +6,9 @@
 namespace zel::platform {
 namespace {
 
-constinit std::uint64_t adopting = 0; // the mark; one thread of the process comes here once
-
 void adopt_handles(std::uint64_t mark) noexcept
 {
-    adopting = mark;
-    for_each_slot([](handle_slot & slot) {
+    for_each_slot([mark](handle_slot & slot) {
         std::uint32_t const tag = tag_of(slot.references.load(std::memory_order_relaxed));
         switch (static_cast<handle_kind>(tag & 15)) {
         case handle_kind::named_mutex:
@@ -21,7 +18,7 @@ void adopt_handles(std::uint64_t mark) noexcept
             [[fallthrough]];
         case handle_kind::named_event:
         case handle_kind::named_semaphore:
-            adopt_named_memory(memory_in(slot), adopting);
+            adopt_named_memory(memory_in(slot), mark);
             break;
         default:
             break;

@@ -20,11 +20,6 @@ mutex_lanes & lanes_in(handle_slot & slot)
     return *static_cast<mutex_lanes *>(memory_in(slot).block);
 }
 
-std::uint32_t lane_number(handle_slot & slot)
-{
-    return static_cast<std::uint32_t>(&lane_in(slot) - lanes_in(slot).lanes);
-}
-
 bool is_on_a_list_here(handle_slot & slot)
 {
     return is_on_a_list_here(lane_in(slot), known_process_mark.load(std::memory_order_relaxed));
@@ -59,35 +54,6 @@ void drop(handle_slot & slot)
         release_named_object(slot);
         free_slot(slot);
     }
-}
-
-std::uint32_t take_again(robust_mutex & lane)
-{
-    atomic<std::uint32_t> & more_holds = lane.ownership.more_holds;
-    std::uint32_t const more = more_holds.load(std::memory_order_relaxed);
-    if (more == 0xFFFFFFFF) {
-        set_last_error(error_no_system_resources);
-        return wait_failed;
-    }
-    more_holds.store(more + 1, std::memory_order_relaxed);
-    return wait_object_0;
-}
-
-std::uint32_t wait_in_lane(handle_slot & slot, robust_caller const & caller, std::int64_t until)
-{
-    robust_mutex & lane = lane_in(slot);
-    if (is_mine(lane, caller, lane.state.load(std::memory_order_relaxed))) {
-        return take_again(lane);
-    }
-    std::uint32_t result = wait_for(lane, caller, until);
-    bool const has_lane = result == wait_object_0 || result == wait_abandoned;
-    if (has_lane && lane.crossed.load() != 0) {
-        result = enter_across(lanes_in(slot), lane_number(slot), result, until);
-        if (result == wait_timeout || result == wait_stopped) {
-            free_and_wake(lane, caller);
-        }
-    }
-    return result;
 }
 
 } // namespace
@@ -147,7 +113,8 @@ std::uint32_t wait_for_named_mutex(handle_slot & slot, void * handle,
             return wait_failed;
         }
         bool const allowed = (slot.access.load(std::memory_order_relaxed) & synchronize) != 0;
-        std::uint32_t const result = allowed ? wait_in_lane(slot, caller, until) : wait_failed;
+        std::uint32_t const result
+            = allowed ? wait_for(lanes_in(slot), lane_in(slot), caller, until) : wait_failed;
         if (!allowed) {
             set_last_error(error_access_denied);
         }
@@ -168,19 +135,7 @@ bool release_named_mutex(handle_slot & slot, void * handle) noexcept
     if (!pin(slot, handle)) {
         return fail(error_invalid_handle);
     }
-    robust_mutex & lane = lane_in(slot);
-    bool const mine = is_mine(lane, caller, lane.state.load(std::memory_order_relaxed));
-    if (mine) {
-        atomic<std::uint32_t> & more_holds = lane.ownership.more_holds;
-        if (std::uint32_t const more = more_holds.load(std::memory_order_relaxed); more != 0) {
-            more_holds.store(more - 1, std::memory_order_relaxed);
-        } else {
-            if (lane.crossed.load(std::memory_order_relaxed) != 0) {
-                leave_across(lanes_in(slot), lane_number(slot));
-            }
-            free_and_wake(lane, caller);
-        }
-    }
+    bool const mine = give_back(lanes_in(slot), lane_in(slot), caller);
     drop(slot);
     return mine || fail(error_not_owner);
 }

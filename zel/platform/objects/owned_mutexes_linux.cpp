@@ -17,7 +17,7 @@ constexpr std::uint32_t most_on_a_list = 2'000;
 void abandon_owned_mutexes(bool is_orderly) noexcept
 {
     bool const too_many = this_thread.holds.load(std::memory_order_relaxed) > most_on_a_list;
-    abandon_unnamed_mutexes();
+    abandon_unnamed_mutexes(this_thread.id);
     if (is_orderly && too_many) {
         abandon_named_mutexes();
     }

@@ -159,11 +159,11 @@ bool release_unnamed_mutex(handle_slot & slot, void * handle) noexcept
     if (!is_alive(state, handle)) {
         return fail(error_invalid_handle);
     }
-    std::uint32_t const self = this_thread.owner_number;
+    std::uint32_t const self = owner_number();
     if (self == 0 || !is_mine(state, self)) {
         return fail(error_not_owner);
     }
-    if (!give_back_mutex(slot, state)) {
+    if (!give_back_mutex(slot, state, self)) {
         atomic<std::uint32_t> & more_holds = mutex_room_of(slot).more_holds;
         if (std::uint32_t const more = more_holds.load(std::memory_order_relaxed); more != 0) {
             more_holds.store(more - 1, std::memory_order_relaxed);
@@ -182,7 +182,7 @@ bool close_unnamed_mutex(handle_slot & slot, void * handle) noexcept
         return fail(error_invalid_handle);
     }
     // If nobody sleeps on it, nobody can tell any more that it is owned.
-    std::uint32_t const self = this_thread.owner_number;
+    std::uint32_t const self = owner_number();
     bool const unwatched = word_of(slot.references.load(std::memory_order_acquire)) == 1;
     if (unwatched && self != 0 && (word & thread_mask) == self) {
         count_hold(one_hold_less);
@@ -191,10 +191,9 @@ bool close_unnamed_mutex(handle_slot & slot, void * handle) noexcept
     return true;
 }
 
-void abandon_unnamed_mutexes() noexcept
+void abandon_unnamed_mutexes(std::uint32_t self) noexcept
 {
-    static_assert(sizeof(std::uint32_t) == sizeof this_thread.id);
-    for_each_slot([](handle_slot & slot) { abandon(slot, this_thread.id); });
+    for_each_slot([self](handle_slot & slot) { abandon(slot, self); });
 }
 
 void abandon_parents_mutex(handle_slot & slot) noexcept

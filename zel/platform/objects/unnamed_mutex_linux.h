@@ -35,9 +35,9 @@ inline unnamed_mutex_room & mutex_room_of(handle_slot & slot) noexcept
 /// \returns false when nothing was done: the function of the same job sees to it.
 /// @{
 /// \param state  of the slot, just loaded; the handle was alive.
-inline bool take_free_mutex(handle_slot & slot, std::uint64_t state) noexcept
+/// \param self   `this_thread.owner_number`
+inline bool take_free_mutex(handle_slot & slot, std::uint64_t state, std::uint32_t self) noexcept
 {
-    std::uint32_t const self = this_thread.owner_number;
     if (word_of(state) != 0 || self == 0) {
         return false;
     }
@@ -49,10 +49,9 @@ inline bool take_free_mutex(handle_slot & slot, std::uint64_t state) noexcept
     return true;
 }
 
-/// \param state  as above.
-inline bool give_back_mutex(handle_slot & slot, std::uint64_t state) noexcept
+/// With the same parameters.
+inline bool give_back_mutex(handle_slot & slot, std::uint64_t state, std::uint32_t self) noexcept
 {
-    std::uint32_t const self = this_thread.owner_number;
     if (word_of(state) != self || self == 0) {
         return false;
     }
@@ -80,7 +79,8 @@ bool release_unnamed_mutex(handle_slot & slot, void * handle) noexcept;
 bool close_unnamed_mutex(handle_slot & slot, void * handle) noexcept;
 
 /// At the calling thread's end: abandons what it owns.
-void abandon_unnamed_mutexes() noexcept;
+/// \param self  the number that it had as an owner.
+void abandon_unnamed_mutexes(std::uint32_t self) noexcept;
 
 /// In the child after a fork, for a slot with a living handle: no thread of the parent is here.
 void abandon_parents_mutex(handle_slot & slot) noexcept;

@@ -171,9 +171,18 @@ bool retire(handle_slot & slot, void * handle, std::uint32_t & word,
 /// Gives back a slot without references: one that was never published, or after the last unpin.
 void free_slot(handle_slot & slot) noexcept;
 
-/// Calls `function(slot)` for every slot that was ever taken. Looks at nothing, so that the caller
-/// judges by `state` and `references`; other threads may be using the slots.
-void for_each_slot(void (*function)(handle_slot & slot)) noexcept;
+/// How many slots were ever taken: those with the lowest numbers.
+std::uint32_t used_slots() noexcept;
+
+/// Calls `function(slot)` for each of them. Looks at nothing, so that the caller judges by `state` and
+/// `references`; other threads may be using the slots.
+template <typename Function> void for_each_slot(Function const & function)
+{
+    std::uint32_t const used = used_slots();
+    for (std::uint32_t i = 0; i < used; ++i) {
+        function(slot_numbered(i));
+    }
+}
 
 /// \name Handles of kind `thread`, for wait_for_single_object and close_handle
 /// @{

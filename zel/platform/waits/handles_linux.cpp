@@ -17,7 +17,7 @@ namespace {
 // The high half counts the changes, so that a pop that was overtaken by others notices it although
 // the same slot is on top again.
 constinit atomic<std::uint64_t> free_slots{0};
-constinit atomic<std::uint32_t> used_slots{0}; // the rest was never touched
+constinit atomic<std::uint32_t> used{0}; // the rest was never touched
 
 constexpr std::size_t block_size = slots_a_block * sizeof(handle_slot);
 static_assert(most_handles * sizeof(handle_slot) <= word_mask);
@@ -69,19 +69,19 @@ handle_slot * take_slot() noexcept
         std::memset(slot->room, 0, sizeof slot->room);
         return slot;
     }
-    std::uint32_t used = used_slots.load(std::memory_order_relaxed);
+    std::uint32_t next = used.load(std::memory_order_relaxed);
     do {
-        if (used == most_handles) {
+        if (next == most_handles) {
             set_last_error(error_no_system_resources);
             return nullptr;
         }
-        if (!make_block(used)) {
+        if (!make_block(next)) {
             return nullptr;
         }
-    } while (!used_slots.compare_exchange_weak(used, used + 1, std::memory_order_acq_rel,
-                                               std::memory_order_relaxed));
-    handle_slot & slot = slot_numbered(used);
-    slot.number = used;
+    } while (!used.compare_exchange_weak(next, next + 1, std::memory_order_acq_rel,
+                                         std::memory_order_relaxed));
+    handle_slot & slot = slot_numbered(next);
+    slot.number = next;
     return &slot;
 }
 
@@ -141,12 +141,6 @@ void free_slot(handle_slot & slot) noexcept
                                                std::memory_order_release));
 }
 
-void for_each_slot(void (*function)(handle_slot & slot)) noexcept
-{
-    std::uint32_t const used = used_slots.load(std::memory_order_acquire);
-    for (std::uint32_t i = 0; i < used; ++i) {
-        function(slot_numbered(i));
-    }
-}
+std::uint32_t used_slots() noexcept { return used.load(std::memory_order_acquire); }
 
 } // namespace zel::platform
