@@ -11,7 +11,9 @@
 #include <linux/futex.h>
 #include <pthread.h>
 #include <sys/syscall.h>
+#include <sys/uio.h>
 #include <unistd.h>
+#include <unwind.h>
 
 namespace zel::platform {
 namespace {
@@ -29,16 +31,52 @@ struct code_range {
 constinit code_range library_code[8]{};
 constinit std::size_t library_code_count = 0;
 
-// Functions in which a thread waits for its own program, with no lock of the library.
-constexpr char const * waiting_names[] = {"pthread_mutex_lock",
-                                          "pthread_cond_wait",
-                                          "pthread_cond_timedwait",
-                                          "nanosleep",
-                                          "clock_nanosleep",
-                                          "sleep",
-                                          "usleep",
-                                          "pthread_join"};
-constinit code_range waiting_functions[std::size(waiting_names)]{};
+// Functions that hold no lock of the library: bare system calls, and waits for the program's own
+// objects.
+constexpr char const * lockless_names[] = {"accept",
+                                           "clock_nanosleep",
+                                           "close",
+                                           "connect",
+                                           "epoll_wait",
+                                           "fsync",
+                                           "ioctl",
+                                           "nanosleep",
+                                           "open",
+                                           "openat",
+                                           "pause",
+                                           "poll",
+                                           "ppoll",
+                                           "pread64",
+                                           "pselect",
+                                           "pthread_cond_clockwait",
+                                           "pthread_cond_timedwait",
+                                           "pthread_cond_wait",
+                                           "pthread_mutex_clocklock",
+                                           "pthread_mutex_lock",
+                                           "pthread_mutex_timedlock",
+                                           "pthread_mutex_unlock",
+                                           "pwrite64",
+                                           "read",
+                                           "readv",
+                                           "recv",
+                                           "recvfrom",
+                                           "recvmsg",
+                                           "sched_yield",
+                                           "select",
+                                           "sem_timedwait",
+                                           "sem_wait",
+                                           "send",
+                                           "sendmsg",
+                                           "sendto",
+                                           "sleep",
+                                           "syscall",
+                                           "usleep",
+                                           "waitid",
+                                           "waitpid",
+                                           "wait4",
+                                           "write",
+                                           "writev"};
+constinit code_range lockless_functions[std::size(lockless_names)]{};
 
 // The two locks of the dynamic linker: whoever loads or unloads a module holds the first, also while
 // constructors and destructors of the module run. Null when they were not found.
@@ -131,37 +169,107 @@ bool holds_loader_lock()
                        });
 }
 
-bool is_waiting_function(std::uintptr_t address)
+bool is_lockless(std::uintptr_t address)
 {
-    return std::any_of(std::begin(waiting_functions), std::end(waiting_functions),
+    return std::any_of(std::begin(lockless_functions), std::end(lockless_functions),
                        [=](code_range const & range) { return range.holds(address); });
 }
 
+bool is_return_into_library(std::uintptr_t word)
+{
+    return is_library_code(word)
+        && is_behind_call(
+               *reinterpret_cast<unsigned char const(*)[longest_call]>(word - longest_call));
+}
+
+// Whether a word on the stack is a return address into code that is not the library's. It may be
+// anything, so the host finds the module, without a lock, and reads the code.
+bool is_return_elsewhere(std::uintptr_t word)
+{
+#if __GLIBC_PREREQ(2, 35)
+    dl_find_object module{};
+    constexpr std::uintptr_t lowest = 0x10000;
+    if (word < lowest || is_library_code(word)
+        || ::_dl_find_object(reinterpret_cast<void *>(word), &module) != 0) {
+        return false;
+    }
+    unsigned char code[longest_call];
+    iovec const local{code, sizeof code};
+    iovec const remote{reinterpret_cast<void *>(word - sizeof code), sizeof code};
+    return ::syscall(SYS_process_vm_readv, ::getpid(), &local, 1, &remote, 1, 0) == sizeof code
+        && is_behind_call(code);
+#else
+    static_cast<void>(word);
+    return false;
+#endif
+}
+
 struct stack_content {
-    bool has_library_frame; // but for those of waiting functions
-    bool has_interrupted_library; // a signal handler runs, and came upon the library's code
+    std::uintptr_t entry = 0; // in the function of the library that the thread called last; or 0
+    bool has_inner_frames = false; // that function has called others of the library
+    bool has_caller = false; // the frame that called it was found
+    bool has_outer_frames = false; // the library has called the caller
+    bool has_interrupted_library = false; // a signal handler came upon the library's code
 };
 
 // Frames lie between the stack pointer and the stack's end. On another stack, of a signal or of a
 // program's own switching, only as much is looked at as is certainly there.
-[[gnu::no_sanitize_address]] stack_content look_at_stack(std::uintptr_t top, std::uintptr_t end,
-                                                         std::uintptr_t restorer)
+[[gnu::no_sanitize_address]] stack_content
+look_at_stack(stopped_thread const & at, std::uintptr_t end, std::uintptr_t restorer)
 {
     constexpr std::uintptr_t page = 4096;
-    bool const is_own = top < end && end - top < stack_size;
-    auto const * const last
-        = reinterpret_cast<std::uintptr_t const *>(is_own ? end : (top | (page - 1)) + 1);
-    auto const * word = reinterpret_cast<std::uintptr_t const *>((top + 7) & ~std::uintptr_t{7});
-    stack_content found{false, false};
+    bool const is_own = at.stack < end && end - at.stack < stack_size;
+    auto * const last
+        = reinterpret_cast<std::uintptr_t *>(is_own ? end : (at.stack | (page - 1)) + 1);
+    auto * word = reinterpret_cast<std::uintptr_t *>((at.stack + 7) & ~std::uintptr_t{7});
+    stack_content found;
+    if (is_library_code(at.place)) {
+        found.entry = at.place;
+    }
     for (; word < last; ++word) {
         if (*word == restorer) {
             found.has_interrupted_library
                 = found.has_interrupted_library || is_library_code(place_below_handler(word));
-        } else if (!found.has_library_frame && is_library_code(*word) && is_behind_call(*word)) {
-            found.has_library_frame = !is_waiting_function(*word);
+        } else if (is_return_into_library(*word)) {
+            if (found.has_caller) {
+                found.has_outer_frames = found.has_outer_frames || !is_lockless(*word);
+            } else {
+                found.entry = *word;
+                found.has_inner_frames = true;
+            }
+        } else if (found.entry != 0 && !found.has_caller && is_return_elsewhere(*word)) {
+            found.has_caller = true;
         }
     }
     return found;
+}
+
+library_work judge(stopped_thread const & at, stack_content const & stack)
+{
+    if (holds_loader_lock() || stack.has_interrupted_library) {
+        return library_work::certainly;
+    }
+    library_work const outer = stack.has_outer_frames ? library_work::perhaps : library_work::none;
+    bool const is_asleep = at.sleep != stopped_thread::in_no_call;
+    if (stack.entry == 0 || (is_lockless(stack.entry) && (is_asleep || !stack.has_inner_frames))) {
+        return outer;
+    }
+    if (!is_library_code(at.place)) {
+        return library_work::perhaps;
+    }
+    if (!is_asleep) {
+        return library_work::certainly;
+    }
+    if (!stack.has_inner_frames) {
+        return outer; // in a bare system call
+    }
+    if (at.call == SYS_futex) {
+        // The library's own locks are waited for in this way alone; condition variables, joins and
+        // the like in others, where a thread has no such lock.
+        bool const is_for_lock = (static_cast<int>(at.arguments[1]) & FUTEX_CMD_MASK) == FUTEX_WAIT;
+        return is_for_lock ? library_work::certainly : outer;
+    }
+    return library_work::perhaps;
 }
 
 } // namespace
@@ -171,10 +279,13 @@ void prepare_library_work() noexcept
     std::uintptr_t marks[] = {address_of_function("malloc"), address_of_function("syscall"),
                               address_of_function("__tls_get_addr")};
     ::dl_iterate_phdr(add_library_code, marks);
-    std::transform(std::begin(waiting_names), std::end(waiting_names), waiting_functions,
+    std::transform(std::begin(lockless_names), std::end(lockless_names), lockless_functions,
                    [](char const * name) { return extent_of(::dlsym(RTLD_DEFAULT, name)); });
     code_range loader = extent_of(::dlsym(RTLD_DEFAULT, "_rtld_global"));
     ::dl_iterate_phdr(find_loader_locks, &loader);
+
+    // What the unwinder does once, it must not do in a signal handler.
+    ::_Unwind_Backtrace([](_Unwind_Context *, void *) { return _URC_NORMAL_STOP; }, nullptr);
 
     pthread_attr_t attributes;
     if (::pthread_attr_init(&attributes) == 0) {
@@ -185,7 +296,6 @@ void prepare_library_work() noexcept
 
 bool is_library_code(std::uintptr_t address) noexcept
 {
-    constexpr std::uintptr_t longest_call = 8; // what is_behind_call looks at
     return std::any_of(
         library_code, library_code + library_code_count,
         [=](code_range const & range) { return range.holds(address - longest_call); });
@@ -194,8 +304,9 @@ bool is_library_code(std::uintptr_t address) noexcept
 library_work library_work_below(stopped_thread const & at, std::uintptr_t stack_end,
                                 std::uintptr_t restorer) noexcept
 {
-    return holds_loader_lock()
-            || look_at_stack(at.stack, stack_end, restorer).has_interrupted_library
+    stopped_thread here = at;
+    here.place = 0; // the call that stopped it
+    return holds_loader_lock() || look_at_stack(here, stack_end, restorer).has_interrupted_library
         ? library_work::certainly
         : library_work::none;
 }
@@ -203,24 +314,43 @@ library_work library_work_below(stopped_thread const & at, std::uintptr_t stack_
 library_work library_work_at(stopped_thread const & at, std::uintptr_t stack_end,
                              std::uintptr_t restorer) noexcept
 {
-    stack_content const stack = look_at_stack(at.stack, stack_end, restorer);
-    if (holds_loader_lock() || stack.has_interrupted_library) {
-        return library_work::certainly;
-    }
-    bool const is_inside = is_library_code(at.place);
-    if (is_inside && at.sleep == stopped_thread::in_no_call) {
-        return library_work::certainly;
-    }
-    if (!stack.has_library_frame) {
-        return library_work::none; // a bare system call, or a wait
-    }
-    if (is_inside && at.call == SYS_futex) {
-        // The library's own locks are waited for in this way alone; condition variables, joins and
-        // the like in others, where a thread has no such lock.
-        bool const is_for_lock = (static_cast<int>(at.arguments[1]) & FUTEX_CMD_MASK) == FUTEX_WAIT;
-        return is_for_lock ? library_work::certainly : library_work::none;
-    }
-    return library_work::perhaps;
+    return judge(at, look_at_stack(at, stack_end, restorer));
 }
+
+#if defined(_LIBCPP_VERSION) || !__GLIBC_PREREQ(2, 35)
+
+// The unwinder takes a lock of the loader.
+std::uintptr_t * way_out_of_library(stopped_thread const &) noexcept { return nullptr; }
+
+#else
+
+std::uintptr_t * way_out_of_library(stopped_thread const & at) noexcept
+{
+    struct search {
+        std::uintptr_t from;
+        bool is_in_library;
+        std::uintptr_t * found;
+    } state{at.place, false, nullptr};
+    if (!is_library_code(at.place)) {
+        return nullptr;
+    }
+    // Through frames of the library alone, each of which describes itself at every instruction.
+    ::_Unwind_Backtrace(
+        [](_Unwind_Context * frame, void * data) {
+            auto & its = *static_cast<search *>(data);
+            std::uintptr_t const place = ::_Unwind_GetIP(frame);
+            its.is_in_library = its.is_in_library || place == its.from;
+            if (!its.is_in_library || is_library_code(place)) {
+                return _URC_NO_REASON;
+            }
+            auto * const slot = reinterpret_cast<std::uintptr_t *>(::_Unwind_GetCFA(frame)) - 1;
+            its.found = *slot == place ? slot : nullptr;
+            return _URC_NORMAL_STOP;
+        },
+        &state);
+    return state.found;
+}
+
+#endif
 
 } // namespace zel::platform

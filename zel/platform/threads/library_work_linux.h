@@ -32,8 +32,14 @@ bool is_library_code(std::uintptr_t address) noexcept;
 library_work library_work_at(stopped_thread const & at, std::uintptr_t stack_end,
                              std::uintptr_t restorer) noexcept;
 
-/// The same for a thread that has stopped of its own accord, outside of the library.
+/// The same for a thread that has stopped of its own accord, in a wait of this layer: only the
+/// loader's lock and code that a signal handler interrupted count.
 library_work library_work_below(stopped_thread const & at, std::uintptr_t stack_end,
                                 std::uintptr_t restorer) noexcept;
+
+/// For the calling thread, from the handler of a signal that came upon the library's code.
+/// \returns the place on the stack that holds the address to which the thread returns from the
+///          library; null when that cannot be told.
+std::uintptr_t * way_out_of_library(stopped_thread const & at) noexcept;
 
 } // namespace zel::platform

@@ -89,6 +89,26 @@ private:
 
 [[gnu::tls_model("initial-exec")]] constinit thread_local grace_period grace{};
 
+/// \name A thread that is to be terminated and comes out of the C library
+/// @{
+struct way_out {
+    std::uintptr_t goes_on_at; // 0 when nothing is caught
+    std::uintptr_t stack; // when it has come out
+    bool has_come_out;
+};
+[[gnu::tls_model("initial-exec")]] constinit thread_local way_out out{0, 0, false};
+
+// The thread has returned from the library: it stops here, and goes on if it may not end.
+std::uintptr_t come_out() noexcept
+{
+    out.has_come_out = true;
+    stop_here();
+    std::uintptr_t const goes_on_at = out.goes_on_at;
+    out = {0, 0, false};
+    return goes_on_at;
+}
+/// @}
+
 [[noreturn]] void leave_for_good(handle_slot & slot)
 {
     abandon_holds(false);
@@ -111,11 +131,27 @@ bool may_end_here(thread_record const & record, std::uint32_t control, void cons
     if ((control & end_forced) != 0) {
         return true;
     }
-    stopped_thread const at = stopped_thread_of(context, is_library_code);
-    library_work const work = this_thread.at_rest.load(std::memory_order_relaxed)
-        ? library_work_below(at, record.stack_end, restorer)
-        : library_work_at(at, record.stack_end, restorer);
-    return work == library_work::none || grace.is_over(work, at);
+    stopped_thread at = stopped_thread_of(context, is_library_code);
+    library_work work = library_work::none;
+    if (out.has_come_out) {
+        // What lies below is left over from the library's own frames.
+        at = {out.goes_on_at, out.stack, stopped_thread::in_no_call, 0, {0, 0, 0}};
+        work = library_work_at(at, record.stack_end, restorer);
+    } else if (this_thread.at_rest.load(std::memory_order_relaxed)) {
+        work = library_work_below(at, record.stack_end, restorer);
+    } else {
+        work = library_work_at(at, record.stack_end, restorer);
+    }
+    if (work == library_work::none || grace.is_over(work, at)) {
+        return true;
+    }
+    if (out.goes_on_at == 0 && !out.has_come_out) {
+        if (std::uintptr_t * const frame = way_out_of_library(at); frame != nullptr) {
+            out.goes_on_at = catch_return(frame, come_out);
+            out.stack = reinterpret_cast<std::uintptr_t>(frame + 1);
+        }
+    }
+    return false;
 }
 
 // On the signal's stack frame of the thread that is told to stop.

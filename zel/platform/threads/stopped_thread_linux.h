@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 
 /// What only the processor's registers and its calling convention tell of a thread that a signal
@@ -30,12 +31,21 @@ struct stopped_thread {
 stopped_thread stopped_thread_of(void const * context,
                                  bool (*can_be_read)(std::uintptr_t)) noexcept;
 
-/// Whether `address`, in code that can be read, stands right behind a call: only such words on a
-/// stack are return addresses.
-bool is_behind_call(std::uintptr_t address) noexcept;
+/// Whether a call instruction ends in front of an address: only such words on a stack are return
+/// addresses.
+constexpr std::size_t longest_call = 8; // bytes, and one more
+bool is_behind_call(unsigned char const (&code_before)[longest_call]) noexcept;
 
 /// Where a signal handler has interrupted its thread.
 /// \param frame  the place on the stack that holds the handler's return address.
 std::uintptr_t place_below_handler(std::uintptr_t const * frame) noexcept;
+
+/// Has the calling thread come to `on_return` when a function returns, instead of going on behind its
+/// call; `on_return` tells where to go on. For a thread that is to be terminated: an exception must
+/// not pass this frame.
+/// \param frame  the place on the stack that holds the function's return address.
+/// \returns the return address that was there; 0, with nothing done, when the host checks returns.
+std::uintptr_t catch_return(std::uintptr_t * frame,
+                            std::uintptr_t (*on_return)() noexcept) noexcept;
 
 } // namespace zel::platform

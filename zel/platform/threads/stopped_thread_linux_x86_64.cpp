@@ -1,14 +1,61 @@
 // SPDX-License-Identifier: MIT
 #include "zel/platform/threads/stopped_thread_linux.h"
 
+#include <atomic>
 #include <cerrno>
 #include <cstring>
 #include <initializer_list>
+#include <iterator>
 
 #include <ucontext.h>
 
+// A function returns here instead of to its caller: saves what it returns, asks zel_caught_return
+// where to go on, and goes on there. Nothing else has to survive a call.
+extern "C" {
+[[gnu::visibility("hidden")]] extern char const zel_return_trap[];
+using caught_return = std::uintptr_t (*)() noexcept;
+[[gnu::visibility("hidden")]] constinit std::atomic<caught_return> zel_caught_return{nullptr};
+}
+
+asm(R"(
+    .text
+    .p2align 4
+    .hidden zel_return_trap
+    .hidden zel_caught_return
+    .globl zel_return_trap
+    .type zel_return_trap, @function
+zel_return_trap:
+    subq $8, %rsp
+    pushq %rbp
+    movq %rsp, %rbp
+    pushq %rax
+    pushq %rdx
+    subq $32, %rsp
+    movups %xmm0, (%rsp)
+    movups %xmm1, 16(%rsp)
+    andq $-16, %rsp
+    call *zel_caught_return(%rip)
+    movq %rax, 8(%rbp)
+    movups -48(%rbp), %xmm0
+    movups -32(%rbp), %xmm1
+    movq -16(%rbp), %rdx
+    movq -8(%rbp), %rax
+    movq %rbp, %rsp
+    popq %rbp
+    ret
+    .size zel_return_trap, . - zel_return_trap
+)");
+
 namespace zel::platform {
 namespace {
+
+// A shadow stack would notice another return address; the instruction does nothing without one.
+bool has_shadow_stack()
+{
+    std::uintptr_t pointer = 0;
+    asm volatile("rdsspq %0" : "+r"(pointer));
+    return pointer != 0;
+}
 
 constexpr unsigned char system_call[] = {0x0F, 0x05};
 
@@ -61,11 +108,11 @@ stopped_thread stopped_thread_of(void const * context, bool (*can_be_read)(std::
     return result;
 }
 
-bool is_behind_call(std::uintptr_t address) noexcept
+bool is_behind_call(unsigned char const (&code_before)[longest_call]) noexcept
 {
     constexpr unsigned char direct = 0xE8; // and four bytes
     constexpr unsigned char indirect = 0xFF;
-    auto const * const end = reinterpret_cast<unsigned char const *>(address);
+    auto const * const end = std::end(code_before);
     if (end[-5] == direct) {
         return true;
     }
@@ -75,6 +122,18 @@ bool is_behind_call(std::uintptr_t address) noexcept
         }
     }
     return false;
+}
+
+std::uintptr_t catch_return(std::uintptr_t * frame, std::uintptr_t (*on_return)() noexcept) noexcept
+{
+    auto const trap = reinterpret_cast<std::uintptr_t>(zel_return_trap);
+    if (has_shadow_stack() || *frame == trap) {
+        return 0;
+    }
+    zel_caught_return.store(on_return, std::memory_order_relaxed);
+    std::uintptr_t const before = *frame;
+    *frame = trap;
+    return before;
 }
 
 std::uintptr_t place_below_handler(std::uintptr_t const * frame) noexcept
