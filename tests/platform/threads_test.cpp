@@ -8,6 +8,7 @@
 
 #include "tests/support/processes.h"
 #include "tests/support/sanitizers.h"
+#include "tests/support/threads_at_once.h"
 #include "tests/support/time_limit.h"
 #include <algorithm>
 #include <atomic>
@@ -15,6 +16,7 @@
 #include <chrono>
 #include <csignal>
 #include <cstdint>
+#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -25,7 +27,10 @@
 #include <thread>
 #include <vector>
 
+#include <dlfcn.h>
+#include <grp.h>
 #include <pthread.h>
+#include <sched.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
@@ -178,20 +183,34 @@ TEST_F(threads, leave_neither_stacks_nor_handles_when_dropped)
     EXPECT_LT(slot_of(last.handle())->number, 1'000u); // slots are used again
 }
 
-TEST_F(threads, have_priorities_that_the_host_grants)
+TEST_F(threads, begin_at_normal_priority_and_have_what_the_host_grants)
 {
     // In a child, which may give up the right to raise priorities.
     EXPECT_TRUE(holds_in_child([] {
-        rlimit const none{0, 0};
-        bool good = ::setrlimit(RLIMIT_NICE, &none) == 0;
-        good = good && (::geteuid() != 0 || ::setuid(65534) == 0);
+        bool good = true;
         std::atomic<bool> go{false};
+        for (bool const may_raise : {true, false}) {
+            if (!may_raise) {
+                rlimit const none{0, 0};
+                good = good && ::setrlimit(RLIMIT_NICE, &none) == 0 && become_ordinary_user();
+            }
+            worker const lowered([&] {
+                bool const raises = ::setpriority(PRIO_PROCESS, 0, -1) == 0;
+                ::setpriority(PRIO_PROCESS, 0, 12);
+                worker const made([] { return unsigned(::getpriority(PRIO_PROCESS, 0)); });
+                made.wait();
+                return made.exit_code() == (raises ? 0u : 12u) ? 1u : 0u;
+            });
+            good = good && lowered.wait() == 0 && lowered.exit_code() == 1;
+        }
         worker const thread([&] { return run_until(go); });
         void * const handle = thread.handle();
         for (std::int32_t const priority : {0, -1, -2}) {
-            good = good && set_thread_priority(handle, priority);
-            good = good && get_thread_priority(handle) == priority;
+            // A process may have begun lower than that.
+            good = good
+                && (set_thread_priority(handle, priority) || ::getpriority(PRIO_PROCESS, 0) > 0);
         }
+        good = good && set_thread_priority(handle, -2) && get_thread_priority(handle) == -2;
         good = good && !set_thread_priority(handle, 2) && last_error() == error_access_denied;
         good = good && !set_thread_priority(handle, 3) && last_error() == error_invalid_parameter;
         good = good && get_thread_priority(handle) == -2;
@@ -200,6 +219,74 @@ TEST_F(threads, have_priorities_that_the_host_grants)
         return good && thread.wait() == 0 && get_thread_priority(handle) == priority_error;
     }));
 }
+
+TEST_F(threads, have_not_ended_while_a_destructor_of_a_key_works_on)
+{
+    static pthread_key_t key;
+    static std::atomic<void *> own;
+    static std::atomic<int> state; // counts the calls; 10: go on; 20: it has closed its own handle
+    own = nullptr;
+    state = 0;
+    auto const destructor = [](void *) {
+        if (state.fetch_add(1) < 2) { // the third call comes after the layer's own
+            ::pthread_setspecific(key, &key);
+            return;
+        }
+        state.wait(3);
+        state = close_thread(own) ? 20 : 30;
+    };
+    ASSERT_EQ(::pthread_key_create(&key, destructor), 0);
+    own = begin_thread(
+        [](void *) {
+            ::pthread_setspecific(key, &key);
+            return 5u;
+        },
+        nullptr, nullptr);
+    std::thread waiter([] { EXPECT_EQ(wait_for_thread(own, -1), 0u); });
+    ASSERT_TRUE(becomes_true([] { return state == 3; }));
+    std::uint32_t code = 0;
+    EXPECT_EQ(wait_for_thread(own, 0), 258u);
+    EXPECT_EQ(wait_for_thread(own, moment_after(20)), 258u);
+    EXPECT_TRUE(get_exit_code_thread(own, code));
+    EXPECT_EQ(code, still_active);
+    state = 10;
+    state.notify_all();
+    waiter.join();
+    EXPECT_EQ(state, 20);
+    ::pthread_key_delete(key);
+}
+
+#ifndef _LIBCPP_VERSION // whose own unwinder does not bear that of libgcc
+TEST_F(threads, are_not_cancelled_inside_the_layer)
+{
+    std::thread([] {
+        static std::atomic<bool> go;
+        go = false;
+        static std::atomic<bool> has_passed{false};
+        worker const other([] { return run_until(go); });
+        pthread_t thread{};
+        auto const body = [](void * handle) -> void * {
+            int const descriptor = message_queue_descriptor();
+            ::pthread_cancel(::pthread_self());
+            bool good = descriptor >= 0 && post_message(nullptr, 1, 0, 0); // writes, and is full
+            tagMSG message{};
+            good = good && peek_message(message, nullptr, 0, 0, peek_remove);
+            good = good && wait_for_thread(handle, moment_after(1)) == 258;
+            go = true;
+            good = good && wait_for_thread(handle, -1) == 0;
+            worker const own([] { return 3u; });
+            has_passed = good && own.wait() == 0;
+            ::pthread_testcancel();
+            return nullptr;
+        };
+        ASSERT_EQ(::pthread_create(&thread, nullptr, body, other.handle()), 0);
+        void * result = nullptr;
+        ::pthread_join(thread, &result);
+        EXPECT_EQ(result, PTHREAD_CANCELED);
+        EXPECT_TRUE(has_passed);
+    }).join();
+}
+#endif
 
 TEST_F(threads, work_in_a_forked_child)
 {
@@ -260,12 +347,31 @@ std::atomic<bool> leave{false};
 std::atomic<int> destroyed{0};
 constinit zel::atomic<std::uint32_t> never_changed{0};
 int quiet_pipe[2];
-
 void allocate()
 {
     for (std::size_t size = 16; size < 300'000; size *= 3) {
         std::free(std::malloc(size));
     }
+}
+
+std::FILE * unbuffered = nullptr;
+
+void load_plug_in()
+{
+    if (void * const module = ::dlopen(ZEL_TEST_PLUG_IN, RTLD_NOW)) {
+        ::dlclose(module);
+    }
+}
+
+// Takes every lock of the C library that a thread may have left behind.
+void use_library()
+{
+    allocate();
+    load_plug_in();
+    std::fputs("b", unbuffered);
+    std::fclose(std::fopen("/dev/null", "w"));
+    ::setenv("ZEL_TEST", "2", 1);
+    std::fflush(nullptr);
 }
 
 occupation const occupations[] = {
@@ -281,6 +387,18 @@ occupation const occupations[] = {
          }
      }},
     {"noexcept", []() noexcept { allocate(); }},
+    {"a stream", [] { std::fprintf(unbuffered, "%d", 5); }},
+    {"opening a file", [] { std::fclose(std::fopen("/dev/null", "w")); }},
+    {"loading a module", load_plug_in},
+    {"the environment", [] { ::setenv("ZEL_TEST", "1", 1); }},
+    {"sorting",
+     [] {
+         int numbers[] = {3, 1, 2, 5, 4};
+         std::qsort(numbers, 5, sizeof(int), [](void const * a, void const * b) {
+             return *static_cast<int const *>(a) - *static_cast<int const *>(b);
+         });
+     }},
+    {"a bare call", [] { ::sched_yield(); }},
     {"a sleep", [] { std::this_thread::sleep_for(200us); }},
     {"a system call",
      [] {
@@ -333,12 +451,15 @@ protected:
     thread_stops_during()
     {
         EXPECT_EQ(::pipe(quiet_pipe), 0);
+        unbuffered = std::fopen("/dev/null", "w");
+        std::setvbuf(unbuffered, nullptr, _IONBF, 0);
         turns.store(0);
         leave.store(false);
         destroyed.store(0);
     }
     ~thread_stops_during() override
     {
+        std::fclose(unbuffered);
         ::close(quiet_pipe[1]);
         ::close(quiet_pipe[0]);
     }
@@ -370,18 +491,18 @@ TEST_P(thread_stops_during, hold_a_suspended_thread_until_the_resume)
     EXPECT_EQ(victim.exit_code(), 5u);
 }
 
-TEST_P(thread_stops_during, end_a_thread_at_once_and_leave_the_heap_usable)
+TEST_P(thread_stops_during, end_a_thread_at_once_and_leave_no_lock)
 {
     for (int i = 0; i < 60; ++i) {
         std::uint64_t const before = turns.load();
         busy_worker const victim(GetParam());
-        if (i % 4 != 0) { // else in the middle of its start
-            ASSERT_TRUE(becomes_true([&] { return turns.load() != before; }));
-        }
-        if (i % 3 == 0) {
-            ASSERT_EQ(suspend_thread(victim.handle()), 0u);
-        }
         std::thread waiter([&] { EXPECT_EQ(victim.wait(), 0u); });
+        if (i % 4 != 0) { // else in the middle of its start
+            EXPECT_TRUE(becomes_true([&] { return turns.load() != before; }));
+        }
+        if (i % 3 == 0) { // nobody starts a thread now: it may hold the loader's lock
+            EXPECT_EQ(suspend_thread(victim.handle()), 0u);
+        }
         EXPECT_TRUE(terminate_thread(victim.handle(), 77));
         waiter.join();
         EXPECT_EQ(victim.exit_code(), 77u);
@@ -392,13 +513,7 @@ TEST_P(thread_stops_during, end_a_thread_at_once_and_leave_the_heap_usable)
         EXPECT_EQ(victim.exit_code(), 77u);
         EXPECT_EQ(suspend_thread(victim.handle()), failed);
         EXPECT_EQ(last_error(), error_access_denied);
-        std::vector<std::thread> users; // each takes a heap of the C library
-        for (int n = 0; n < 4; ++n) {
-            users.emplace_back(allocate);
-        }
-        for (std::thread & user : users) {
-            user.join();
-        }
+        run_at_once(4, [](int n) { n == 0 ? use_library() : allocate(); }); // each in a heap
         EXPECT_EQ(turns.load(), after);
     }
     EXPECT_TRUE(becomes_true([] { return tasks() == 1; }));
@@ -522,6 +637,8 @@ TEST_F(thread_stops, are_for_the_thread_itself_too)
 
 TEST_F(thread_stops, are_refused_while_the_signal_is_blocked)
 {
+    std::vector<gid_t> const groups(2'000, 65534); // stand in front of the mask that is looked at
+    static_cast<void>(::setgroups(groups.size(), groups.data()) == 0);
     sigset_t all;
     sigset_t old;
     ::sigfillset(&all);
@@ -549,6 +666,34 @@ TEST_F(thread_stops, are_refused_while_the_signal_is_blocked)
     EXPECT_EQ(thread.wait(), 0u);
     EXPECT_EQ(thread.exit_code(), 6u);
     ::pthread_sigmask(SIG_SETMASK, &old, nullptr);
+}
+
+TEST_F(thread_stops, are_refused_where_the_host_has_no_room_for_the_signal)
+{
+    EXPECT_TRUE(holds_in_child([] {
+        rlimit const none{0, 0};
+        bool good = ::setrlimit(RLIMIT_SIGPENDING, &none) == 0;
+        std::atomic<bool> runs{false};
+        std::atomic<bool> go{false};
+        worker const other([&] {
+            runs = true;
+            return run_until(go);
+        });
+        good = good && becomes_true([&] { return runs.load(); });
+        good = good && suspend_thread(other.handle()) == failed;
+        good = good && last_error() == error_signal_refused;
+        good = good && !terminate_thread(other.handle(), 1) && resume_thread(other.handle()) == 0;
+        std::atomic<void *> own{nullptr};
+        worker const itself([&] { // which is no stranger to the host
+            while (own.load() == nullptr) { }
+            suspend_thread(own.load());
+            return 7u;
+        });
+        own = itself.handle();
+        while (resume_thread(itself.handle()) == 0) { }
+        go = true;
+        return good && itself.wait() == 0 && itself.exit_code() == 7 && other.wait() == 0;
+    }));
 }
 
 TEST_F(thread_stops, leave_nothing_of_a_thread_on_the_stack_for_the_next)

@@ -180,6 +180,8 @@ wake_reason wait_for_end(thread_record & record, std::uint32_t end, std::int64_t
 
 std::uint32_t wait_for_thread(void * handle, std::int64_t until) noexcept
 {
+    // The reference stays from one look to the next, so that a wait outlives the handle: it is given
+    // back where the caller may be terminated.
     for (bool late = until == 0;;) {
         uninterrupted const guard;
         handle_slot * const slot = pinned_thread(handle);
@@ -187,15 +189,16 @@ std::uint32_t wait_for_thread(void * handle, std::int64_t until) noexcept
             return 0xFFFFFFFF;
         }
         thread_record & record = record_of(*slot);
-        std::uint32_t const end = look_at_end(record);
-        if (end != ended && !late) {
+        std::uint32_t end = look_at_end(record);
+        while (end != ended && !late && !told_to_stop()) {
             late = wait_for_end(record, end, until) == wake_reason::late;
-            release_thread(*slot);
-            stop_if_told();
-            continue;
+            end = look_at_end(record);
         }
         release_thread(*slot);
-        return end == ended ? 0 : 258;
+        if (end == ended || late) {
+            return end == ended ? 0 : 258;
+        }
+        stop_if_told();
     }
 }
 

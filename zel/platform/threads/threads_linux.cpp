@@ -3,6 +3,7 @@
 
 #include "zel/platform/host/failure.h"
 #include "zel/platform/host/fork_handlers.h"
+#include "zel/platform/host/stay_loaded.h"
 #include "zel/platform/last_error.h"
 #include "zel/platform/threads/stop_handler_linux.h"
 #include "zel/platform/threads/stop_signal_linux.h"
@@ -100,7 +101,11 @@ constexpr fork_handlers around_forks{nullptr, nullptr, after_fork_in_child};
 
 bool prepare_forks() { return add_fork_handlers(fork_place::threads, around_forks); }
 
-bool prepare_ends_once() { return ::pthread_key_create(&end_key, at_end) == 0; }
+bool prepare_ends_once()
+{
+    stay_loaded();
+    return ::pthread_key_create(&end_key, at_end) == 0;
+}
 
 bool prepare_starts_once()
 {
