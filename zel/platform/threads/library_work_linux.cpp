@@ -311,46 +311,77 @@ library_work library_work_below(stopped_thread const & at, std::uintptr_t stack_
         : library_work::none;
 }
 
-library_work library_work_at(stopped_thread const & at, std::uintptr_t stack_end,
-                             std::uintptr_t restorer) noexcept
-{
-    return judge(at, look_at_stack(at, stack_end, restorer));
-}
-
 #if defined(_LIBCPP_VERSION) || !__GLIBC_PREREQ(2, 35)
 
 // The unwinder takes a lock of the loader.
-std::uintptr_t * way_out_of_library(stopped_thread const &) noexcept { return nullptr; }
+frames_of_library frames_from(std::uintptr_t, std::uintptr_t) noexcept
+{
+    return {nullptr, false, false};
+}
 
 #else
 
-std::uintptr_t * way_out_of_library(stopped_thread const & at) noexcept
+frames_of_library frames_from(std::uintptr_t place, std::uintptr_t stack_end) noexcept
 {
     struct search {
-        std::uintptr_t from;
-        bool is_in_library;
-        std::uintptr_t * found;
-    } state{at.place, false, nullptr};
-    if (!is_library_code(at.place)) {
-        return nullptr;
-    }
-    // Through frames of the library alone, each of which describes itself at every instruction.
+        std::uintptr_t from, stack_end;
+        bool has_begun, has_left; // passed the first place; left the library, or was never in it
+        frames_of_library result;
+    } state{place, stack_end, false, false, {nullptr, false, false}};
     ::_Unwind_Backtrace(
         [](_Unwind_Context * frame, void * data) {
             auto & its = *static_cast<search *>(data);
-            std::uintptr_t const place = ::_Unwind_GetIP(frame);
-            its.is_in_library = its.is_in_library || place == its.from;
-            if (!its.is_in_library || is_library_code(place)) {
+            std::uintptr_t const here = ::_Unwind_GetIP(frame);
+            std::uintptr_t const stack = ::_Unwind_GetCFA(frame);
+            its.has_begun = its.has_begun || here == its.from;
+            if (!its.has_begun) {
                 return _URC_NO_REASON;
             }
-            auto * const slot = reinterpret_cast<std::uintptr_t *>(::_Unwind_GetCFA(frame)) - 1;
-            its.found = *slot == place ? slot : nullptr;
-            return _URC_NORMAL_STOP;
+            if (stack > its.stack_end) {
+                its.result.is_complete = true;
+                return _URC_NORMAL_STOP;
+            }
+            if (!is_library_code(here)) {
+                auto * const slot = reinterpret_cast<std::uintptr_t *>(stack) - 1;
+                if (!its.has_left && here != its.from && *slot == here) {
+                    its.result.way_out = slot;
+                }
+                its.has_left = true;
+            } else if (its.has_left && !is_lockless(here)) {
+                its.result.has_outer = true;
+            }
+            return _URC_NO_REASON;
         },
         &state);
-    return state.found;
+    return state.result;
 }
 
 #endif
+
+library_work library_work_at(stopped_thread const & at, std::uintptr_t stack_end,
+                             std::uintptr_t restorer) noexcept
+{
+    stack_content stack = look_at_stack(at, stack_end, restorer);
+    if (stack.has_outer_frames && is_library_code(at.place)) {
+        frames_of_library const frames = frames_from(at.place, stack_end);
+        stack.has_outer_frames = !frames.is_complete || frames.has_outer;
+    }
+    return judge(at, stack);
+}
+
+library_work library_work_behind(std::uintptr_t place, std::uintptr_t stack,
+                                 std::uintptr_t stack_end, std::uintptr_t restorer) noexcept
+{
+    stopped_thread const at{place, stack, stopped_thread::in_no_call, 0, {0, 0, 0}};
+    stack_content content = look_at_stack(at, stack_end, restorer);
+    if (content.entry != 0) {
+        frames_of_library const frames = frames_from(place, stack_end);
+        if (frames.is_complete && !frames.has_outer) {
+            content.entry = 0;
+            content.has_outer_frames = false;
+        }
+    }
+    return judge(at, content);
+}
 
 } // namespace zel::platform

@@ -37,9 +37,22 @@ library_work library_work_at(stopped_thread const & at, std::uintptr_t stack_end
 library_work library_work_below(stopped_thread const & at, std::uintptr_t stack_end,
                                 std::uintptr_t restorer) noexcept;
 
-/// For the calling thread, from the handler of a signal that came upon the library's code.
-/// \returns the place on the stack that holds the address to which the thread returns from the
-///          library; null when that cannot be told.
-std::uintptr_t * way_out_of_library(stopped_thread const & at) noexcept;
+/// The same for a thread that has just returned from the library.
+/// \param place,stack  where it goes on, with its stack pointer there.
+library_work library_work_behind(std::uintptr_t place, std::uintptr_t stack,
+                                 std::uintptr_t stack_end, std::uintptr_t restorer) noexcept;
+
+struct frames_of_library {
+    /// The place on the stack that holds the address to which the thread returns from the library;
+    /// null when that cannot be told.
+    std::uintptr_t * way_out;
+    bool is_complete; // all frames of the thread were seen
+    bool has_outer; // the library has called whoever called it
+};
+
+/// The frames themselves, for the calling thread in a signal's handler. Exact, but for what the
+/// compiler has described: so from a place in the library or behind a call alone.
+/// \param place  where to begin: the handler's own frames lie in front.
+frames_of_library frames_from(std::uintptr_t place, std::uintptr_t stack_end) noexcept;
 
 } // namespace zel::platform

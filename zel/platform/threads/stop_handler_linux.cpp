@@ -49,13 +49,11 @@ public:
     /// For each time that the thread is stopped.
     bool is_over(library_work work, stopped_thread const & at)
     {
-        bool const is_certain = work == library_work::certainly;
-        std::int64_t const limit = is_certain ? long_grace : short_grace;
+        std::int64_t const limit = work == library_work::certainly ? long_grace : short_grace;
         if (++looks_ == most_looks) {
             return true;
         }
         if (at.sleep != stopped_thread::in_no_call) {
-            doubtful_since_ = 0;
             std::int64_t const now = monotonic_now();
             if (at != asleep_at_) {
                 asleep_at_ = at;
@@ -65,14 +63,10 @@ public:
         }
         asleep_at_ = {};
         std::int64_t const now = own_processor_time();
-        if (is_certain) {
-            doubtful_since_ = 0;
+        if (running_since_ == 0) {
+            running_since_ = now;
         }
-        std::int64_t & since = is_certain ? certain_since_ : doubtful_since_;
-        if (since == 0) {
-            since = now;
-        }
-        return now - since >= limit;
+        return now - running_since_ >= limit;
     }
 
 private:
@@ -81,8 +75,7 @@ private:
     static constexpr int most_looks = 30'000; // for one that sleeps and wakes without an end
 
     int looks_ = 0;
-    std::int64_t certain_since_ = 0; // processor time at the first look that saw it inside
-    std::int64_t doubtful_since_ = 0; // at the first of the last looks, if all were in doubt
+    std::int64_t running_since_ = 0; // the thread's processor time at the first look at it
     std::int64_t asleep_since_ = 0;
     stopped_thread asleep_at_{};
 };
@@ -93,18 +86,21 @@ private:
 /// @{
 struct way_out {
     std::uintptr_t goes_on_at; // 0 when nothing is caught
-    std::uintptr_t stack; // when it has come out
+    std::uintptr_t * frame; // the place on the stack where that address stood
     bool has_come_out;
 };
-[[gnu::tls_model("initial-exec")]] constinit thread_local way_out out{0, 0, false};
+[[gnu::tls_model("initial-exec")]] constinit thread_local way_out out{0, nullptr, false};
 
 // The thread has returned from the library: it stops here, and goes on if it may not end.
 std::uintptr_t come_out() noexcept
 {
+    *out.frame = out.goes_on_at; // for the unwinder
     out.has_come_out = true;
+    signal_fence();
     stop_here();
+    signal_fence();
     std::uintptr_t const goes_on_at = out.goes_on_at;
-    out = {0, 0, false};
+    out = {0, nullptr, false};
     return goes_on_at;
 }
 /// @}
@@ -131,12 +127,11 @@ bool may_end_here(thread_record const & record, std::uint32_t control, void cons
     if ((control & end_forced) != 0) {
         return true;
     }
-    stopped_thread at = stopped_thread_of(context, is_library_code);
+    stopped_thread const at = stopped_thread_of(context, is_library_code);
     library_work work = library_work::none;
     if (out.has_come_out) {
-        // What lies below is left over from the library's own frames.
-        at = {out.goes_on_at, out.stack, stopped_thread::in_no_call, 0, {0, 0, 0}};
-        work = library_work_at(at, record.stack_end, restorer);
+        work = library_work_behind(out.goes_on_at, reinterpret_cast<std::uintptr_t>(out.frame + 1),
+                                   record.stack_end, restorer);
     } else if (this_thread.at_rest.load(std::memory_order_relaxed)) {
         work = library_work_below(at, record.stack_end, restorer);
     } else {
@@ -145,10 +140,11 @@ bool may_end_here(thread_record const & record, std::uint32_t control, void cons
     if (work == library_work::none || grace.is_over(work, at)) {
         return true;
     }
-    if (out.goes_on_at == 0 && !out.has_come_out) {
-        if (std::uintptr_t * const frame = way_out_of_library(at); frame != nullptr) {
+    if (out.goes_on_at == 0 && !out.has_come_out && is_library_code(at.place)) {
+        std::uintptr_t * const frame = frames_from(at.place, record.stack_end).way_out;
+        if (frame != nullptr) {
+            out.frame = frame;
             out.goes_on_at = catch_return(frame, come_out);
-            out.stack = reinterpret_cast<std::uintptr_t>(frame + 1);
         }
     }
     return false;

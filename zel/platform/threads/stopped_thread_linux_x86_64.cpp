@@ -10,7 +10,8 @@
 #include <ucontext.h>
 
 // A function returns here instead of to its caller: saves what it returns, asks zel_caught_return
-// where to go on, and goes on there. Nothing else has to survive a call.
+// where to go on, and goes on there. Nothing else has to survive a call. Described for the unwinder
+// from the call on.
 extern "C" {
 [[gnu::visibility("hidden")]] extern char const zel_return_trap[];
 using caught_return = std::uintptr_t (*)() noexcept;
@@ -25,9 +26,15 @@ asm(R"(
     .globl zel_return_trap
     .type zel_return_trap, @function
 zel_return_trap:
+    .cfi_startproc
+    .cfi_def_cfa_offset 0
     subq $8, %rsp
+    .cfi_def_cfa_offset 8
     pushq %rbp
+    .cfi_def_cfa_offset 16
+    .cfi_offset %rbp, -16
     movq %rsp, %rbp
+    .cfi_def_cfa_register %rbp
     pushq %rax
     pushq %rdx
     subq $32, %rsp
@@ -42,7 +49,9 @@ zel_return_trap:
     movq -8(%rbp), %rax
     movq %rbp, %rsp
     popq %rbp
+    .cfi_def_cfa %rsp, 8
     ret
+    .cfi_endproc
     .size zel_return_trap, . - zel_return_trap
 )");
 
