@@ -36,16 +36,14 @@ public:
     }
     std::uint32_t lock(int, std::int64_t until)
     {
-        std::uint64_t const state = slots_[0].state.load();
-        return is_alive(state, handle_) && take_free_mutex(slots_[0], state, host_number())
+        return take_free_mutex(slots_[0], handle_, host_number())
             ? wait_object_0
             : wait_for_unnamed_mutex(slots_[0], handle_,
                                      until < 0 ? infinite : static_cast<std::uint32_t>(until));
     }
     bool unlock(int)
     {
-        std::uint64_t const state = slots_[0].state.load();
-        return (is_alive(state, handle_) && give_back_mutex(slots_[0], state, host_number()))
+        return give_back_mutex(slots_[0], handle_, host_number())
             || release_unnamed_mutex(slots_[0], handle_);
     }
     void end() { abandon_unnamed_mutexes(host_number()); }

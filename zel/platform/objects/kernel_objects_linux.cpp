@@ -158,7 +158,6 @@ std::uint32_t wait_for_single_object(void * handle, std::uint32_t milliseconds) 
     if (slot == nullptr) {
         return refuse_wait();
     }
-    std::uint64_t state;
     switch (kind_of(handle)) {
     case handle_kind::auto_event:
     case handle_kind::semaphore:
@@ -169,8 +168,7 @@ std::uint32_t wait_for_single_object(void * handle, std::uint32_t milliseconds) 
     case handle_kind::manual_event:
         return wait_for_unnamed(*slot, handle, milliseconds);
     case handle_kind::mutex:
-        if (is_alive_now(*slot, handle, state)
-            && take_free_mutex(*slot, state, this_thread.owner_number)) {
+        if (take_free_mutex(*slot, handle, this_thread.owner_number)) {
             return wait_object_0;
         }
         return wait_for_unnamed_mutex(*slot, handle, milliseconds);
@@ -231,11 +229,9 @@ bool pulse_event(void * handle) noexcept
 bool release_mutex(void * handle) noexcept
 {
     handle_slot * const slot = slot_of(handle);
-    std::uint64_t state;
     switch (slot == nullptr ? handle_kind::none : kind_of(handle)) {
     case handle_kind::mutex:
-        return (is_alive_now(*slot, handle, state)
-                && give_back_mutex(*slot, state, this_thread.owner_number))
+        return give_back_mutex(*slot, handle, this_thread.owner_number)
             || release_unnamed_mutex(*slot, handle);
     case handle_kind::named_mutex:
         return give_back_named_mutex(*slot, handle);

@@ -163,7 +163,7 @@ bool release_unnamed_mutex(handle_slot & slot, void * handle) noexcept
     if (self == 0 || !is_mine(state, self)) {
         return fail(error_not_owner);
     }
-    if (!give_back_mutex(slot, state, self)) {
+    if (!give_back_mutex(slot, handle, self)) {
         atomic<std::uint32_t> & more_holds = mutex_room_of(slot).more_holds;
         if (std::uint32_t const more = more_holds.load(std::memory_order_relaxed); more != 0) {
             more_holds.store(more - 1, std::memory_order_relaxed);

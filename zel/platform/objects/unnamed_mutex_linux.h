@@ -31,37 +31,37 @@ inline unnamed_mutex_room & mutex_room_of(handle_slot & slot) noexcept
     return *static_cast<unnamed_mutex_room *>(room);
 }
 
+/// The state of a mutex that is free, of a living handle.
+inline std::uint64_t free_state_of(void * handle) noexcept
+{
+    return std::uint64_t{tag_of(reinterpret_cast<std::uintptr_t>(handle))} << 32;
+}
+
 /// \name What is one exchange
+/// What it expects follows from the handle: a load of the state before would wait for the last
+/// exchange. So a handle that is dead, or of an owner that has taken it more than once, fails.
+/// \param self  `this_thread.owner_number`
 /// \returns false when nothing was done: the function of the same job sees to it.
 /// @{
-/// \param state  of the slot, just loaded; the handle was alive.
-/// \param self   `this_thread.owner_number`
-inline bool take_free_mutex(handle_slot & slot, std::uint64_t state, std::uint32_t self) noexcept
+inline bool take_free_mutex(handle_slot & slot, void * handle, std::uint32_t self) noexcept
 {
-    if (word_of(state) != 0 || self == 0) {
-        return false;
-    }
-    if (!slot.state.compare_exchange_strong(state, state | self, std::memory_order_acquire,
-                                            std::memory_order_relaxed)) {
+    std::uint64_t expected = free_state_of(handle);
+    if (self == 0
+        || !slot.state.compare_exchange_strong(expected, expected | self, std::memory_order_acquire,
+                                               std::memory_order_relaxed)) {
         return false;
     }
     count_hold(1); // not in front: an exchange waits for all stores before it
     return true;
 }
 
-/// With the same parameters.
-inline bool give_back_mutex(handle_slot & slot, std::uint64_t state, std::uint32_t self) noexcept
+inline bool give_back_mutex(handle_slot & slot, void * handle, std::uint32_t self) noexcept
 {
-    if (word_of(state) != self || self == 0) {
-        return false;
-    }
-    atomic<std::uint32_t> & more_holds = mutex_room_of(slot).more_holds;
-    if (std::uint32_t const more = more_holds.load(std::memory_order_relaxed); more != 0) {
-        more_holds.store(more - 1, std::memory_order_relaxed);
-        return true;
-    }
-    if (!slot.state.compare_exchange_strong(state, with_word(state, 0), std::memory_order_release,
-                                            std::memory_order_relaxed)) {
+    std::uint64_t expected = free_state_of(handle) | self;
+    if (self == 0 || mutex_room_of(slot).more_holds.load(std::memory_order_relaxed) != 0
+        || !slot.state.compare_exchange_strong(expected, free_state_of(handle),
+                                               std::memory_order_release,
+                                               std::memory_order_relaxed)) {
         return false;
     }
     count_hold(one_hold_less);
