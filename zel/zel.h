@@ -27,6 +27,7 @@
 #include "zel/threads/crit_sect.h"
 #include "zel/threads/event.h"
 #include "zel/threads/kernel_obj.h"
+#include "zel/threads/lockable.h"
 #include "zel/threads/multi_lock.h"
 #include "zel/threads/mutex.h"
 #include "zel/threads/process.h"

@@ -8,12 +8,15 @@
 
 #include "tests/support/allocations.h"
 #include "tests/support/processes.h"
+#include "tests/support/sanitizers.h"
 #include "tests/support/time_limit.h"
 #include <atomic>
+#include <fstream>
 #include <functional>
 #include <gtest/gtest.h>
 #include <iterator>
 #include <random>
+#include <string>
 #include <thread>
 #include <vector>
 
@@ -217,6 +220,57 @@ TEST(message_queue, ends_with_its_thread)
             EXPECT_EQ(error_of(destroy_window(window)), 1400U);
         }).join();
     }
+}
+
+// The host hands out the numbers behind this one next. False where it does not let the caller say.
+bool set_last_number(std::uint32_t number)
+{
+    std::ofstream file("/proc/sys/kernel/ns_last_pid");
+    return static_cast<bool>(file << number << std::flush);
+}
+
+TEST(message_queue, is_not_that_of_a_thread_that_ended_itself_under_the_same_number)
+{
+    SKIP_IF_THREADS_CANNOT_BE_STOPPED();
+    time_limit const limit(20);
+    for (int attempt = 0; attempt < 50; ++attempt) { // others may get the number
+        zel::atomic<std::uint32_t> id{0};
+        static std::atomic<void *> own;
+        own = nullptr;
+        own = begin_thread(
+            [](void *) {
+                create_window(sum);
+                while (own == nullptr) { }
+                terminate_thread(own, 0);
+                return 0U;
+            },
+            nullptr, &id);
+        while (::access(("/proc/self/task/" + std::to_string(id)).c_str(), F_OK) == 0) { }
+        if (!set_last_number(id - 1)) {
+            close_thread(own);
+            GTEST_SKIP() << "only the superuser decides about numbers";
+        }
+        bool is_same = false;
+        std::thread([&] {
+            is_same = current_thread_id() == id;
+            if (is_same) {
+                std::thread([&] { // is no queue of the thread's yet
+                    EXPECT_EQ(error_of(post_thread_message(id, user, 0, 0)), 1444U);
+                })
+                    .join();
+                window_handle const window = create_window(sum);
+                EXPECT_TRUE(close_thread(own)); // has no part in the queue any more
+                EXPECT_NE(other_thread().window, window);
+                EXPECT_TRUE(post_message(window, user, 0, 0));
+                EXPECT_EQ(drain(), numbers{user});
+            }
+        }).join();
+        if (is_same) {
+            return;
+        }
+        close_thread(own);
+    }
+    GTEST_SKIP() << "other processes are faster";
 }
 
 TEST(message_queue, a_window_takes_its_messages_along)

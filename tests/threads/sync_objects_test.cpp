@@ -3,6 +3,7 @@
 #include "zel/platform/kernel_objects.h"
 #include "zel/threads/crit_sect.h"
 #include "zel/threads/event.h"
+#include "zel/threads/lockable.h"
 #include "zel/threads/multi_lock.h"
 #include "zel/threads/mutex.h"
 #include "zel/threads/semaphore.h"
@@ -12,7 +13,9 @@
 #include "tests/support/time_limit.h"
 #include <functional>
 #include <gtest/gtest.h>
+#include <mutex>
 #include <thread>
+#include <type_traits>
 #include <utility>
 
 #include <unistd.h>
@@ -149,6 +152,33 @@ TEST(semaphore, counts_its_units)
     EXPECT_EQ(untouched, 77U);
     EXPECT_TRUE(many.unlock(1, &before));
     EXPECT_EQ(before, 6);
+}
+
+TEST(lockable, lets_the_guards_of_the_standard_library_hold_any_lock)
+{
+    time_limit const limit(20);
+    zel::crit_sect section;
+    zel::mutex mutex;
+    zel::semaphore unit;
+    zel::lockable one(section);
+    zel::lockable two(mutex);
+    zel::lockable three(unit);
+    for (int i = 0; i < 2; ++i) {
+        std::scoped_lock const all(one, two, three);
+        on_another_thread([&] { // neither waits
+            EXPECT_FALSE(one.try_lock() || two.try_lock() || three.try_lock());
+        });
+    }
+    for (bool const waits : {true, false}) {
+        on_another_thread([&] { EXPECT_TRUE(mutex.lock(0)); }); // and dies with it
+        EXPECT_THROW(waits ? two.lock() : static_cast<void>(two.try_lock()), zel::exception);
+        on_another_thread([&] { EXPECT_TRUE(two.try_lock() && mutex.unlock()); }); // told once
+    }
+    static_assert(!std::is_constructible_v<zel::mutex, char const *>); // no truth value
+    static_assert(!std::is_constructible_v<zel::event, char const *>);
+    static_assert(!std::is_constructible_v<zel::event, bool, char const *>);
+    static_assert(std::is_constructible_v<zel::mutex, bool, char const *>);
+    static_assert(std::is_constructible_v<zel::event, std::uint32_t, bool, char const *>);
 }
 
 // Keeps its calls: L a lock, W one without limit, u an unlock, U one with a count. Answers as told.

@@ -194,42 +194,29 @@ TEST(thread_obj, can_be_suspended_and_cut_off)
     SKIP_IF_THREADS_CANNOT_BE_STOPPED();
     time_limit const limit(20);
     zel::auto_ptr<recorder> const log(new recorder);
-    zel::mutex mutex;
-    std::atomic<std::uint32_t> count{0};
+    std::atomic<bool> runs{false};
     bool unwound = false;
     auto const body = [&](task &) {
         struct at_end {
             bool & flag;
             ~at_end() { flag = true; }
         } const end{unwound};
-        mutex.lock(0);
-        while (++count != 0) { }
+        for (runs = true; runs;) { }
         return 0U;
     };
     task * const thread = new task(body, log);
     thread->inc_ref();
     thread->start();
-    while (count == 0) { }
-    EXPECT_EQ(thread->suspend(), 0U);
-    EXPECT_EQ(thread->suspend(), 1U);
-    EXPECT_EQ(thread->resume(), 2U);
-    std::uint32_t const stopped = count;
-    std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    EXPECT_EQ(count, stopped);
-    EXPECT_EQ(thread->resume(), 1U);
-    while (count == stopped) { }
-    EXPECT_TRUE(thread->set_priority(-1));
-    EXPECT_FALSE(thread->set_priority(7));
-    EXPECT_EQ(thread->get_priority(), -1);
-
+    while (!runs) { }
+    EXPECT_TRUE(thread->suspend() == 0 && thread->suspend() == 1);
+    EXPECT_TRUE(thread->resume() == 2 && thread->resume() == 1 && thread->resume() == 0);
+    EXPECT_TRUE(thread->set_priority(-2) && !thread->set_priority(7));
+    EXPECT_EQ(thread->get_priority(), -2);
     EXPECT_TRUE(thread->terminate(9));
     thread->wait();
     EXPECT_EQ(thread->exit_code(), 9U);
-    EXPECT_FALSE(unwound);
-    EXPECT_TRUE(thread->is_started());
+    EXPECT_TRUE(thread->is_started() && !unwound && log->lines.empty());
     EXPECT_EQ(thread->ref_count(), 2U); // the thread's own was never given back
-    EXPECT_TRUE(log->lines.empty());
-    EXPECT_EQ(wait_for_single_object(mutex.get_handle(), 0), wait_abandoned);
     EXPECT_EQ(thread->suspend(), 0xFFFFFFFF);
     delete thread; // by hand: nothing else can any more
 }
@@ -256,6 +243,7 @@ private:
 
 gate * outer = nullptr;
 gate * inner = nullptr;
+zel::event * inner_has_ended = nullptr;
 std::vector<unsigned int> seen;
 
 enum : unsigned int { plain = 0x0400, nests, ends_inner, raises, ends };
@@ -269,6 +257,7 @@ std::intptr_t on_message(window_handle window, unsigned int message, std::uintpt
     } else if (message == ends_inner) {
         inner->open();
         inner->wait();
+        inner_has_ended->set();
     } else if (message == raises) {
         throw std::runtime_error("from the procedure");
     } else if (message == ends) {
@@ -296,8 +285,10 @@ TEST(thread_obj_ex, serves_the_queue_until_the_thread_has_ended)
     EXPECT_TRUE(post_message(window, nests, 0, 0));
     EXPECT_TRUE(post_message(nullptr, plain, 0, 0)); // nobody's: taken and dropped
     post_quit_message(0); // is taken and ends nothing
-    std::thread poster([=] {
-        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    zel::event has_ended;
+    inner_has_ended = &has_ended;
+    std::thread poster([=, &has_ended] { // behind what is nested, however long that takes
+        has_ended.lock(infinite);
         for (unsigned int const message : {plain, ends, plain}) {
             EXPECT_TRUE(post_message(window, message, 0, 0));
         }

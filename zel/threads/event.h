@@ -30,11 +30,16 @@ public:
     ///                              too long, or the host is out of memory or descriptors.
     event(bool initially_set = false, bool manual_reset = false, char const * name = nullptr);
 
+    /// A text is no truth value: the name comes third.
+    template <typename T, typename... Rest> event(T *, Rest const &...) = delete;
+    template <typename T, typename... Rest> event(bool, T *, Rest const &...) = delete;
+
     /// Opens an event that exists. `get_name()` is then empty.
     /// \param desired_access  rights of `zel/platform/kernel_objects.h`: `synchronize` to lock,
     ///                        `event_modify_state` to set, pulse and reset; what goes beyond them
     ///                        fails.
-    ///                        Without the first a `lock` returns true at once and means nothing.
+    ///                        Without `synchronize` the wait fails, which `lock()` reports as true
+    ///                        although nobody was let through.
     /// \param inherit_handle  has no effect: a handle never outlives exec, a forked child has it.
     /// \throws sync_obj::exception  `failed_to_create`: nothing, or another kind, has the name, or
     ///                              it is null.
@@ -42,7 +47,9 @@ public:
 
     ~event() override;
 
-    /// Waits until the event lets this thread through.
+    /// Waits until the event lets this thread through. Any number of threads may wait; of those that
+    /// wait for an auto-reset event, the one that has waited longest goes first. One that is
+    /// suspended meanwhile waits anew after its resume.
     /// \param timeout  milliseconds of the monotonic clock; 0 only tests, 0xFFFFFFFF has no limit.
     /// \returns false when the time was over first.
     /// \throws kernel_obj::exception  `invalid_handle` when a derived class took the handle away.

@@ -35,6 +35,9 @@ public:
     ///                              too long, or the host is out of memory or descriptors.
     mutex(bool initially_owned = false, string const & name = "");
 
+    /// A text is no truth value: the name comes second.
+    template <typename T, typename... Rest> mutex(T *, Rest const &...) = delete;
+
     /// Opens a mutex that exists. `get_name()` is then empty.
     /// \param desired_access  `synchronize` of `zel/platform/kernel_objects.h` to lock.
     ///                        Without `synchronize` the wait fails, which `lock()` reports as true

@@ -35,7 +35,8 @@ public:
     /// Opens a semaphore that exists. `get_name()` is then empty.
     /// \param desired_access  rights of `zel/platform/kernel_objects.h`: `synchronize` to lock,
     ///                        `semaphore_modify_state` to unlock; what goes beyond them fails.
-    ///                        Without the first a `lock` returns true at once and means nothing.
+    ///                        Without `synchronize` the wait fails, which `lock()` reports as true
+    ///                        although no unit was taken.
     /// \param inherit_handle  has no effect: a handle never outlives exec, a forked child has it.
     /// \throws sync_obj::exception  `failed_to_create`: nothing, or another kind, has the name.
     semaphore(std::uint32_t desired_access, bool inherit_handle, string const & name);

@@ -34,7 +34,8 @@ public:
 
     /// Waits until the object is the caller's.
     /// \param timeout  milliseconds; 0 only tests, 0xFFFFFFFF has no limit.
-    /// \returns false when it did not become so in time.
+    /// \returns false when it did not become so in time. True also when the object refuses to be
+    ///          waited for, as one that was opened without the right to does: each class tells.
     virtual bool lock(std::uint32_t timeout) = 0;
 
     /// The same as `unlock()`: neither argument is looked at.

@@ -39,20 +39,23 @@ public:
     /// Neither waits for the thread nor stops it.
     ~thread_obj() override;
 
-    /// Starts the thread, once for an object. Handle and id are complete when `run` begins;
+    /// Starts the thread, once for an object, at normal priority whatever the caller's is, as far as
+    /// the host lets it be raised. Handle and id are complete when `run` begins;
     /// `is_started` becomes true on the thread itself, perhaps after this returns.
     /// \throws kernel_obj::exception  `failed_to_create_object` when the host has no room for
     ///                                another thread; the reference taken for it is given back.
     virtual void start();
 
-    /// Waits until the thread has ended, without limit.
+    /// Waits until the thread has ended, without limit. That is when the destructors of its keys have
+    /// returned too.
     /// \throws kernel_obj::exception  `failed_to_create_object` before `start`; so do all members
     ///                                below that return something of the thread.
     /// \throws sync_obj::exception    `failed_to_lock` when the wait is given up.
     void wait();
 
     /// Ends the thread where it is: no destructor and no handler of it runs, and it reports
-    /// nothing. `is_started` stays true, and the reference that the thread had is lost, so that the
+    /// nothing. It leaves no lock of the C library behind: one that may hold such a lock runs on
+    /// until it has given it back, within the limits of `zel/platform/threads/threads.h`. `is_started` stays true, and the reference that the thread had is lost, so that the
     /// object is never deleted by its count. Mutexes that it owned are abandoned. Harmless when the
     /// thread has ended.
     /// \param exit_code  what `platform::get_exit_code_thread` then says.
