@@ -6,6 +6,7 @@
 #include "zel/base/api.h"
 #include "zel/version.h"
 
+#if __cplusplus >= 202002L // else the one error is enough
 #include "zel/core/api.h"
 #include "zel/core/auto_buffer.h"
 #include "zel/core/auto_ptr.h"
@@ -61,3 +62,5 @@
 #include "zel/platform/last_error.h"
 #include "zel/platform/message_queue.h"
 #include "zel/platform/rectangles.h"
+
+#endif

@@ -35,3 +35,25 @@ foreach(header IN LISTS headers)
     message(SEND_ERROR "zel/zel.h does not bring ${header}")
   endif()
 endforeach()
+
+# Code of the standard library means the same behind the header of everything.
+foreach(compiler IN ITEMS ${CXX} ${CLANG})
+  foreach(standard IN ITEMS 20 2b)
+    execute_process(
+      COMMAND ${compiler} -std=c++${standard} -fsyntax-only -Wall -Wextra -Wpedantic -Wconversion
+              -Werror -I ${WORK}/include ${CMAKE_CURRENT_LIST_DIR}/ordinary_code.cpp
+      RESULT_VARIABLE result ERROR_VARIABLE error)
+    if(NOT result EQUAL 0)
+      message(SEND_ERROR "${compiler} -std=c++${standard}\n${error}")
+    endif()
+  endforeach()
+
+  # An older standard gives one error, which says what is needed.
+  execute_process(COMMAND ${compiler} -std=c++17 -fsyntax-only -I ${WORK}/include
+                          ${WORK}/everything.cpp ERROR_VARIABLE error)
+  string(REGEX MATCHALL "error: [^\n]*" errors "${error}")
+  list(LENGTH errors count)
+  if(NOT count EQUAL 1 OR NOT errors MATCHES "zel needs C\\+\\+20")
+    message(SEND_ERROR "${compiler} -std=c++17\n${error}")
+  endif()
+endforeach()

@@ -1,6 +1,10 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#if __cplusplus < 202002L
+#error "zel needs C++20 or later: compile with -std=c++20"
+#endif
+
 #include "zel/base/standard_library.h"
 
 /// Marks what leaves the shared library; everything else in it is hidden.

@@ -189,8 +189,9 @@ string string::mid(unsigned int first, unsigned int last) const
 
 std::uint32_t string::hash(std::uint32_t count) const noexcept
 {
+    std::size_t const bytes = count == 0xFFFFFFFF ? size() : count;
     std::uint32_t h = 0;
-    for (char const c : std::string_view(*this).substr(0, count)) {
+    for (char const c : std::string_view(*this).substr(0, bytes)) {
         // (h + byte) * 1025, with the byte's product off the chain from one h to the next.
         std::uint32_t const byte = static_cast<std::uint32_t>(static_cast<signed char>(c)) * 1025;
         std::uint32_t sum = h + byte;

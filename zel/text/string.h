@@ -3,6 +3,7 @@
 
 #include "zel/base/api.h"
 #include <compare>
+#include <concepts>
 #include <cstdarg>
 #include <cstddef>
 #include <cstdint>
@@ -10,10 +11,15 @@
 #include <initializer_list>
 #include <string>
 #include <string_view>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
 namespace zel {
+
+/// A pointer to text, or what is read as one.
+template <typename T>
+concept null_terminated = std::convertible_to<T const &, char const *>;
 
 /// The text type of the library: the standard byte string, with a fixed rule for null pointers and
 /// with the text operations that the library needs.
@@ -32,6 +38,14 @@ namespace zel {
 /// \endcode
 class ZEL_API string : public std::basic_string<char> {
     using base = std::basic_string<char>;
+
+    template <typename T>
+    static constexpr bool of_this_class = std::derived_from<std::remove_cvref_t<T>, string>;
+    template <typename T>
+    static constexpr bool text_operand
+        = std::same_as<
+              std::remove_cvref_t<T>,
+              char> || null_terminated<std::remove_cvref_t<T>> || std::convertible_to<std::remove_cvref_t<T> const &, std::string_view>;
 
 public:
     /// Blank, tab, line feed, carriage return.
@@ -243,7 +257,7 @@ public:
     string & replace(string const & from, string const & to);
 
     /// A 32-bit hash (Jenkins, one at a time, over signed bytes) of the first `count` bytes.
-    /// \param count  at most `size()`; anything above means the whole text.
+    /// \param count  0xFFFFFFFF and anything above `size()` mean the whole text, however long.
     std::uint32_t hash(std::uint32_t count) const noexcept;
 
     /// A copy of at most `length` bytes whose last 8 are the hash of the whole text in upper-case
@@ -297,83 +311,74 @@ public:
     /// Does nothing: this host has no string resources.
     void load_string(std::uint32_t id) noexcept;
 
+    // The operators are found through a `string` alone: `using namespace zel` brings none of them
+    // into expressions of other texts.
+
+    /// Both texts, one behind the other. Beside a text `+` takes a `char`, and no other number.
+    /// \throws memory_exception  `null_pointer` when a `char const *` is null.
+    template <typename left_type, typename right_type>
+    requires of_this_class<left_type> && text_operand<right_type>
+    friend string operator+(left_type && left, right_type && right)
+    {
+        return joined(std::forward<left_type>(left), text_of(right));
+    }
+    template <typename left_type, typename right_type>
+    requires(!of_this_class<left_type>)
+        && text_operand<left_type> && of_this_class<right_type> friend string
+        operator+(left_type && left, right_type && right)
+    {
+        if constexpr (std::same_as<left_type, base>) { // an rvalue, whose memory goes on being used
+            return joined(string(std::move(left)), right);
+        } else {
+            return joined(text_of(left), right);
+        }
+    }
+
+    /// Compares with a text up to its NUL.
+    /// \throws memory_exception  `null_pointer` when `b` is null.
+    template <null_terminated text> friend bool operator==(string const & a, text const & b)
+    {
+        return a.compare(text_of(b)) == 0;
+    }
+    template <null_terminated text>
+    friend std::strong_ordering operator<=>(string const & a, text const & b)
+    {
+        return a.compare(text_of(b)) <=> 0;
+    }
+
 protected:
     /// \throws memory_exception  `null_pointer` with the text "zel::string".
     [[noreturn]] static void throw_null_ptr_exception();
+
+private:
+    template <typename text> static std::string_view text_of(text const & operand)
+    {
+        if constexpr (std::same_as<text, char>) {
+            return std::string_view(&operand, 1);
+        } else if constexpr (null_terminated<text>) {
+            char const * const first = operand;
+            validate_ptr(first);
+            return first;
+        } else {
+            return operand;
+        }
+    }
+
+    static string joined(std::string_view left, std::string_view right)
+    {
+        string result;
+        result.reserve(left.size() + right.size());
+        result.append(left).append(right);
+        return result;
+    }
+    static string joined(string && left, std::string_view right)
+    {
+        left.append(right);
+        return std::move(left);
+    }
 };
 
 static_assert(sizeof(string) == sizeof(std::string));
-
-/// \throws memory_exception  `null_pointer` when a `char const *` is null.
-inline string operator+(string const & a, char const * b)
-{
-    string::validate_ptr(b);
-    std::size_t const length = std::char_traits<char>::length(b);
-    string result;
-    result.reserve(a.size() + length);
-    result.append(a).append(b, length);
-    return result;
-}
-inline string operator+(string && a, char const * b)
-{
-    string::validate_ptr(b);
-    a += b;
-    return std::move(a);
-}
-inline string operator+(string const & a, std::string_view b)
-{
-    string result;
-    result.reserve(a.size() + b.size());
-    result.append(a).append(b);
-    return result;
-}
-inline string operator+(string && a, std::string_view b)
-{
-    a += b;
-    return std::move(a);
-}
-inline string operator+(string const & a, string const & b) { return a + std::string_view(b); }
-inline string operator+(string && a, string const & b)
-{
-    return std::move(a) + std::string_view(b);
-}
-inline string operator+(string const & a, std::string const & b) { return a + std::string_view(b); }
-inline string operator+(string && a, std::string const & b)
-{
-    return std::move(a) + std::string_view(b);
-}
-inline string operator+(string const & a, std::string && b) { return a + std::string_view(b); }
-inline string operator+(string && a, std::string && b)
-{
-    return std::move(a) + std::string_view(b);
-}
-inline string operator+(string const & a, char b) { return a + std::string_view(&b, 1); }
-inline string operator+(string && a, char b) { return std::move(a) + std::string_view(&b, 1); }
-inline string operator+(char const * a, string const & b)
-{
-    string::validate_ptr(a);
-    return string(a) + std::string_view(b);
-}
-inline string operator+(char a, string const & b) { return string(1, a) + std::string_view(b); }
-inline string operator+(std::string const & a, string const & b)
-{
-    return string(a) + std::string_view(b);
-}
-inline string operator+(std::string && a, string const & b)
-{
-    return string(std::move(a)) + std::string_view(b);
-}
-
-inline bool operator==(string const & a, char const * b)
-{
-    string::validate_ptr(b);
-    return a.compare(b) == 0;
-}
-inline std::strong_ordering operator<=>(string const & a, char const * b)
-{
-    string::validate_ptr(b);
-    return a.compare(b) <=> 0;
-}
 
 } // namespace zel
 
