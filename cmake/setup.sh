@@ -51,7 +51,7 @@ build() {
     log=$(mktemp)
     if ! { cmake --preset "$preset" && cmake --build --preset "$preset" ${1:+--target "$@"}; } 2>&1 \
         | tee "$log" | progress "$preset"; then
-        grep -E -A 5 'error|Error|FAILED' "$log" >&2 || tail -n 40 "$log" >&2
+        grep -E -A 5 'error:|Error|FAILED' "$log" >&2 || tail -n 40 "$log" >&2
         rm -f "$log"
         die "the build of preset $preset failed"
     fi

@@ -33,7 +33,9 @@ std::vector<kernels::choice> choices()
 {
     std::vector<kernels::choice> all{
         {"slices", kernels::by_slices, []() noexcept { return true; }}};
-    std::ranges::copy(kernels::of_processor(), std::back_inserter(all));
+    for (kernels::choice const & each : kernels::of_processor()) {
+        all.push_back(each);
+    }
     return all;
 }
 

@@ -86,7 +86,7 @@ TEST(uid, never_repeats_in_eight_threads_of_two_processes)
         = [](uid * first) { std::for_each(first, first + of_each, [](uid & id) { id.create(); }); };
     auto const create_all = [&](uid * first) {
         create(first);
-        run_at_once(8, [&](int thread) { create(first + (thread + 1) * of_each); });
+        run_at_once(8, [&](int thread) { create(first + (thread + 1) * std::ptrdiff_t{of_each}); });
         return true;
     };
     child_process child([&] { return create_all(of_child); });

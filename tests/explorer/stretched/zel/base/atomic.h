@@ -60,10 +60,10 @@ public:
         stretched::pause();
         base::store(value, order);
     }
-    template <class... Arguments> T exchange(Arguments... arguments) noexcept
+    T exchange(T value, std::memory_order order = std::memory_order_seq_cst) noexcept
     {
         stretched::pause();
-        return base::exchange(arguments...);
+        return base::exchange(value, order);
     }
     template <class... Orders>
     bool compare_exchange_weak(T & expected, T value, Orders... orders) noexcept
