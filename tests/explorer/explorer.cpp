@@ -8,8 +8,7 @@
 #include <cstdio>
 #include <cstring>
 #include <random>
-#include <sstream>
-#include <utility>
+#include <unordered_set>
 
 // void zel_switch_stack(void ** save, void * to): keeps the caller's registers on its stack and
 // goes on where the other stack was left.
@@ -87,8 +86,7 @@ template <class T> bool lies_in(void const * address, T const & what)
 std::uint64_t value_at(void const * address, std::size_t size)
 {
     std::uint64_t value = 0;
-    size == sizeof value ? std::memcpy(&value, address, sizeof value)
-                         : std::memcpy(&value, address, std::min(size, sizeof value));
+    std::memcpy(&value, address, std::min(size, sizeof value));
     return value;
 }
 
@@ -103,6 +101,13 @@ void meet(void const * word, std::size_t size)
         }
     }
     static_words.push_back({const_cast<void *>(word), size, value_at(word, size)});
+}
+
+void reset_static_words()
+{
+    for (static_word const & word : static_words) {
+        std::memcpy(word.address, &word.first, word.size);
+    }
 }
 
 void switch_to_scheduler()
@@ -343,9 +348,7 @@ void follow(options const & may, option choice)
 
 void begin(entry const & what, bounds const & limits)
 {
-    for (static_word const & word : static_words) {
-        std::memcpy(word.address, &word.first, word.size);
-    }
+    reset_static_words();
     std::memset(&now, 0, sizeof now);
     failure = nullptr;
     running_scenario = what.make(now.room);
@@ -361,15 +364,17 @@ void begin(entry const & what, bounds const & limits)
 
 /// \name Moments that are gone back to
 /// @{
-struct stack_piece {
-    std::byte * begin;
-    std::size_t size;
-};
-
-stack_piece live_stack(int thread)
+// All that a moment consists of; `now` first, for it says how far the stacks go.
+template <class Function> void for_each_piece(Function function)
 {
-    auto * const begin = static_cast<std::byte *>(now.threads[thread].stack_pointer);
-    return {begin, static_cast<std::size_t>(stacks[thread] + stack_size - begin)};
+    function(&now, world_size);
+    for (int i = 0; i < now.count; ++i) {
+        auto * const begin = static_cast<std::byte *>(now.threads[i].stack_pointer);
+        function(begin, static_cast<std::size_t>(stacks[i] + stack_size - begin));
+    }
+    for (static_word const & word : static_words) {
+        function(word.address, word.size);
+    }
 }
 
 struct moment {
@@ -380,37 +385,23 @@ struct moment {
     void keep()
     {
         bytes.clear();
-        auto const add = [this](void const * from, std::size_t size) {
+        for_each_piece([this](void const * from, std::size_t size) {
             auto const * const first = static_cast<std::byte const *>(from);
             bytes.insert(bytes.end(), first, first + size);
-        };
-        add(&now, world_size);
-        for (int i = 0; i < now.count; ++i) {
-            add(live_stack(i).begin, live_stack(i).size);
-        }
-        for (static_word const & word : static_words) {
-            add(word.address, word.size);
-        }
+        });
     }
 
+    // Static words that nobody had met yet are what they were at first.
     void go_back() const
     {
-        std::byte const * from = bytes.data();
-        auto const take = [&from](void * to, std::size_t size) {
-            std::memcpy(to, from, size);
-            from += size;
-        };
-        take(&now, world_size);
-        for (int i = 0; i < now.count; ++i) {
-            take(live_stack(i).begin, live_stack(i).size);
-        }
-        for (static_word const & word : static_words) {
-            if (from < bytes.data() + bytes.size()) {
-                take(word.address, word.size);
-            } else { // not met before this moment
-                std::memcpy(word.address, &word.first, word.size);
+        reset_static_words();
+        std::size_t done = 0;
+        for_each_piece([&](void * to, std::size_t size) {
+            if (done < bytes.size()) {
+                std::memcpy(to, bytes.data() + done, size);
+                done += size;
             }
-        }
+        });
     }
 };
 
@@ -438,52 +429,10 @@ std::uint64_t mix(std::uint64_t hash, void const * from, std::size_t size)
 
 std::uint64_t hash_of_now()
 {
-    std::uint64_t hash = mix(0x243F6A8885A308D3, &now, world_size);
-    for (int i = 0; i < now.count; ++i) {
-        if (now.threads[i].where != condition::ended) {
-            hash = mix(hash, live_stack(i).begin, live_stack(i).size);
-        }
-    }
-    for (static_word const & word : static_words) {
-        hash = mix(hash, word.address, word.size);
-    }
-    return hash == 0 ? 1 : hash;
+    std::uint64_t hash = 0x243F6A8885A308D3;
+    for_each_piece([&](void const * from, std::size_t size) { hash = mix(hash, from, size); });
+    return hash;
 }
-
-/// The states that were seen, by 64 bits of each.
-class seen_states {
-public:
-    bool insert(std::uint64_t hash)
-    {
-        if (++count_ * 2 > table_.size()) {
-            grow();
-        }
-        return put(hash);
-    }
-
-private:
-    bool put(std::uint64_t hash)
-    {
-        for (std::size_t i = hash;; ++i) {
-            std::uint64_t & place = table_[i & (table_.size() - 1)];
-            if (place == 0 || place == hash) {
-                return std::exchange(place, hash) == 0;
-            }
-        }
-    }
-    void grow()
-    {
-        std::vector<std::uint64_t> const old
-            = std::exchange(table_, std::vector<std::uint64_t>(table_.size() * 4));
-        for (std::uint64_t const hash : old) {
-            if (hash != 0) {
-                put(hash);
-            }
-        }
-    }
-    std::vector<std::uint64_t> table_ = std::vector<std::uint64_t>(4096);
-    std::size_t count_ = 0;
-};
 /// @}
 
 bounds without_bound(bounds limits)
@@ -494,33 +443,14 @@ bounds without_bound(bounds limits)
 
 constexpr char free_mark = 'r'; // in front of a schedule without a bound for preemptions
 
-// Choices in turn; those that repeat as COUNTxCHOICE.
-std::string text_of(std::vector<std::uint8_t> const & path)
-{
-    std::ostringstream text;
-    for (std::size_t i = 0; i < path.size();) {
-        std::size_t end = i;
-        while (end < path.size() && path[end] == path[i]) {
-            ++end;
-        }
-        text << (i == 0 ? "" : ",");
-        if (end - i > 1) {
-            text << end - i << "x";
-        }
-        text << int{path[i]};
-        i = end;
-    }
-    return text.str();
-}
-
-bool report(entry const & what, std::string const & mark, std::vector<std::uint8_t> const & path)
+bool report(entry const & what, std::string const & path)
 {
     std::printf("FAILED %s: %s\n", what.name.c_str(), failure);
-    replay(what, mark + text_of(path));
+    replay(what, path);
     return false;
 }
 
-bool is_too_long(std::vector<std::uint8_t> const & path)
+bool is_too_long(std::string const & path)
 {
     if (path.size() > most_steps) {
         failure = "a step without an end";
@@ -622,18 +552,18 @@ void store_and_wake_all(void * word, std::uint32_t value, bool shared) noexcept
 bool exhaust(entry const & what, orders const & how, figures & sum)
 {
     begin(what, what.limits);
-    seen_states seen;
+    std::unordered_set<std::uint64_t> seen; // by a hash of each state
     std::uint64_t states = 0;
-    std::vector<std::uint8_t> path;
+    std::string path; // the choices so far
     std::vector<moment> moments; // where choices are left
     std::size_t open = 0; // how many of them; the rest is kept for its memory
     for (;;) {
         options may = what_may_come();
         if (is_too_long(path)) {
-            return report(what, "", path);
+            return report(what, path);
         }
         int choice = 0;
-        bool const is_new = may.count == 1 || (may.count > 1 && seen.insert(hash_of_now()));
+        bool const is_new = may.count == 1 || (may.count > 1 && seen.insert(hash_of_now()).second);
         if (is_new && may.count > 1) {
             if (++states > how.most_states) {
                 sum.complete = false;
@@ -661,7 +591,7 @@ bool exhaust(entry const & what, orders const & how, figures & sum)
                 break;
             }
         }
-        path.push_back(static_cast<std::uint8_t>(choice));
+        path += static_cast<char>('0' + choice);
         add_figures(sum, may.list[choice], path.size());
         follow(may, may.list[choice]);
     }
@@ -690,11 +620,11 @@ bool run_at_random(entry const & what, orders const & how, figures & sum)
             changes.push_back(below(usual_length));
             events.push_back(below(usual_length));
         }
-        std::vector<std::uint8_t> path;
+        std::string path; // the choices so far
         for (int lowest = -1;;) {
             options const may = what_may_come();
             if (is_too_long(path)) {
-                return report(what, {free_mark}, path);
+                return report(what, free_mark + path);
             }
             if (may.count == 0) {
                 break;
@@ -712,7 +642,7 @@ bool run_at_random(entry const & what, orders const & how, figures & sum)
             if (anything || may.list[choice].what != deed::run) {
                 choice = below(static_cast<std::size_t>(may.count));
             }
-            path.push_back(static_cast<std::uint8_t>(choice));
+            path += static_cast<char>('0' + choice);
             add_figures(sum, may.list[choice], path.size());
             follow(may, may.list[choice]);
         }
@@ -725,17 +655,10 @@ bool run_at_random(entry const & what, orders const & how, figures & sum)
 bool replay(entry const & what, std::string const & schedule)
 {
     bool const is_free = schedule.front() == free_mark;
-    std::vector<int> path;
-    std::istringstream pieces(schedule.substr(is_free ? 1 : 0));
-    for (std::string piece; std::getline(pieces, piece, ',');) {
-        std::size_t const cross = piece.find('x');
-        int const times = cross == std::string::npos ? 1 : std::stoi(piece);
-        path.insert(path.end(), static_cast<std::size_t>(times),
-                    std::stoi(piece.substr(cross == std::string::npos ? 0 : cross + 1)));
-    }
     begin(what, is_free ? without_bound(what.limits) : what.limits);
     tracing = true;
-    for (int const choice : path) {
+    for (char const digit : is_free ? schedule.substr(1) : schedule) {
+        int const choice = digit - '0';
         options const may = what_may_come();
         if (failure != nullptr || choice >= may.count) {
             break;
@@ -746,9 +669,9 @@ bool replay(entry const & what, std::string const & schedule)
         what_may_come(); // the last look
     }
     tracing = false;
-    std::printf("    %s\n    --only '%s' --replay '%s'\n",
+    std::printf("    %s\n    --only '%s' --bounds %d,%d,%d --replay '%s'\n",
                 failure == nullptr ? "nothing is wrong" : failure, what.name.c_str(),
-                schedule.c_str());
+                what.limits.preemptions, what.limits.kills, what.limits.stops, schedule.c_str());
     std::fflush(stdout);
     return failure == nullptr;
 }

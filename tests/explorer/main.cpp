@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
-// explorer [--only EXPRESSION] [--states N] [--old-kernel] [--keep-going] [--list]
+// explorer [--only EXPRESSION] [--bounds PREEMPTIONS,KILLS,STOPS] [--states N]
+//          [--old-kernel] [--keep-going] [--list]
 //          [--random SECONDS [--seed N] [--depth N]]
 //          [--replay SCHEDULE]
 //
@@ -20,6 +21,7 @@ int main(int argc, char ** argv)
     orders how;
     std::regex only("");
     std::string schedule;
+    bounds limits{-1, 0, 0}; // each scenario's own
     bool lists = false;
     bool keeps_going = false;
     for (int i = 1; i < argc; ++i) {
@@ -35,6 +37,8 @@ int main(int argc, char ** argv)
             how.depth = std::atoi(value());
         } else if (name == "--states") {
             how.most_states = std::strtoull(value(), nullptr, 10);
+        } else if (name == "--bounds") {
+            std::sscanf(value(), "%d,%d,%d", &limits.preemptions, &limits.kills, &limits.stops);
         } else if (name == "--old-kernel") {
             old_kernel = true;
         } else if (name == "--list") {
@@ -61,7 +65,8 @@ int main(int argc, char ** argv)
     figures sum;
     int incomplete = 0;
     int failed = 0;
-    for (entry const & one : entries) {
+    for (entry & one : entries) {
+        one.limits = limits.preemptions < 0 ? one.limits : limits;
         if (lists) {
             std::printf("%s\n", one.name.c_str());
             continue;

@@ -7,6 +7,7 @@
 #include "zel/platform/objects/robust_mutex_linux.h"
 #include "zel/platform/objects/unnamed_objects.h"
 #include "zel/platform/threads/threads.h"
+#include "zel/platform/waits/address_wait.h"
 #include <cstring>
 
 namespace zel::explorer {
@@ -14,80 +15,62 @@ namespace {
 
 using namespace zel::platform;
 
-class named_object {
-public:
+// An object and its operations, by their letters in promise.h; a wait gives its result.
+struct named_object {
     static constexpr bool is_shared = true;
+    named_waitable memory{};
 
-    named_object(sort kind, int initial, int maximum)
+    named_object(sort kind, unsigned initial, unsigned maximum)
     {
-        initialize(object_, static_cast<unsigned>(initial), static_cast<unsigned>(maximum),
-                   kind == sort::manual);
+        initialize(memory, initial, maximum, kind == sort::manual);
     }
     // As long as it is stopped it has nothing of the object's; see wait_for_single_object.
-    std::uint32_t wait(std::int64_t until)
+    std::uint32_t wait(std::uint32_t milliseconds)
     {
         for (;;) {
             uninterrupted const guard;
-            std::uint32_t const result = wait_for(object_, until);
+            auto const result
+                = wait_for(memory, milliseconds == 0 ? 0 : moment_after(milliseconds));
             if (result != wait_stopped) {
                 return result;
             }
         }
     }
-    bool set_event()
-    {
-        return inside([&] { return set(object_); });
-    }
-    bool reset_event()
-    {
-        return inside([&] { return reset(object_); });
-    }
-    bool pulse_event()
-    {
-        return inside([&] { return pulse(object_); });
-    }
-    bool release_units(unsigned count)
-    {
-        return inside([&] { return release(object_, count, nullptr); });
-    }
-
-private:
-    template <class Body> bool inside(Body body)
+    bool change(char operation)
     {
         uninterrupted const guard;
-        return body();
+        return operation == 's' ? set(memory)
+            : operation == 'r'  ? reset(memory)
+            : operation == 'p'  ? pulse(memory)
+                                : release(memory, static_cast<unsigned>(operation - '0'), nullptr);
     }
-    named_waitable object_{};
 };
 
-class unnamed_object {
-public:
+struct unnamed_object {
     static constexpr bool is_shared = false;
+    handle_slot slots[2]{};
+    void * handle;
 
-    unnamed_object(sort kind, int initial, int maximum)
+    unnamed_object(sort kind, unsigned initial, unsigned maximum)
     {
         constexpr handle_kind kinds[]
             = {handle_kind::auto_event, handle_kind::manual_event, handle_kind::semaphore};
-        handle_blocks[0].store(slots_);
-        handle_ = create_unnamed(kinds[static_cast<int>(kind)], static_cast<unsigned>(initial),
-                                 static_cast<unsigned>(maximum));
+        handle_blocks[0].store(slots);
+        handle = create_unnamed(kinds[static_cast<int>(kind)], initial, maximum);
     }
-    std::uint32_t wait(std::int64_t until)
+    std::uint32_t wait(std::uint32_t milliseconds)
     {
-        return wait_for_unnamed(slots_[0], handle_,
-                                until < 0 ? infinite : static_cast<std::uint32_t>(until));
+        return wait_for_unnamed(slots[0], handle, milliseconds);
     }
-    bool set_event() { return set_unnamed_event(slots_[0], handle_); }
-    bool reset_event() { return reset_unnamed_event(slots_[0], handle_); }
-    bool pulse_event() { return pulse_unnamed_event(slots_[0], handle_); }
-    bool release_units(unsigned count)
+    bool change(char operation)
     {
-        return release_unnamed_semaphore(slots_[0], handle_, count, nullptr);
+        return operation == 's' ? set_unnamed_event(slots[0], handle)
+            : operation == 'r'  ? reset_unnamed_event(slots[0], handle)
+            : operation == 'p'
+            ? pulse_unnamed_event(slots[0], handle)
+            : release_unnamed_semaphore(slots[0], handle, static_cast<unsigned>(operation - '0'),
+                                        nullptr);
     }
-
-private:
-    handle_slot slots_[2]{};
-    void * handle_;
 };
 
 struct layout {
@@ -110,7 +93,11 @@ public:
                                               std::end(layout_.programs),
                                               [](char const * text) { return text != nullptr; }));
     }
-    void begin() override { new (&object_) Object(layout_.kind, layout_.initial, layout_.maximum); }
+    void begin() override
+    {
+        new (&object_) Object(layout_.kind, static_cast<unsigned>(layout_.initial),
+                              static_cast<unsigned>(layout_.maximum));
+    }
     void run(int thread) override
     {
         for (char const * step = layout_.programs[thread]; *step != '\0'; ++step) {
@@ -152,19 +139,15 @@ private:
         promise_.called(thread, operation);
         bool success;
         if (is_wait(operation)) {
-            std::uint32_t const result = object_.wait(operation == 'w'       ? -1
+            std::uint32_t const result = object_.wait(operation == 'w'       ? infinite
                                                           : operation == 'l' ? 1000
                                                                              : 0);
             success = result == wait_object_0;
             if (!success && result != wait_timeout) {
                 fail("a wait failed");
             }
-        } else if (operation >= '1' && operation <= '9') {
-            success = object_.release_units(static_cast<unsigned>(operation - '0'));
         } else {
-            success = operation == 's' ? object_.set_event()
-                : operation == 'r'     ? object_.reset_event()
-                                       : object_.pulse_event();
+            success = object_.change(operation);
         }
         note(success ? "has returned: yes" : "has returned: no");
         promise_.returned(thread, success);

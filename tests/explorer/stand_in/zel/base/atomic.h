@@ -19,10 +19,7 @@ void step(char const * what, void const * word, std::size_t size, char const * f
 
 template <class T> class atomic {
 public:
-    constexpr atomic() noexcept
-        : value_()
-    {
-    }
+    constexpr atomic() noexcept = default;
     constexpr atomic(T value) noexcept
         : value_(value)
     {
@@ -30,87 +27,68 @@ public:
     atomic(atomic const &) = delete;
     atomic & operator=(atomic const &) = delete;
 
-    T load(std::memory_order = std::memory_order_seq_cst, ZEL_HERE) const noexcept
+    T load(std::memory_order = {}, ZEL_HERE) const noexcept
     {
         explorer::step("load", &value_, sizeof value_, file, line);
         return value_;
     }
-    void store(T value, std::memory_order = std::memory_order_seq_cst, ZEL_HERE) noexcept
+    void store(T value, std::memory_order = {}, ZEL_HERE) noexcept
     {
         explorer::step("store", &value_, sizeof value_, file, line);
         value_ = value;
     }
-    T exchange(T value, std::memory_order = std::memory_order_seq_cst, ZEL_HERE) noexcept
+    T exchange(T value, std::memory_order = {}, ZEL_HERE) noexcept
     {
-        return change("exchange", value, file, line);
+        return change(
+            "exchange", [=](T) { return value; }, file, line);
     }
-    T fetch_add(T value, std::memory_order = std::memory_order_seq_cst, ZEL_HERE) noexcept
+    T fetch_add(T value, std::memory_order = {}, ZEL_HERE) noexcept
     {
-        explorer::step("add", &value_, sizeof value_, file, line);
-        T const before = value_;
-        value_ = static_cast<T>(before + value);
-        return before;
+        return change(
+            "add", [=](T before) { return before + value; }, file, line);
     }
-    T fetch_sub(T value, std::memory_order = std::memory_order_seq_cst, ZEL_HERE) noexcept
+    T fetch_sub(T value, std::memory_order = {}, ZEL_HERE) noexcept
     {
-        explorer::step("subtract", &value_, sizeof value_, file, line);
-        T const before = value_;
-        value_ = static_cast<T>(before - value);
-        return before;
+        return change(
+            "subtract", [=](T before) { return before - value; }, file, line);
     }
-    T fetch_and(T value, std::memory_order = std::memory_order_seq_cst, ZEL_HERE) noexcept
+    T fetch_and(T value, std::memory_order = {}, ZEL_HERE) noexcept
     {
-        explorer::step("and", &value_, sizeof value_, file, line);
-        T const before = value_;
-        value_ = before & value;
-        return before;
+        return change(
+            "and", [=](T before) { return before & value; }, file, line);
     }
-    T fetch_or(T value, std::memory_order = std::memory_order_seq_cst, ZEL_HERE) noexcept
+    T fetch_or(T value, std::memory_order = {}, ZEL_HERE) noexcept
     {
-        explorer::step("or", &value_, sizeof value_, file, line);
-        T const before = value_;
-        value_ = before | value;
-        return before;
+        return change(
+            "or", [=](T before) { return before | value; }, file, line);
     }
-    bool compare_exchange_strong(T & expected, T value, std::memory_order, std::memory_order,
-                                 ZEL_HERE) noexcept
+    bool compare_exchange_strong(T & expected, T value, std::memory_order = {},
+                                 std::memory_order = {}, ZEL_HERE) noexcept
     {
-        explorer::step("compare and exchange", &value_, sizeof value_, file, line);
-        if (value_ != expected) {
-            expected = value_;
-            return false;
-        }
-        value_ = value;
-        return true;
+        T const wanted = expected;
+        expected = change(
+            "compare and exchange", [=](T before) { return before == wanted ? value : before; },
+            file, line);
+        return expected == wanted;
     }
-    bool compare_exchange_strong(T & expected, T value,
-                                 std::memory_order order = std::memory_order_seq_cst,
-                                 ZEL_HERE) noexcept
-    {
-        return compare_exchange_strong(expected, value, order, order, file, line);
-    }
-    bool compare_exchange_weak(T & expected, T value, std::memory_order, std::memory_order,
-                               ZEL_HERE) noexcept
+    // Never fails for no reason: it stands in loops, which then only do the same again.
+    bool compare_exchange_weak(T & expected, T value, std::memory_order = {},
+                               std::memory_order = {}, ZEL_HERE) noexcept
     {
         return compare_exchange_strong(expected, value, {}, {}, file, line);
     }
-    bool compare_exchange_weak(T & expected, T value,
-                               std::memory_order order = std::memory_order_seq_cst,
-                               ZEL_HERE) noexcept
-    {
-        return compare_exchange_strong(expected, value, order, order, file, line);
-    }
 
 private:
-    T change(char const * what, T value, char const * file, int line) noexcept
+    template <class Change>
+    T change(char const * what, Change next, char const * file, int line) noexcept
     {
         explorer::step(what, &value_, sizeof value_, file, line);
         T const before = value_;
-        value_ = value;
+        value_ = static_cast<T>(next(before));
         return before;
     }
 
-    T value_;
+    T value_{};
 };
 
 #undef ZEL_HERE
