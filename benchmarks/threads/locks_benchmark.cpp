@@ -12,17 +12,21 @@
 #include <QRecursiveMutex>
 #include <QSemaphore>
 #include <QSystemSemaphore>
+#include <atomic>
 #include <benchmark/benchmark.h>
 #include <boost/interprocess/sync/interprocess_recursive_mutex.hpp>
+#include <chrono>
 #include <cstdint>
 #include <memory>
 #include <mutex>
 #include <thread>
 #include <vector>
 
+#include <linux/futex.h>
 #include <pthread.h>
 #include <semaphore.h>
 #include <sys/mman.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 namespace {
@@ -110,6 +114,23 @@ struct zel_semaphore {
     void take() { units.lock(no_limit); }
     void give() { units.unlock(); }
     zel::semaphore units{0, 1000};
+};
+struct zel_named_semaphore {
+    void take() { units.lock(no_limit); }
+    void give() { units.unlock(); }
+    zel::semaphore units{0, 1000, fresh_name()};
+};
+// The least that lets one sleeper through: the call of the kernel alone.
+struct bare_wake {
+    void take()
+    {
+        while (::syscall(SYS_futex, &word, FUTEX_WAIT, 0, nullptr, nullptr, 0) != 0) { }
+    }
+    void give()
+    {
+        while (::syscall(SYS_futex, &word, FUTEX_WAKE, 1, nullptr, nullptr, 0) != 1) { }
+    }
+    std::uint32_t word = 0;
 };
 struct posix_semaphore {
     posix_semaphore() { ::sem_init(&units, 0, 0); }
@@ -222,6 +243,40 @@ template <typename Flag> void ping_pong(benchmark::State & state)
     state.counters["system_calls"] = count_system_calls([] { play<Flag>(1000); }) / 1000;
 }
 
+// What lets one of many through that wait; they have all fallen asleep again before the next.
+template <typename Flag> void one_of_many(benchmark::State & state)
+{
+    Flag flag;
+    std::atomic<bool> done{false};
+    std::atomic<std::int64_t> passed{0};
+    std::vector<std::thread> threads;
+    for (std::int64_t i = 0; i < state.range(0); ++i) {
+        threads.emplace_back([&] {
+            for (flag.take(); !done; flag.take()) {
+                passed += 1;
+            }
+        });
+    }
+    std::int64_t given = 0;
+    for (auto _ : state) {
+        std::this_thread::sleep_for(std::chrono::microseconds(100));
+        auto const begin = std::chrono::steady_clock::now();
+        flag.give();
+        std::chrono::duration<double> const time = std::chrono::steady_clock::now() - begin;
+        state.SetIterationTime(time.count());
+        for (++given; passed < given;) {
+            std::this_thread::yield();
+        }
+    }
+    done = true;
+    for (std::size_t i = 0; i < threads.size(); ++i) {
+        flag.give();
+    }
+    for (std::thread & thread : threads) {
+        thread.join();
+    }
+}
+
 BENCHMARK(uncontended<zel_section>)->Name("crit_sect/zel");
 BENCHMARK(uncontended<std_recursive>)->Name("crit_sect/std");
 BENCHMARK(uncontended<qt_recursive>)->Name("crit_sect/qt");
@@ -252,6 +307,25 @@ BENCHMARK(contended<robust_pthread>)
     ->Arg(2)
     ->Arg(4)
     ->UseRealTime();
+
+BENCHMARK(one_of_many<zel_semaphore>)
+    ->Name("one_of_many/semaphore/zel")
+    ->Arg(10)
+    ->Arg(100)
+    ->Arg(500)
+    ->UseManualTime();
+BENCHMARK(one_of_many<zel_named_semaphore>)
+    ->Name("one_of_many/named/zel")
+    ->Arg(10)
+    ->Arg(100)
+    ->Arg(500)
+    ->UseManualTime();
+BENCHMARK(one_of_many<bare_wake>)
+    ->Name("one_of_many/limit")
+    ->Arg(10)
+    ->Arg(100)
+    ->Arg(500)
+    ->UseManualTime();
 
 BENCHMARK(ping_pong<zel_event>)->Name("ping_pong/event/zel")->UseRealTime();
 BENCHMARK(ping_pong<poco_event>)->Name("ping_pong/event/poco")->UseRealTime();
