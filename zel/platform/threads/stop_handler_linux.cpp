@@ -183,10 +183,18 @@ void park(handle_slot & slot, void const * context, std::uintptr_t restorer)
     }
 }
 
-void on_stop_signal(int, siginfo_t *, void * context)
+// Whose signal it was before: another copy of this library, in a plug-in, takes the same one for its
+// own threads. Set before the handler is.
+using signal_handler = void (*)(int, siginfo_t *, void *);
+constinit signal_handler previous_handler = nullptr;
+
+void on_stop_signal(int signal, siginfo_t * info, void * context)
 {
     handle_slot * const slot = this_thread.slot;
     if (slot == nullptr) {
+        if (previous_handler != nullptr) {
+            previous_handler(signal, info, context);
+        }
         return;
     }
     if (this_thread.depth.load(std::memory_order_relaxed) != 0) {
@@ -211,6 +219,11 @@ void prepare_stops() noexcept
     action.sa_sigaction = on_stop_signal;
     action.sa_flags = SA_SIGINFO | SA_RESTART;
     ::sigfillset(&action.sa_mask);
+    struct sigaction previous { };
+    ::sigaction(stop_signal(), nullptr, &previous);
+    if ((previous.sa_flags & SA_SIGINFO) != 0 && previous.sa_sigaction != on_stop_signal) {
+        previous_handler = previous.sa_sigaction;
+    }
     ::sigaction(stop_signal(), &action, nullptr);
 }
 
