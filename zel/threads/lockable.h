@@ -18,6 +18,7 @@ class sync_obj;
 /// \endcode
 class ZEL_API lockable {
 public:
+    /// \param object  the lock to hold; it is not locked here.
     explicit lockable(sync_obj & object) noexcept
         : object_(&object)
     {
