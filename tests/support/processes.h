@@ -49,6 +49,7 @@ public:
     ~child_process() { kill(); }
 
     pid_t id() const { return id_; }
+    pid_t release() { return std::exchange(id_, -1); } // to a caller that waits for it
     void send(int signal) const { ::kill(id_, signal); }
 
     /// Waits for the end. \returns what waitpid(2) tells, -1 if there is nobody to wait for.
