@@ -145,16 +145,15 @@ public:
         protected:
             unsigned int run() override
             {
-                zel::event never;
                 do {
-                    std::string const text(200, 't');
-                    never.lock(1);
+                    never_.lock(1); // where an end leaves nothing of the thread's own behind
                 } while (!ends_);
                 return 0;
             }
 
         private:
             bool ends_;
+            zel::event never_;
         };
         bool const ends = dice(2) == 0;
         auto_ptr<task> const thread(new task(ends));
