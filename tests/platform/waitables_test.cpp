@@ -56,7 +56,8 @@ public:
         for (int i = 0; i < 3; ++i) {
             auto const body = [this, &waited, i] {
                 if (waited.wait(30'000) == wait_object_0) {
-                    shared_.order[shared_.count++] = i;
+                    shared_.order[shared_.entered++] = i;
+                    ++shared_.written;
                 }
                 return 0;
             };
@@ -71,17 +72,17 @@ public:
     // Who has passed as soon as there are so many, and a little later.
     std::vector<int> passed(int count) const
     {
-        for (int i = 0; i < 10'000 && shared_.count < count; ++i) {
+        for (int i = 0; i < 10'000 && shared_.written < count; ++i) {
             std::this_thread::sleep_for(1ms);
         }
         std::this_thread::sleep_for(5ms);
-        return {shared_.order, shared_.order + shared_.count};
+        return {shared_.order, shared_.order + shared_.written};
     }
 
 private:
     struct results {
-        std::atomic<int> count;
-        int order[3];
+        std::atomic<int> entered, written;
+        std::atomic<int> order[3];
     };
     results & shared_ = *new (::mmap(nullptr, sizeof(results), PROT_READ | PROT_WRITE,
                                      MAP_SHARED | MAP_ANONYMOUS, -1, 0)) results{};
