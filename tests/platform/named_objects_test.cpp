@@ -205,7 +205,10 @@ TEST(named_objects, do_not_trust_a_folder_that_others_may_write_to)
     EXPECT_EQ(last_error(), 5U);
     ASSERT_EQ(::chmod(folder().c_str(), 0700), 0);
     for (auto const & entry : std::filesystem::directory_iterator(folder())) {
-        EXPECT_EQ(entry.status().permissions(), std::filesystem::perms(0600)) << entry.path();
+        // Programs that run beside this one take their objects away at any time.
+        std::filesystem::file_status const status = entry.status();
+        EXPECT_TRUE(!exists(status) || status.permissions() == std::filesystem::perms(0600))
+            << entry.path();
     }
 }
 
