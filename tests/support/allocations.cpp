@@ -9,27 +9,30 @@ constinit thread_local std::uint64_t made = 0;
 constinit thread_local std::uint64_t left = all;
 } // namespace allocations
 
-// The other forms of the standard library call these. Not inlined, or the compiler takes new and
-// free for an unequal pair.
-[[gnu::noinline]] void * operator new(std::size_t size)
+// All forms that the tests come through: a sanitizer has each of them, and where one is missing here
+// takes its own in place of the standard library's, which would call these. Not inlined, or the
+// compiler takes new and free for an unequal pair.
+[[gnu::noinline]] void * operator new(std::size_t size, std::nothrow_t const &) noexcept
 {
     using namespace allocations;
     void * const memory = left == 0 ? nullptr : std::malloc(size == 0 ? 1 : size);
-    if (memory == nullptr) {
-        throw std::bad_alloc();
+    if (memory != nullptr) {
+        ++made;
+        left -= left == all ? 0 : 1;
     }
-    ++made;
-    left -= left == all ? 0 : 1;
     return memory;
 }
-// Of this form the address sanitizer has one of its own.
-[[gnu::noinline]] void * operator new(std::size_t size, std::nothrow_t const &) noexcept
+[[gnu::noinline]] void * operator new(std::size_t size)
 {
-    try {
-        return ::operator new(size);
-    } catch (std::bad_alloc const &) {
-        return nullptr;
-    }
+    void * const memory = ::operator new(size, std::nothrow);
+    return memory == nullptr ? throw std::bad_alloc() : memory;
 }
+[[gnu::noinline]] void * operator new[](std::size_t size, std::nothrow_t const &) noexcept
+{
+    return ::operator new(size, std::nothrow);
+}
+[[gnu::noinline]] void * operator new[](std::size_t size) { return ::operator new(size); }
 [[gnu::noinline]] void operator delete(void * memory) noexcept { std::free(memory); }
 [[gnu::noinline]] void operator delete(void * memory, std::size_t) noexcept { std::free(memory); }
+[[gnu::noinline]] void operator delete[](void * memory) noexcept { std::free(memory); }
+[[gnu::noinline]] void operator delete[](void * memory, std::size_t) noexcept { std::free(memory); }
