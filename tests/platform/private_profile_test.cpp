@@ -18,6 +18,7 @@
 #include <sys/stat.h>
 #include <sys/xattr.h>
 #include <thread>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -314,11 +315,18 @@ struct stat facts_of(std::string const & file)
     return facts;
 }
 
-std::string attribute(std::string const & file, char const * name)
+/// What a file keeps when it is replaced: its mode, its owner and its attributes.
+std::string kept_facts_of(std::string const & file)
 {
-    char value[200];
-    ssize_t const size = ::getxattr(file.c_str(), name, value, sizeof value);
-    return size < 0 ? "<none>" : std::string(value, static_cast<std::size_t>(size));
+    struct stat const facts = facts_of(file);
+    std::string result
+        = testing::PrintToString(std::tuple(facts.st_mode, facts.st_uid, facts.st_gid));
+    for (char const * name : {"system.posix_acl_access", "user.origin"}) {
+        char value[200];
+        ssize_t const size = ::getxattr(file.c_str(), name, value, sizeof value);
+        result.append(value, static_cast<std::size_t>(std::max<ssize_t>(size, 0))) += ';';
+    }
+    return result;
 }
 
 /// An access list that lets user 65534 do anything.
@@ -333,39 +341,30 @@ std::string access_list()
 TEST(private_profile_on_disk, replaces_a_file_and_keeps_what_belongs_to_it)
 {
     scratch_folder const folder;
-    constexpr char const * list = "system.posix_acl_access";
-    struct {
-        char const * name;
-        std::string on, attribute, value;
-    } const rows[] = {
-        {"plain", "", "", ""},
-        {"in a folder with a list", folder.name(), "system.posix_acl_default", access_list()},
-        {"with a list", folder.file("with a list"), list, access_list()},
-        {"with an attribute", folder.file("with an attribute"), "user.origin", "somewhere"},
+    // clang-format off
+    struct { std::string file, on; char const * attribute; std::string value; } const rows[] = {
+        {folder.file("plain"), folder.name(), "user.other", "of the folder"},
+        {folder.file("listed"), folder.file("listed"), "system.posix_acl_access", access_list()},
+        {folder.file("marked"), folder.file("marked"), "user.origin", "somewhere"},
+        {folder.file("in a folder with a list"), folder.name(), "system.posix_acl_default", access_list()},
     };
-    for (auto const & row : rows) {
-        SCOPED_TRACE(row.name);
-        std::string const file = folder.file(row.name);
+    // clang-format on
+    for (auto const & [file, on, attribute, text] : rows) {
+        SCOPED_TRACE(file);
         put(file, "[s]\nk=1\n");
         ASSERT_TRUE(::geteuid() != 0 || ::chown(file.c_str(), 65534, 65534) == 0);
         ::chmod(file.c_str(), 06640);
-        EXPECT_TRUE(row.on.empty()
-                    || ::setxattr(row.on.c_str(), row.attribute.c_str(), row.value.data(),
-                                  row.value.size(), 0)
-                        == 0);
-        std::string const listed = attribute(file, list), origin = attribute(file, "user.origin");
+        EXPECT_EQ(::setxattr(on.c_str(), attribute, text.data(), text.size(), 0), 0);
+        std::string const before = kept_facts_of(file);
         for (char const * value : {"2", "3"}) { // and is not changed in its place from then on
-            struct stat const before = facts_of(file);
+            ino_t const old = facts_of(file).st_ino;
             EXPECT_TRUE(write(file, "s", "k", value));
             EXPECT_EQ(faults::made_with, 0600U); // or others could open it before it holds secrets
-            struct stat const after = facts_of(file);
-            EXPECT_NE(before.st_ino, after.st_ino);
-            EXPECT_EQ(before.st_mode, after.st_mode);
-            EXPECT_TRUE(before.st_uid == after.st_uid && before.st_gid == after.st_gid);
-            EXPECT_EQ(attribute(file, list), listed);
-            EXPECT_EQ(attribute(file, "user.origin"), origin);
+            ino_t const made = facts_of(file).st_ino;
+            EXPECT_NE(old, made);
+            EXPECT_EQ(kept_facts_of(file), before);
             EXPECT_TRUE(write(file, "s", "k", value)); // as it is already
-            EXPECT_EQ(facts_of(file).st_ino, after.st_ino);
+            EXPECT_EQ(facts_of(file).st_ino, made);
         }
     }
 }
