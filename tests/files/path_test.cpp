@@ -5,6 +5,7 @@
 #include "tests/support/locale_for_a_test.h"
 #include "tests/support/scratch_folder.h"
 #include <cstdlib>
+#include <cstring>
 #include <gtest/gtest.h>
 #include <random>
 #include <sstream>
@@ -30,13 +31,12 @@ TEST(path, normalises_every_text_that_comes_in)
     };
     for (auto const & row : rows) {
         path const made(row.text);
-        EXPECT_STREQ(made.c_str(), row.expected);
-        EXPECT_EQ(made.size(), std::string(row.expected).size());
         path assigned("before");
         assigned = row.text;
+        EXPECT_STREQ(made.c_str(), row.expected);
         EXPECT_STREQ(assigned.c_str(), row.expected);
         EXPECT_STREQ(path(zel::string(row.expected)).c_str(), row.expected) << "twice is once";
-        EXPECT_TRUE(made == row.text);
+        EXPECT_TRUE(made == row.text && made.size() == std::strlen(row.expected));
     }
     path self("x/y");
     self = static_cast<path const &>(self);
@@ -189,23 +189,20 @@ TEST(path_folders, follow_the_host_and_the_user)
     ::setenv("XDG_CACHE_HOME", "relative", 1); // not valid, so it doesn't count
     fs::create_directories(home + "/.config");
     put(home + "/.config/user-dirs.dirs", "# mine\nXDG_PICTURES_DIR=\"$HOME/My Photos\"\n");
-    struct {
-        std::uint32_t folder;
-        std::string native;
-    } const rows[] = {
-        // clang-format off
+    // clang-format off
+    std::pair<std::uint32_t, std::string> const rows[] = {
         {path::admin_tools, home + "/.local/bin"}, {path::common_admin_tools, "/usr/sbin"}, {path::app_data, home + "/.config"},
         {path::common_app_data, "/var/lib"}, {path::common_documents, home + "/Public"}, {path::cookies, ""},
         {path::history, home + "/.local/state"}, {path::internet_cache, home + "/.cache"},
         {path::local_app_data, home + "/.local/share"}, {path::my_pictures, home + "/My Photos"},
         {path::personal, home + "/Documents"}, {path::program_files, "/opt"}, {path::program_files_common, "/usr/share"},
         {path::system, "/usr/lib"}, {path::windows, "/usr"}, {40, home}, {40 | 0x8000, home}, {0xFFFFFFFF, ""},
-        // clang-format on
     };
-    for (auto const & row : rows) {
-        path const folder(static_cast<path::special_folder>(row.folder));
-        EXPECT_EQ(zel::to_native(folder), row.native) << row.folder;
-        EXPECT_EQ(folder.is_directory(), !row.native.empty());
+    // clang-format on
+    for (auto const & [number, native] : rows) {
+        path const folder(static_cast<path::special_folder>(number));
+        EXPECT_EQ(zel::to_native(folder), native) << number;
+        EXPECT_EQ(folder.is_directory(), !native.empty());
     }
     EXPECT_EQ(zel::to_native(path(path::current_folder)), fs::current_path());
     EXPECT_TRUE(path().empty() && path(static_cast<path::standard>(3)).empty());

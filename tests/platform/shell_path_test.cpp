@@ -9,6 +9,7 @@
 #include <gtest/gtest.h>
 #include <string>
 #include <utility>
+#include <vector>
 
 namespace {
 
@@ -132,24 +133,19 @@ TEST(shell_path, extensions)
 
 TEST(shell_path, backslashes_quotes_blanks_and_arguments)
 {
-    two_texts const added[] = {{"a", "a\\"}, {"a\\", "a\\"}, {"", ""}, {"C:", "C:\\"}};
-    two_texts const removed[] = {{"a\\", "a"}, {"a", "a"}, {"C:\\", "C:\\"}, {"\\", "\\"}, {"a\\\\", "a\\"}, {"", ""},
-                                 {R"(\\s\h\)", R"(\\s\h)"}};
-    two_texts const quoted[] = {{"a b", R"("a b")"}, {"ab", "ab"}, {"", ""}};
-    two_texts const unquoted[] = {{R"("a")", "a"}, {R"("a)", R"("a)"}, {R"(")", R"(")"}, {R"("")", ""}, {"a", "a"}};
-    two_texts const trimmed[] = {{"  a b ", "a b"}, {"   ", ""}, {"\ta", "\ta"}};
-    two_texts const pretty[] = {{"C:\\PATH 1", "c:\\path 1"}, {"C:\\Path", "C:\\Path"}, {"123", "123"}};
-    auto const expect_all = [](auto const & rows, auto changed) {
+    std::pair<std::string (*)(char const *), std::vector<two_texts>> const tables[] = {
+        {change<path_add_backslash>, {{"a", "a\\"}, {"a\\", "a\\"}, {"", ""}, {"C:", "C:\\"}}},
+        {change<path_remove_backslash>, {{"a\\", "a"}, {"a", "a"}, {"C:\\", "C:\\"}, {"\\", "\\"}, {"a\\\\", "a\\"}, {"", ""}, {R"(\\s\h\)", R"(\\s\h)"}}},
+        {change<path_quote_spaces>, {{"a b", R"("a b")"}, {"ab", "ab"}, {"", ""}}},
+        {change<path_unquote_spaces>, {{R"("a")", "a"}, {R"("a)", R"("a)"}, {R"(")", R"(")"}, {R"("")", ""}, {"a", "a"}}},
+        {change<path_remove_blanks>, {{"  a b ", "a b"}, {"   ", ""}, {"\ta", "\ta"}}},
+        {change<path_make_pretty>, {{"C:\\PATH 1", "c:\\path 1"}, {"C:\\Path", "C:\\Path"}, {"123", "123"}}},
+    };
+    for (auto const & [changed, rows] : tables) {
         for (auto const & row : rows) {
             EXPECT_EQ(changed(row.text), row.expected) << row.text;
         }
-    };
-    expect_all(added, change<path_add_backslash>);
-    expect_all(removed, change<path_remove_backslash>);
-    expect_all(quoted, change<path_quote_spaces>);
-    expect_all(unquoted, change<path_unquote_spaces>);
-    expect_all(trimmed, change<path_remove_blanks>);
-    expect_all(pretty, change<path_make_pretty>);
+    }
     three_texts const arguments[] = {
         {"test.exe  a b", " a b", "test.exe"}, {"test.exe", "", "test.exe"}, {R"("a b.exe" c)", "c", R"("a b.exe")"}, {R"("a b)", "", R"("a b)"},
     };
