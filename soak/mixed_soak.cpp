@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// soak_mixed MINUTES
+// soak_mixed MINUTES [KIND]
 //
 // Four processes by eight threads use everything at once: stores, named objects, message queues,
 // threads that come and are suspended and terminated, loggers, files. Two of the processes are
@@ -38,6 +38,7 @@ constexpr int threads = 8;
 
 /// What all processes see.
 struct state {
+    int only = -1; // the kind of work; all of them when negative
     std::array<std::atomic<std::uint64_t>, threads> rounds;
     std::atomic<bool> broken;
     std::uint64_t first, second; // equal whenever nobody holds the mutex, unless its owner died
@@ -162,6 +163,9 @@ public:
         thread->resume();
         check(ends || thread->terminate(7), "an end was refused");
         thread->wait();
+        while (thread->ref_count() > 1) { // the reference of a thread that was terminated
+            thread->dec_ref();
+        }
     }
 
     void log()
@@ -196,7 +200,9 @@ public:
         static constexpr void (worker::*work[threads])()
             = {&worker::settings, &worker::cached_settings,    &worker::names, &worker::named_mutex,
                &worker::messages, &worker::short_lived_thread, &worker::log,   &worker::files};
-        for (unsigned kind = dice(threads); !shared->broken; kind = dice(threads)) {
+        while (!shared->broken) {
+            unsigned const kind
+                = shared->only < 0 ? dice(threads) : static_cast<unsigned>(shared->only);
             (this->*work[kind])();
             shared->rounds[kind] += 1;
         }
@@ -251,14 +257,16 @@ figures measured(pid_t process)
 
 int main(int count, char ** arguments)
 {
-    int const minutes = count == 2 ? std::atoi(arguments[1]) : 0;
-    if (minutes < 1) {
-        std::fprintf(stderr, "soak_mixed MINUTES\n");
+    int const minutes = count >= 2 ? std::atoi(arguments[1]) : 0;
+    int const only = count >= 3 ? std::atoi(arguments[2]) : -1;
+    if (minutes < 1 || only >= threads) {
+        std::fprintf(stderr, "soak_mixed MINUTES [KIND: the place of its rounds, from 0]\n");
         return 2;
     }
     void * const memory
         = ::mmap(nullptr, sizeof(state), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
     shared = new (memory) state{};
+    shared->only = only;
     scratch_folder const folder(fast_place);
     std::vector<child_process> processes;
     for (int i = 0; i < 4; ++i) {
