@@ -24,7 +24,7 @@ hidden { if (/^\};/) { hidden = 0 } next }
     }
     $0 = line rest
 }
-FILENAME ~ /\.md$/ { gsub(/\]\([.\/]*examples\)/, "](@ref examples)"); print; next }
+FILENAME ~ /\.md$/ { gsub(/\]\([.\/]*examples(\/notebook)?\)/, "](@ref examples)"); print; next }
 # What the compiler writes, or nobody may call, needs no words of its own.
 !commented && / = (default|delete);$/ { next }
 /^ *\/\/\// {

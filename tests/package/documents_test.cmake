@@ -72,6 +72,6 @@ if(NOT text MATCHES "\"version\": \"${VERSION}\"")
   message(SEND_ERROR "packaging/vcpkg/vcpkg.json has another version than ${VERSION}")
 endif()
 
-if(programs LESS 5)
+if(programs LESS 11)
   message(FATAL_ERROR "only ${programs} pages with a program were found")
 endif()

@@ -1,0 +1,55 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <cstdint>
+#include <vector>
+#include <zel/zel.h>
+
+namespace notebook {
+
+/// A page: lines of text in a file.
+///
+/// A line that is added goes at once to a draft, which is a file beside the page that holds the whole
+/// text; saving makes the draft the page. So a program that is killed loses no line, and the page is
+/// whole at every moment.
+class page : public zel::file_obj {
+public:
+    /// Finds the text, in a draft that was left behind or else in the page, which need not exist yet.
+    explicit page(zel::path const & file);
+
+    zel::string const & text() const { return text_; }
+    /// Whether there is a draft.
+    bool is_changed() const { return changed_; }
+    /// The checksum of the text as it stands on the disk, without the draft.
+    std::int32_t saved_sum() const { return saved_sum_; }
+
+    /// \throws zel::exception  the draft cannot be written.
+    void add(zel::string const & line);
+    /// Puts the draft in the place of the page, which is kept as NAME.bak.
+    /// \throws zel::exception  one of them cannot be written; the draft stays.
+    void save();
+
+private:
+    zel::path draft_;
+    zel::string text_;
+    bool changed_ = false;
+    std::int32_t saved_sum_ = 0;
+};
+
+/// All of a file.
+/// \throws zel::exception  it cannot be read.
+zel::buffer read_whole(zel::path const & file);
+
+/// The CRC-32 of the bytes.
+std::int32_t checksum(zel::buffer const & bytes);
+
+/// The pages in a folder, in the order of their names.
+std::vector<zel::path> pages_of(zel::path const & folder);
+
+/// The last component.
+zel::string name_of(zel::path const & place);
+
+/// Throws the text, a file's name and the reason of the last failure.
+[[noreturn]] void fail(char const * text, zel::path const & file);
+
+} // namespace notebook
