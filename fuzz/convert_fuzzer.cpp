@@ -81,6 +81,8 @@ void check_unsigned(std::string const & text, parser parse)
 
 void check_double(std::string const & text)
 {
+    char * end = nullptr;
+    double const nearest = std::strtod(text.c_str(), &end);
     try {
         double const value = convert::stringToDouble(text.c_str());
         require(std::isfinite(value), "not finite", text);
@@ -88,8 +90,6 @@ void check_double(std::string const & text)
         require(value == 0 || std::abs(value) > 2.225e-308, "not normal", text);
         // Where the runtime takes the whole text too, it reads the same number but for the rounding
         // of the steps.
-        char * end = nullptr;
-        double const nearest = std::strtod(text.c_str(), &end);
         if (*end == '\0') {
             require(std::abs(value - nearest) <= std::abs(nearest) * 1e-13, "far off", text);
         }
@@ -97,6 +97,12 @@ void check_double(std::string const & text)
         require(raised.get_type() >= refusal::out_of_range
                     && raised.get_type() <= refusal::unexpected_end,
                 "no such reason", text);
+        // Of what the runtime reads out of these bytes, only two forms are no numbers here.
+        bool const is_read = end != text.c_str() && *end == '\0'
+            && text.find_first_not_of("0123456789-.e") == std::string::npos;
+        require(!is_read || raised.get_type() == refusal::out_of_range || text.back() == '.'
+                    || text.starts_with("-."),
+                "no number", text);
     }
 }
 

@@ -55,23 +55,4 @@ TEST(block16, does_the_same_in_the_form_of_this_processor_and_in_plain_code)
     }
 }
 
-// The plain code itself, on bytes whose results can be read.
-TEST(block16, has_a_plain_form_that_does_what_it_says)
-{
-    bytes ramp;
-    for (std::size_t i = 0; i < 16; ++i) {
-        ramp[i] = static_cast<unsigned char>(i * 0x11); // 0x00, 0x11 ... 0xFF
-    }
-    auto const a = portable::load(ramp.data());
-    EXPECT_EQ(a.sign_bits(), 0xFF00U);
-    EXPECT_EQ(equal(a, portable::filled(0x33)).sign_bits(), 1U << 3);
-    EXPECT_EQ(greater(portable::filled(0), a).sign_bits(), 0xFF00U); // as signed numbers
-    EXPECT_EQ(bytes_of(smaller(a, portable::filled('\x99')))[15], 0x99); // as unsigned numbers
-    EXPECT_EQ(bytes_of(a + portable::filled(2))[15], 0x01);
-    EXPECT_EQ(bytes_of(without(a, portable::filled(0x0F)))[12], 0xC0);
-    EXPECT_EQ(bytes_of(a.high_nibbles())[7], 0x07);
-    EXPECT_EQ(bytes_of(interleave_first(a, portable::filled(1)))[14], 0x77);
-    EXPECT_EQ(bytes_of(interleave_last(a, portable::filled(1)))[14], 0xFF);
-}
-
 } // namespace

@@ -72,16 +72,6 @@ TEST_P(crc32_kernels, agrees_with_the_definition_at_every_length_and_alignment)
     }
 }
 
-TEST_P(crc32_kernels, continues_from_any_place)
-{
-    unsigned char block[1500];
-    std::generate_n(block, sizeof block, [&] { return static_cast<unsigned char>(random()); });
-    std::uint32_t const whole = by_bits(0, block, sizeof block);
-    for (std::size_t cut = 0; cut <= sizeof block; ++cut) {
-        ASSERT_EQ(kernel(kernel(0, block, cut), block + cut, sizeof block - cut), whole) << cut;
-    }
-}
-
 INSTANTIATE_TEST_SUITE_P(by, crc32_kernels, testing::ValuesIn(choices()),
                          [](auto const & row) { return std::string(row.param.name); });
 
