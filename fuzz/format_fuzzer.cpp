@@ -3,6 +3,7 @@
 // input's bytes, and fixed conversions behind it, which show an argument that was read wrongly.
 #include "zel/text/string.h"
 
+#include <algorithm>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
@@ -24,12 +25,11 @@ public:
     char one_of(std::string_view letters) { return letters[byte() % letters.size()]; }
     template <typename T> T value()
     {
-        unsigned char bytes[sizeof(T)] = {};
-        for (auto & b : bytes) {
-            b = static_cast<unsigned char>(byte());
-        }
-        T result;
-        std::memcpy(&result, bytes, sizeof result);
+        T result{};
+        std::size_t const count = std::min(size_, sizeof result);
+        std::memcpy(&result, data_, count);
+        data_ += count;
+        size_ -= count;
         return result;
     }
     std::string text(std::size_t count)

@@ -56,20 +56,14 @@ TEST(exception, composes_its_message)
 
 TEST(memory_exception, has_a_text_for_each_reason)
 {
-    // 0 is no reason, nor is what lies behind the last one.
-    char const * const reasons[] = {"",
-                                    "Null Pointer",
-                                    "Allocation Failed",
-                                    "Not releated object",
-                                    "Invalid array boundary",
-                                    "Resource",
-                                    ""};
-    for (std::uint32_t type = 0; type < std::size(reasons); ++type) {
-        bool const is_known = *reasons[type] != '\0';
-        EXPECT_EQ(
-            memory_exception(static_cast<memory_exception::exc_type>(type), "x").get_message(),
-            (is_known ? "Zel Memory Exception: " : "") + zel::string(reasons[type]) + " x");
+    zel::string all;
+    for (int type = 0; type < 7; ++type) { // the first and the last are none
+        all += memory_exception(static_cast<memory_exception::exc_type>(type), "x").get_message();
     }
+    EXPECT_EQ(all,
+              " xZel Memory Exception: Null Pointer xZel Memory Exception: Allocation Failed x"
+              "Zel Memory Exception: Not releated object x"
+              "Zel Memory Exception: Invalid array boundary xZel Memory Exception: Resource x x");
 }
 
 TEST(uncaught_exceptions, end_the_program_with_their_message)
@@ -86,29 +80,19 @@ TEST(uncaught_exceptions, end_the_program_with_their_message)
 
 TEST(get_last_error, describes_the_code_of_the_calling_thread)
 {
-    // clang-format off
-    struct { std::uint32_t code; char const * text; } const rows[] = {
-        {0, "The operation completed successfully.\r\n"},
-        {2, "The system cannot find the file specified.\r\n"}, {5, "Access is denied.\r\n"},
-        {183, "Cannot create a file when that file already exists.\r\n"},
-        {1816, "Not enough quota is available to process this command.\r\n"}, {0xABCDEF01, ""},
-    };
-    // clang-format on
-    for (auto const & row : rows) {
-        zel::platform::set_last_error(row.code);
-        EXPECT_EQ(zel::get_last_error(), row.text);
-        EXPECT_EQ(zel::platform::last_error(), row.code);
-    }
+    zel::platform::set_last_error(5);
+    EXPECT_EQ(zel::get_last_error(), "Access is denied.\r\n");
+    EXPECT_EQ(zel::platform::last_error(), 5U);
+    zel::platform::set_last_error(0xABCDEF01);
+    EXPECT_EQ(zel::get_last_error(), "");
     std::thread([] { EXPECT_EQ(zel::platform::last_error(), 0U); }).join();
 }
 
 TEST(char_buffer_copy, copies_exactly_the_count)
 {
-    for (unsigned int count = 0; count < 20; ++count) {
-        zel::string to(20, '.');
-        zel::char_buffer_copy(to.data(), zel::string(20, 'x').data(), count);
-        EXPECT_EQ(to, zel::string(count, 'x') + zel::string(20 - count, '.'));
-    }
+    char to[] = "....";
+    zel::char_buffer_copy(to, "xxxx", 3);
+    EXPECT_STREQ(to, "xxx.");
     zel::char_buffer_copy(nullptr, nullptr, 0);
 }
 

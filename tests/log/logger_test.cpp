@@ -2,9 +2,12 @@
 #include "zel/log/logger.h"
 
 #include "tests/support/allocations.h"
+#include "tests/support/property.h"
 #include "zel/core/exception.h"
 #include <gtest/gtest.h>
 #include <stdexcept>
+
+extern "C" property logger_property;
 
 namespace {
 
@@ -70,31 +73,17 @@ TEST(logger, counts_by_type_and_hands_on_all_but_trace)
     }
 }
 
-TEST(logger, lets_a_group_out_up_to_its_limit)
+TEST(logger, counts_and_limits_its_groups)
 {
-    recorder log;
-    auto const write = [&](char const * group, int times) {
-        std::size_t const before = log.lines.size();
-        for (int i = 0; i < times; ++i) {
-            log.write_grouped(i % 2 == 0 ? logger::error : logger::warning, group, "x");
+    expect_for_any(logger_property, 1000, [](auto & random) {
+        std::string steps = any_bytes(random, 400, "\1\2\3\5\7");
+        if (random() % 2 == 0) { // no step of these changes the limit or empties the table
+            for (char & step : steps) {
+                step &= 0x7F;
+            }
         }
-        return log.lines.size() - before;
-    };
-    EXPECT_EQ(write("g", 70), 64U);
-    EXPECT_EQ(log.counters(), "0 35 35"); // those held back are counted too
-    EXPECT_EQ(write("G", 1), 1U); // case tells groups apart
-    EXPECT_EQ(write("", 40) + write(nullptr, 40), 64U); // one group
-    log.set_group_limitation(72);
-    EXPECT_EQ(write("g", 10), 2U); // the count stands at 70
-    log.set_group_limitation(0);
-    EXPECT_EQ(write("new", 3), 1U);
-    log.clean();
-    EXPECT_EQ(log.counters(), "0 0 0");
-    EXPECT_EQ(write("g", 3), 1U); // the limit of 0 stays
-    log.clean();
-    log.set_group_limitation(2);
-    log.write_grouped(logger::trace, "g", "takes a place");
-    EXPECT_EQ(write("g", 3), 1U);
+        return steps;
+    });
 }
 
 TEST(logger, a_failure_leaves_what_had_happened)

@@ -2,6 +2,7 @@
 #include "zel/values/time.h"
 
 #include "tests/support/processes.h"
+#include "tests/support/property.h"
 #include "zel/core/auto_ptr.h"
 #include "zel/platform/last_error.h"
 #include <cmath>
@@ -9,6 +10,8 @@
 #include <ctime>
 #include <gtest/gtest.h>
 #include <sstream>
+
+extern "C" property calendar_property;
 
 namespace {
 
@@ -27,24 +30,13 @@ time date(unsigned year, unsigned month, unsigned day, unsigned char hour = 0,
 
 std::string written(auto const & value) { return (std::ostringstream() << value).str(); }
 
-TEST(time, counts_every_day_of_1601_to_9999)
+TEST(time, keeps_to_the_calendar)
 {
-    time const origin = date(1601, 1, 1);
-    std::int64_t days = 0;
-    for (unsigned year = 1601; year <= 9999; ++year) {
-        for (unsigned month = 1; month <= 12; ++month) {
-            bool const leap = year % 400 == 0 || (year % 4 == 0 && year % 100 != 0);
-            unsigned const length = time::ms_month_days[month] + (leap && month == 2);
-            for (unsigned day = 1; day <= length; ++day, ++days) {
-                time expected = date(year, month, day, 23, 59, 59, 999);
-                std::int64_t const ticks = (days + 1) * day_ticks - 10'000;
-                ASSERT_EQ(expected.to_100nanosecs(), ticks);
-                ASSERT_EQ((expected - origin).get_days(), days);
-                expected.set_day_of_week(static_cast<time::day_of_week>((days + 1) % 7));
-                ASSERT_EQ(time(ticks + 9'999), expected); // less than a millisecond is cut off
-            }
-            ASSERT_EQ(date(year, month, length + 1).to_100nanosecs(), 0);
-        }
+    expect_for_any(calendar_property, 300'000,
+                   [](auto & random) { return any_bytes(random, 24, "\1\2\x1C"); });
+    for (unsigned year : {1900, 2000, 2003, 2004}) {
+        unsigned const days = year % 2000 == 0 || year == 2004 ? 29 : 28;
+        EXPECT_EQ((date(year, 3, 1) - date(year, 2, 28)).get_days(), days - 27);
     }
 }
 
@@ -86,12 +78,8 @@ TEST(time, subtracts_in_the_calendar)
 {
     // clang-format off
     struct { time left, right; timer span; } const rows[] = {
-        {date(2004, 3, 1), date(2004, 2, 28), timer(2)},
-        {date(2003, 3, 1), date(2003, 2, 28), timer(1)},
         {date(2007, 1, 1), date(2006, 12, 31, 23, 59, 59, 999), timer(0, 0, 0, 0, 1)},
         {date(2007, 5, 5, 10), date(2007, 5, 5, 12), timer(-1, 22)},
-        {date(2000, 3, 1), date(1900, 3, 1), timer(36525)},
-        {date(2007, 5, 5, 1, 1, 1, 1), date(2007, 5, 4, 2, 2, 2, 2), timer(0, 22, 58, 58, 999)},
         {date(1, 1, 1), date(0, 12, 31), timer(1)}, // year 0 has 366 days
         {date(0, 3, 1), date(0, 2, 28), timer(2)},
         {date(2007, 13, 1), date(2007, 1, 1), timer(365)},

@@ -3,6 +3,7 @@
 
 #include "tests/support/allocations.h"
 #include "tests/support/locale_for_a_test.h"
+#include "tests/support/property.h"
 #include "tests/support/raised.h"
 #include <charconv>
 #include <cmath>
@@ -14,6 +15,8 @@
 #include <type_traits>
 #include <utility>
 #include <vector>
+
+extern "C" property variant_property;
 
 namespace {
 
@@ -277,28 +280,11 @@ std::vector<matrix_row> matrix()
         {"0"_s, "false 0 0 0 0 0 0 0 0 0 = 0"},
         {"TRUE"_s, "true E E E E E E E E E = E"}, {" true"_s, "E E E E E E E E E E = E"},
         {"-5"_s, "E -5 R -5 R -5 E E -5 -5 = E"},
-        {"+7"_s, "E 7 7 7 7 7 E E 7 7 = E"}, {"12abc"_s, "E 12 12 12 12 E 76476 12 12 12 = 76476"},
-        {"010"_s, "E 8 8 8 8 10 10 10 10 10 = 10"}, {"0x10"_s, "E 16 16 16 16 E 16 0 16 16 = 16"},
-        {"1F"_s, "E 1 1 1 1 E 31 1 1 1 = 31"},
-        {"2147483647"_s, "E R R R R 2147483647 2147483647 2147483647 2147483648 2147483647 = 2147483647"},
-        {"4294967295"_s, "E R R R R E 4294967295 4294967295 4294967296 4294967295 = 4294967295"},
-        {"9223372036854775807"_s, "E R R R R E E 9223372036854775807 9.223372e+18 9223372036854775808 = E"},
-        {"2147483648"_s, "E R R R R E 2147483648 2147483648 2147483648 2147483648 = 2147483648"},
-        {"-2147483648"_s, "E R R R R -2147483648 E E -2147483648 -2147483648 = E"},
-        {"-2147483649"_s, "E R R R R E E E -2147483648 -2147483649 = E"},
-        {"4294967296"_s, "E R R R R E E 4294967296 4294967296 4294967296 = E"},
+        {"12abc"_s, "E 12 12 12 12 E 76476 12 12 12 = 76476"},
+        {"1,5"_s, "E 1 1 1 1 E E 1 1 1 = E"},
         {"9223372036854775808"_s, "E R R R R E E R 9.223372e+18 9223372036854775808 = E"},
-        {"1.5"_s, "E 1 1 1 1 E E 1 1.5 1.5 = E"}, {"1,5"_s, "E 1 1 1 1 E E 1 1 1 = E"},
-        {".5"_s, "E E E E E E E E 0.5 0.5 = E"}, {"1e3"_s, "E 1 1 1 1 E 483 1 1000 1000 = 483"},
-        {"1e400"_s, "E 1 1 1 1 E 123904 1 inf inf = 123904"},
-        {"0x1.8p1"_s, "E 1 1 1 1 E E 0 3 3 = E"},
-        {"-Infinity"_s, "E E E E E E E E -inf -inf = E"},
-        {"9007199254740993"_s, "E R R R R E E 9007199254740993 9.007199e+15 9007199254740992 = E"},
+        {"0x1.8p1"_s, "E 1 1 1 1 E E 0 3 3 = E"}, {".5"_s, "E E E E E E E E 0.5 0.5 = E"},
         {"1.7976931348623157e308"_s, "E 1 1 1 1 E E 1 inf 1.7976931348623157e+308 = E"},
-        {"4.9e-324"_s, "E 4 4 4 4 E E 4 0 5e-324 = E"},
-        {"0.30000000000000004000000001"_s, "E 0 0 0 0 E E 0 0.3 0.30000000000000004 = E"},
-        {"3.14159265358979323846"_s, "E 3 3 3 3 E E 3 3.1415927 3.141592653589793 = E"},
-        {"00000000000000000000000000012"_s, "E 10 10 10 10 12 12 12 12 12 = 12"},
         {"1\0abc"_s, "true 1 1 1 1 1 1 1 1 1 = 1"}, {"true\0x"_s, "true E E E E E E E E E = E"},
         {color_ref(0x332211), "true R R R R 3351057 3351057 3351057 3351057 3351057 3351057 3351057"},
         {color_ref(0xFFFFFFFF), "true R R R R R 4294967295 4294967295 4294967296 4294967295 4294967295 4294967295"},
@@ -354,6 +340,13 @@ void expect_the_matrix()
                      float, double, string, color_ref>(source, std::istringstream(cells));
         EXPECT_TRUE(source.check_conversion(variant::vt_empty));
     }
+}
+
+TEST(variant_conversion, reads_texts_as_the_parsers_do)
+{
+    expect_for_any(variant_property, 30'000, [](auto & random) {
+        return any_bytes(random, random() % 12, "0123456789.-xe7");
+    });
 }
 
 TEST(variant_conversion, follows_the_matrix) { expect_the_matrix(); }
