@@ -35,8 +35,8 @@ public:
     unsigned int number() { return at_ == end_ ? 0 : *at_++; }
     std::string text()
     {
-        std::size_t const size
-            = std::min<std::size_t>(number() % 40, static_cast<std::size_t>(end_ - at_));
+        std::size_t const wanted = number() % 40; // read before what is left is measured
+        std::size_t const size = std::min(wanted, static_cast<std::size_t>(end_ - at_));
         std::string const result(at_, at_ + size);
         at_ += size;
         return result;
