@@ -1,10 +1,9 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-/// \file
-/// `zel::block16`: 16 bytes that are worked on at once, in the form that suits the processor. All
-/// forms have the operations of `block16_portable`. A new form is a header beside those and a
-/// branch here; nothing else of the neutral code asks for the processor.
+/// `zel::block16`: 16 bytes in one operation, in the form that suits the processor. All forms have
+/// the operations of `block16_portable`. To add a form, add a header beside those two and a branch
+/// here; no other neutral file tests for the processor.
 /// \code
 ///     std::uint32_t const hits = equal(block16::load(text), block16::filled('\n')).sign_bits();
 /// \endcode

@@ -7,7 +7,7 @@
 
 namespace zel {
 
-/// 16 bytes that are worked on at once (block16.h), in plain C++. It shows what each operation
+/// 16 bytes in one operation (block16.h), in plain C++. This form defines what each operation
 /// means, and runs on every processor.
 class block16_portable {
     using bytes = std::array<unsigned char, 16>;
@@ -15,7 +15,7 @@ class block16_portable {
 public:
     block16_portable() noexcept = default;
 
-    /// From and to memory of any alignment.
+    /// Load from and store to memory of any alignment.
     static block16_portable load(void const * memory) noexcept
     {
         block16_portable block;
@@ -24,7 +24,7 @@ public:
     }
     void store(void * memory) const noexcept { std::memcpy(memory, bytes_.data(), 16); }
 
-    /// 16 times the same byte.
+    /// The same byte 16 times.
     static block16_portable filled(char byte) noexcept
     {
         block16_portable block;
@@ -51,24 +51,24 @@ public:
     {
         return combined(a, b, [](unsigned char x, unsigned char y) { return x ^ y; });
     }
-    /// The bits of `a` that `b` has not.
+    /// `a & ~b`.
     friend block16_portable without(block16_portable a, block16_portable b) noexcept
     {
         return combined(a, b, [](unsigned char x, unsigned char y) { return x & ~y; });
     }
 
-    /// Byte by byte, wrapping around.
+    /// Adds byte by byte; each sum wraps around.
     friend block16_portable operator+(block16_portable a, block16_portable b) noexcept
     {
         return combined(a, b, [](unsigned char x, unsigned char y) { return x + y; });
     }
 
-    /// Comparisons make a byte 0xFF where they hold, and 0 elsewhere.
+    /// A comparison sets a byte to 0xFF where it holds, and to 0 elsewhere.
     friend block16_portable equal(block16_portable a, block16_portable b) noexcept
     {
         return combined(a, b, [](unsigned char x, unsigned char y) { return x == y ? 0xFF : 0; });
     }
-    /// Of bytes as signed numbers.
+    /// Compares the bytes as signed numbers.
     friend block16_portable greater(block16_portable a, block16_portable b) noexcept
     {
         return combined(a, b, [](unsigned char x, unsigned char y) {
@@ -76,20 +76,21 @@ public:
         });
     }
 
-    /// The smaller one of each two bytes as unsigned numbers.
+    /// The smaller of each pair of bytes, compared as unsigned numbers.
     friend block16_portable smaller(block16_portable a, block16_portable b) noexcept
     {
         return combined(a, b, [](unsigned char x, unsigned char y) { return x < y ? x : y; });
     }
 
-    /// The halves of each byte as bytes.
+    /// The lower and the upper four bits of each byte, as bytes.
     block16_portable low_nibbles() const noexcept { return *this & filled(0x0F); }
     block16_portable high_nibbles() const noexcept
     {
         return combined(*this, *this, [](unsigned char x, unsigned char) { return x >> 4; });
     }
 
-    /// Bytes of `a` and `b` in turn, `a` first: of their first eight, and of their last eight.
+    /// Takes bytes alternately from `a` and `b`, `a` first: from the first eight bytes of each, and
+    /// from the last eight.
     friend block16_portable interleave_first(block16_portable a, block16_portable b) noexcept
     {
         return interleaved(a, b, 0);
@@ -99,8 +100,8 @@ public:
         return interleaved(a, b, 8);
     }
 
-    /// The highest bit of each byte, that of the first byte lowest: of the result of a comparison,
-    /// one bit for each byte where it holds.
+    /// The highest bit of each byte; the first byte gives bit 0. After a comparison this is one bit
+    /// for each byte where it holds.
     std::uint32_t sign_bits() const noexcept
     {
         std::uint32_t bits = 0;

@@ -6,8 +6,8 @@
 
 namespace zel {
 
-/// 16 bytes that are worked on at once (block16.h), in a register of SSE2, which every x86-64
-/// processor has. block16_portable.h tells what each operation means.
+/// 16 bytes in one operation (block16.h), in a register of SSE2, which every x86-64 processor has.
+/// block16_portable.h defines each operation.
 class block16_x86_64 {
 public:
     block16_x86_64() noexcept = default;

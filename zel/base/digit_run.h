@@ -20,8 +20,8 @@ static_assert(std::endian::native == std::endian::little);
 
 constexpr std::uint64_t in_each_byte(unsigned char byte) { return 0x0101010101010101U * byte; }
 
-/// The next eight bytes, wherever the text ends. The sanitizers are told that reading beyond the end
-/// is meant.
+/// Reads eight bytes, also beyond the end of the text. The sanitizers are told that this is
+/// intended.
 __attribute__((no_sanitize("address", "thread", "undefined"))) inline std::uint64_t
 load_beyond_end(char const * text) noexcept
 {
@@ -29,23 +29,23 @@ load_beyond_end(char const * text) noexcept
     return *reinterpret_cast<any_word const *>(text);
 }
 
-/// Whether 24 bytes from `text` on lie in one page, so that the host lets them be read if it does
-/// the first one. No host has smaller pages.
+/// True if the 24 bytes from `text` on lie in one page. The host then lets all of them be read if
+/// it lets the first be read. No host has pages smaller than 4 KiB.
 inline bool stays_in_page(char const * text) noexcept
 {
     constexpr std::uintptr_t page = 4096;
     return reinterpret_cast<std::uintptr_t>(text) % page <= page - 24;
 }
 
-/// The lowest bytes in front of the first one whose highest bit is set.
+/// Counts the lowest bytes that come before the first one with its highest bit set.
 inline unsigned int count_before(std::uint64_t marks) noexcept
 {
     return static_cast<unsigned int>(std::countr_zero(marks & in_each_byte(0x80))) / 8;
 }
 
-// What the next eight bytes are as digits: the values of all, and how many in front are digits. The
-// sums bring what lies outside the range of digits to 0x80 and above. One that carries into the next
-// byte is of a byte that is no digit, and the bytes behind that do not count.
+// The next eight bytes as digits: the value of each byte, and how many bytes at the front are
+// digits. The additions raise each byte outside the range of digits to 0x80 or above. Only a byte
+// that is no digit can carry into the next one, and the bytes behind it do not count.
 
 struct decimal_values {
     std::uint64_t values;
@@ -57,8 +57,8 @@ struct decimal_values {
     {
     }
 
-    /// The number that all eight make, the first one in the lowest byte. Neighbours are joined to
-    /// numbers of two, four and then eight digits.
+    /// The number that all eight digits form; the first digit is in the lowest byte. Neighbours are
+    /// joined to numbers of two, then four, then eight digits.
     static std::uint64_t join(std::uint64_t values) noexcept
     {
         values = (values * 10 + (values >> 8)) & 0x00FF00FF00FF00FF;
@@ -92,7 +92,7 @@ struct hexadecimal_values {
     }
 };
 
-/// The number of the digits there are, of fewer than eight: moved to the end of the word, with zeros
+/// The number that fewer than eight digits form. They are moved to the end of the word, with zeros
 /// in front.
 template <typename digits> std::uint64_t join_fewer(digits const & from) noexcept
 {
@@ -118,10 +118,10 @@ inline digit_run read_hexadecimal_one_by_one(char const * text, digit_run run) n
 
 } // namespace digit_runs
 
-/// Reads the digits that a text begins with, eight at a time, so that texts of mixed lengths cost
+/// Reads the digits at the start of a text, eight at a time, so that texts of mixed lengths cause
 /// few mispredicted branches.
-/// \param text  ends with a byte that is no digit, such as a NUL. What stands behind that, up to 23
-///              bytes of the same page, may be read too and does not matter.
+/// \param text  contains a byte that is no digit, such as its NUL. Up to 23 bytes of the same page
+///              behind that byte may be read too; their values do not matter.
 [[gnu::always_inline]] inline digit_run read_digit_run(char const * text) noexcept
 {
     using namespace digit_runs;

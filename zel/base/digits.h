@@ -7,8 +7,8 @@
 #include <cstdint>
 #include <cstring>
 
-/// Decimal and hexadecimal digits, one by one as values and whole numbers as text, whatever the
-/// locale says. digit_run.h reads whole numbers.
+/// Decimal and hexadecimal digits: the value of one digit, and whole numbers written as text,
+/// independent of the locale. digit_run.h reads whole numbers.
 namespace zel {
 
 /// 0 to 9; anything above means that `c` is no decimal digit.
@@ -17,7 +17,7 @@ constexpr unsigned int decimal_digit(char c) noexcept
     return static_cast<unsigned char>(c) - unsigned{'0'};
 }
 
-/// The value that `hexadecimal_digit` gives for what is no digit.
+/// What `hexadecimal_digit` returns for a character that is no digit.
 inline constexpr unsigned char no_digit = 0x80;
 
 inline constexpr std::array<unsigned char, 256> hexadecimal_digit_values = [] {
@@ -49,13 +49,13 @@ inline constexpr std::array<std::uint64_t, 20> powers_of_ten = [] {
     return table;
 }();
 
-/// As many decimal digits never overflow an unsigned 64-bit number.
+/// This many decimal digits never overflow an unsigned 64-bit number.
 inline constexpr std::size_t safe_digits = 19;
 
 /// How many digits the decimal text of `value` has, 1 to 20.
 constexpr unsigned int count_decimal_digits(std::uint64_t value) noexcept
 {
-    // 1233 / 4096 is log10(2) from above, closely enough for 64 bits.
+    // 1233 / 4096 is slightly more than log10(2), close enough for 64 bits.
     auto const guess = static_cast<unsigned int>(std::bit_width(value | 1)) * 1233 >> 12;
     return guess + ((value | 1) >= powers_of_ten[guess] ? 1 : 0);
 }

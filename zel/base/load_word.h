@@ -5,7 +5,7 @@
 
 namespace zel {
 
-/// The number that stands at a place of any alignment, its bytes in the host's order.
+/// Reads a number from an address of any alignment, in the host's byte order.
 template <typename number> number load_word(void const * place) noexcept
 {
     number value;

@@ -5,15 +5,15 @@
 
 namespace zel {
 
-/// What this processor has beyond the least of its kind, and the host supports: it has to save the
-/// wider registers over a switch of threads.
+/// Features that this processor has beyond plain x86-64 and that the host supports. The host has to
+/// save the wider registers when it switches threads.
 struct processor_features {
     bool folds_128; ///< PCLMULQDQ and SSE4.1
     bool folds_512; ///< VPCLMULQDQ and AVX-512F beside those
     bool avx2;
 };
 
-// Not __builtin_cpu_supports: it brings a function of the compiler's run-time along that runs when
+// Not __builtin_cpu_supports: it links a function of the compiler's run-time library that runs when
 // the library is loaded.
 [[gnu::cold]] inline processor_features find_processor_features() noexcept
 {

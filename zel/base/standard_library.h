@@ -1,9 +1,10 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-// Objects of the standard library cross between a program and zel, so both have to be compiled with
-// the same one. The name of the symbol below says which one it is, and each file that includes zel
-// asks for its own: a program of another world ends with one undefined reference that tells why.
+// Objects of the standard library are passed between a program and zel, so both have to be compiled
+// with the same standard library. The name of the symbol below tells which one was used. Every file
+// that includes zel refers to the symbol of its own standard library: if zel has another one,
+// linking ends with one undefined reference whose name gives the reason.
 
 #include <version>
 

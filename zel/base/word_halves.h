@@ -3,8 +3,8 @@
 
 #include <cstdint>
 
-/// The two halves of a 64-bit word, as the words have them that two things share so that both
-/// change in one step.
+/// The two halves of a 64-bit word. Lock-free protocols keep two values in one word so that both
+/// change in one atomic step.
 namespace zel {
 
 constexpr std::uint32_t low_half(std::uint64_t word) noexcept

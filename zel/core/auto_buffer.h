@@ -7,9 +7,10 @@
 
 namespace zel {
 
-/// An array of its own, made by array `new`, that moves on assignment.
+/// Owns an array from array `new`. Assignment moves the array.
 ///
-/// It does not know its length; whoever makes it does. Used as a local or a member.
+/// It does not store the length: the code that creates it has to remember it. Use it as a local or
+/// a member.
 template <typename T> class auto_buffer : public ref_obj {
 public:
     /// Makes `count` elements, default-initialised: bytes have no defined value. 0 is allowed.
@@ -21,7 +22,7 @@ public:
 
     ~auto_buffer() override { delete[] elements_; }
 
-    /// Frees this array and takes the other's over, which is left with a null pointer.
+    /// Frees this array and takes over the array of `other`, which is left with a null pointer.
     auto_buffer & operator=(auto_buffer & other) noexcept
     {
         if (this != &other) {

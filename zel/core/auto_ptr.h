@@ -13,11 +13,12 @@
 
 namespace zel {
 
-/// Shares an object that counts its own holders; the last `auto_ptr` to go deletes it.
+/// Shares an object that counts its own holders; the last `auto_ptr` that is destroyed deletes it.
 ///
-/// One pointer wide, no control block, nothing of it in the library: a copy is one atomic step, a
-/// move none. Several threads may each have an `auto_ptr` to one object and copy and destroy those
-/// at will; one `auto_ptr` is a plain value, many readers or one writer.
+/// It is one pointer wide, with no control block and no code in the library. A copy is one atomic
+/// step, a move none. Several threads may each have an `auto_ptr` to one object and copy and
+/// destroy those at will. One single `auto_ptr` follows the rule of plain values: many readers or
+/// one writer.
 ///
 /// An object held here must have come from `new`. Where `NDEBUG` is not defined, the program ends
 /// with a message when it is a local or a static object instead.
@@ -53,7 +54,7 @@ public:
     {
     }
 
-    /// Shares an object of a derived class, or as a constant one.
+    /// Shares an object of a derived class, or shares the object as `const`.
     template <typename U>
     requires std::is_convertible_v<U *, T *> auto_ptr(auto_ptr<U> const & other)
     noexcept
@@ -62,8 +63,8 @@ public:
         acquire();
     }
 
-    /// Where `T` and `U` are counted apart, the reference of `U` is given up without deleting the
-    /// object: the one of `T` keeps it alive.
+    /// If `T` and `U` have separate counts, the reference in the count of `U` is given up without
+    /// deleting the object: the reference in the count of `T` keeps it alive.
     template <typename U>
     requires std::is_convertible_v<U *, T *> auto_ptr(auto_ptr<U> && other)
     noexcept

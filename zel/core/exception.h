@@ -8,12 +8,13 @@
 
 namespace zel {
 
-/// The root of the failures that the library reports: a message and a number.
+/// The root of all exceptions that the library raises: a message and a number.
 ///
-/// Raised by value as the exact class, caught as that class or as this one. Each class numbers its
-/// own reasons from 1, so the number means something only together with the class; 0 is no reason.
-/// The message is the text of the reason, a blank, and as a rule the name of the operation. It does
-/// not derive from `std::exception`, whose family passes through the library unwrapped.
+/// It is raised by value as its exact class, and caught as that class or as this one. Each class
+/// numbers its own reasons from 1, so the number has a meaning only together with the class; 0
+/// stands for no reason. The message is the text of the reason, a blank, and usually the name of
+/// the operation. This class does not derive from `std::exception`; standard exceptions pass
+/// through the library unchanged.
 /// \code
 ///     try {
 ///         count = zel::convert::stringToUInt32(text);
@@ -31,8 +32,8 @@ public:
     exception & operator=(exception const &) = default;
     virtual ~exception();
 
-    /// The text. An empty one becomes "Unknown Exception" at the first call, which is therefore not
-    /// for two threads at once.
+    /// The text. An empty text becomes "Unknown Exception" at the first call. That call writes, so
+    /// two threads must not make it at the same time.
     string const & get_message();
 
     /// The reason, an `exc_type` of the object's class, or 0.
@@ -43,10 +44,10 @@ protected:
     /// Without a message, which `get_message` then makes.
     explicit exception(std::uint32_t type);
 
-    /// Composes the message in the way of the whole family: the text of the reason, a blank, then
-    /// `extra`. A type that is no reason of the class has no text; a null `extra` is left out
-    /// together with its blank, an empty one is not.
-    /// \param texts  of the reasons 1, 2, 3 and so on.
+    /// Composes the message as all classes of the family do: the text of the reason, a blank, then
+    /// `extra`. A type that is no reason of the class has no text. A null `extra` is left out
+    /// together with the blank; an empty one is not.
+    /// \param texts  the texts of reasons 1, 2, 3 and so on.
     exception(std::uint32_t type, std::span<char const * const> texts, char const * extra);
     exception(std::uint32_t type, std::span<char const * const> texts, string const & extra);
 
@@ -55,7 +56,7 @@ private:
     std::uint32_t type_ = 0;
 };
 
-/// A null pointer, exhausted memory, a range outside an array.
+/// Raised for a null pointer, exhausted memory or a range outside an array.
 class ZEL_API memory_exception : public exception {
 public:
     /// The reasons, which `get_type()` tells.
@@ -67,19 +68,19 @@ public:
         resource = 5,
     };
 
-    /// `text` goes behind the reason.
+    /// \param text  follows the text of the reason.
     memory_exception(exc_type type, string const & text);
     memory_exception(memory_exception const &) = default;
     memory_exception & operator=(memory_exception const &) = default;
     ~memory_exception() override;
 };
 
-/// What the system says about the calling thread's last error, line end included, as
-/// `FormatMessage` documents it; empty for a code that it does not know.
-/// \throws std::bad_alloc  and nothing of the library's own.
+/// The system's message for the calling thread's last error, with its line end, as `FormatMessage`
+/// documents it; empty for an unknown code.
+/// \throws std::bad_alloc  and no exception of the library's own.
 ZEL_API string get_last_error();
 
-/// Copies `count` bytes forwards. No terminator is written and none looked for.
+/// Copies `count` bytes. It writes no terminator and does not stop at one.
 /// \param destination  must not overlap `source`.
 ZEL_API void char_buffer_copy(char * destination, char const * source, unsigned int count) noexcept;
 

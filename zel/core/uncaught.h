@@ -5,11 +5,11 @@
 
 namespace zel {
 
-/// Has the message of a zel exception that nobody catches written to the standard error output
-/// before the program ends, which the host's own report leaves out.
+/// Prints the message of an uncaught zel exception to the standard error output before the program
+/// ends. The host's own report does not contain that message.
 ///
-/// To be called once, for example at the start of `main`; a second call changes nothing. Whatever
-/// handler `std::set_terminate` knows at that time goes on being called, after the message.
+/// Call it once, for example at the start of `main`; a second call changes nothing. The handler
+/// that `std::set_terminate` had at that time is called after the message.
 /// \code
 ///     int main() {
 ///         zel::show_uncaught_exceptions();

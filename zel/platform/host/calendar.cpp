@@ -18,13 +18,13 @@ constexpr bool is_leap_year(unsigned year)
 
 constexpr unsigned days_of_month(unsigned year, unsigned month)
 {
-    // Months have 31 and 30 days in turn, starting again in August.
+    // Months alternate between 31 and 30 days; the alternation starts again in August.
     return month == 2 ? 28U + is_leap_year(year) : 30U + ((month + month / 8) & 1);
 }
 
-// Days before the first of March of year 0, counted from there, so that the leap day is the last of
-// a year. March to July and August to December have 153 days each: (153 m + 2) / 5 days lie in
-// front of month m, March being 0.
+// Days since the first of March of year 0. Years are counted from March, so that the leap day is
+// the last day of a year. March to July and August to December have 153 days each, so (153 m + 2) /
+// 5 days precede month m, with m = 0 for March.
 constexpr std::uint32_t days_from_march_0(unsigned year, unsigned month, unsigned day)
 {
     std::uint32_t const y = month <= 2 ? year - 1 : year;
@@ -58,8 +58,8 @@ bool system_time_to_file_time(system_time const & time, std::int64_t & ticks) no
 
 void set_date(system_time & time, std::uint32_t days) noexcept
 {
-    // Centuries of 36,524.25 days, then years of 365.25 days in the century, both in quarters of a
-    // day, so that the leap days fall where a division rounds up.
+    // First centuries of 36,524.25 days, then years of 365.25 days within the century. Both are
+    // counted in quarters of a day, so that the leap days fall where the division rounds up.
     std::uint32_t const quarters = (days + start_of_1601) * 4 + 3;
     std::uint32_t const century = quarters / 146'097;
     std::uint32_t const of_century = quarters % 146'097 | 3;

@@ -5,7 +5,7 @@
 
 namespace zel::platform {
 
-/// A date and a time of day in the proleptic Gregorian calendar, as the platform lays it out.
+/// A date and a time of day in the proleptic Gregorian calendar, in the platform's layout.
 struct system_time {
     std::uint16_t year; // 1601 to 30827
     std::uint16_t month; // from 1
@@ -36,15 +36,14 @@ constexpr void set_time_of_day(system_time & time, std::uint32_t seconds,
     time.milliseconds = static_cast<std::uint16_t>(milliseconds);
 }
 
-/// Counts the ticks of 100 nanoseconds from the start of 1601; the day of the week is not looked
-/// at.
-/// \returns false with `error_invalid_parameter` when the fields name no moment of the years 1601
-///          to 30827; `ticks` is unchanged then.
+/// Counts the ticks of 100 nanoseconds from the start of 1601. The day of the week is ignored.
+/// \returns false with `error_invalid_parameter`, and `ticks` unchanged, when the fields are no
+///          valid moment of the years 1601 to 30827.
 bool system_time_to_file_time(system_time const & time, std::int64_t & ticks) noexcept;
 
-/// The reverse, with the day of the week; what is less than a millisecond is cut off.
-/// \returns false with `error_invalid_parameter` for a negative count and for one beyond the year
-///          30827; `time` is unchanged then.
+/// The reverse; it also sets the day of the week. Fractions of a millisecond are cut off.
+/// \returns false with `error_invalid_parameter`, and `time` unchanged, for a negative count or one
+///          beyond the year 30827.
 bool file_time_to_system_time(std::int64_t ticks, system_time & time) noexcept;
 
 } // namespace zel::platform

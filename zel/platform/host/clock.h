@@ -6,22 +6,23 @@
 namespace zel::platform {
 
 /// The present moment in UTC. Costs no system call where the host maps its clock into the process.
-/// \returns fields of the calling thread, until it asks again.
+/// \returns a structure of the calling thread, overwritten by its next call.
 system_time const & get_system_time() noexcept;
 
-/// The present moment by the zone rules of the host: those of the variable `TZ` when it is set,
-/// else of the host's configuration. A change of `TZ` shows at the next call, a new configuration
-/// within a second. As everywhere, no other thread may change the environment meanwhile.
+/// The present local time. The time zone comes from the variable `TZ` if it is set, else from the
+/// host's configuration. A change of `TZ` takes effect at the next call, a new configuration within
+/// a second. No other thread may change the environment during the call.
 system_time const & get_local_time() noexcept;
 
-/// Sets the host's clock; the day of the week is not looked at.
+/// Sets the host's clock. The day of the week is ignored.
 /// \returns true only when the clock was set. False with `error_invalid_parameter` for fields that
-///          name no moment, in which case the host is not asked, or for one that the host's clock
-///          cannot hold; with `error_privilege_not_held` when the process may not set the clock.
+///          are no valid moment (the host is then not asked) or a moment that the host's clock
+///          cannot hold; false with `error_privilege_not_held` when the process may not set the
+///          clock.
 bool set_system_time(system_time const & time) noexcept;
 
-/// The same with a local time. One that occurs twice, or is skipped, when the zone's offset changes
-/// is read as the host reads it.
+/// The same with a local time. A time that occurs twice, or is skipped, when the zone's offset
+/// changes is interpreted as the host does it.
 bool set_local_time(system_time const & time) noexcept;
 
 } // namespace zel::platform

@@ -13,8 +13,8 @@ namespace {
 
 constexpr std::int64_t ticks_a_second = 10'000'000;
 
-// The offset from UTC during one second. It is kept for this second only, so that changed rules are
-// seen in the next one.
+// The offset from UTC, cached for one second only, so that changed rules take effect in the next
+// second.
 struct zone_offset {
     std::int64_t second; // since 1970
     std::int64_t seconds; // to be added to UTC
@@ -33,7 +33,7 @@ bool is_of_this_zone(zone_offset const & offset, char const * zone)
 
 [[gnu::noinline]] std::int64_t read_offset(std::time_t second, char const * zone)
 {
-    // localtime_r may keep to the rules of its first call; only tzset looks for new ones.
+    // localtime_r may keep the rules of its first call; only tzset reads new ones.
     ::tzset();
     std::tm fields{};
     std::int64_t const seconds = ::localtime_r(&second, &fields) == nullptr ? 0 : fields.tm_gmtoff;
@@ -60,7 +60,7 @@ std::int64_t offset_at(std::time_t second)
 }
 
 // The last second that this thread asked for, and its fields. Programs ask many times within a
-// second, and the calendar takes as long as the clock itself.
+// second, and computing the date takes as long as reading the clock.
 struct known_moment {
     std::uint64_t second; // since the start of 1601
     std::uint32_t day; // likewise
@@ -127,7 +127,8 @@ bool set_system_time(system_time const & time) noexcept
     if (!system_time_to_file_time(time, ticks)) {
         return false;
     }
-    // Divided before the subtraction, while both numbers are positive, so that both round down.
+    // Divide before subtracting, while both numbers are positive, so that both divisions round
+    // down.
     return set_clock({.tv_sec = ticks / ticks_a_second - ticks_to_1970 / ticks_a_second,
                       .tv_nsec = time.milliseconds * 1'000'000L});
 }
@@ -145,10 +146,10 @@ bool set_local_time(system_time const & time) noexcept
     fields.tm_hour = time.hour;
     fields.tm_min = time.minute;
     fields.tm_sec = time.second;
-    fields.tm_isdst = -1; // for the host to find out
+    fields.tm_isdst = -1; // the host determines it
     fields.tm_wday = -1;
     std::time_t const seconds = std::mktime(&fields);
-    if (seconds == -1 && fields.tm_wday == -1) { // -1 alone is the last second of 1969
+    if (seconds == -1 && fields.tm_wday == -1) { // -1 with a weekday set is the last second of 1969
         return fail(error_invalid_parameter);
     }
     return set_clock({.tv_sec = seconds, .tv_nsec = time.milliseconds * 1'000'000L});

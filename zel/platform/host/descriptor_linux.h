@@ -8,7 +8,7 @@
 
 namespace zel::platform {
 
-/// Owns a file descriptor of the host; negative when there is none.
+/// Owns a file descriptor of the host, and closes it. Negative when it owns none.
 class descriptor {
 public:
     descriptor() noexcept = default;
@@ -28,7 +28,7 @@ public:
     ~descriptor()
     {
         if (number_ >= 0) {
-            int const reason = errno; // of what the caller is about to report
+            int const reason = errno; // the caller may be about to report it
             ::close(number_); // not retried after EINTR: the number may already be another file's
             errno = reason;
         }

@@ -27,9 +27,9 @@ descriptor open_folder(int start, char const * name, int flags) noexcept
         retried([&] { return ::openat(start, name, O_PATH | O_DIRECTORY | O_CLOEXEC | flags); }));
 }
 
-/// Opens the folder of an absolute name without a link in it, a component at a time, so that a link
-/// that takes the place of one meanwhile leads nowhere.
-/// \param name  is written to.
+/// Opens the folder of an absolute name that contains no link. It opens one component at a time and
+/// follows no link, so that a link which replaces a component meanwhile is refused.
+/// \param name  is modified.
 descriptor open_folder_without_links(char * name) noexcept
 {
     descriptor folder = open_folder(AT_FDCWD, "/", 0);
@@ -49,9 +49,10 @@ descriptor open_folder_without_links(char * name) noexcept
 
 } // namespace
 
-/// Keeps the last component.
-/// \param folder  an array of `PATH_MAX` bytes that takes what is in front of it, ending in `/.` so
-///                that the host searches for it as it does within the whole name.
+/// Splits a name into its folder and its last component, and stores the latter in `name_`.
+/// \param folder  an array of `PATH_MAX` bytes. It receives the part before the last component,
+///                ending in `/.`, so that the host searches for the folder as it does within the
+///                whole name.
 bool folder_entry::split(char const * name, char * folder) noexcept
 {
     std::string_view text = name;
@@ -100,7 +101,7 @@ bool folder_entry::open_of_file(char const * name, int file) noexcept
     if (open(name) && holds(file)) {
         return true;
     }
-    // A link, then, or a folder that has been exchanged meanwhile.
+    // The name led through a link, or a folder on the way has been exchanged meanwhile.
     char own_name[32];
     std::snprintf(own_name, sizeof own_name, "/proc/self/fd/%d", file);
     char target[PATH_MAX];
@@ -113,7 +114,7 @@ bool folder_entry::open_of_file(char const * name, int file) noexcept
     }
     target[size] = '\0';
     char folder[PATH_MAX];
-    if (*target != '/' || !split(target, folder)) { // what has no name among the process's folders
+    if (*target != '/' || !split(target, folder)) { // not reachable from the process's root folder
         return fail_with(ESTALE);
     }
     folder_ = open_folder_without_links(folder);

@@ -7,22 +7,25 @@
 
 namespace zel::platform {
 
-/// A name in an open folder: what renames, replacements and removals work on, whatever happens to
-/// the folders above it meanwhile. Names are the host's, zero-terminated.
+/// A name in an open folder. Renames, replacements and removals use it, so that they are not
+/// affected when the folders above are moved or replaced meanwhile. Names are the host's,
+/// zero-terminated.
 ///
-/// Links are never followed by hand: what protects a user from links that others plant is inside
-/// the host's own search for a name. Failures are told by `errno`.
+/// This class never resolves a link itself. The host does it in its own search for a name, where it
+/// applies its protection against links that other users plant. Failures are reported in `errno`.
 class folder_entry {
 public:
-    /// The entry that `name` itself stands for; it need not exist, and a link is the link.
+    /// Opens the entry `name` itself. It need not exist; a link stands for itself, not for its
+    /// target.
     bool open(char const * name) noexcept;
 
-    /// The entry of a file that was opened by `name`, which may have led through links.
+    /// Opens the entry of a file that was opened by `name`. The name may have led through links.
     ///
-    /// The host's name of the descriptor tells where it lies, which takes /proc for a file behind a
-    /// link, and no other. What is found there is compared with the file.
+    /// If `name` led through a link, the entry is found by the descriptor's name in /proc;
+    /// otherwise /proc is not needed. The entry that is found is compared with the file.
     /// \returns false with `ESTALE` when the file has no entry any more, or has just been moved or
-    ///          replaced: look again; with the host's error when /proc or the folder can't be read.
+    ///          replaced: the caller may try again. False with the host's error when /proc or the
+    ///          folder can't be read.
     bool open_of_file(char const * name, int file) noexcept;
 
     int folder() const noexcept { return folder_.get(); }

@@ -7,26 +7,27 @@
 #include <pthread.h>
 #include <sched.h>
 
-// Neither a lock nor a guard variable protects this: a child that is forked while another thread
-// has it would find it taken for ever.
+// No lock and no guard variable protects this state: a child that is forked while another thread
+// holds one would find it held for ever.
 namespace zel::platform {
 namespace {
 
 constinit atomic<fork_handlers const *> handlers_of[fork_places]{};
 
-// The low half has a bit for every place whose handlers are called. The high half counts the forks
-// between their first and their last handler; the bits do not change while it is not 0, apart from
-// those that a forking thread itself adds.
+// The low half has one bit for each place whose handlers are called. The high half counts the forks
+// that are between their first and their last handler. While it is not 0 the bits do not change,
+// except by a forking thread itself, which may add some.
 constinit atomic<std::uint32_t> state{0};
 constexpr std::uint32_t one_fork = 0x10000;
 static_assert(fork_places <= 16);
 
-// Threads that meet here for the first time may each register the handlers with the host, which
-// then calls them several times a fork. All calls but the first do nothing, thanks to `this_fork`.
+// Several threads that register for the first time at once may each register with the host, which
+// then calls the handlers several times for each fork. `this_fork` makes all calls but the first do
+// nothing.
 constinit atomic<bool> is_registered{false};
 
-// The bits of the places whose `before` was called in the fork that this thread is in; and whether
-// it is in one. The child's only thread has a copy.
+// The bits of the places whose `before` was called in the fork that this thread performs, and
+// whether it performs one. The child's only thread inherits a copy.
 constexpr std::uint32_t in_a_fork = 0x80000000;
 constinit thread_local std::uint32_t this_fork = 0;
 
@@ -72,14 +73,15 @@ void in_child()
     if (this_fork == 0) {
         return;
     }
-    is_registered.store(true, std::memory_order_relaxed); // maybe the parent had not come to it
+    is_registered.store(true,
+                        std::memory_order_relaxed); // the parent may have forked before it set this
     for_each_place(this_fork, fork_places - 1, -1, [](fork_handlers const & it) {
         if (it.in_child != nullptr) {
             it.in_child();
         }
     });
     this_fork = 0;
-    // Other threads of the parent may have been in forks of their own.
+    // Other threads of the parent may have been forking too; they do not exist here.
     state.store(state.load(std::memory_order_relaxed) % one_fork, std::memory_order_relaxed);
 }
 
@@ -101,8 +103,8 @@ bool add_fork_handlers(fork_place place, fork_handlers const & handlers) noexcep
     }
     handlers_of[index].store(&handlers, std::memory_order_relaxed);
     do {
-        // A thread that is in a fork itself, inside another library's handler, cannot wait for its
-        // end. For this fork nothing is called.
+        // If this thread is itself performing a fork, inside a handler of another library, it
+        // cannot wait for that fork to end. No handler of the new place is called for that fork.
         while (now >= one_fork && this_fork == 0) {
             ::sched_yield();
             now = state.load(std::memory_order_relaxed);

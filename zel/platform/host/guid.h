@@ -5,7 +5,7 @@
 
 namespace zel::platform {
 
-/// 128 bits as the platform lays them out: the numbers as the host stores numbers, then bytes.
+/// 128 bits in the platform's layout: three numbers in the host's byte order, then eight bytes.
 struct guid {
     std::uint32_t data1;
     std::uint16_t data2;
@@ -15,11 +15,11 @@ struct guid {
 
 /// Makes a random identifier, version 4 of RFC 4122, from the random source of the host's kernel.
 ///
-/// No two are alike, in whichever threads and processes they are made, those that `fork` makes
-/// included. The bytes come from the kernel for 32 identifiers of a thread at a time, so most calls
-/// cost no system call. Copies of a virtual machine that start from one snapshot may repeat the up
-/// to 31 that a thread had left. Not to be called by a signal handler.
-/// \returns false, with `id` unchanged, when the host gives no random bytes.
+/// All identifiers differ, across threads and processes, including forked children. The kernel is
+/// asked for the bytes of 32 identifiers of a thread at a time, so most calls make no system call.
+/// Copies of a virtual machine that start from one snapshot may repeat identifiers that a thread
+/// had fetched but not used, at most 31. Must not be called from a signal handler.
+/// \returns false, with `id` unchanged, when the host provides no random bytes.
 bool co_create_guid(guid & id) noexcept;
 
 } // namespace zel::platform

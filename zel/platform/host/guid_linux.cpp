@@ -17,7 +17,7 @@ namespace {
 // Random bytes that this thread has fetched but not used yet. A forked child must not use its copy,
 // because the parent's thread will use the same bytes.
 struct supply {
-    std::uint32_t process; // as `this_process` gives it; 0 before the first time
+    std::uint32_t process; // what `this_process` returned; 0 before the first use
     std::uint32_t used;
     unsigned char bytes[32 * sizeof(guid)];
 };
@@ -38,7 +38,7 @@ atomic<std::uint32_t> * map_mark()
     void * const page
         = ::mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
     if (page == MAP_FAILED) {
-        return &no_mark; // for this call; others try again
+        return &no_mark; // for this call only; the next one tries again
     }
     bool const is_wiped = ::madvise(page, size, MADV_WIPEONFORK) == 0;
     auto * const mark = is_wiped ? ::new (page) atomic<std::uint32_t>(0) : &no_mark;
@@ -52,8 +52,8 @@ atomic<std::uint32_t> * map_mark()
     return first;
 }
 
-// A number that differs from those of all processes that this one descends from; 0 if the kernel
-// cannot help to tell them apart.
+// A number that differs from that of every process that this one descends from; 0 if the kernel
+// offers no way to tell them apart.
 std::uint32_t this_process()
 {
     atomic<std::uint32_t> * mark = mark_of_process.load(std::memory_order_acquire);

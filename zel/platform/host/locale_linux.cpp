@@ -20,7 +20,8 @@ bool decimal_point_is_period() noexcept
 
 double c_locale_strtod(char const * text, char const ** end)
 {
-    // glibc has this locale ready and allocates nothing for it, so it is not kept.
+    // glibc returns a static object for this locale and allocates nothing, so it need not be
+    // cached.
     ::locale_t const locale = ::newlocale(LC_ALL_MASK, "C", nullptr);
     if (locale == nullptr) {
         throw std::bad_alloc();

@@ -9,7 +9,7 @@ enum class memory_kind {
     other, ///< the heap, another thread's stack, or nothing
 };
 
-/// Where an address lies. For diagnosis: it may read files of the host.
+/// Tells what kind of memory an address lies in. For diagnosis only: it may read files of the host.
 memory_kind memory_kind_of(void const * address) noexcept;
 
 } // namespace zel::platform

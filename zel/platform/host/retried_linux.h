@@ -5,8 +5,9 @@
 
 namespace zel::platform {
 
-/// Repeats a call of the host until no signal interrupts it.
-/// \param call  returns -1 with `errno` on failure. Not for `close`: it has closed all the same.
+/// Repeats a call of the host as long as a signal interrupts it.
+/// \param call  returns -1 with `errno` on failure. Not for `close`: an interrupted `close` has
+///              closed the descriptor nevertheless.
 template <typename Call> auto retried(Call && call) noexcept
 {
     auto result = call();

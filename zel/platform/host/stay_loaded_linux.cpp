@@ -8,7 +8,8 @@ namespace zel::platform {
 
 void stay_loaded() noexcept
 {
-    // The name that the loader itself keeps: the one in Dl_info may be relative to another folder.
+    // Use the loader's own name of the module: the one in Dl_info may be relative to another
+    // folder.
     Dl_info info{};
     void * module = nullptr;
     if (::dladdr1(reinterpret_cast<void *>(&stay_loaded), &info, &module, RTLD_DL_LINKMAP) == 0
@@ -16,7 +17,7 @@ void stay_loaded() noexcept
         return;
     }
     char const * const name = static_cast<link_map *>(module)->l_name;
-    if (name != nullptr && *name != '\0') { // else it is the program itself
+    if (name != nullptr && *name != '\0') { // an empty name is the program itself
         ::dlopen(name, RTLD_LAZY | RTLD_NOLOAD | RTLD_NODELETE);
     }
 }

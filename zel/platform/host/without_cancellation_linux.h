@@ -5,10 +5,11 @@
 
 namespace zel::platform {
 
-/// While one lives, a request to cancel the calling thread (pthread_cancel(3)) waits. Calls of the
-/// host that are cancellation points, among them open, close and every sleep, are made inside one:
-/// the host would unwind the thread through functions of this layer that are `noexcept`, which ends
-/// the process. The next cancellation point outside then ends the thread.
+/// While an object of this class exists, a request to cancel the calling thread (pthread_cancel(3))
+/// stays pending. Calls of the host that are cancellation points, such as open, close and every
+/// sleep, are made in its scope: otherwise the host would unwind the thread through functions of
+/// this layer that are `noexcept`, which ends the process. The next cancellation point outside the
+/// scope ends the thread.
 class without_cancellation {
 public:
     without_cancellation() noexcept { ::pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &before_); }
