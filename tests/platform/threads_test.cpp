@@ -393,10 +393,14 @@ occupation const occupations[] = {
     {"the environment", [] { ::setenv("ZEL_TEST", "1", 1); }},
     {"sorting",
      [] {
-         int numbers[] = {3, 1, 2, 5, 4};
-         std::qsort(numbers, 5, sizeof(int), [](void const * a, void const * b) {
-             return *static_cast<int const *>(a) - *static_cast<int const *>(b);
-         });
+         int numbers[] = {30, 10, 20, 50, 40, 0, 92, 81, 90};
+         try {
+             std::qsort(numbers, 9, sizeof(int), [](void const * a, void const * b) {
+                 int const difference = *static_cast<int const *>(a) - *static_cast<int const *>(b);
+                 return difference == 2 ? throw difference : difference; // 92 and 90, late
+             });
+         } catch (int) {
+         }
      }},
     {"a bare call", [] { ::sched_yield(); }},
     {"a sleep", [] { std::this_thread::sleep_for(200us); }},

@@ -337,8 +337,8 @@ frames_of_library frames_from(std::uintptr_t place, std::uintptr_t stack_end) no
             if (!its.has_begun) {
                 return _URC_NO_REASON;
             }
-            if (stack > its.stack_end) {
-                its.result.is_complete = true;
+            if (stack > its.stack_end || is_caught_return(here)) {
+                its.result.is_complete = stack > its.stack_end;
                 return _URC_NORMAL_STOP;
             }
             if (!is_library_code(here)) {

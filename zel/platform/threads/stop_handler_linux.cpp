@@ -103,6 +103,17 @@ std::uintptr_t come_out() noexcept
     out = {0, nullptr, false};
     return goes_on_at;
 }
+
+// The library does not return: an exception passes it, as from a comparison that it called. The
+// unwinder passes twice, and the second time may still know the address that it has read before.
+void pass_by() noexcept
+{
+    if (out.goes_on_at != 0) {
+        *out.frame = out.goes_on_at;
+        signal_fence();
+        out = {0, nullptr, false};
+    }
+}
 /// @}
 
 [[noreturn]] void leave_for_good(handle_slot & slot)
@@ -144,7 +155,7 @@ bool may_end_here(thread_record const & record, std::uint32_t control, void cons
         std::uintptr_t * const frame = frames_from(at.place, record.stack_end).way_out;
         if (frame != nullptr) {
             out.frame = frame;
-            out.goes_on_at = catch_return(frame, come_out);
+            out.goes_on_at = catch_return(frame, come_out, pass_by);
         }
     }
     return false;

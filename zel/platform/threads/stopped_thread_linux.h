@@ -41,11 +41,15 @@ bool is_behind_call(unsigned char const (&code_before)[longest_call]) noexcept;
 std::uintptr_t place_below_handler(std::uintptr_t const * frame) noexcept;
 
 /// Has the calling thread come to `on_return` when a function returns, instead of going on behind its
-/// call; `on_return` tells where to go on. For a thread that is to be terminated: an exception must
-/// not pass this frame.
-/// \param frame  the place on the stack that holds the function's return address.
+/// call; `on_return` tells where to go on.
+/// \param frame         the place on the stack that holds the function's return address.
+/// \param on_exception  puts that address back; called when an exception, or the end of the thread by
+///                      the host's library, is about to leave the function instead.
 /// \returns the return address that was there; 0, with nothing done, when the host checks returns.
-std::uintptr_t catch_return(std::uintptr_t * frame,
-                            std::uintptr_t (*on_return)() noexcept) noexcept;
+std::uintptr_t catch_return(std::uintptr_t * frame, std::uintptr_t (*on_return)() noexcept,
+                            void (*on_exception)() noexcept) noexcept;
+
+/// Whether the unwinder has come to a return that is caught, from where it finds no way further.
+bool is_caught_return(std::uintptr_t address) noexcept;
 
 } // namespace zel::platform

@@ -8,14 +8,36 @@
 #include <iterator>
 
 #include <ucontext.h>
+#include <unwind.h>
+
+namespace zel::platform {
+namespace {
+
+constinit std::atomic<void (*)() noexcept> passed_return{nullptr};
+
+} // namespace
+} // namespace zel::platform
 
 // A function returns here instead of to its caller: saves what it returns, asks zel_caught_return
-// where to go on, and goes on there. Nothing else has to survive a call. Described for the unwinder
-// from the call on.
+// where to go on, and goes on there. Nothing else has to survive a call.
+//
+// For the unwinder this is a frame of no size, whose return address stands where the function's did.
+// The unwinder looks one byte in front of an address for its description, hence the `nop`. An
+// exception that comes by calls zel_pass_return_trap first, which puts the true address back.
 extern "C" {
 [[gnu::visibility("hidden")]] extern char const zel_return_trap[];
 using caught_return = std::uintptr_t (*)() noexcept;
 [[gnu::visibility("hidden")]] constinit std::atomic<caught_return> zel_caught_return{nullptr};
+
+[[gnu::visibility("hidden"), gnu::used]] _Unwind_Reason_Code
+zel_pass_return_trap(int, _Unwind_Action, _Unwind_Exception_Class, _Unwind_Exception *,
+                     _Unwind_Context *)
+{
+    if (auto const pass = zel::platform::passed_return.load(std::memory_order_relaxed)) {
+        pass();
+    }
+    return _URC_CONTINUE_UNWIND;
+}
 }
 
 asm(R"(
@@ -25,9 +47,12 @@ asm(R"(
     .hidden zel_caught_return
     .globl zel_return_trap
     .type zel_return_trap, @function
-zel_return_trap:
+    .hidden zel_pass_return_trap
     .cfi_startproc
+    .cfi_personality 0x1b, zel_pass_return_trap
     .cfi_def_cfa_offset 0
+    nop
+zel_return_trap:
     subq $8, %rsp
     .cfi_def_cfa_offset 8
     pushq %rbp
@@ -133,16 +158,23 @@ bool is_behind_call(unsigned char const (&code_before)[longest_call]) noexcept
     return false;
 }
 
-std::uintptr_t catch_return(std::uintptr_t * frame, std::uintptr_t (*on_return)() noexcept) noexcept
+std::uintptr_t catch_return(std::uintptr_t * frame, std::uintptr_t (*on_return)() noexcept,
+                            void (*on_exception)() noexcept) noexcept
 {
     auto const trap = reinterpret_cast<std::uintptr_t>(zel_return_trap);
     if (has_shadow_stack() || *frame == trap) {
         return 0;
     }
+    passed_return.store(on_exception, std::memory_order_relaxed);
     zel_caught_return.store(on_return, std::memory_order_relaxed);
     std::uintptr_t const before = *frame;
     *frame = trap;
     return before;
+}
+
+bool is_caught_return(std::uintptr_t address) noexcept
+{
+    return address == reinterpret_cast<std::uintptr_t>(zel_return_trap);
 }
 
 std::uintptr_t place_below_handler(std::uintptr_t const * frame) noexcept
