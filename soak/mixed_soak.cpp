@@ -204,7 +204,12 @@ public:
         while (!shared->broken) {
             unsigned const kind
                 = shared->only < 0 ? dice(threads) : static_cast<unsigned>(shared->only);
-            (this->*work[kind])();
+            try {
+                (this->*work[kind])();
+            } catch (zel::exception & failure) {
+                std::printf("%s, last error %u\n", failure.get_message().c_str(), last_error());
+                check(false, "an exception");
+            }
             shared->rounds[kind] += 1;
         }
     }

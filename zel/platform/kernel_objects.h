@@ -37,8 +37,9 @@ constexpr std::uint32_t infinite = 0xFFFFFFFF;
 /// object without one is a copy of the child's own, where nobody waits, and a mutex that any thread
 /// of the parent owned is abandoned. An exec drops all handles.
 /// \returns a handle for `close_handle`, with last error 183 when the name was there and else 0;
-///          null with last error 6 (another kind has the name), 87 (counts), 206 (name too long), 8
-///          or what the host refused.
+///          null with last error 6 (another kind has the name), 87 (counts), 206 (name too long), 8,
+///          1450 (another process is taking the name away and has been stopped for 20 seconds), or
+///          what the host refused.
 /// @{
 ZEL_API void * create_event(bool manual_reset, bool initially_set, char const * name) noexcept;
 ZEL_API void * create_mutex(bool initially_owned, char const * name) noexcept;
