@@ -35,3 +35,17 @@ if(GCOV)
     COMMENT "Lines of the library that the tests have run"
     VERBATIM)
 endif()
+
+# The binary interface as it stands in packaging/abi; docs/releases.md tells when to renew it.
+find_program(ABIDW abidw)
+find_program(ABIDIFF abidiff)
+set(zel_abi_arguments
+    -DSOURCE=${PROJECT_SOURCE_DIR} -DWORK=${PROJECT_BINARY_DIR}/abi -DCXX=${CMAKE_CXX_COMPILER}
+    -DVERSION=${CMAKE_CXX_COMPILER_VERSION} -DABIDW=${ABIDW} -DABIDIFF=${ABIDIFF})
+if(ABIDW AND CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+  add_custom_target(
+    abi-dump
+    COMMAND ${CMAKE_COMMAND} ${zel_abi_arguments} -DMODE=dump -P ${CMAKE_CURRENT_LIST_DIR}/abi.cmake
+    COMMENT "Describing the binary interface"
+    VERBATIM)
+endif()
