@@ -55,43 +55,21 @@ public:
         stretched::pause();
         return base::load(order);
     }
-    void store(T value, std::memory_order order = std::memory_order_seq_cst) noexcept
-    {
-        stretched::pause();
-        base::store(value, order);
+// The steps that begin with an expected value, and the others.
+#define ZEL_STRETCHED(step, parameters, ...)                                                       \
+    template <class... Orders> auto step parameters noexcept                                       \
+    {                                                                                              \
+        stretched::pause();                                                                        \
+        return base::step(__VA_ARGS__, orders...);                                                 \
     }
-    T exchange(T value, std::memory_order order = std::memory_order_seq_cst) noexcept
-    {
-        stretched::pause();
-        return base::exchange(value, order);
-    }
-    template <class... Orders>
-    bool compare_exchange_weak(T & expected, T value, Orders... orders) noexcept
-    {
-        stretched::pause();
-        return base::compare_exchange_weak(expected, value, orders...);
-    }
-    template <class... Orders>
-    bool compare_exchange_strong(T & expected, T value, Orders... orders) noexcept
-    {
-        stretched::pause();
-        return base::compare_exchange_strong(expected, value, orders...);
-    }
-    T fetch_add(T value, std::memory_order order = std::memory_order_seq_cst) noexcept
-    {
-        stretched::pause();
-        return base::fetch_add(value, order);
-    }
-    T fetch_sub(T value, std::memory_order order = std::memory_order_seq_cst) noexcept
-    {
-        stretched::pause();
-        return base::fetch_sub(value, order);
-    }
-    T fetch_and(T value, std::memory_order order = std::memory_order_seq_cst) noexcept
-    {
-        stretched::pause();
-        return base::fetch_and(value, order);
-    }
+    ZEL_STRETCHED(compare_exchange_weak, (T & before, T value, Orders... orders), before, value)
+    ZEL_STRETCHED(compare_exchange_strong, (T & before, T value, Orders... orders), before, value)
+    ZEL_STRETCHED(store, (T value, Orders... orders), value)
+    ZEL_STRETCHED(exchange, (T value, Orders... orders), value)
+    ZEL_STRETCHED(fetch_add, (T value, Orders... orders), value)
+    ZEL_STRETCHED(fetch_sub, (T value, Orders... orders), value)
+    ZEL_STRETCHED(fetch_and, (T value, Orders... orders), value)
+#undef ZEL_STRETCHED
     using base::operator=;
     operator T() const noexcept { return load(); }
 };
