@@ -1,14 +1,16 @@
 // SPDX-License-Identifier: MIT
-#include "tests/explorer/explorer.h"
-
+#include "tests/explorer/scenarios.h"
 #include "zel/base/atomic.h"
 #include "zel/platform/objects/robust_list_linux.h"
 #include <algorithm>
+#include <array>
 #include <chrono>
 #include <cstdio>
 #include <cstring>
 #include <random>
-#include <unordered_set>
+#include <unordered_map>
+#include <utility>
+#include <vector>
 
 // void zel_switch_stack(void ** save, void * to): keeps the caller's registers on its stack and
 // goes on where the other stack was left.
@@ -48,15 +50,15 @@ namespace {
 constexpr std::size_t stack_size = 16384;
 constexpr int most_steps = 5'000; // of one schedule: more is a loop without an end
 
-/// All that changes while threads run, apart from their stacks and from words of static storage.
+/// All that changes while threads run, apart from their stacks, from what may be promised, and from
+/// words of static storage.
 struct world {
     thread_state threads[most_threads];
     std::uint8_t sleepers[most_threads]; // in the order in which they fell asleep
     int sleeping;
     int count; // threads that were started
     int current;
-    int preemptions, kills, stops; // that are left
-    bool audited;
+    bounds left;
     alignas(128) std::byte room[scenario_size];
 };
 
@@ -68,6 +70,33 @@ void * scheduler_stack = nullptr;
 bool on_thread = false;
 char const * failure = nullptr;
 bool tracing = false;
+std::string path; // what was done so far, a letter each
+
+/// What was seen of a word while several threads were there. A step that nobody can have an interest
+/// in, for one thread alone uses the word or nobody changes it, is done together with the next one.
+/// When more is learned of a word, the search begins again, so that it ends with what is true.
+struct word_facts {
+    int user = -1; // the first
+    bool has_others = false;
+    bool changes = false;
+};
+std::unordered_map<void const *, word_facts> facts;
+bool learns = false; // in a search of all schedules; in others every word counts
+bool has_learned = false;
+
+bool is_alone(void const * word, bool changes)
+{
+    if (!learns || now.current == running_scenario->threads()) {
+        return false;
+    }
+    word_facts & known = facts[word];
+    bool const met = known.has_others && known.changes;
+    known.user = known.user < 0 ? now.current : known.user;
+    known.has_others = known.has_others || known.user != now.current;
+    known.changes = known.changes || changes;
+    has_learned = has_learned || (known.has_others && known.changes && !met);
+    return !known.has_others || !known.changes;
+}
 
 struct static_word {
     void * address;
@@ -92,15 +121,11 @@ std::uint64_t value_at(void const * address, std::size_t size)
 
 void meet(void const * word, std::size_t size)
 {
-    if (lies_in(word, now) || lies_in(word, stacks)) {
-        return;
+    auto const same = [=](static_word const & known) { return known.address == word; };
+    if (!lies_in(word, now) && !lies_in(word, stacks)
+        && std::none_of(static_words.begin(), static_words.end(), same)) {
+        static_words.push_back({const_cast<void *>(word), size, value_at(word, size)});
     }
-    for (static_word const & known : static_words) {
-        if (known.address == word) {
-            return;
-        }
-    }
-    static_words.push_back({const_cast<void *>(word), size, value_at(word, size)});
 }
 
 void reset_static_words()
@@ -178,8 +203,6 @@ void thread_main()
     int const self = now.current;
     if (now.threads[self].dying) {
         die();
-    } else if (self == running_scenario->threads()) {
-        running_scenario->audit();
     } else {
         running_scenario->run(self);
     }
@@ -202,7 +225,6 @@ void start(int thread)
     thread_state & state = now.threads[thread];
     state = thread_state{};
     state.list[0] = reinterpret_cast<std::uintptr_t>(&state.list[0]);
-    state.started = true;
     put_on_fresh_stack(thread);
     now.count = std::max(now.count, thread + 1);
 }
@@ -212,30 +234,55 @@ void start(int thread)
 enum class deed : std::uint8_t { run, time_out, resume, kill, stop, signal };
 struct option {
     deed what;
-    std::uint8_t thread;
+    int thread;
+    // For a schedule: of threads A to D, 'A' to 'D' for a step, 'E' to 'H' for a limit, and so on.
+    char letter() const
+    {
+        return static_cast<char>('A' + static_cast<int>(what) * most_threads + thread);
+    }
 };
 struct options {
     option list[6 * most_threads];
     int count = 0;
     bool quiet = false;
-    void add(deed what, int thread) { list[count++] = {what, static_cast<std::uint8_t>(thread)}; }
+    void add(deed what, int thread) { list[count++] = {what, thread}; }
 };
 
 bool is_ready(int thread) { return now.threads[thread].where == condition::ready; }
+
+void add_disturbances(options & may, int i)
+{
+    thread_state const & state = now.threads[i];
+    if (now.left.disturbances == 0 || state.where == condition::ended || state.dying) {
+        return;
+    }
+    if (now.left.kills > 0 && (running_scenario->dies_anywhere() || state.depth == 0)) {
+        may.add(deed::kill, i);
+    }
+    if (now.left.stops > 0 && !state.told) {
+        may.add(deed::stop, i);
+        if (state.where == condition::asleep && state.interruptible) {
+            may.add(deed::signal, i);
+        }
+    }
+}
 
 options what_may_come()
 {
     options may;
     bool const goes_on = is_ready(now.current);
-    bool const may_change = !goes_on || now.preemptions > 0;
     if (goes_on) {
         may.add(deed::run, now.current);
+        if (now.threads[now.current].alone) {
+            add_disturbances(may, now.current);
+            return may;
+        }
     }
     may.quiet = !goes_on;
     for (int i = 0; i < now.count; ++i) {
         if (i != now.current && is_ready(i)) {
             may.quiet = false;
-            if (may_change) {
+            if (!goes_on || now.left.disturbances > 0) {
                 may.add(deed::run, i);
             }
         }
@@ -243,7 +290,7 @@ options what_may_come()
     if (may.quiet) {
         running_scenario->quiet();
     }
-    bool const time_passes = may.quiet || now.preemptions > 0;
+    bool const time_passes = may.quiet || now.left.disturbances > 0;
     for (int i = 0; i < now.count; ++i) {
         thread_state const & state = now.threads[i];
         if (time_passes && state.where == condition::asleep && state.limited) {
@@ -253,29 +300,17 @@ options what_may_come()
             may.add(deed::resume, i);
         }
     }
-    if (may.count == 0 && !now.audited) {
-        now.audited = true;
-        now.preemptions = now.kills = now.stops = 0;
-        now.current = running_scenario->threads();
-        start(now.current);
+    int const audit = running_scenario->threads();
+    if (may.count == 0 && now.count == audit) {
+        now.left = {};
+        now.current = audit;
+        start(audit);
         may.quiet = false;
-        may.add(deed::run, now.current);
+        may.add(deed::run, audit);
         return may;
     }
     for (int i = 0; i < now.count && may.count > 0; ++i) {
-        thread_state const & state = now.threads[i];
-        if (state.where == condition::ended || state.dying) {
-            continue;
-        }
-        if (now.kills > 0 && (running_scenario->dies_anywhere(i) || state.depth == 0)) {
-            may.add(deed::kill, i);
-        }
-        if (now.stops > 0 && !state.told) {
-            may.add(deed::stop, i);
-            if (state.where == condition::asleep && state.interruptible) {
-                may.add(deed::signal, i);
-            }
-        }
+        add_disturbances(may, i);
     }
     return may;
 }
@@ -298,30 +333,33 @@ void follow(options const & may, option choice)
 {
     int const thread = choice.thread;
     thread_state & state = now.threads[thread];
-    bool const changes = thread != now.current && is_ready(now.current);
+    bool const is_free = may.quiet || (choice.what == deed::run && !is_ready(now.current));
+    bool const goes_on = choice.what == deed::run && thread == now.current;
+    bool const passes = choice.what <= deed::resume;
+    now.left.disturbances -= goes_on || (passes && is_free) ? 0 : 1;
+    now.left.kills -= choice.what == deed::kill ? 1 : 0;
+    now.left.stops -= choice.what >= deed::stop ? 1 : 0;
+    path += choice.letter();
     switch (choice.what) {
     case deed::time_out:
         trace("has waited long enough", thread);
-        now.preemptions -= may.quiet ? 0 : 1;
         wake_up(thread, timed_out);
         break;
     case deed::resume:
         trace("is resumed", thread);
-        now.preemptions -= may.quiet ? 0 : 1;
         state.told = false;
         state.where = condition::ready;
         break;
     case deed::kill:
         trace("is killed", thread);
-        now.kills -= 1;
         wake_up(thread, woken);
         state.dying = true;
+        state.alone = false;
         put_on_fresh_stack(thread);
         running_scenario->killed(thread);
         return;
     case deed::stop:
         trace("is told to stop", thread);
-        now.stops -= 1;
         state.told = true;
         running_scenario->disturbed(thread);
         if (state.where == condition::asleep && state.interruptible) {
@@ -332,13 +370,11 @@ void follow(options const & may, option choice)
         return;
     case deed::signal:
         trace("handles a signal", thread);
-        now.stops -= 1;
         running_scenario->disturbed(thread);
         // A handler with SA_RESTART makes the kernel begin the call again; with a limit it ends.
         wake_up(thread, state.limited ? interrupted : restarted);
         return;
     case deed::run:
-        now.preemptions -= changes ? 1 : 0;
         break;
     }
     now.current = thread;
@@ -351,12 +387,11 @@ void begin(entry const & what, bounds const & limits)
     reset_static_words();
     std::memset(&now, 0, sizeof now);
     failure = nullptr;
-    running_scenario = what.make(now.room);
+    path.clear();
+    running_scenario = what.make(now.room, what);
     world_size = (offsetof(world, room) + what.size + 7) / 8 * 8;
     running_scenario->begin();
-    now.preemptions = limits.preemptions;
-    now.kills = limits.kills;
-    now.stops = limits.stops;
+    now.left = limits;
     for (int i = 0; i < running_scenario->threads(); ++i) {
         start(i);
     }
@@ -364,10 +399,11 @@ void begin(entry const & what, bounds const & limits)
 
 /// \name Moments that are gone back to
 /// @{
-// All that a moment consists of; `now` first, for it says how far the stacks go.
+// All that a moment consists of; `now` first, for it says how far the others go.
 template <class Function> void for_each_piece(Function function)
 {
     function(&now, world_size);
+    function(promise::states(), running_scenario->size());
     for (int i = 0; i < now.count; ++i) {
         auto * const begin = static_cast<std::byte *>(now.threads[i].stack_pointer);
         function(begin, static_cast<std::size_t>(stacks[i] + stack_size - begin));
@@ -378,17 +414,21 @@ template <class Function> void for_each_piece(Function function)
 }
 
 struct moment {
-    std::vector<std::byte> bytes;
-    std::size_t path = 0; // how many choices led here
-    int next = 1; // choice to follow on the next visit
+    std::string bytes; // without the bounds
+    bounds left;
+    std::size_t path_size;
+    int next; // choice to follow on the next visit
 
     void keep()
     {
+        left = std::exchange(now.left, {});
+        path_size = path.size();
+        next = 1;
         bytes.clear();
         for_each_piece([this](void const * from, std::size_t size) {
-            auto const * const first = static_cast<std::byte const *>(from);
-            bytes.insert(bytes.end(), first, first + size);
+            bytes.append(static_cast<char const *>(from), size);
         });
+        now.left = left;
     }
 
     // Static words that nobody had met yet are what they were at first.
@@ -397,60 +437,24 @@ struct moment {
         reset_static_words();
         std::size_t done = 0;
         for_each_piece([&](void * to, std::size_t size) {
-            if (done < bytes.size()) {
-                std::memcpy(to, bytes.data() + done, size);
-                done += size;
-            }
+            done += done < bytes.size() ? bytes.copy(static_cast<char *>(to), size, done) : 0;
         });
+        now.left = left;
+        path.resize(path_size);
     }
 };
-
-std::uint64_t times_odd(std::uint64_t value)
-{
-    __extension__ using wide = unsigned __int128;
-    wide const product = wide{value} * 0x9E3779B97F4A7C15u;
-    return static_cast<std::uint64_t>(product) ^ static_cast<std::uint64_t>(product >> 64);
-}
-
-// In two lanes, for speed: much of the time goes here.
-std::uint64_t mix(std::uint64_t hash, void const * from, std::size_t size)
-{
-    auto const * bytes = static_cast<std::byte const *>(from);
-    std::uint64_t other = ~hash;
-    for (; size >= 16; size -= 16, bytes += 16) {
-        hash = times_odd(hash ^ value_at(bytes, 8));
-        other = times_odd(other ^ value_at(bytes + 8, 8));
-    }
-    for (; size >= 8; size -= 8, bytes += 8) {
-        hash = times_odd(hash ^ value_at(bytes, 8));
-    }
-    return times_odd(hash ^ value_at(bytes, size)) + other;
-}
-
-std::uint64_t hash_of_now()
-{
-    std::uint64_t hash = 0x243F6A8885A308D3;
-    for_each_piece([&](void const * from, std::size_t size) { hash = mix(hash, from, size); });
-    return hash;
-}
 /// @}
 
-bounds without_bound(bounds limits)
-{
-    limits.preemptions = 1'000'000;
-    return limits;
-}
+constexpr bounds without_bounds{1'000'000, 1'000'000, 1'000'000};
 
-constexpr char free_mark = 'r'; // in front of a schedule without a bound for preemptions
-
-bool report(entry const & what, std::string const & path)
+bool report(entry const & what)
 {
     std::printf("FAILED %s: %s\n", what.name.c_str(), failure);
-    replay(what, path);
+    replay(what, std::string(path));
     return false;
 }
 
-bool is_too_long(std::string const & path)
+bool has_failed()
 {
     if (path.size() > most_steps) {
         failure = "a step without an end";
@@ -458,11 +462,75 @@ bool is_too_long(std::string const & path)
     return failure != nullptr;
 }
 
-void add_figures(figures & sum, option choice, std::size_t length)
+void add_figures(figures & sum, option choice)
 {
     sum.kills += choice.what == deed::kill ? 1 : 0;
     sum.stops += choice.what == deed::stop ? 1 : 0;
-    sum.longest = std::max<std::uint64_t>(sum.longest, length);
+}
+
+/// The moments that were seen, by a hash, and how many disturbances were left there with so many
+/// kills and stops: whoever comes again with no more of anything finds nothing new.
+class seen_moments {
+public:
+    bool add(moment const & one)
+    {
+        auto & best = seen_[std::hash<std::string>()(one.bytes)];
+        auto const value = static_cast<std::uint8_t>(one.left.disturbances + 1);
+        for (int kills = one.left.kills; kills < most; ++kills) {
+            for (int stops = one.left.stops; stops < most; ++stops) {
+                if (best[static_cast<std::size_t>(kills * most + stops)] >= value) {
+                    return false;
+                }
+            }
+        }
+        best[static_cast<std::size_t>(one.left.kills * most + one.left.stops)] = value;
+        return true;
+    }
+
+private:
+    static constexpr int most = 3;
+    std::unordered_map<std::uint64_t, std::array<std::uint8_t, most * most>> seen_;
+};
+
+// Every schedule, until something is learned of a word.
+bool search(entry const & what, figures & sum)
+{
+    begin(what, what.limits);
+    seen_moments seen;
+    std::vector<moment> moments; // where choices are left
+    std::size_t open = 0; // how many of them; the rest is kept for its memory
+    for (;;) {
+        options may = what_may_come();
+        if (has_failed()) {
+            return report(what);
+        }
+        if (has_learned) {
+            return true;
+        }
+        int choice = 0;
+        bool is_over = may.count == 0;
+        if (may.count > 1) {
+            moments.resize(std::max(moments.size(), open + 1));
+            moments[open].keep();
+            is_over = !seen.add(moments[open]);
+            open += is_over ? 0 : 1;
+            sum.states += is_over ? 0 : 1;
+        }
+        sum.schedules += is_over ? 1 : 0;
+        while (is_over) {
+            if (open == 0) {
+                return true;
+            }
+            moment & last = moments[open - 1];
+            last.go_back();
+            may = what_may_come();
+            choice = last.next++;
+            is_over = choice >= may.count;
+            open -= is_over ? 1 : 0;
+        }
+        add_figures(sum, may.list[choice]);
+        follow(may, may.list[choice]);
+    }
 }
 
 } // namespace
@@ -474,7 +542,19 @@ void step(char const * what, void const * word, std::size_t size, char const * f
     if (!on_thread) {
         return;
     }
+    // Sleeping and waking concern more than the word.
+    bool const is_plain = std::strcmp(file, "address_wait") != 0;
+    bool const alone = is_alone(word, *what != 'l') && is_plain;
+    thread_state & self = now.threads[now.current];
+    bool const can_be_disturbed
+        = now.left.disturbances > 0 && (now.left.stops > 0 || (now.left.kills > 0 && *what != 'l'));
+    if (alone && !can_be_disturbed && path.size() < most_steps) {
+        path += option{deed::run, now.current}.letter();
+        return;
+    }
+    self.alone = alone;
     switch_to_scheduler();
+    self.alone = false;
     if (tracing) {
         char const * const slash = std::strrchr(file, '/');
         std::printf("    %-12s %s:%d %s %llx\n", running_scenario->title(now.current),
@@ -491,13 +571,11 @@ void note(char const * what) noexcept
 }
 
 thread_state * running() noexcept { return on_thread ? &now.threads[now.current] : nullptr; }
-int running_number() noexcept { return now.current; }
 std::uint32_t host_number() noexcept
 {
     return running_scenario->number(on_thread ? now.current : most_threads);
 }
 condition condition_of(int thread) { return now.threads[thread].where; }
-bool was_told(int thread) { return now.threads[thread].told; }
 void leave() noexcept { switch_to_scheduler(); }
 
 void fail(char const * why)
@@ -549,102 +627,62 @@ void store_and_wake_all(void * word, std::uint32_t value, bool shared) noexcept
     wake_sleepers(word, most_threads, shared);
 }
 
-bool exhaust(entry const & what, orders const & how, figures & sum)
+bool exhaust(entry const & what, figures & sum)
 {
-    begin(what, what.limits);
-    std::unordered_set<std::uint64_t> seen; // by a hash of each state
-    std::uint64_t states = 0;
-    std::string path; // the choices so far
-    std::vector<moment> moments; // where choices are left
-    std::size_t open = 0; // how many of them; the rest is kept for its memory
-    for (;;) {
-        options may = what_may_come();
-        if (is_too_long(path)) {
-            return report(what, path);
-        }
-        int choice = 0;
-        bool const is_new = may.count == 1 || (may.count > 1 && seen.insert(hash_of_now()).second);
-        if (is_new && may.count > 1) {
-            if (++states > how.most_states) {
-                sum.complete = false;
-                break;
-            }
-            if (open == moments.size()) {
-                moments.emplace_back();
-            }
-            moments[open].path = path.size();
-            moments[open].next = 1;
-            moments[open++].keep();
-        } else if (!is_new) {
-            ++sum.schedules;
-            bool found = false;
-            while (open > 0 && !found) {
-                moment & last = moments[open - 1];
-                last.go_back();
-                may = what_may_come();
-                choice = last.next++;
-                path.resize(last.path);
-                found = choice < may.count;
-                open -= found ? 0 : 1;
-            }
-            if (!found) {
-                break;
-            }
-        }
-        path += static_cast<char>('0' + choice);
-        add_figures(sum, may.list[choice], path.size());
-        follow(may, may.list[choice]);
-    }
-    sum.states += states;
-    return true;
+    facts.clear();
+    learns = true;
+    figures own;
+    bool fine = true;
+    do {
+        has_learned = false;
+        own = {};
+        fine = search(what, own);
+    } while (has_learned && fine);
+    learns = false;
+    sum.states += own.states;
+    sum.schedules += own.schedules;
+    sum.kills += own.kills;
+    sum.stops += own.stops;
+    return fine;
 }
 
 // Each thread has a priority, and the first that is ready goes on. At a few moments the running one
-// falls behind all others, and whatever else may happen does so at moments that are drawn, too.
-bool run_at_random(entry const & what, orders const & how, figures & sum)
+// falls behind all others, and at a few whatever may happen does.
+bool run_at_random(entry const & what, double seconds, std::uint64_t seed, figures & sum)
 {
-    std::mt19937_64 random(how.seed);
-    auto const below
-        = [&random](std::size_t end) { return static_cast<std::size_t>(random() % end); };
-    auto const end = std::chrono::steady_clock::now() + std::chrono::duration<double>(how.seconds);
+    std::mt19937_64 random(seed);
+    auto const end = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
     std::size_t usual_length = 100;
+    bounds limits = what.limits;
+    limits.disturbances = without_bounds.disturbances;
     do {
-        begin(what, without_bound(what.limits));
+        begin(what, limits);
+        auto const at_few_moments = [&] { return random() % usual_length < 3; };
         int priority[most_threads];
-        for (int i = 0; i < most_threads; ++i) {
-            priority[i] = static_cast<int>(below(1000));
+        for (int & one : priority) {
+            one = static_cast<int>(random() % 1000);
         }
-        std::vector<std::size_t> changes;
-        std::vector<std::size_t> events;
-        for (int i = 0; i < how.depth; ++i) {
-            changes.push_back(below(usual_length));
-            events.push_back(below(usual_length));
+        int lowest = -1;
+        for (options may = what_may_come(); may.count > 0; may = what_may_come()) {
+            if (has_failed()) {
+                return report(what);
+            }
+            priority[now.current] = at_few_moments() ? lowest-- : priority[now.current];
+            auto const rank = [&](option one) {
+                return one.what == deed::run ? priority[one.thread] : -most_steps;
+            };
+            option choice
+                = *std::max_element(may.list, may.list + may.count, [&](option one, option other) {
+                      return rank(one) < rank(other);
+                  });
+            if (choice.what != deed::run || at_few_moments()) {
+                choice = may.list[random() % static_cast<unsigned>(may.count)];
+            }
+            add_figures(sum, choice);
+            follow(may, choice);
         }
-        std::string path; // the choices so far
-        for (int lowest = -1;;) {
-            options const may = what_may_come();
-            if (is_too_long(path)) {
-                return report(what, free_mark + path);
-            }
-            if (may.count == 0) {
-                break;
-            }
-            if (std::count(changes.begin(), changes.end(), path.size()) > 0) {
-                priority[now.current] = lowest--;
-            }
-            bool const anything = std::count(events.begin(), events.end(), path.size()) > 0;
-            std::size_t choice = 0;
-            for (std::size_t i = 0; i < static_cast<std::size_t>(may.count); ++i) {
-                bool const better = may.list[choice].what != deed::run
-                    || priority[may.list[i].thread] > priority[may.list[choice].thread];
-                choice = may.list[i].what == deed::run && better ? i : choice;
-            }
-            if (anything || may.list[choice].what != deed::run) {
-                choice = below(static_cast<std::size_t>(may.count));
-            }
-            path += static_cast<char>('0' + choice);
-            add_figures(sum, may.list[choice], path.size());
-            follow(may, may.list[choice]);
+        if (has_failed()) {
+            return report(what);
         }
         usual_length = std::max<std::size_t>(path.size(), 10);
         ++sum.schedules;
@@ -654,24 +692,26 @@ bool run_at_random(entry const & what, orders const & how, figures & sum)
 
 bool replay(entry const & what, std::string const & schedule)
 {
-    bool const is_free = schedule.front() == free_mark;
-    begin(what, is_free ? without_bound(what.limits) : what.limits);
+    learns = false;
+    begin(what, without_bounds);
     tracing = true;
-    for (char const digit : is_free ? schedule.substr(1) : schedule) {
-        int const choice = digit - '0';
+    for (char const letter : schedule) {
         options const may = what_may_come();
-        if (failure != nullptr || choice >= may.count) {
+        auto const * const end = may.list + may.count;
+        auto const * const choice
+            = std::find_if(may.list, end, [=](option one) { return one.letter() == letter; });
+        if (failure != nullptr || choice == end) {
             break;
         }
-        follow(may, may.list[choice]);
+        follow(may, *choice);
     }
     if (failure == nullptr) {
         what_may_come(); // the last look
     }
     tracing = false;
-    std::printf("    %s\n    --only '%s' --bounds %d,%d,%d --replay '%s'\n",
+    std::printf("    %s\n    --only '%s' --replay '%s'\n",
                 failure == nullptr ? "nothing is wrong" : failure, what.name.c_str(),
-                what.limits.preemptions, what.limits.kills, what.limits.stops, schedule.c_str());
+                schedule.c_str());
     std::fflush(stdout);
     return failure == nullptr;
 }

@@ -3,81 +3,27 @@
 #include "tests/explorer/scenarios.h"
 #include "zel/platform/objects/name_holders.h"
 #include "zel/platform/waits/handles.h"
-#include <algorithm>
-#include <cstdio>
-#include <iterator>
-#include <string>
 
 namespace zel::explorer {
 namespace {
 
 using namespace zel::platform;
 
-struct layout {
-    char const * programs[most_threads - 1]; // null: no such thread
-};
-
-class programs : public scenario {
-public:
-    explicit programs(layout const & what)
-        : layout_(what)
-    {
-    }
-    int threads() const override
-    {
-        return static_cast<int>(std::count_if(std::begin(layout_.programs),
-                                              std::end(layout_.programs),
-                                              [](char const * text) { return text != nullptr; }));
-    }
-    char const * title(int thread) const override
-    {
-        static char titles[most_threads][16];
-        std::snprintf(titles[thread], sizeof titles[0], "%c:%s", 'A' + thread,
-                      thread < threads() ? layout_.programs[thread] : "audit");
-        return titles[thread];
-    }
-    void run(int thread) override
-    {
-        for (char const * step = layout_.programs[thread]; *step != '\0'; ++step) {
-            note((std::string("calls ") + *step).c_str());
-            call(thread, *step);
-        }
-    }
-
-protected:
-    virtual void call(int thread, char operation) = 0;
-
-private:
-    layout layout_;
-};
-
 // Each thread is a process: 'j' joins, 'l' leaves if it has joined, 'c' looks whether nobody is left,
-// as a creation does.
-class names : public programs {
+// as a creation does. The first has made the file.
+class names : public scenario {
 public:
-    using programs::programs;
+    explicit names(entry const & what)
+        : scenario(what)
+    {
+        state first;
+        first.given[0] = 1;
+        begin_in(first);
+    }
     void begin() override
     {
         explored_ = this;
         holders().begin(mark_of(0));
-    }
-    void killed(int thread) override { alive_[thread] = false; }
-    // Whoever leaves last closes; of the killed nobody knows before somebody looks.
-    void audit() override
-    {
-        call(threads(), 'c');
-        bool const held = std::any_of(joined_, joined_ + threads(), [](int n) { return n != 0; });
-        bool const alive_ones = [&] {
-            for (int i = 0; i < threads(); ++i) {
-                if (joined_[i] != 0 && alive_[i]) {
-                    return true;
-                }
-            }
-            return false;
-        }();
-        if (closers_ > 1 || (holders().closer() == 0 && !(held && alive_ones))) {
-            fail("the name did not go with its last holder, or twice");
-        }
     }
 
 private:
@@ -85,72 +31,79 @@ private:
     name_holders holders() { return {gate_, entries_, 3}; }
     static std::uint32_t life(std::uint64_t mark)
     {
-        return explored_->alive_[mark / 2 - 1] ? std::uint32_t{itself_lives}
-                                               : std::uint32_t{is_over};
+        return explored_->is_dead(static_cast<int>(mark / 2 - 1)) ? std::uint32_t{is_over}
+                                                                  : std::uint32_t{itself_lives};
     }
 
-    void call(int thread, char operation) override
+    bool applies(int thread, char operation) const override
+    {
+        return operation != 'l' || joined_[thread] != 0;
+    }
+
+    progress call(int thread, char operation) override
     {
         name_holders it = holders();
         if (operation == 'j') {
-            std::uint32_t entry = 0;
-            if (it.join(mark_of(thread), life, entry) == name_holders::join_result::joined) {
-                places_[thread] = entry;
-                ++joined_[thread];
-                if (it.closer() != 0) {
-                    fail("joined what is closed");
-                }
+            std::uint32_t place = 0;
+            if (it.join(mark_of(thread), life, place) != name_holders::join_result::joined) {
+                return refused;
             }
-            return;
+            places_[thread] = place;
+            ++joined_[thread];
+            return done;
         }
         if (operation == 'l') {
-            if (joined_[thread] == 0) {
-                return;
-            }
             --joined_[thread];
             it.leave(places_[thread], false);
         }
-        if (it.close_if_dead(mark_of(thread), life)) {
-            ++closers_;
-            for (int i = 0; i < threads(); ++i) {
-                if (joined_[i] != 0 && alive_[i]) {
-                    fail("closed what somebody holds");
-                }
-            }
+        return it.close_if_dead(mark_of(thread), life) ? done : refused;
+    }
+
+    // `given` has what each holds. A leave looks afterwards whether it was the last.
+    void take_effect(state s, int thread, char operation) override
+    {
+        std::int8_t & held = s.given[static_cast<std::size_t>(thread)];
+        bool const has_left = s.what[static_cast<std::size_t>(thread)] == partly;
+        if (operation == 'k') {
+            held = 0;
+            add(s.with(thread, done));
+        } else if (operation == 'j') {
+            held = static_cast<std::int8_t>(held + (s.closed != 0 ? 0 : 1));
+            add(s.with(thread, s.closed != 0 ? refused : done));
+        } else if (operation == 'l' && !has_left) {
+            --held;
+            add(s.with(thread, partly));
+        } else if (s.closed != 0 || s.given != decltype(s.given){}) {
+            add(s.with(thread, refused));
+        } else {
+            s.closed = 1;
+            add(s.with(thread, done));
         }
     }
 
     atomic<std::uint64_t> gate_{0};
     atomic<std::uint64_t> entries_[3]{};
     std::uint32_t places_[most_threads] = {};
-    int joined_[most_threads] = {1}; // the first thread has made the file
-    int closers_ = 0;
-    bool alive_[most_threads] = {true, true, true, true};
+    int joined_[most_threads] = {1};
     static names * explored_; // always in the same place
 };
 names * names::explored_ = nullptr;
 
-// 'p' pins the first handle, looks and unpins, 'c' closes it, 'o' opens another one.
-class handles : public programs {
+// 'p' pins the first handle, looks and unpins, 'c' closes it, 'o' opens another one, 'a' looks at
+// what is left.
+class handles : public scenario {
 public:
-    using programs::programs;
+    explicit handles(entry const & what)
+        : scenario(what)
+    {
+        begin_in({});
+    }
     void begin() override
     {
         handle_blocks[0].store(slots_);
         first_ = publish(*take_slot(), handle_kind::semaphore, 7, 0);
     }
-    bool dies_anywhere(int) const override { return false; }
-    void audit() override
-    {
-        if (closed_ > 1 || freed_ > 1 || (closed_ == 1) != (freed_ == 1)) {
-            fail("closed or freed not once");
-        }
-        handle_slot const * const one = take_slot();
-        handle_slot const * const other = take_slot();
-        if (one == other || (freed_ == 0 && (one == slots_ || other == slots_))) {
-            fail("a slot is given out twice");
-        }
-    }
+    bool dies_anywhere() const override { return false; }
 
 private:
     void free_if_last(handle_slot & slot)
@@ -160,25 +113,31 @@ private:
             free_slot(slot);
         }
     }
-    void call(int, char operation) override
+
+    progress call(int, char operation) override
     {
         handle_slot & slot = *slot_of(first_);
-        if (operation == 'p') {
-            if (pin(slot, first_)) {
-                ++pins_;
-                if (word_of(slot.state.load()) != 7) {
-                    fail("the slot has changed hands under a pin");
-                }
-                --pins_;
-                free_if_last(slot);
+        std::uint32_t word = 0;
+        switch (operation) {
+        case 'p':
+            if (!pin(slot, first_)) {
+                return refused;
             }
-        } else if (operation == 'c') {
-            std::uint32_t word = 0;
-            if (retire(slot, first_, word)) {
-                ++closed_;
-                free_if_last(slot);
+            ++pins_;
+            if (word_of(slot.state.load()) != 7) {
+                fail("the slot has changed hands under a pin");
             }
-        } else {
+            --pins_;
+            free_if_last(slot);
+            return done;
+        case 'c':
+            if (!retire(slot, first_, word)) {
+                return refused;
+            }
+            is_closed_ = true;
+            free_if_last(slot);
+            return done;
+        case 'o': {
             handle_slot * const mine = take_slot();
             if (mine == &slot && (pins_ != 0 || freed_ == 0)) {
                 fail("a slot in use is given out");
@@ -187,34 +146,45 @@ private:
             if (handle == first_ || pin(*mine, first_)) {
                 fail("an old handle lives again");
             }
+            return done;
         }
+        default:
+            if (freed_ != (is_closed_ ? 1 : 0)) {
+                fail("freed not once");
+            }
+            handle_slot const * const one = take_slot();
+            handle_slot const * const other = take_slot();
+            if (one == other || (freed_ == 0 && (one == slots_ || other == slots_))) {
+                fail("a slot is given out twice");
+            }
+            return done;
+        }
+    }
+
+    void take_effect(state s, int thread, char operation) override
+    {
+        bool const fails = s.closed != 0 && (operation == 'c' || operation == 'p');
+        s.closed = s.closed != 0 || operation == 'c' ? 1 : 0;
+        add(s.with(thread, fails ? refused : done));
     }
 
     handle_slot slots_[6]{};
     void * first_ = nullptr;
     int pins_ = 0;
-    int closed_ = 0;
+    bool is_closed_ = false;
     int freed_ = 0;
 };
 
 template <class Scenario>
-void add(std::vector<entry> & entries, char const * who, std::initializer_list<char const *> first,
-         std::initializer_list<char const *> others, std::initializer_list<bounds> all)
+void add_all(std::vector<entry> & entries, char const * who,
+             std::initializer_list<char const *> first, std::initializer_list<char const *> others,
+             char const * audit, bounds limits)
 {
     for (char const * const a : first) {
         for (char const * const b : others) {
-            for (char const * const * c = others.begin();; ++c) {
-                bool const is_pair = c == others.end();
-                layout const what{{a, b, is_pair ? nullptr : *c}};
-                for (bounds const limits : all) {
-                    std::string const name = std::string(who) + " " + a + " " + b + " "
-                        + (is_pair ? "" : *c) + " p" + std::to_string(limits.preemptions) + "k"
-                        + std::to_string(limits.kills);
-                    entries.push_back(make_entry<Scenario>(name, limits, false, what));
-                }
-                if (is_pair) {
-                    break;
-                }
+            add<Scenario>(entries, who, {a, b}, audit, limits, false);
+            for (char const * const c : others) {
+                add<Scenario>(entries, who, {a, b, c}, audit, limits, false);
             }
         }
     }
@@ -224,8 +194,8 @@ void add(std::vector<entry> & entries, char const * who, std::initializer_list<c
 
 void add_names_and_handles(std::vector<entry> & entries)
 {
-    add<names>(entries, "names", {"l", "", "jll"}, {"jl", "c", "jjll"}, {{3, 0, 0}, {2, 1, 0}});
-    add<handles>(entries, "handles", {"c", "p"}, {"c", "p", "o", "co", "pc"}, {{3, 0, 0}});
+    add_all<names>(entries, "names", {"l", "", "jll"}, {"jl", "c", "jjll"}, "c", {3, 1, 0});
+    add_all<handles>(entries, "handles", {"c", "p"}, {"c", "p", "o", "co", "pc"}, "a", {3, 0, 0});
 }
 
 } // namespace zel::explorer
