@@ -41,8 +41,8 @@ public:
     /// @{
     void fell_asleep(int thread);
     void disturbed(int thread); // by a stop, or by a signal while it slept
-    void killed(int thread);
-    void quiet(); // nobody can go on, unless time passes or somebody is resumed
+    virtual void killed(int thread);
+    virtual void quiet(); // nobody can go on, unless time passes or somebody is resumed
     /// @}
 
     bool is_dead(int thread) const { return operations_[static_cast<std::size_t>(thread)] == 'k'; }
@@ -53,8 +53,9 @@ public:
 
 protected:
     /// Adds what the thread's operation may make of `s`, one that is pending, waiting or partly
-    /// done. 'k' is what the kernel does for a thread that was killed.
-    virtual void take_effect(state s, int thread, char operation) = 0;
+    /// done. 'k' is what the kernel does for a thread that was killed. Where a scenario has checks of
+    /// its own instead, everything is done when it returns.
+    virtual void take_effect(state s, int thread, char) { add(s.with(thread, done)); }
     /// Whether it may be asleep at a quiet moment, if it waits.
     virtual bool may_sleep(state const &) const { return true; }
     void add(state const & s);

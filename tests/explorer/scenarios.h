@@ -35,6 +35,7 @@ public:
     virtual std::uint32_t number(int thread) const { return 101 + static_cast<unsigned>(thread); }
 
 protected:
+    char const * program(int thread) const;
     /// Whether the operation makes sense now: an unlock of what the thread has.
     virtual bool applies(int, char) const { return true; }
     virtual progress call(int thread, char operation) = 0;
@@ -52,7 +53,7 @@ struct entry {
     std::function<scenario *(void * room, entry const &)> make;
 };
 
-constexpr std::size_t scenario_size = 2048;
+constexpr std::size_t scenario_size = 6144;
 
 template <class Scenario, class... Arguments>
 void add(std::vector<entry> & entries, std::string name, std::vector<std::string> programs,
