@@ -42,8 +42,8 @@ class ZelConan(ConanFile):
 
     def validate(self):
         check_min_cppstd(self, 20)
-        if self.settings.os != "Linux" or self.settings.arch != "x86_64":
-            raise ConanInvalidConfiguration("zel runs on x86-64 Linux")
+        if self.settings.os != "Linux" or self.settings.arch not in ("x86_64", "armv8"):
+            raise ConanInvalidConfiguration("zel runs on x86-64 and 64-bit Arm Linux")
 
     def generate(self):
         toolchain = CMakeToolchain(self)

@@ -12,6 +12,11 @@
 namespace zel {
 using block16 = block16_x86_64;
 } // namespace zel
+#elif defined(__aarch64__) && !defined(__AARCH64EB__)
+#include "zel/base/block16_aarch64.h"
+namespace zel {
+using block16 = block16_aarch64;
+} // namespace zel
 #else
 #include "zel/base/block16_portable.h"
 namespace zel {

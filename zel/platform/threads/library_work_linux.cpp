@@ -227,17 +227,19 @@ look_at_stack(stopped_thread const & at, std::uintptr_t end, std::uintptr_t rest
         found.entry = at.place;
     }
     for (; word < last; ++word) {
-        if (*word == restorer) {
-            found.has_interrupted_library
-                = found.has_interrupted_library || is_library_code(place_below_handler(word));
-        } else if (is_return_into_library(*word)) {
+        std::uintptr_t const address = without_signature(*word);
+        if (address == restorer) {
+            found.has_interrupted_library = found.has_interrupted_library
+                || is_library_code(place_below_handler(word,
+                                                       reinterpret_cast<std::uintptr_t>(last)));
+        } else if (is_return_into_library(address)) {
             if (found.has_caller) {
-                found.has_outer_frames = found.has_outer_frames || !is_lockless(*word);
+                found.has_outer_frames = found.has_outer_frames || !is_lockless(address);
             } else {
-                found.entry = *word;
+                found.entry = address;
                 found.has_inner_frames = true;
             }
-        } else if (found.entry != 0 && !found.has_caller && is_return_elsewhere(*word)) {
+        } else if (found.entry != 0 && !found.has_caller && is_return_elsewhere(address)) {
             found.has_caller = true;
         }
     }
@@ -324,10 +326,10 @@ frames_of_library frames_from(std::uintptr_t, std::uintptr_t) noexcept
 frames_of_library frames_from(std::uintptr_t place, std::uintptr_t stack_end) noexcept
 {
     struct search {
-        std::uintptr_t from, stack_end;
+        std::uintptr_t from, stack_end, stack; // the last: where the frame before ended
         bool has_begun, has_left; // passed the first place; left the library, or was never in it
         frames_of_library result;
-    } state{place, stack_end, false, false, {nullptr, false, false}};
+    } state{place, stack_end, 0, false, false, {nullptr, false, false}};
     ::_Unwind_Backtrace(
         [](_Unwind_Context * frame, void * data) {
             auto & its = *static_cast<search *>(data);
@@ -342,14 +344,14 @@ frames_of_library frames_from(std::uintptr_t place, std::uintptr_t stack_end) no
                 return _URC_NORMAL_STOP;
             }
             if (!is_library_code(here)) {
-                auto * const slot = reinterpret_cast<std::uintptr_t *>(stack) - 1;
-                if (!its.has_left && here != its.from && *slot == here) {
-                    its.result.way_out = slot;
+                if (!its.has_left && here != its.from) {
+                    its.result.way_out = place_of_return(here, its.stack, stack);
                 }
                 its.has_left = true;
             } else if (its.has_left && !is_lockless(here)) {
                 its.result.has_outer = true;
             }
+            its.stack = stack;
             return _URC_NO_REASON;
         },
         &state);

@@ -92,9 +92,10 @@ struct way_out {
 [[gnu::tls_model("initial-exec")]] constinit thread_local way_out out{0, nullptr, false};
 
 // The thread has returned from the library: it stops here, and goes on if it may not end.
-std::uintptr_t come_out() noexcept
+std::uintptr_t come_out(std::uintptr_t * frame) noexcept
 {
-    *out.frame = out.goes_on_at; // for the unwinder
+    out.frame = frame;
+    *frame = out.goes_on_at; // for the unwinder
     out.has_come_out = true;
     signal_fence();
     stop_here();

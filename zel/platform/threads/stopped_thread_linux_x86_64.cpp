@@ -26,7 +26,7 @@ constinit std::atomic<void (*)() noexcept> passed_return{nullptr};
 // exception that comes by calls zel_pass_return_trap first, which puts the true address back.
 extern "C" {
 [[gnu::visibility("hidden")]] extern char const zel_return_trap[];
-using caught_return = std::uintptr_t (*)() noexcept;
+using caught_return = std::uintptr_t (*)(std::uintptr_t *) noexcept;
 [[gnu::visibility("hidden")]] constinit std::atomic<caught_return> zel_caught_return{nullptr};
 
 [[gnu::visibility("hidden"), gnu::used]] _Unwind_Reason_Code
@@ -65,6 +65,7 @@ zel_return_trap:
     subq $32, %rsp
     movups %xmm0, (%rsp)
     movups %xmm1, 16(%rsp)
+    leaq 8(%rbp), %rdi
     andq $-16, %rsp
     call *zel_caught_return(%rip)
     movq %rax, 8(%rbp)
@@ -158,7 +159,17 @@ bool is_behind_call(unsigned char const (&code_before)[longest_call]) noexcept
     return false;
 }
 
-std::uintptr_t catch_return(std::uintptr_t * frame, std::uintptr_t (*on_return)() noexcept,
+std::uintptr_t without_signature(std::uintptr_t return_address) noexcept { return return_address; }
+
+std::uintptr_t * place_of_return(std::uintptr_t address, std::uintptr_t,
+                                 std::uintptr_t end) noexcept
+{
+    auto * const place = reinterpret_cast<std::uintptr_t *>(end) - 1;
+    return *place == address ? place : nullptr;
+}
+
+std::uintptr_t catch_return(std::uintptr_t * frame,
+                            std::uintptr_t (*on_return)(std::uintptr_t *) noexcept,
                             void (*on_exception)() noexcept) noexcept
 {
     auto const trap = reinterpret_cast<std::uintptr_t>(zel_return_trap);
@@ -177,7 +188,7 @@ bool is_caught_return(std::uintptr_t address) noexcept
     return address == reinterpret_cast<std::uintptr_t>(zel_return_trap);
 }
 
-std::uintptr_t place_below_handler(std::uintptr_t const * frame) noexcept
+std::uintptr_t place_below_handler(std::uintptr_t const * frame, std::uintptr_t) noexcept
 {
     // The kernel puts the saved context right above the return address.
     auto const * const context = reinterpret_cast<ucontext_t const *>(frame + 1);

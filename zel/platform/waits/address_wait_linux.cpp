@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "zel/platform/waits/address_wait.h"
 
+#include "zel/platform/waits/interruptible_call_linux.h"
 #include "zel/platform/waits/this_thread_linux.h"
 #include <cerrno>
 #include <climits>
@@ -8,77 +9,14 @@
 
 #include <linux/futex.h>
 #include <sys/syscall.h>
-#include <ucontext.h>
 #include <unistd.h>
-
-// long zel_interruptible_syscall(number, a, b, c, d, atomic<std::uint32_t> const * control)
-//
-// Makes the system call unless the low byte of *control is set, and returns what the kernel gives.
-// A signal that arrives anywhere between the look at *control and the end of the call makes it end
-// with -EINTR: its handler, leave_interruptible_wait, moves the thread from wherever it is between
-// the two labels to the second. The fifth and the sixth argument of the call are what one of the
-// two calls made this way wants, and the other ignores: CLOCK_MONOTONIC for futex_waitv, all ones
-// (FUTEX_BITSET_MATCH_ANY) for futex.
-extern "C" {
-[[gnu::visibility("hidden")]] long zel_interruptible_syscall(long number, void const * a, long b,
-                                                             long c, void const * d,
-                                                             void const * control);
-[[gnu::visibility("hidden")]] extern char const zel_interruptible_begin[];
-[[gnu::visibility("hidden")]] extern char const zel_interruptible_end[];
-}
-
-asm(R"(
-    .text
-    .p2align 4
-    .hidden zel_interruptible_syscall
-    .hidden zel_interruptible_begin
-    .hidden zel_interruptible_end
-    .globl zel_interruptible_syscall
-    .globl zel_interruptible_begin
-    .globl zel_interruptible_end
-    .type zel_interruptible_syscall, @function
-zel_interruptible_syscall:
-    .cfi_startproc
-    movq %rdi, %rax
-    movq %rsi, %rdi
-    movq %rdx, %rsi
-    movq %rcx, %rdx
-    movq %r8, %r10
-    movq %r9, %rcx
-    movl $1, %r8d
-    movl $-1, %r9d
-zel_interruptible_begin:
-    testb $0xFF, (%rcx)
-    jnz 1f
-    syscall
-zel_interruptible_end:
-    ret
-1:  movq $-4, %rax
-    ret
-    .cfi_endproc
-    .size zel_interruptible_syscall, . - zel_interruptible_syscall
-)");
 
 namespace zel::platform {
 namespace {
 
-static_assert(EINTR == 4 && CLOCK_MONOTONIC == 1); // as written above
-static_assert(stop_mask == 0xFF);
-
 constexpr std::int64_t nanoseconds_a_second = 1'000'000'000;
 
 } // namespace
-
-void leave_interruptible_wait(void * context) noexcept
-{
-    auto * const registers = static_cast<ucontext_t *>(context)->uc_mcontext.gregs;
-    auto const place = static_cast<std::uintptr_t>(registers[REG_RIP]);
-    if (place >= reinterpret_cast<std::uintptr_t>(zel_interruptible_begin)
-        && place < reinterpret_cast<std::uintptr_t>(zel_interruptible_end)) {
-        registers[REG_RIP] = reinterpret_cast<long long>(zel_interruptible_end);
-        registers[REG_RAX] = -EINTR;
-    }
-}
 
 std::int64_t monotonic_now() noexcept
 {
@@ -127,7 +65,7 @@ wake_reason wait_interruptibly(atomic<std::uint32_t> const & word, std::uint32_t
 {
     int const operation = FUTEX_WAIT_BITSET | (shared ? 0 : FUTEX_PRIVATE_FLAG);
     timespec const moment{until / nanoseconds_a_second, until % nanoseconds_a_second};
-    long const result = zel_interruptible_syscall(
+    std::int64_t const result = zel_interruptible_syscall(
         SYS_futex, &word, operation, expected, until < 0 ? nullptr : &moment, this_thread.control);
     switch (result) {
     case 0:
@@ -153,7 +91,7 @@ bool wait_for_either_interruptibly(atomic<std::uint32_t> const & first,
         {second_expected, reinterpret_cast<std::uintptr_t>(&second), flags, 0},
     };
     timespec const moment{until / nanoseconds_a_second, until % nanoseconds_a_second};
-    long const result = zel_interruptible_syscall(
+    std::int64_t const result = zel_interruptible_syscall(
         SYS_futex_waitv, words, 2, 0, until < 0 ? nullptr : &moment, this_thread.control);
     return result != -ENOSYS && result != -EPERM; // EPERM: a filter for system calls
 }
