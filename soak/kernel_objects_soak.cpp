@@ -137,67 +137,104 @@ bool units(std::uint64_t count)
     return true;
 }
 
+// One thing to wait for: the one side gives it, and the other passes each time.
+struct passage {
+    char const * name;
+    void * (*make)(char const * name);
+    void (*give)(void *);
+    void (*passed)(void *); // by the one who got it
+    bool is_mutex;
+};
+passage const passages[] = {
+    {"semaphore", [](char const * name) { return create_semaphore(0, 0x7FFFFFFF, name); },
+     [](void * it) { release_semaphore(it, 1, nullptr); }, [](void *) {}, false},
+    {"event", [](char const * name) { return create_event(false, false, name); },
+     [](void * it) { set_event(it); }, [](void *) {}, false},
+    {"manual event", [](char const * name) { return create_event(true, false, name); },
+     [](void * it) { set_event(it); }, [](void * it) { reset_event(it); }, false},
+    {"mutex", [](char const * name) { return create_mutex(true, name); },
+     [](void * it) { release_mutex(it); }, [](void * it) { release_mutex(it); }, true},
+};
+
 struct passer {
+    passage const & by;
     void * waited;
-    std::atomic<std::uint64_t> passed;
+    std::atomic<std::uint64_t> passed, allowed;
     std::atomic<bool> done;
+
     static unsigned run(void * argument)
     {
         auto & self = *static_cast<passer *>(argument);
         while (wait_for_single_object(self.waited, infinite) == wait_object_0 && !self.done) {
+            self.by.passed(self.waited);
             self.passed += 1;
+            while (self.by.is_mutex && self.allowed < self.passed) {
+                std::this_thread::yield(); // until the other side owns it again
+            }
         }
         return 0;
     }
 };
 
-/// Units given to a thread that is suspended at any moment: each lets it through once, none is taken
-/// back.
+// What is given to a thread that is suspended at any moment lets it through once, and is not taken
+// back. `of` is suspended here; meanwhile it waits for nothing.
+bool passes_one(passer & of, void * thread, std::uint64_t round, unsigned steps)
+{
+    of.by.give(of.waited);
+    for (; steps > 0; --steps) {
+        std::atomic_signal_fence(std::memory_order_seq_cst);
+    }
+    if (!check(suspend_thread(thread) == 0, "not suspended")) {
+        return false;
+    }
+    std::uint64_t const before = of.passed;
+    if (wait_for_single_object(of.waited, 0) == wait_object_0) {
+        of.by.give(of.waited);
+    }
+    if (!check(of.passed == before, "it runs while it is suspended")) {
+        return false;
+    }
+    resume_thread(thread);
+    for (int spins = 0; of.passed <= round; ++spins) {
+        if (spins > 1000) {
+            std::this_thread::sleep_for(std::chrono::microseconds(50));
+        }
+        if (!check(spins < 1'200'000, "what was given was lost")) {
+            return false;
+        }
+    }
+    bool const owns
+        = !of.by.is_mutex || wait_for_single_object(of.waited, a_minute) == wait_object_0;
+    of.allowed += 1;
+    return check(owns, "the mutex did not come back")
+        && check(of.passed == round + 1, "let through twice");
+}
+
 bool suspended_waiters(std::uint64_t count)
 {
-    for (bool const named : {false, true}) {
-        void * const semaphore
-            = create_semaphore(0, 0x7FFFFFFF, named ? fresh_name().c_str() : nullptr);
-        passer one{semaphore, {0}, {false}};
-        void * const thread = begin_thread(passer::run, &one, nullptr);
-        std::minstd_rand random(1);
-        for (std::uint64_t i = 0; i < count; ++i) {
-            release_semaphore(semaphore, 1, nullptr);
-            for (auto steps = random() % 2000; steps > 0; --steps) {
-                std::atomic_signal_fence(std::memory_order_seq_cst);
-            }
-            if (!check(suspend_thread(thread) == 0, "not suspended")) {
-                return false;
-            }
-            std::uint64_t const before = one.passed;
-            bool const taken = wait_for_single_object(semaphore, 0) == wait_object_0;
-            if (taken) {
-                release_semaphore(semaphore, 1, nullptr); // a suspended thread waits for nothing
-            }
-            if (!check(one.passed == before, "it runs while it is suspended")) {
-                return false;
-            }
-            resume_thread(thread);
-            for (int spins = 0; one.passed <= i; ++spins) {
-                if (spins > 1000) {
-                    std::this_thread::sleep_for(std::chrono::microseconds(50));
-                }
-                if (!check(spins < 1'200'000, "a unit was lost")) {
+    for (passage const & by : passages) {
+        for (bool const named : {false, true}) {
+            void * const waited = by.make(named ? fresh_name().c_str() : nullptr);
+            passer one{by, waited, {0}, {0}, {false}};
+            void * const thread = begin_thread(passer::run, &one, nullptr);
+            std::minstd_rand random(1);
+            for (std::uint64_t i = 0; i < count; ++i) {
+                if (!passes_one(one, thread, i, static_cast<unsigned>(random() % 2000))) {
+                    std::printf("%s %s\n", named ? "named" : "unnamed", by.name);
                     return false;
                 }
             }
-            if (!check(one.passed == i + 1, "let through twice")) {
-                return false;
-            }
+            one.done = true;
+            by.give(waited);
+            wait_for_single_object(thread, a_minute);
+            close_handle(thread);
+            close_handle(waited);
+            std::printf("%s %s: %llu given to a thread that was suspended\n",
+                        named ? "named" : "unnamed", by.name,
+                        static_cast<unsigned long long>(count));
+            std::fflush(stdout);
         }
-        one.done = true;
-        release_semaphore(semaphore, 1, nullptr);
-        wait_for_single_object(thread, a_minute);
-        close_handle(thread);
-        close_handle(semaphore);
     }
-    std::printf("%llu units of each kind given to a thread that was suspended\n",
-                static_cast<unsigned long long>(count));
     return true;
 }
 
@@ -209,7 +246,7 @@ struct {
 } const modes[] = {
     {"sets", sets_and_waits, 10'000'000, "set and wait pairs between three processes"},
     {"units", units, 1'000'000, "units with random time-outs, 1 to 32 threads in 1 to 4 processes"},
-    {"suspends", suspended_waiters, 100'000, "units given to a thread that is suspended"},
+    {"suspends", suspended_waiters, 100'000, "gifts of eight kinds to a thread that is suspended"},
 };
 
 } // namespace

@@ -31,6 +31,7 @@ int main(int argc, char ** argv)
     add_waitables(entries);
     add_mutexes(entries);
     add_names_and_handles(entries);
+    add_messages(entries);
     std::erase_if(entries, [&](entry const & one) {
         bool const fits = !schedule.empty() || one.is_long == (seconds > 0);
         return !fits || !std::regex_search(one.name, only);

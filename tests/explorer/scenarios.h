@@ -88,5 +88,6 @@ void for_each_group(std::initializer_list<char const *> all, Function function)
 void add_waitables(std::vector<entry> & entries);
 void add_mutexes(std::vector<entry> & entries);
 void add_names_and_handles(std::vector<entry> & entries);
+void add_messages(std::vector<entry> & entries);
 
 } // namespace zel::explorer

@@ -57,7 +57,8 @@ bool get_exit_code_thread(void * handle, std::uint32_t & code) noexcept;
 ///   whose file it waits stays locked;
 /// - one that the library has called, for 20 ms of its own processor time, but for the loader.
 /// \returns false with last error 6, or 156 when the thread blocks the signal that this takes: when
-///          it was seen to run or to sleep so for 50 ms.
+///          it was seen to run or to sleep so for 50 ms; or when the host lets no signal wait for
+///          about a second (the limit RLIMIT_SIGPENDING of the user).
 bool terminate_thread(void * handle, std::uint32_t exit_code) noexcept;
 
 /// Stops the thread wherever it is and counts; returns when it has stopped, for the calling thread
