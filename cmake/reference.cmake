@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: MIT
 # Runs Doxygen over HEADERS, the guide and the design pages of SOURCE; the site goes
-# into SITE. Any warning is an error.
+# into SITE. Any warning is an error, and so is a link that leads nowhere.
 file(GLOB pages ${SOURCE}/*.md ${SOURCE}/docs/*.md ${SOURCE}/docs/guide/*.md)
 set(INPUT ${HEADERS} ${pages})
 list(JOIN INPUT " " INPUT)
@@ -27,4 +27,12 @@ if(NOT status EQUAL 0 OR NOT warnings STREQUAL "")
   string(REGEX MATCHALL "[^\n]+" lines "${warnings}")
   list(LENGTH lines count)
   message(FATAL_ERROR "${warnings}\n${count} warnings")
+endif()
+
+# Links lead somewhere.
+file(GLOB html ${SITE}/*.html)
+execute_process(COMMAND awk -f ${CMAKE_CURRENT_LIST_DIR}/links.awk ${html} RESULT_VARIABLE status
+                OUTPUT_VARIABLE broken)
+if(NOT status EQUAL 0 OR NOT broken STREQUAL "")
+  message(FATAL_ERROR "${broken}")
 endif()

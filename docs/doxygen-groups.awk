@@ -25,7 +25,9 @@ hidden { if (/^\};/) { hidden = 0 } next }
     $0 = line rest
 }
 FILENAME ~ /\.md$/ { gsub(/\]\([.\/]*examples(\/notebook)?\)/, "](@ref examples)"); print; next }
-# What the compiler writes, or nobody may call, needs no words of its own.
+# What the compiler writes, or nobody may call, needs no words of its own; nor does a friend that is a
+# class.
+/^ *(template <.*> )?friend (class|struct) / { next }
 !commented && / = (default|delete);$/ { next }
 /^ *\/\/\// {
     if (!commented) { close_group(); match($0, /^ */); indent = substr($0, 1, RLENGTH); comment = ""; commented = 1 }

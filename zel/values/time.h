@@ -147,6 +147,7 @@ public:
     time & operator+=(timer const & span) noexcept;
     time & operator-=(timer const & span) noexcept;
 
+    /// Writes the text of `to_string`.
     friend ZEL_API std::ostream & operator<<(std::ostream & stream, time const & value);
 
 protected:

@@ -77,6 +77,7 @@ public:
     /// As in "2 days, 3 hours, 4 minutes, 5.006 seconds"; always plural.
     string to_string() const;
 
+    /// Writes the text of `to_string`.
     friend ZEL_API std::ostream & operator<<(std::ostream & stream, timer const & span);
 
 protected:

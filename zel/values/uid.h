@@ -62,6 +62,7 @@ public:
     /// group alone.
     string to_string() const;
 
+    /// Writes the text of `to_string`.
     friend ZEL_API std::ostream & operator<<(std::ostream & stream, uid const & value);
 
 private:
