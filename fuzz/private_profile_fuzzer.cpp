@@ -1,15 +1,18 @@
 // SPDX-License-Identifier: MIT
-// The grammar of private-profile files: a walk in blocks of any size against a plain reading line
-// by line, and writes that are read again. The input is section, name, value and the file's text,
+// The grammar of private-profile files: a walk in blocks of any size and an editor, against plain ones
+// that go line by line, and writes that are read again. The input is section, name, value and the file's text,
 // parted by bytes of 0xFF; the first byte says how to write and how long the blocks are.
 #include "zel/platform/profiles/profile_editor.h"
 #include "zel/platform/profiles/profile_text.h"
 
+#include <algorithm>
+#include <cstddef>
 #include <cstdio>
 #include <cstdlib>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace {
 
@@ -41,44 +44,197 @@ std::string unquoted(std::string_view text)
 
 constexpr std::string_view blanks = " \t\v";
 
-answer plain_reading(std::string_view text, std::string_view section, std::string_view name)
+constexpr std::string_view mark = "\xEF\xBB\xBF";
+
+/// A line of a file, and what it is.
+struct line {
+    std::string text, end;
+    bool is_head = false, is_entry = false;
+    std::string name; // of the section or the entry, in small letters
+
+    line(std::string_view content, std::string_view line_end)
+        : text(content)
+        , end(line_end)
+    {
+        std::string_view const visible = trimmed(text, blanks);
+        is_head = visible.starts_with('[');
+        is_entry = !is_head && !visible.starts_with(';') && text.find('=') != text.npos;
+        name = folded(trimmed(is_head ? visible.substr(1, visible.find(']') - 1)
+                                      : visible.substr(0, visible.find('=')),
+                              blanks));
+    }
+};
+
+/// Takes a file apart. Only the last line may have no end.
+std::vector<line> lines_of(std::string_view text)
 {
-    section = trimmed(section, " ");
-    name = trimmed(name, " ");
-    if (text.starts_with("\xEF\xBB\xBF")) {
-        text.remove_prefix(3);
-    }
-    bool inside = false;
+    std::vector<line> result;
     while (!text.empty()) {
-        std::size_t const length = std::min(text.find_first_of("\r\n"), text.size());
-        std::string_view const line = trimmed(text.substr(0, length), blanks);
-        text.remove_prefix(std::min(length + 1, text.size()));
-        if (line.starts_with('[')) {
-            if (inside) {
-                return {};
-            }
-            std::string_view const found = line.substr(1, line.find(']') - 1);
-            inside = folded(trimmed(found, blanks)) == folded(section);
-        } else if (inside && !line.starts_with(';') && line.find('=') != line.npos) {
-            std::size_t const equals = line.find('=');
-            if (folded(trimmed(line.substr(0, equals), blanks)) == folded(name)) {
-                return unquoted(trimmed(line.substr(equals + 1), blanks));
-            }
-        }
+        std::size_t const size = std::min(text.find_first_of("\r\n"), text.size());
+        std::size_t const end = text.substr(size).starts_with("\r\n") ? 2 : 1;
+        result.emplace_back(text.substr(0, size), text.substr(size, end));
+        text.remove_prefix(std::min(size + end, text.size()));
     }
-    return {};
+    return result;
 }
 
-answer find(std::string_view text, std::string_view section, std::string_view name,
-            std::size_t block)
+/// Where the section begins and ends, and where its entry is; the number of lines for nowhere.
+struct place {
+    std::size_t head, end, entry;
+
+    place(std::vector<line> const & lines, std::string_view section, std::string_view name)
+        : head(lines.size())
+        , end(lines.size())
+        , entry(lines.size())
+    {
+        std::string const wanted = folded(trimmed(section, " "));
+        std::string const wanted_entry = folded(trimmed(name, " "));
+        for (std::size_t i = lines.size(); i-- > 0;) {
+            if (lines[i].is_head && lines[i].name == wanted) {
+                head = i;
+            }
+        }
+        for (std::size_t i = lines.size(); i-- > head + 1;) {
+            end = lines[i].is_head ? i : end;
+        }
+        for (std::size_t i = end; i-- > head;) {
+            entry = lines[i].is_entry && lines[i].name == wanted_entry ? i : entry;
+        }
+    }
+};
+
+/// All that stands behind the `=`.
+answer plain_reading(std::string_view text, std::string_view section, std::string_view name)
 {
-    std::string buffer(text.size() + 2, '?');
-    text_value value(buffer.data(), static_cast<std::uint32_t>(buffer.size()));
+    auto const lines = lines_of(text.substr(text.starts_with(mark) ? mark.size() : 0));
+    place const at(lines, section, name);
+    return at.entry == lines.size()
+        ? answer()
+        : lines[at.entry].text.substr(lines[at.entry].text.find('=') + 1);
+}
+
+std::string as_text(std::string_view value) { return unquoted(trimmed(value, blanks)); }
+
+std::string as_block(std::string_view bytes)
+{
+    std::string result;
+    unsigned int sum = 0;
+    for (char const byte : bytes) {
+        char digits[3];
+        std::snprintf(digits, sizeof digits, "%02X", static_cast<unsigned char>(byte));
+        result += digits;
+        sum += static_cast<unsigned char>(byte);
+    }
+    result += "0123456789ABCDEF"[sum / 16 % 16];
+    return result + "0123456789ABCDEF"[sum % 16];
+}
+
+/// The bytes of a block, or nothing where the value is none.
+answer plain_block(std::string_view value)
+{
+    std::string const digits = as_text(value);
+    std::string bytes;
+    for (std::size_t i = 0; i + 1 < digits.size(); i += 2) {
+        char * end = nullptr;
+        std::string const pair = digits.substr(i, 2);
+        bytes += static_cast<char>(std::strtoul(pair.c_str(), &end, 16));
+        if (pair.find_first_not_of("0123456789ABCDEFabcdef") != pair.npos) {
+            return {};
+        }
+    }
+    if (digits.empty() || digits.size() % 2 != 0) {
+        return {};
+    }
+    bytes.pop_back();
+    return folded(as_block(bytes)) == folded(digits) ? answer(bytes) : answer();
+}
+
+/// Whether a file with nothing else in it would give the entry back.
+bool comes_back(private_profile_entry const & entry)
+{
+    bool const is_text = entry.kind == private_profile_entry::text;
+    std::string const value(is_text ? entry.value : "");
+    std::string file("[");
+    file.append(trimmed(entry.section, " ")).append("]\n").append(trimmed(entry.name, " "));
+    return plain_reading(file + "=" + value + "\n", entry.section, entry.name) == value;
+}
+
+/// The file with the entry written into it.
+std::string plain_writing(std::string_view text, private_profile_entry const & entry)
+{
+    std::string const front(text.starts_with(mark) ? mark : "");
+    auto lines = lines_of(text.substr(front.size()));
+    place const at(lines, entry.section, entry.name);
+    auto const index = [](std::size_t number) { return static_cast<std::ptrdiff_t>(number); };
+    std::string const name(trimmed(entry.name, " "));
+    std::string const value = entry.kind == private_profile_entry::block ? as_block(entry.value)
+                                                                         : std::string(entry.value);
+    bool const is_there = at.entry != lines.size();
+    if (entry.kind == private_profile_entry::removal) {
+        lines.erase(lines.begin() + index(at.entry), lines.begin() + index(at.entry + is_there));
+    } else if (is_there) {
+        std::string & old = lines[at.entry].text;
+        std::size_t const equals = old.find('=');
+        std::size_t const visible = std::min(old.find_first_not_of(blanks, equals + 1), old.size());
+        bool const has_own = value.find_first_of(blanks) == 0;
+        old = old.substr(0, has_own ? equals + 1 : visible) + value;
+    } else {
+        // Behind the last entry of the section, or else its head; or at the end of the file.
+        std::size_t behind = at.end;
+        bool const has_section = at.head != lines.size();
+        while (has_section && behind-- > at.head + 1 && !lines[behind].is_entry) { }
+        std::size_t const next = behind + (has_section ? 1 : 0);
+        std::string end = "\n";
+        for (std::size_t i = next; i-- > 0 && i + 2 >= next;) {
+            if (!lines[i].end.empty()) {
+                end = lines[i].end;
+                break;
+            }
+        }
+        if (next > 0) {
+            lines[next - 1].end = lines[next - 1].end.empty() ? end : lines[next - 1].end;
+        }
+        auto const added = lines.emplace(lines.begin() + index(next), name + "=" + value, end);
+        if (!has_section) {
+            std::string head("[");
+            head.append(trimmed(entry.section, " ")).append("]");
+            lines.emplace(added, head, end);
+        }
+    }
+    std::string result = front;
+    for (line const & each : lines) {
+        result += each.text + each.end;
+    }
+    return result;
+}
+
+/// Walks over the text in blocks.
+bool walk(std::string_view text, std::string_view section, std::string_view name, std::size_t block,
+          value_sink & value)
+{
     entry_finder finder(section, name, value);
     while (!text.empty() && !finder.feed(text.substr(0, block))) {
         text.remove_prefix(std::min(block, text.size()));
     }
-    return finder.found() ? answer(buffer.substr(0, value.finish())) : answer();
+    return finder.found();
+}
+
+answer find(std::string_view text, std::string_view section, std::string_view name,
+            std::size_t block, std::size_t room = 0)
+{
+    std::string buffer(room == 0 ? text.size() + 2 : room, '?');
+    text_value value(buffer.data(), static_cast<std::uint32_t>(buffer.size()));
+    return walk(text, section, name, block, value) ? answer(buffer.substr(0, value.finish()))
+                                                   : answer();
+}
+
+answer find_block(std::string_view text, std::string_view section, std::string_view name,
+                  std::size_t block)
+{
+    std::string bytes(text.size(), '?');
+    block_value value(reinterpret_cast<unsigned char *>(bytes.data()), bytes.size());
+    bool const found = walk(text, section, name, block, value) && value.sound();
+    return found ? answer(bytes.substr(0, value.size())) : answer();
 }
 
 void expect(bool holds, char const * property)
@@ -107,8 +263,16 @@ extern "C" int LLVMFuzzerTestOneInput(unsigned char const * data, std::size_t si
     std::string_view const text = rest;
 
     answer const before = find(text, section, name, text.size() + 1);
-    expect(before == plain_reading(text, section, name), "a walk is a plain reading");
-    expect(before == find(text, section, name, choice / 4U + 1), "blocks may have any size");
+    answer const wanted = plain_reading(text, section, name);
+    std::size_t const block = choice / 4U + 1;
+    expect(before == (wanted ? as_text(*wanted) : wanted), "a walk is a plain reading");
+    expect(before == find(text, section, name, block), "blocks may have any size");
+    std::size_t const room = choice % 8U + 1;
+    expect(find(text, section, name, block, room)
+               == (before ? before->substr(0, room - 1) : before),
+           "what there is no room for is cut off");
+    expect(find_block(text, section, name, block) == (wanted ? plain_block(*wanted) : wanted),
+           "a block is told from other texts");
 
     // Of several entries, the text is that of single writes, and the limit is one to the byte.
     // Without removals where CR ends lines: one that is removed between two empty ones joins their
@@ -129,6 +293,10 @@ extern "C" int LLVMFuzzerTestOneInput(unsigned char const * data, std::size_t si
         auto const outcome = alone.apply(each);
         expect(outcome == together.apply(each), "a write is refused or not, alone or with others");
         std::string const longer = alone.text();
+        bool const written = outcome == profile_editor::outcome::written;
+        expect(written == comes_back(each), "what can't be read back is refused");
+        expect(longer == (written ? plain_writing(single, each) : single),
+               "a write is a plain one");
         if (longer.size() > single.size()) {
             profile_editor limited(single, longer.size()), too_small(single, longer.size() - 1);
             expect(limited.apply(each) == outcome && limited.text() == longer, "there is room");
@@ -151,12 +319,9 @@ extern "C" int LLVMFuzzerTestOneInput(unsigned char const * data, std::size_t si
     std::string const after = editor.text();
     answer const found = find(after, section, name, after.size());
     if (kind == private_profile_entry::text) {
-        expect(found == unquoted(trimmed(value, blanks)), "a value that was written is found");
+        expect(found == as_text(value), "a value that was written is found");
     } else if (kind == private_profile_entry::block) {
-        std::string bytes(value.size(), '?');
-        block_value block(reinterpret_cast<unsigned char *>(bytes.data()), bytes.size());
-        block.take(found.value_or(""));
-        expect(block.sound() && block.size() == value.size() && bytes == value,
+        expect(find_block(after, section, name, block) == value,
                "a block that was written is found");
     } else {
         expect(before.has_value() || after == text, "nothing but an entry can be removed");

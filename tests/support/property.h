@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <initializer_list>
 #include <random>
 #include <string>
 #include <string_view>
@@ -26,4 +27,15 @@ inline std::string any_bytes(std::mt19937_64 & random, std::size_t size, std::st
         byte = random() % 2 == 0 ? likely[random() % likely.size()] : static_cast<char>(random());
     }
     return bytes;
+}
+
+/// Up to `most` words one behind the other.
+inline std::string any_words(std::mt19937_64 & random, std::size_t most,
+                             std::initializer_list<std::string_view> words)
+{
+    std::string text;
+    for (auto count = random() % (most + 1); count > 0; --count) {
+        text += words.begin()[random() % words.size()];
+    }
+    return text;
 }

@@ -201,8 +201,8 @@ bool profile_editor::add_entry(section * part, std::string_view section_name, li
             || !closing_line_end(front.text).empty());
     std::string_view * unclosed = nullptr;
     if (is_closed) {
-        added.end
-            = front.text.size() > byte_order_mark.size() ? closing_line_end(front.text) : "\n";
+        std::string_view const end = closing_line_end(front.text);
+        added.end = end.empty() ? "\n" : end;
     } else {
         open(front);
         std::size_t const behind = part != nullptr ? part->last_entry : front.last;
