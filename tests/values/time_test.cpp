@@ -34,7 +34,7 @@ TEST(time, keeps_to_the_calendar)
 {
     expect_for_any(calendar_property, 300'000,
                    [](auto & random) { return any_bytes(random, 24, "\1\2\x1C"); });
-    for (unsigned year : {1900, 2000, 2003, 2004}) {
+    for (unsigned const year : {1900U, 2000U, 2003U, 2004U}) {
         unsigned const days = year % 2000 == 0 || year == 2004 ? 29 : 28;
         EXPECT_EQ((date(year, 3, 1) - date(year, 2, 28)).get_days(), days - 27);
     }
