@@ -85,7 +85,7 @@ TEST(string, takes_a_null_pointer_for_nothing_or_refuses_it)
         [&] { s = s + null; }, [&] { s = null + s; }, [&] { s = std::move(s) + null; },
         [&] { EXPECT_FALSE(s == null); }, [&] { EXPECT_FALSE(s < null); },
         [&] { s.trim(null); }, [&] { s.trim_left(null); }, [&] { s.trim_right(null); },
-        [&] { s.format(null); }, [&] { list(""); }, [&] { string::validate_ptr(null); },
+        [&] { s.format(null, 0); }, [&] { list(""); }, [&] { string::validate_ptr(null); },
     };
     for (auto const & call : refused) {
         SCOPED_TRACE(&call - refused);
