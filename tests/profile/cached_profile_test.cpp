@@ -178,22 +178,6 @@ TEST_F(cached_profile_test, allocates_nothing_for_a_hit)
     EXPECT_TRUE(right);
 }
 
-TEST_F(cached_profile_test, ends_every_text_at_its_first_nul)
-{
-    string const tail("\0tail", 5);
-    cache->write_string("s" + tail, "k" + tail, "v" + tail);
-    cache->write_by_index_string("s", "l" + tail, 1, "4" + tail);
-    EXPECT_EQ(cache->read_string("s", "k", ""), "v");
-    EXPECT_EQ(cache->read_string("s" + tail, "k" + tail, ""), "v");
-    EXPECT_EQ(cache->read_string("s", "missing", "d" + tail), "d");
-    numbered list;
-    cache->read_multiple("s", "l1", ',', "k" + tail, list);
-    EXPECT_EQ(list, (numbered{{4, "text of k4"}}));
-    below->take();
-    cache->commit();
-    EXPECT_EQ(below->take(), "write_string s/k=v;write_string s/l1=4;");
-}
-
 TEST_F(cached_profile_test, serves_a_store_that_comes_back_while_it_is_destroyed)
 {
     cache->write_int("s", "a", 1);

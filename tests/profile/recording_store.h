@@ -1,20 +1,24 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "zel/profile/iprofile.h"
+#include "zel/profile/ini_file.h"
 #include <cstring>
 #include <functional>
 #include <stdexcept>
 #include <string>
 #include <utility>
 
-/// Says which calls it got, and knows every entry but those whose key begins with "missing".
-class recording_store : public zel::iprofile {
+/// Says which calls it got of those that a cache makes, and knows every entry but those whose key
+/// begins with "missing".
+class recording_store : public zel::ini_file {
     using text = zel::string const &;
-    using list = std::list<std::pair<std::int32_t, zel::string>>;
     using number = std::int32_t;
 
 public:
+    recording_store()
+        : ini_file("no file")
+    {
+    }
     zel::string raise_for; // the key whose write fails
     std::function<void()> at_write; // called in the middle of each
     zel::string take() { return std::exchange(log_, {}); }
@@ -24,21 +28,9 @@ public:
         { note("read_string", s, k, d); return known(k) ? zel::string("text of ") + k : d; }
     number read_int(text s, text k, number d) override
         { note("read_int", s, k, std::to_string(d)); return known(k) ? 42 : d; }
-    bool read_bool(text s, text k, bool d) override
-        { note("read_bool", s, k, d ? "true" : "false"); return true; }
     void write_string(text s, text k, text v) override { note("write_string", s, k, v); raise(k); }
     void write_int(text s, text k, number v) override
         { note("write_int", s, k, std::to_string(v)); raise(k); }
-    void write_bool(text s, text k, bool v) override
-        { note("write_bool", s, k, v ? "true" : "false"); }
-    void read_multiple(text s, text k, char separator, text base, list & result) override
-        { note("read_multiple", s, k, base + separator); result.emplace_back(1, "one"); }
-    zel::string read_by_index_string(text s, text k, number i) override
-        { note("read_by_index_string", s, k, std::to_string(i)); return "indexed"; }
-    number read_by_index_int(text s, text k, number i) override
-        { note("read_by_index_int", s, k, std::to_string(i)); return 43; }
-    void write_by_index_string(text s, text k, number i, text v) override
-        { note("write_by_index_string", s, k, std::to_string(i) + v); }
     void write_binary(text s, text k, void * data, std::uint32_t size) override
         { note("write_binary", s, k, zel::string(static_cast<char *>(data), size)); raise(k); }
     std::uint32_t get_binary_size(text s, text k) override

@@ -2,29 +2,27 @@
 #include "zel/profile/sub_profile.h"
 
 #include "tests/profile/recording_store.h"
+#include "tests/support/property.h"
 #include "zel/core/exception.h"
 #include <gtest/gtest.h>
+
+extern "C" property cached_profile_property;
 
 namespace {
 
 using zel::auto_ptr;
 using zel::string;
 
-// What the run of the stacked stores does not call.
-TEST(sub_profile, hands_operations_on_with_the_joined_section)
+TEST(stores, behave_like_a_plain_map_alone_and_over_each_other)
+{
+    expect_for_any(cached_profile_property, 200, [](auto & random) {
+        return any_bytes(random, 801, std::string_view("\0\2\5\6", 4));
+    });
+}
+
+TEST(sub_profile, joins_names_of_every_length)
 {
     auto_ptr<recording_store> const below(new recording_store);
-    zel::sub_profile view(below, "a\\");
-    char bytes[] = "...";
-    EXPECT_EQ(view.read_by_index_string("b", "k", 2), "indexed");
-    EXPECT_EQ(view.read_by_index_int("b", "k", 3), 43);
-    view.read_binary("b", "k", bytes, 2);
-    view.write_by_index_string("b", "k", 5, "v");
-    view.write_binary("b", "k", bytes, 3);
-    view.read_bool("b", "k", false);
-    EXPECT_EQ(below->take().replace("a\\\\b/k", "@"),
-              "read_by_index_string @=2;read_by_index_int @=3;read_binary @=2;"
-              "write_by_index_string @=5v;write_binary @=xy.;read_bool @=false;");
     for (unsigned int i = 0; i < 19 * 19; ++i) {
         string const front(i / 19, 'f'), section(i % 19, 's');
         zel::sub_profile(below, front).write_int(section, "k", 1);
