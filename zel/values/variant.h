@@ -355,18 +355,20 @@ private:
 
     template <typename T> static auto stored(T value)
     {
+        // Their sign is the processor's choice, and what is stored must not be.
+        constexpr bool is_signed
+            = std::is_signed_v<T> || std::is_same_v<T, char> || std::is_same_v<T, wchar_t>;
         if constexpr (sizeof(T) == 8 && std::unsigned_integral<T>) {
             return from_u_to_s(value, 64);
         } else if constexpr (sizeof(T) == 8) {
             return static_cast<std::int64_t>(value);
         } else if constexpr (sizeof(T) == 4) {
-            using same = std::conditional_t<std::is_signed_v<T>, std::int32_t, std::uint32_t>;
+            using same = std::conditional_t<is_signed, std::int32_t, std::uint32_t>;
             return static_cast<same>(value);
         } else if constexpr (sizeof(T) == 2) {
-            return static_cast<std::conditional_t<std::is_signed_v<T>, short, unsigned short>>(
-                value);
+            return static_cast<std::conditional_t<is_signed, short, unsigned short>>(value);
         } else {
-            using same = std::conditional_t<std::is_signed_v<T>, signed char, unsigned char>;
+            using same = std::conditional_t<is_signed, signed char, unsigned char>;
             return static_cast<same>(value);
         }
     }
