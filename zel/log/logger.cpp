@@ -18,9 +18,9 @@ void step(std::atomic<std::uint32_t> & counter) noexcept
     counter.store(counter.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
 }
 
-// Formats a message that nobody receives, so that a wrong format raises as always.
-void format_for_nobody(char const * format, std::va_list arguments) ZEL_PRINTF(1, 0);
-void format_for_nobody(char const * format, std::va_list arguments)
+// Formats a message that is not output, so that a wrong format still raises.
+void check_format(char const * format, std::va_list arguments) ZEL_PRINTF(1, 0);
+void check_format(char const * format, std::va_list arguments)
 {
     if (format == nullptr) {
         throw memory_exception(memory_exception::null_pointer, "zel::string");
@@ -58,7 +58,7 @@ void logger::write_url_v(log_type type, char const * url, char const * format,
                          std::va_list arguments)
 {
     if (type == trace) {
-        format_for_nobody(format, arguments);
+        check_format(format, arguments);
         return;
     }
     string text;
@@ -103,7 +103,7 @@ void logger::write_grouped_url_v(log_type type, char const * url, char const * g
     }
 
     if (type == trace || suppressed) {
-        format_for_nobody(format, arguments);
+        check_format(format, arguments);
         count(type);
         return;
     }

@@ -12,18 +12,18 @@
 
 namespace zel {
 
-/// Formats messages, counts them by their kind and hands them to what a derived class makes of
-/// them; it decides nothing about where text goes, and by itself discards it.
+/// Formats messages, counts them by their kind and passes them to a derived class, which decides
+/// where the text goes. This class itself discards it.
 ///
-/// Each message is formatted once, whole and without a limit, on the calling thread, and the output
-/// is called before the write returns. Nothing is added to the text. A url is a second text that
-/// travels beside the message. A grouped message belongs to a named group, of which only so many
-/// come out; the counters go on counting the others.
+/// Each message is formatted once, completely and without a limit, on the calling thread, and the
+/// output is called before the write returns. Nothing is added to the text. A url is a second text
+/// that is passed along with the message. A grouped message belongs to a named group; only a
+/// limited number of messages of a group is output, but all are counted.
 ///
-/// There is no lock: what several threads write to at once needs one in the derived class, and the
-/// grouped members and `clean` need one around them. The counters of a shared logger may then miss
-/// some. A null format raises `memory_exception` with `null_pointer`; what an output raises passes
-/// to the caller, with the message already counted.
+/// There is no lock. If several threads use one logger, the derived class needs a lock in its
+/// output, and calls of the grouped members and of `clean` need one around them. The counters of a
+/// shared logger may then miss some messages. A null format raises `memory_exception` with
+/// `null_pointer`. Exceptions of an output pass to the caller, with the message already counted.
 /// \code
 ///     class terminal_logger : public zel::logger {
 ///     protected:
@@ -37,7 +37,7 @@ namespace zel {
 /// \endcode
 class ZEL_API logger : public ref_obj {
 public:
-    /// The kind of a message. Any other value is handed on as it is and counted nowhere.
+    /// The kind of a message. Any other value is passed on unchanged and not counted.
     enum log_type : std::uint32_t {
         info = 0,
         error = 1,
@@ -57,9 +57,10 @@ public:
     void write_url_v(log_type type, char const * url, char const * format, std::va_list arguments)
         ZEL_PRINTF(4, 0);
 
-    /// Writes a message of a group. The first of a group always comes out, later ones while the
-    /// group's count is not above the limit. Messages of all types, `trace` too, share the count.
-    /// \param group  compared byte by byte; null is the group without a name.
+    /// Writes a message of a group. The first message of a group is always output, later ones while
+    /// the group's count does not exceed the limit. Messages of all types, also `trace`, share the
+    /// count.
+    /// \param group  compared byte by byte; null means the group with the empty name.
     void write_grouped(log_type type, char const * group, char const * format, ...)
         ZEL_PRINTF(4, 5);
     void write_grouped_v(log_type type, char const * group, char const * format,
@@ -69,22 +70,23 @@ public:
     void write_grouped_url_v(log_type type, char const * url, char const * group,
                              char const * format, std::va_list arguments) ZEL_PRINTF(5, 0);
 
-    /// How many messages of one group come out, 64 at first. The counts stay, so that a raised
-    /// limit lets an exhausted group come out again.
+    /// Sets how many messages of one group are output; 64 at first. The counts are kept, so that
+    /// raising the limit lets a group output messages again.
     void set_group_limitation(std::uint32_t limit) noexcept;
 
     /// Sets the counters to 0 and forgets all groups; the limit stays.
     virtual void clean();
 
-    /// Messages of a type since construction or the last `clean`, those held back included.
+    /// The number of messages of a type since construction or the last `clean`, including those
+    /// that were not output.
     std::uint32_t get_info_counter() const noexcept;
     std::uint32_t get_warning_counter() const noexcept;
     std::uint32_t get_error_counter() const noexcept;
 
 protected:
-    /// Takes a finished message. Never called for `trace`.
+    /// Outputs a formatted message. Never called for `trace`.
     virtual void output_buffer(log_type type, string const & text, string const & url);
-    /// Takes a finished message of a group that is not exhausted.
+    /// Outputs a formatted message of a group that is within its limit.
     virtual void output_buffer_grouped(log_type type, string const & group, string const & text,
                                        string const & url);
 
@@ -96,7 +98,7 @@ private:
 
     void count(log_type type) noexcept;
 
-    // Atomic only so that a logger of several threads has no data race; steps may get lost.
+    // Atomic only so that a shared logger has no data race; increments may get lost.
     std::atomic<std::uint32_t> info_counter_{0};
     std::atomic<std::uint32_t> warning_counter_{0};
     std::atomic<std::uint32_t> error_counter_{0};

@@ -216,7 +216,7 @@ struct search {
     std::uint8_t high = row_count;
     std::uint8_t probe = row_count / 2;
 
-    // Moves on from a row that did not match. Returns false if no row is left. Halving never
+    // Moves on from a row that did not match. Returns false if no row is left. The halving never
     // reaches row 0, so row 0 is compared last.
     constexpr bool advance(bool before) noexcept
     {
@@ -234,9 +234,9 @@ struct search {
     }
 };
 
-// All words with the same first two letters take the same way until the search meets a row with
-// these letters. `searches` holds the state at that point, and `search_of` its index for two
-// letters, or 0 if no row begins with them. Most words that are not in the table end there.
+// For all words with the same first two letters the search takes the same path until it meets a row
+// with these letters. `searches` contains the state at that point. `search_of` contains its index
+// for two letters, or 0 if no row begins with them. Most words that are not in the table end there.
 constexpr int most_beginnings = 96;
 struct beginnings {
     std::array<std::array<std::uint8_t, 32>, 32> search_of{};
@@ -261,7 +261,7 @@ constexpr beginnings begun = [] {
     return result;
 }();
 
-// Compares what follows the first eight bytes. A loop, because no row has more than a few bytes
+// Compares the bytes after the first eight. It uses a loop because no row has more than a few bytes
 // there.
 int compare_rest(std::string_view word, std::string_view row) noexcept
 {
@@ -293,8 +293,8 @@ found_word find_common_word(std::string_view word) noexcept
         }
         at = begun.searches[beginning];
     }
-    // One search gives both answers. A word that is not in the table takes the same way; the first
-    // row on it with a common prefix is the answer.
+    // One search gives both answers. For a word that is not in the table, the answer is the first
+    // row on the path of the search that has a common prefix.
     std::uint64_t const key = key_of(word);
     std::uint64_t const mask = key_mask(word.size());
     bool before = false;

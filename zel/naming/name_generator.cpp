@@ -17,7 +17,7 @@
 namespace zel {
 namespace {
 
-// Lengths are 32-bit numbers, and the shares are worked out in wrapping 32-bit arithmetic.
+// Lengths are 32-bit numbers, and shares are computed in wrapping 32-bit arithmetic.
 std::uint32_t checked_length(string const & text)
 {
     if (text.size() > std::numeric_limits<std::uint32_t>::max()) {
@@ -26,7 +26,7 @@ std::uint32_t checked_length(string const & text)
     return static_cast<std::uint32_t>(text.size());
 }
 
-// Bytes followed by those that the stages may read; on the stack unless the name is very long.
+// A word followed by bytes that the stages may read; on the stack unless the name is very long.
 class word_buffer {
 public:
     explicit word_buffer(std::size_t size)
@@ -88,8 +88,8 @@ void for_each_word(string const & name, string const & delimiters, Take take)
     }
 }
 
-// The same for the default delimiters, 16 bytes at a time. Changes the buffer to lower case. An
-// underscore can only be the first byte of a word here, and is left out.
+// The same for the default delimiters, 16 bytes at a time. Converts the buffer to lower case. Here
+// an underscore can only be the first byte of a word, and is left out.
 template <typename Take> void for_each_usual_word(char * name, std::uint32_t size, Take take)
 {
     static constexpr byte_set usual = boundaries(default_delimiters);
@@ -173,7 +173,7 @@ string name_generator::abbreviate(string const & name, std::uint32_t target) con
         return name;
     }
 
-    // The words lie side by side in the buffer and only become shorter.
+    // The words lie side by side in the buffer; they can only become shorter.
     word_buffer buffer(size);
     word_list list;
     if (delimiters_ == default_delimiters) {

@@ -22,7 +22,7 @@ constexpr rewrite combinations[] = {
     {"ae", "a"}, {"bour", "bor"}, {"leur", "lor"}, {"lour", "lor"}, {"ise", "ize"},
 };
 
-// Only the first suffix that fits is replaced.
+// Only the first matching suffix is replaced.
 constexpr rewrite suffixes[] = {
     {"mption", "me"}, {"hood", ""}, {"ment", ""}, {"tion", ""}, {"sion", ""},
     {"ough", "o"},    {"ies", "y"}, {"gue", "g"}, {"cal", "c"}, {"nal", "n"},
@@ -57,8 +57,8 @@ constexpr auto tails = [] {
 static_assert(std::all_of(tails.begin(), tails.end(),
                           [](auto const & of_letter) { return of_letter.back().mask == 0; }));
 
-// Whether the word may hold "ae", "ise", "eur" or "our". Bytes behind the word may be taken for a
-// part of one.
+// True if the word may contain "ae", "ise", "eur" or "our". Bytes behind the word may be mistaken
+// for part of one.
 bool may_hold_combination(word_span const & word) noexcept
 {
     auto const is = [](block16 const & text, char c) { return equal(text, block16::filled(c)); };

@@ -6,11 +6,10 @@
 
 namespace zel::naming {
 
-/// How many bytes behind a word may be read, whatever they hold.
+/// How many bytes behind a word have to be readable; their values do not matter.
 constexpr std::uint32_t readable_behind = 18;
 
-/// A word that is worked on where it stands. No stage makes it longer. `readable_behind` bytes lie
-/// behind it.
+/// A word that is edited in place. No stage makes it longer. `readable_behind` bytes follow it.
 struct word_span {
     char * text;
     std::uint32_t size; // bytes
@@ -37,7 +36,7 @@ constexpr bool vowel(char c) noexcept
     return byte - 0x40U < 0x40U && (bits >> (byte & 31U) & 1U) != 0;
 }
 
-/// The stages, each as the member of `name_generator` that it carries out.
+/// The stages; each implements the member of `name_generator` with the same name.
 void optimize_combinations(word_span & word) noexcept;
 void truncate_common_suffix(word_span & word) noexcept;
 bool abbreviate_common_words(word_span & word) noexcept;

@@ -11,8 +11,8 @@
 namespace zel {
 namespace {
 
-// So close to 2^32 no size is granted, whatever the host has: sums with a header or a terminator,
-// which callers keep in 32 bits, would wrap.
+// Sizes this close to 2^32 are refused, whatever the host could give: callers add a header or a
+// terminator in 32 bits, and the sum would wrap.
 constexpr std::uint64_t size_limit = 0xFFFF0000;
 
 unsigned char * try_allocate(std::uint64_t count) noexcept
@@ -32,7 +32,7 @@ unsigned char * try_reallocate(unsigned char * pointer, std::uint64_t count) noe
 
 void copy(unsigned char * destination, unsigned char const * source, std::uint32_t count) noexcept
 {
-    if (count != 0) { // memcpy takes no null pointers, not even for nothing
+    if (count != 0) { // memcpy must not get null pointers, even for 0 bytes
         std::memcpy(destination, source, count);
     }
 }
@@ -148,8 +148,8 @@ void buffer::append(unsigned char const * source, std::uint32_t count)
         return;
     }
     std::uint32_t const old_size = size_;
-    // As numbers, since only pointers into one block may be compared. The block may move away from
-    // under a source in it.
+    // Computed as integers, because only pointers into one block may be compared. If the source is
+    // in this buffer, it may move with the block.
     auto const offset
         = reinterpret_cast<std::uintptr_t>(source) - reinterpret_cast<std::uintptr_t>(data_);
     unsigned char * const block = try_reallocate(data_, std::uint64_t{old_size} + count);
@@ -195,7 +195,8 @@ void buffer::remove(std::uint32_t position, std::uint32_t count)
         resize(position);
         return;
     }
-    // The bytes that go are put away first: the runtime may refuse even the smaller block.
+    // The removed bytes are moved to the end first: the runtime may refuse even a smaller block,
+    // and then nothing is lost.
     unsigned char * const gap = data_ + position;
     std::uint32_t const tail = size_ - position - count;
     unsigned char kept[512];

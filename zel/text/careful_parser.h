@@ -5,9 +5,9 @@
 #include <cstddef>
 #include <cstdint>
 
-/// What the parsers of `convert` do with a text that is not plainly good. A parser reads quickly
-/// first and looks at the outcome; where that is not plainly good, its careful form reads again from
-/// the start, digit by digit, and finds the failure that comes first.
+/// The slow paths of the parsers of `convert`. A parser first reads fast. If the result is not
+/// plainly valid, its slow path reads again from the start, digit by digit, and finds the failure
+/// that comes first.
 namespace zel::careful_parser {
 
 [[noreturn, gnu::cold]] void refuse(convert::exception::exc_type type, std::ptrdiff_t position);
@@ -23,9 +23,9 @@ constexpr std::int64_t with_sign(bool negative, std::uint64_t magnitude) noexcep
     return static_cast<std::int64_t>(negative ? 0 - magnitude : magnitude);
 }
 
-/// Decimal digits behind an optional sign, and nothing else.
-/// \param length   of the text at most; it may end earlier with a NUL.
-/// \param largest  the largest value of the type, whose smallest is that and one more below 0.
+/// Parses decimal digits after an optional sign, and nothing else.
+/// \param length   the maximum length of the text; a NUL may end it earlier.
+/// \param largest  the largest value of the type; the smallest is -largest - 1.
 /// \throws convert::exception  as `convert::stringToInt64` does.
 std::int64_t parse_signed(char const * text, std::size_t length, std::uint64_t largest);
 

@@ -51,7 +51,7 @@ bool has_prefix(char const * text) { return text[0] == '0' && (text[1] | 0x20) =
     }
     std::uint64_t decimal_value = 0;
     std::uint64_t hexadecimal_value = 0;
-    bool too_long = false; // the hexadecimal value has lost digits, which matters once it counts
+    bool too_long = false; // the hexadecimal value overflowed, which matters only if it is used
     for (; text[i] != '\0'; ++i) {
         unsigned const digit = hexadecimal_digit(text[i]);
         if (digit == no_digit) {
@@ -73,7 +73,7 @@ template <typename integer> integer parse_unsigned(char const * text)
 {
     constexpr std::uint64_t limit = std::numeric_limits<integer>::max();
     digit_run const run = read_digit_run(text);
-    // What stands in front of a letter has to fit as a decimal number too.
+    // The digits before a letter have to fit as a decimal number too.
     bool const fits = run.count <= safe_digits && run.value <= limit;
     if (text[run.count] == '\0') [[likely]] {
         if (fits && run.count != 0) [[likely]] {

@@ -35,7 +35,7 @@ double scale(double value, std::int64_t exponent)
     return value;
 }
 
-// A power of 10 as it comes out of repeated squaring, which is not always the nearest number.
+// A power of 10 computed by repeated squaring, which is not always the nearest double.
 constexpr double power_by_squaring(unsigned exponent)
 {
     double power = 1.0;
@@ -60,7 +60,7 @@ constexpr auto powers = [] {
     return table;
 }();
 
-/// \param exponent  not below -largest_exponent; too large a power is infinity.
+/// \param exponent  at least -largest_exponent; a power that is too large gives infinity.
 double power_of_10(std::int64_t exponent)
 {
     if (exponent > largest_exponent) {
@@ -70,12 +70,13 @@ double power_of_10(std::int64_t exponent)
                         : powers[static_cast<std::size_t>(exponent)];
 }
 
-/// The mantissa of a number that is not above the largest one times 10 to the power of 308, rounded
-/// once. The power by squaring is three units of its last place too large, so that the largest
-/// numbers would overflow.
+/// Multiplies a mantissa by 10^308, for a result not above the largest number, and rounds once. The
+/// power by squaring is three units of its last place too large; with it the largest numbers would
+/// overflow.
 double times_largest_power(double mantissa)
 {
-    // 10^308 as the nearest number and what that lacks, in quarters so that no product overflows.
+    // 10^308 as its nearest double and the difference to it, both divided by four so that no
+    // product overflows.
     constexpr double power = 1e308 / 4;
     constexpr double rest = -1.0979063629440455e291 / 4;
     double const product = mantissa * power;
@@ -101,8 +102,8 @@ constexpr auto decades = [] {
     return table;
 }();
 
-/// Whether the decimal logarithm of a number surely lies between `exponent` and the next one, so
-/// far from both that no rounding matters.
+/// True if the decimal logarithm of a number is certainly between `exponent` and the next integer,
+/// far enough from both that rounding does not matter.
 bool lies_inside_decade(double magnitude, std::int64_t exponent)
 {
     constexpr double margin = 1e-13;
@@ -111,15 +112,15 @@ bool lies_inside_decade(double magnitude, std::int64_t exponent)
         && magnitude < decades[i + 1] * (1 - margin);
 }
 
-/// The floor of the decimal logarithm as the mathematics library rounds it: just below a power of
-/// 10 the logarithm can come out as the whole number.
+/// The floor of the decimal logarithm, as the mathematics library rounds the logarithm: just below
+/// a power of 10 it can round up to the integer.
 /// \param magnitude  positive and finite.
 int decimal_exponent(double magnitude)
 {
     if (magnitude == 1.0) {
         return 0;
     }
-    // Most numbers lie so far from the powers of 10 that the logarithm need not be taken.
+    // Most numbers are so far from a power of 10 that the logarithm need not be computed.
     int const binary = static_cast<int>(std::bit_cast<std::uint64_t>(magnitude) >> 52) - 1023;
     int const guess = binary * 1233 >> 12; // 1233 / 4096 is a little more than log10(2)
     for (int const exponent : {guess, guess + 1}) {
@@ -152,14 +153,14 @@ struct double_rules {
     }
 };
 
-/// A number that is not 0 in scientific notation.
+/// The exponents of a number other than 0 in scientific notation.
 struct scientific {
     std::int64_t shift; // the decimal exponent of its magnitude alone
-    std::int64_t exponent; // that of the whole number
+    std::int64_t exponent; // the decimal exponent of the whole number
 };
 
-/// \param guess  what the decimal exponent of the magnitude seems to be. Known from the digits of a
-///               text, it lets the processor go on before it has the magnitude.
+/// \param guess  the likely decimal exponent of the magnitude. It is known from the digits of a
+///               text, so the processor can go on before the magnitude is computed.
 template <typename rules>
 scientific check_limits(double magnitude, std::int64_t given_exponent, std::int64_t guess)
 {
@@ -169,7 +170,7 @@ scientific check_limits(double magnitude, std::int64_t given_exponent, std::int6
     std::int64_t const shift
         = lies_inside_decade(magnitude, guess) ? guess : decimal_exponent(magnitude);
     std::int64_t const exponent = std::int64_t{static_cast<std::int32_t>(given_exponent)} + shift;
-    // The exponent is refused first: only a small one may index the powers or count steps.
+    // Check the exponent first: only a small one may index the powers or count steps.
     if (exponent > rules::largest_exponent || exponent < -rules::largest_exponent
         || (exponent == rules::largest_exponent
             && rules::mantissa(magnitude, shift) > rules::largest_mantissa)
@@ -202,13 +203,14 @@ std::int64_t parse_piece(char const * piece, std::size_t length = SIZE_MAX)
     return careful_parser::parse_signed(piece, length, INT64_MAX);
 }
 
-/// A piece that has another one behind it may be empty.
+/// A part that is followed by another one may be empty.
 std::int64_t parse_inner_piece(char const * first, char const * last)
 {
     return first == last ? 0 : parse_piece(first, static_cast<std::size_t>(last - first));
 }
 
-/// Composes from the pieces of a text. The limits would take an exponent modulo 2^32.
+/// Composes a number from the parts of a text. It refuses an exponent beyond 32 bits itself: the
+/// check of the limits would take it modulo 2^32.
 template <typename number>
 number compose_parsed(std::int64_t integer_part, std::int64_t digits, std::size_t count,
                       std::int64_t exponent)
@@ -225,7 +227,8 @@ number compose_parsed(std::int64_t integer_part, std::int64_t digits, std::size_
             - static_cast<std::int64_t>(count) - 1;
     if (exponent == rules::largest_exponent - guess && count < powers_of_ten.size()
         && rules::mantissa(absolute(integer_part) + fraction, guess) > rules::largest_mantissa) {
-        // The steps may have rounded the largest number up, beyond the limit. One division does not.
+        // The steps may have rounded the largest number up beyond the limit. A single division does
+        // not.
         fraction = static_cast<double>(digits) / static_cast<double>(powers_of_ten[count]);
     }
     return static_cast<number>(compose<rules>(integer_part, fraction, exponent, guess));
@@ -240,7 +243,7 @@ template <typename number> number parse_fractional_carefully(char const * text)
         result = static_cast<number>(parse_piece(text));
     } else {
         if (point != nullptr && letter != nullptr && letter < point) {
-            parse_piece(letter + 1); // raises, at the point if not before
+            parse_piece(letter + 1); // always raises, at the latest at the point
         }
         std::int64_t const integer_part
             = parse_inner_piece(text, point != nullptr ? point : letter);

@@ -7,9 +7,9 @@
 /// Intel, 2009, in its bit-reflected form.
 ///
 /// A block of data is a polynomial over GF(2) whose highest power is the lowest bit of its first
-/// byte, and the checksum of it is the block times x^32, modulo P. Of a long block the first 128
-/// bits can be moved D bits back, onto later ones, by multiplying them with x^D mod P: the checksum
-/// stays the same, and the block is shorter. What is left in the end is reduced by Barrett's method.
+/// byte. Its checksum is the block times x^32, modulo P. The first 128 bits of a long block can be
+/// replaced: multiplied by x^D mod P, they are added to the bits D positions later. The checksum
+/// stays the same and the block is shorter. The final rest is reduced by Barrett's method.
 namespace zel::crc32_folding {
 
 /// P without x^32, reflected: x^0 is the highest bit.
@@ -25,10 +25,9 @@ constexpr std::int64_t power(unsigned int n)
     return std::int64_t{r} << 1;
 }
 
-/// The factors that move 128 bits `distance` bits back: for the low 64 bits, which are the higher
-/// powers, and for the high 64. The product of two reflected numbers comes out one bit low, and a
-/// factor of 33 bits makes it 31 bits more. Hence the distance plus 32 for the low half, and minus
-/// 32 for the high half, which stands 64 bits further on.
+/// The factors that move 128 bits `distance` bits back: one for the low 64 bits, which are the
+/// higher powers, and one for the high 64. Reflected product: 1 bit low, plus 31 for the 33-bit
+/// factor; hence D+32 for the low half and D-32 for the high.
 constexpr std::int64_t low_factor(unsigned int distance) { return power(distance + 32); }
 constexpr std::int64_t high_factor(unsigned int distance) { return power(distance - 32); }
 

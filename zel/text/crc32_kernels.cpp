@@ -26,7 +26,7 @@ constexpr slices make_table()
     return made;
 }
 
-// What four bytes add that have `behind` bytes behind them in the same step.
+// The contribution of four bytes that are followed by `behind` bytes in the same step.
 std::uint32_t slice(std::uint32_t bytes, std::size_t behind)
 {
     return table[behind + 3][bytes & 0xFF] ^ table[behind + 2][bytes >> 8 & 0xFF]

@@ -11,7 +11,7 @@ namespace {
 using crc32_folding::high_factor;
 using crc32_folding::low_factor;
 
-// All below take the checksum with its bits inverted and return it in its final form.
+// All functions below take the checksum with its bits inverted and return it in its final form.
 
 #define ZEL_FOLDS_128 [[gnu::target("pclmul,sse4.1"), gnu::always_inline]] inline
 #define ZEL_FOLDS_512 [[gnu::target("avx512f,vpclmulqdq,pclmul,sse4.1"), gnu::always_inline]] inline
@@ -31,7 +31,8 @@ template <unsigned distance> ZEL_FOLDS_128 __m128i moved(__m128i block)
 // The checksum of the last 128 bits, in its final form.
 ZEL_FOLDS_128 std::uint32_t reduced(__m128i block)
 {
-    // To 96 bits, x^95 being bit 0; the quotient by P of the upper 64 of them; the rest.
+    // Reduce to 96 bits (x^95 is bit 0), then take the quotient of the upper 64 of them by P, then
+    // the remainder.
     __m128i const factor
         = _mm_set_epi64x(crc32_folding::quotient_of_x96(), crc32_folding::power(96));
     __m128i const p = _mm_set_epi64x(0, std::int64_t{crc32_folding::reflected_p} << 1 | 1);
@@ -42,7 +43,8 @@ ZEL_FOLDS_128 std::uint32_t reduced(__m128i block)
     return ~static_cast<std::uint32_t>(_mm_extract_epi32(_mm_xor_si128(wide, multiple), 2));
 }
 
-// 4 to 15 bytes. Zeros in front of a block add nothing, so it is padded there.
+// For 4 to 15 bytes. Zeros in front of a block do not change the checksum, so the block is padded
+// there.
 ZEL_FOLDS_128 std::uint32_t short_by_folding(std::uint32_t crc, unsigned char const * data,
                                              std::size_t length)
 {
@@ -63,8 +65,8 @@ ZEL_FOLDS_128 std::uint32_t short_by_folding(std::uint32_t crc, unsigned char co
     return reduced(_mm_set_epi64x(static_cast<long long>(high), static_cast<long long>(low)));
 }
 
-// For _mm_shuffle_epi8, from byte n on: brings the first n bytes to the end. From byte n + 16 on:
-// brings all behind the first n to the front. What is negative gives 0.
+// Masks for _mm_shuffle_epi8. The mask at byte n moves the first n bytes to the end; the mask at
+// byte n + 16 moves all bytes after the first n to the front. Negative entries give 0.
 constexpr signed char shifts[48] = {
     // clang-format off
     -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1,
@@ -73,16 +75,16 @@ constexpr signed char shifts[48] = {
     // clang-format on
 };
 
-// `block` stands for all before `data`, of which fewer than 64 bytes are left; 16 bytes before
-// `data` can be read.
+// `block` represents everything before `data`. Fewer than 64 bytes are left at `data`, and the 16
+// bytes before it are readable.
 ZEL_FOLDS_128 std::uint32_t finished(__m128i block, unsigned char const * data, std::size_t length)
 {
     for (; length >= 16; length -= 16, data += 16) {
         block = _mm_xor_si128(moved<128>(block), load(data));
     }
     if (length != 0) {
-        // The first bytes of the block move back onto a whole one, which is made of its other bytes
-        // and of what is left.
+        // The first bytes of the block are folded onto a full block, which consists of its other
+        // bytes and the remaining data.
         auto const shift = reinterpret_cast<unsigned char const *>(shifts) + length;
         __m128i const front = _mm_shuffle_epi8(block, load(shift));
         __m128i const to_front = load(shift + 16);
@@ -120,12 +122,12 @@ template <unsigned distance> ZEL_FOLDS_512 __m512i moved_onto(__m512i block, __m
 {
     __m512i const factors = _mm512_set4_epi64(high_factor(distance), low_factor(distance),
                                               high_factor(distance), low_factor(distance));
-    // 0x96: the exclusive or of all three.
+    // 0x96 is the exclusive or of all three.
     return _mm512_ternarylogic_epi64(_mm512_clmulepi64_epi128(block, factors, 0x00),
                                      _mm512_clmulepi64_epi128(block, factors, 0x11), other, 0x96);
 }
 
-// With a mask of all, as GCC 12 warns of its own header where there is none.
+// Uses a full mask, because GCC 12 warns about its own header for the form without a mask.
 template <int index> ZEL_FOLDS_512 __m128i lane(__m512i block)
 {
     return _mm512_maskz_extracti32x4_epi32(0xF, block, index);
@@ -154,7 +156,7 @@ ZEL_FOLDS_512 std::uint32_t fold_512(std::uint32_t crc, unsigned char const * da
     for (; length >= 64; data += 64, length -= 64) {
         d = moved_onto<512>(d, _mm512_loadu_si512(data));
     }
-    // Each lane onto the last one.
+    // Fold each lane onto the last one.
     __m512i const factors
         = _mm512_set_epi64(0, 0, high_factor(128), low_factor(128), high_factor(256),
                            low_factor(256), high_factor(384), low_factor(384));

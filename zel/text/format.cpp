@@ -47,7 +47,7 @@ template <typename T> void write_one_by_runtime(collector & out, conversion cons
             *end++ = flag;
         }
     }
-    for (char const c : {'*', '.', '*'}) { // a negative precision is none
+    for (char const c : {'*', '.', '*'}) { // a negative precision counts as missing
         *end++ = c;
     }
     if (read.length == length_modifier::long_double) {
@@ -142,7 +142,8 @@ bool write_conversion(collector & out, conversion const & read, argument_list & 
         if (read.precision < 0) {
             count = std::strlen(text);
         } else {
-            // Within the precision there may be no NUL, and nothing behind it may be read.
+            // There may be no NUL within the precision, and bytes beyond the precision must not be
+            // read.
             auto const limit = static_cast<std::size_t>(read.precision);
             auto const * const end = static_cast<char const *>(std::memchr(text, '\0', limit));
             count = end == nullptr ? limit : static_cast<std::size_t>(end - text);
@@ -183,7 +184,8 @@ bool write_conversion(collector & out, conversion const & read, argument_list & 
     }
 }
 
-// What is rare stays with the runtime altogether: positions, wide texts, %n, %m, grouping.
+// The slow path: the runtime formats the whole text if it contains anything rare: positions, wide
+// texts, %n, %m, grouping.
 [[gnu::noinline]] std::size_t format_by_runtime(std::string * target, char const * format_text,
                                                 std::va_list arguments)
 {
@@ -209,7 +211,7 @@ bool write_conversion(collector & out, conversion const & read, argument_list & 
 
 std::size_t format_text_into(std::string * target, char const * format_text, std::va_list arguments)
 {
-    int const error = errno; // of the caller, for %m
+    int const error = errno; // the caller's, which %m prints
     argument_list own(arguments);
     collector out(target);
     for (char const * p = format_text;;) {

@@ -6,21 +6,21 @@
 #include <string>
 #include <utility>
 
-/// What the files of the formatter share: the growing result and its failures.
+/// Shared by the files of the formatter: the growing result and its failures.
 namespace zel::formatting {
 
-inline constexpr std::size_t longest_text = 0x7FFFFFFF; // what the runtime can report as a length
+inline constexpr std::size_t longest_text = 0x7FFFFFFF; // the largest length of the runtime
 inline constexpr std::size_t on_stack = 1024;
 
 /// \throws std::length_error
 [[noreturn, gnu::cold]] void raise_too_long();
 
-/// What a failed call of the runtime means.
-/// \param code  the `errno` that it has left.
+/// Raises the exception for a failed call of the runtime.
+/// \param code  the `errno` of the call.
 [[noreturn, gnu::cold]] void raise_runtime_failure(int code);
 
-/// The growing result: on the stack as long as it fits, then moved piece by piece to the heap. Where
-/// nobody wants the text it is only counted.
+/// The growing result. It stays on the stack as long as it fits, then it is moved to the heap piece
+/// by piece. Without a target it is only counted.
 class collector {
 public:
     explicit collector(std::string * target)
@@ -71,7 +71,8 @@ public:
         *next_++ = c;
     }
 
-    // At least `count` free bytes, at most `on_stack`; `advance` takes what was written into them.
+    // Provides at least `count` free bytes; `count` is at most `on_stack`. `advance` then adds the
+    // bytes written there.
     char * reserve(std::size_t count)
     {
         if (count > room()) [[unlikely]] {
@@ -104,15 +105,15 @@ private:
 
     [[gnu::noinline]] void spill(std::size_t wanted)
     {
-        // Each of the three is far below what would make their sum wrap. What is staged in the end
-        // comes through here too, so that no result is longer.
+        // Each of the three is so small that their sum cannot wrap. The staged rest also passes
+        // through here at the end, so no result exceeds the limit.
         std::size_t const size = spilt_ + staged() + wanted;
         if (size > longest_text) {
             raise_too_long();
         }
         if (target_ != nullptr) {
             if (size > heap_.capacity()) {
-                heap_.reserve(size + 64); // what follows a long text is short as a rule
+                heap_.reserve(size + 64); // usually only a short text follows a long one
             }
             heap_.append(buffer_, staged());
         }
@@ -121,7 +122,7 @@ private:
     }
 
     std::string * target_;
-    std::string heap_; // as many bytes as were spilt, or none without a target
+    std::string heap_; // the spilt bytes; stays empty without a target
     std::size_t spilt_ = 0;
     char * next_ = buffer_;
     char buffer_[on_stack];

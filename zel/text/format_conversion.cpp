@@ -4,7 +4,8 @@
 namespace zel::formatting {
 namespace {
 
-// Digits up to the first other byte; what exceeds an int is a text that is too long.
+// Reads digits up to the first other byte. A number that exceeds an int counts as a text that is
+// too long.
 int read_number(char const *& p)
 {
     std::uint64_t number = 0;

@@ -7,10 +7,10 @@
 
 namespace zel::formatting {
 
-/// What stands between the precision of a conversion and its letter.
+/// The length modifier between the precision of a conversion and its letter.
 enum class length_modifier : unsigned char { none, hh, h, l, ll, long_double, j, z, t };
 
-/// One conversion as it was read from the format.
+/// One conversion, as read from the format.
 struct conversion {
     bool left = false;
     bool plus = false;
@@ -25,7 +25,7 @@ struct conversion {
     bool has_flags() const { return left || plus || blank || alternate || zero; }
 };
 
-/// The arguments that are left, ended at the end of its life.
+/// The remaining arguments. The destructor calls `va_end`.
 struct argument_list {
     explicit argument_list(std::va_list source) { va_copy(list, source); }
     argument_list(argument_list const &) = delete;
@@ -35,27 +35,27 @@ struct argument_list {
     std::va_list list;
 };
 
-/// Reads a conversion from behind its '%' to behind its letter. What is no plain conversion shows as
-/// a letter that none of the writers takes.
-/// \param arguments  give width and precision where the format has a star.
-/// \returns the place behind it.
+/// Reads a conversion, from the byte after its '%' to its letter. Anything but a plain conversion
+/// gives a letter that no writer accepts.
+/// \param arguments  the source of width and precision where the format has a star.
+/// \returns the position behind the conversion.
 char const * read_conversion(char const * p, conversion & read, argument_list & arguments);
 
-/// Takes an integer of the conversion's width from the arguments.
-/// \returns false where the length modifier is none of an integer.
+/// Takes an integer of this length modifier from the arguments.
+/// \returns false if the length modifier is not one for integers.
 bool read_signed(argument_list & arguments, length_modifier length, std::int64_t & value);
 bool read_unsigned(argument_list & arguments, length_modifier length, std::uint64_t & value);
 
-/// Writes the digits of a conversion `d`, `i`, `u`, `x`, `X` or `o` with what belongs in front.
+/// Writes a conversion `d`, `i`, `u`, `x`, `X` or `o`: prefix, padding and digits.
 /// \param prefix  a sign or "0x".
 void write_integer(collector & out, conversion const & read, std::uint64_t value,
                    char const * prefix, std::size_t prefix_size);
 
-/// Writes a conversion of a fractional number, taken from the arguments.
-/// \returns false where the length modifier is none of such a number.
+/// Writes a conversion of a fractional number, which it takes from the arguments.
+/// \returns false if the length modifier is not one for such numbers.
 bool write_floating(collector & out, conversion const & read, argument_list & arguments);
 
-/// A text in its width.
+/// Writes a text, padded to its width.
 inline void write_text(collector & out, conversion const & read, char const * text,
                        std::size_t count)
 {
@@ -71,7 +71,7 @@ inline void write_text(collector & out, conversion const & read, char const * te
     }
 }
 
-/// Leaves one conversion to the runtime, with flags, width and precision as it has them.
+/// Has the runtime write one conversion, with its flags, width and precision.
 void write_by_runtime(collector & out, conversion const & read, int value);
 void write_by_runtime(collector & out, conversion const & read, double value);
 void write_by_runtime(collector & out, conversion const & read, long double value);

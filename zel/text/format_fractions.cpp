@@ -12,7 +12,7 @@
 namespace zel::formatting {
 namespace {
 
-constexpr int most_digits = 17; // that the short way writes, behind a point or in all
+constexpr int most_digits = 17; // limit of the fast path, after the point or in total
 
 class text_writer {
 public:
@@ -28,7 +28,7 @@ public:
         end_ += size;
     }
     void put_number(std::uint64_t value) { put_digits(value, count_decimal_digits(value)); }
-    // With zeros in front.
+    // Pads with leading zeros.
     void put_digits(std::uint64_t value, unsigned int count)
     {
         char * const first = end_;
@@ -56,7 +56,7 @@ void write_scientific(text_writer & to, char const * digits, int count, int expo
     to.put_digits(magnitude, magnitude < 100 ? 2 : 3);
 }
 
-// "%g": without zeros at the end, and with an exponent where that is shorter.
+// "%g": without trailing zeros, and with an exponent where that is shorter.
 void write_general(text_writer & to, char const * digits, int precision, int exponent, char letter)
 {
     int count = precision;
@@ -69,7 +69,7 @@ void write_general(text_writer & to, char const * digits, int precision, int exp
         to.put("0.000", 1 - exponent);
         to.put(digits, count);
     } else {
-        int const whole = exponent + 1; // the zeros among them were only not counted
+        int const whole = exponent + 1; // the digits array still has the trailing zeros
         to.put(digits, whole);
         if (count > whole) {
             to.put('.');
@@ -106,7 +106,7 @@ bool write_fixed(text_writer & to, double value, int places)
     return true;
 }
 
-// The short way, for nearly all values and up to 17 digits: exact integers.
+// The fast path, for nearly all values with up to 17 digits: exact integers.
 bool write_shortly(collector & out, conversion const & read, double value)
 {
     char text[80]; // a sign, 39 digits, the point, 17 digits

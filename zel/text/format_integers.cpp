@@ -27,7 +27,7 @@ void write_integer(collector & out, conversion const & read, std::uint64_t value
         ? static_cast<unsigned int>(read.precision) - count
         : 0;
     if (read.letter == 'o' && read.alternate && zeros == 0 && (value != 0 || count == 0)) {
-        zeros = 1; // the prefix of an octal number is a digit of it
+        zeros = 1; // the prefix of an octal number is a leading zero
     }
     std::size_t const body = prefix_size + zeros + count;
     std::size_t const padding = static_cast<std::size_t>(read.width) > body

@@ -11,7 +11,7 @@ namespace {
 
 constexpr uint128 low_bits(int count) { return (uint128{1} << count) - 1; }
 
-// A normal number is `mantissa` times 2 to the power of `exponent`.
+// A normal number is `mantissa` * 2^`exponent`.
 struct parts {
     std::uint64_t mantissa;
     int exponent;
@@ -31,7 +31,7 @@ bool take_apart(double value, parts & result) noexcept
     return true;
 }
 
-// Rounds a number divided by 2^cut: what is cut off decides.
+// Rounds number / 2^cut: the bits that are cut off decide.
 bool cut_off(uint128 number, int cut, std::uint64_t & result) noexcept
 {
     if (cut < 1 || cut > 127 || number >> cut > UINT64_MAX - 1) {
@@ -51,7 +51,7 @@ bool scale_up(parts number, int scale, std::uint64_t & result) noexcept
                    -number.exponent, result);
 }
 
-// Divides by such a power; the remainder and the bits below the whole part decide the rounding.
+// Divides by such a power. The remainder and the bits below the integer part decide the rounding.
 bool scale_down(parts number, int scale, std::uint64_t & result) noexcept
 {
     std::uint64_t whole = number.mantissa;
@@ -95,7 +95,7 @@ constexpr int width_of(uint128 value)
                                       : std::bit_width(static_cast<std::uint64_t>(value)));
 }
 
-// 2^shift divided by 5^k, rounded down. The shift is such that 128 bits are left.
+// 2^shift / 5^k, rounded down. The shift is chosen so that the result has 128 bits.
 struct reciprocal {
     uint128 value;
     int shift;
@@ -117,8 +117,8 @@ constexpr auto reciprocals_of_five = [] {
     return table;
 }();
 
-// The same for the number high * 2^64 + low. The true number is not below it, and less than `error`
-// above.
+// The same for the number high * 2^64 + low, which is approximate: the true number is at least
+// that, and less than `error` above it.
 bool cut_off(uint128 high, std::uint64_t low, int cut, std::uint64_t error,
              std::uint64_t & result) noexcept
 {
@@ -134,13 +134,13 @@ bool cut_off(uint128 high, std::uint64_t low, int cut, std::uint64_t error,
     uint128 const half = uint128{1} << (cut - 1);
     bool const tie = rest == half && low == 0;
     if (error != 0 && (tie || (rest + 1 == half && low > 0 - error))) {
-        return false; // nobody knows on which side of the half it lies
+        return false; // it is unknown on which side of the half the true number is
     }
     result = whole + (rest > half || (rest == half && !tie) || (tie && whole % 2 != 0) ? 1 : 0);
     return true;
 }
 
-// By powers of ten up to 10^54 both ways, of which those below 1 are not exact.
+// Scales by 10^-54 to 10^54; the powers below 1 are not exact.
 bool scale_widely(parts number, int scale, std::uint64_t & result) noexcept
 {
     if (scale > largest_wide_scale || scale < -largest_wide_scale) {
@@ -188,7 +188,7 @@ bool round_to_places(double value, int places, uint128 & whole, std::uint64_t & 
     std::uint64_t const behind
         = cut < 64 ? number.mantissa & static_cast<std::uint64_t>(low_bits(cut)) : number.mantissa;
     std::uint64_t back = 0;
-    if (cut <= 127) { // else it is far less than half of the last place
+    if (cut <= 127) { // otherwise it is far less than half of the last place
         uint128 const product = uint128{behind} * limit;
         back = static_cast<std::uint64_t>(product >> cut);
         uint128 const rest = product & low_bits(cut);
@@ -211,8 +211,8 @@ bool round_to_digits(double value, int digits, std::uint64_t & result, int & exp
     if (!take_apart(value, number)) {
         return false;
     }
-    // 78913 / 2^18 is log10(2) from below, closely enough for every exponent of a double: the power
-    // is right or one too low, which shows as one digit too many.
+    // 78913 / 2^18 is slightly less than log10(2), close enough for every exponent of a double: the
+    // power is correct or one too low. If it is too low there is one digit too many.
     int power = (number.exponent + 52) * 78913 >> 18;
     std::uint64_t rounded = 0;
     if (!scale_by_ten(number, digits - 1 - power, rounded)) {

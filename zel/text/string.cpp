@@ -35,7 +35,8 @@ template <typename Strip> void with_trimmed_set(char const * set, Strip && strip
     }
 }
 
-// Where the text begins, of its first `end` bytes, and where it ends, without members.
+// The index of the first byte within the first `end` bytes that is not a member, and the index
+// behind the last such byte.
 template <typename Set>
 std::size_t first_other(std::string const & text, Set const & members, std::size_t end)
 {
@@ -61,7 +62,7 @@ std::string_view before_nul(std::string const & text) { return text.c_str(); }
 // Changes the bytes from `first` to `first + 25` by 0x20, and leaves all others.
 void flip_letters(char * p, std::size_t size, char first)
 {
-    // Moved so that the letters are the 26 lowest signed bytes, one comparison finds them.
+    // Shifted so that the letters are the 26 lowest signed bytes; one comparison then finds them.
     auto const move = block16::filled(static_cast<char>(-128 - first));
     auto const end = block16::filled(-128 + 26);
     auto const bit = block16::filled(0x20);
@@ -78,9 +79,9 @@ void flip_letters(char * p, std::size_t size, char first)
     }
 }
 
-// What XML text and attributes must not hold as such, and what is written for it.
+// The bytes that must be escaped in XML text and attributes, with their escapes.
 struct xml_escape {
-    char text[8]; // copied whole, its first `size` bytes count
+    char text[8]; // always copied as a whole; only its first `size` bytes count
     unsigned char size;
 };
 
@@ -105,18 +106,18 @@ xml_escape const * xml_escape_of(char c)
     return index == 255 ? nullptr : xml_escapes + index;
 }
 
-// Of a byte that is known to be escaped.
+// The escape of a byte that is known to have one.
 xml_escape const & known_xml_escape(char c)
 {
     return xml_escapes[xml_escape_index[static_cast<unsigned char>(c) & 63U]];
 }
 
-// The bytes that are escaped, of 16.
+// One bit for each of 16 bytes that has to be escaped.
 std::uint32_t xml_special_bits(block16 bytes)
 {
     auto const is = [](block16 a, char c) { return equal(a, block16::filled(c)); };
     auto const breaks = is(bytes, '\t') | is(bytes, '\n') | is(bytes, '\r');
-    // '<' and '>' differ in bit 1 alone, '"' and '&' in bit 2.
+    // '<' and '>' differ only in bit 1, '"' and '&' only in bit 2.
     auto const angles = is(bytes | block16::filled(2), '>');
     auto const marks = is(bytes | block16::filled(4), '&');
     return (breaks | angles | marks).sign_bits();
@@ -140,7 +141,7 @@ std::size_t xml_growth(char const * p, std::size_t size)
     return growth;
 }
 
-// Positions of `wanted` in the text, in order. `found` gets each.
+// Calls `found` with each position of `wanted` in the text, in order.
 template <typename Found> void for_each_byte(std::string_view text, char wanted, Found && found)
 {
     auto const pattern = block16::filled(wanted);
@@ -158,7 +159,7 @@ template <typename Found> void for_each_byte(std::string_view text, char wanted,
     }
 }
 
-// The same for a text, without overlaps. An empty one is found nowhere.
+// The same for a text, without overlaps. An empty text is never found.
 template <typename Found>
 void for_each_text(std::string_view text, std::string_view wanted, Found && found)
 {
@@ -183,7 +184,8 @@ void string::throw_null_ptr_exception()
 
 string string::mid(unsigned int first, unsigned int last) const
 {
-    unsigned int const count = last - first; // wraps to a large number when last lies in front
+    unsigned int const count
+        = last - first; // wraps to a large number if `last` is less than `first`
     return string(base::substr(first, count));
 }
 
@@ -192,10 +194,11 @@ std::uint32_t string::hash(std::uint32_t count) const noexcept
     std::size_t const bytes = count == 0xFFFFFFFF ? size() : count;
     std::uint32_t h = 0;
     for (char const c : std::string_view(*this).substr(0, bytes)) {
-        // (h + byte) * 1025, with the byte's product off the chain from one h to the next.
+        // (h + byte) * 1025, with the product of the byte off the dependency chain from one h to
+        // the next.
         std::uint32_t const byte = static_cast<std::uint32_t>(static_cast<signed char>(c)) * 1025;
         std::uint32_t sum = h + byte;
-        asm("" : "+r"(sum)); // or the compiler finds the longer chain (h + byte) * 1025 again
+        asm("" : "+r"(sum)); // keeps the compiler from using the longer chain (h + byte) * 1025
         h = (h << 10) + sum;
         h ^= h >> 6;
     }
@@ -256,7 +259,8 @@ string string::normalize_for_xml() const
     char const * from = data();
     char const * const from_end = from + size();
     char * const to_end = to + result.size();
-    // Copies of 16 bytes and escapes of 8 may write beyond their end, into what comes next.
+    // Copies of 16 bytes and escapes of 8 may write beyond their end; the next output overwrites
+    // that.
     while (from_end - from >= 16 && to_end - to >= 16) {
         auto const bytes = block16::load(from);
         std::uint32_t const special = xml_special_bits(bytes);

@@ -17,20 +17,20 @@
 
 namespace zel {
 
-/// A pointer to text, or what is read as one.
+/// A pointer to text, or a type that converts to one.
 template <typename T>
 concept null_terminated = std::convertible_to<T const &, char const *>;
 
 /// The text type of the library: the standard byte string, with a fixed rule for null pointers and
 /// with the text operations that the library needs.
 ///
-/// It adds no field, so it is read wherever `std::string` is read, and what the standard class
-/// returns flows back into it. One character is one byte; NUL bytes are ordinary bytes unless a
-/// member says that it stops there. Building operations take a null `char const *` for the empty
+/// It adds no field, so it can be used wherever a `std::string` is read, and results of the
+/// standard class convert back. One character is one byte; a NUL is an ordinary byte unless a
+/// member says that it stops there. Building operations treat a null `char const *` as the empty
 /// text; `replace`, `format`, the trim family and the operators raise `memory_exception` with
-/// `null_pointer` on it and leave the string as it was. Positions beyond the end raise
-/// `std::out_of_range`, exhausted memory `std::bad_alloc`, both from the standard class.
-/// A string is a plain value: many readers or one writer.
+/// `null_pointer` for it and leave the string unchanged. Positions beyond the end raise
+/// `std::out_of_range`, exhausted memory `std::bad_alloc`, both from the standard class. A string
+/// is a plain value: many readers or one writer.
 /// \code
 ///     zel::string line;
 ///     line.format("%s=%d", "width", 120);
@@ -129,7 +129,7 @@ public:
         base::assign(characters);
         return *this;
     }
-    /// From what reads as a text and as a character alike, such as a `variant`: as the text.
+    /// For types that convert to a text and to a character, such as a `variant`: uses the text.
     template <typename T>
     requires requires(T const & source) { source.operator string(); }
     string & operator=(T const & source) { return *this = source.operator string(); }
@@ -176,7 +176,7 @@ public:
         }
     }
 
-    /// The first `count` bytes; the whole text when it has no more than that.
+    /// The first `count` bytes; the whole text when it is shorter.
     string left(unsigned int count) const { return string(base::substr(0, count)); }
 
     /// The last `count` bytes.
@@ -251,8 +251,8 @@ public:
         return *this;
     }
 
-    /// Replaces every occurrence of `from`, from left to right without overlaps; `to` is not
-    /// searched. An empty `from` is found nowhere.
+    /// Replaces every occurrence of `from`, from left to right without overlaps; inserted text is
+    /// not searched. An empty `from` is never found.
     /// \returns this string, which is unchanged when an exception leaves.
     string & replace(string const & from, string const & to);
 
@@ -261,21 +261,23 @@ public:
     std::uint32_t hash(std::uint32_t count) const noexcept;
 
     /// A copy of at most `length` bytes whose last 8 are the hash of the whole text in upper-case
-    /// hexadecimal digits. Unchanged when it is short enough, or when `length` is 8 or less.
+    /// hexadecimal digits. The copy is unchanged when the text is short enough, or when `length` is
+    /// 8 or less.
     string truncate_hash(std::uint32_t length) const;
 
-    /// Deletes every byte that occurs in `set`, which ends at its first NUL.
+    /// Removes every byte that occurs in `set`, which ends at its first NUL.
     void remove(string const & set);
 
-    /// Changes the ASCII letters and, in a locale with one byte a character that the program has
-    /// set, that locale's letters. The text ends at its first NUL afterwards.
+    /// Changes the ASCII letters. If the program has set a locale with one byte per character, also
+    /// changes that locale's letters. The text then ends at its first NUL.
     void to_lower();
     void to_upper();
 
     /// A copy in which tab, line feed, carriage return, `"`, `&`, `<` and `>` are escaped.
     string normalize_for_xml() const;
 
-    /// \returns the position of the first byte that is in `set`, both up to their first NUL, or -1.
+    /// \returns the position of the first byte that is in `set`, or -1. Both texts end at their
+    ///          first NUL.
     /// \throws std::out_of_range  when that position is above 0x7FFFFFFF.
     std::int32_t find_one_of(string const & set);
 
@@ -285,36 +287,36 @@ public:
     void trim_right(char const * set = ms_default_white_space_string);
     void trim(char const * set = ms_default_white_space_string);
 
-    /// Replaces the text by what `printf` makes of the arguments, which may point into this string.
-    /// An empty result leaves the text as it was.
+    /// Replaces the text by what `printf` would write. The arguments may point into this string. An
+    /// empty result leaves the text unchanged.
     /// \throws memory_exception   `null_pointer` when `format_text` is null.
     /// \throws std::length_error  when the result is longer than 0x7FFFFFFF bytes.
     /// \throws std::invalid_argument  when the host cannot format it (`EILSEQ` of a wide text).
     /// \returns this string, which is unchanged when an exception leaves.
     string & format(char const * format_text, ...) ZEL_PRINTF(2, 3);
-    /// The same with a ready list, which is used up and still has to be ended by the caller.
+    /// The same with an argument list. It is consumed, and the caller still has to call `va_end`.
     string & format_v(char const * format_text, std::va_list arguments) ZEL_PRINTF(2, 0);
 
-    /// Word number `index` from 0: a run of bytes that are not in `delimiters`. Empty when there is
-    /// none. The text ends at its first NUL.
+    /// Word number `index`, from 0. A word is a run of bytes that are not in `delimiters`. Empty
+    /// when there is no such word. The text ends at its first NUL.
     string word(std::int32_t index, string const & delimiters = ms_default_delimeter_string) const;
 
-    /// Field number `index` from 0; fields are parted by one `separator` each and may be empty. A
-    /// missing field is empty. The text ends at its first NUL.
+    /// Field number `index`, from 0. Fields are separated by one `separator` each and may be empty.
+    /// A missing field is empty. The text ends at its first NUL.
     string extract_sub_string(std::uint32_t index, char separator) const;
 
-    /// All pieces between occurrences of `separator`, empty ones too. An empty `separator` is found
-    /// nowhere.
-    /// \param skip_empty_tail  leaves out an empty last piece.
+    /// All pieces between occurrences of `separator`, including empty ones. An empty `separator` is
+    /// never found.
+    /// \param skip_empty_tail  true leaves out an empty last piece.
     std::vector<string> split(string const & separator, bool skip_empty_tail = false) const;
 
     /// Does nothing: this host has no string resources.
     void load_string(std::uint32_t id) noexcept;
 
-    // The operators are found through a `string` alone: `using namespace zel` brings none of them
-    // into expressions of other texts.
+    // The operators are found only for a `string` operand: `using namespace zel` does not add them
+    // to expressions of other texts.
 
-    /// Both texts, one behind the other. Beside a text `+` takes a `char`, and no other number.
+    /// Joins both texts. Besides a text, `+` takes a `char` and no other number.
     /// \throws memory_exception  `null_pointer` when a `char const *` is null.
     template <typename left_type, typename right_type>
     requires of_this_class<left_type> && text_operand<right_type>
@@ -327,7 +329,7 @@ public:
         && text_operand<left_type> && of_this_class<right_type> friend string
         operator+(left_type && left, right_type && right)
     {
-        if constexpr (std::same_as<left_type, base>) { // an rvalue, whose memory goes on being used
+        if constexpr (std::same_as<left_type, base>) { // an rvalue, whose memory is reused
             return joined(string(std::move(left)), right);
         } else {
             return joined(text_of(left), right);

@@ -12,7 +12,7 @@ namespace zel {
 
 /// A colour in one 32-bit word: red in the lowest byte, then green, blue and a reserved byte.
 ///
-/// The reserved byte is stored and compared exactly like the others; distance, brightness and the
+/// The reserved byte is stored and compared like the others. Distance, brightness and the
 /// comparison with a tolerance ignore it. A plain value: many readers or one writer.
 /// \code
 ///     zel::color_ref const background(0x20, 0x20, 0x28, 0);
@@ -25,7 +25,7 @@ public:
         : value_(value)
     {
     }
-    /// The word of these bytes, red the lowest.
+    /// The word of these bytes; red is the lowest.
     constexpr color_ref(unsigned char red, unsigned char green, unsigned char blue,
                         unsigned char reserved) noexcept
         : value_(std::uint32_t(red) | std::uint32_t(green) << 8 | std::uint32_t(blue) << 16
@@ -34,7 +34,7 @@ public:
     }
     constexpr color_ref(color_ref const &) noexcept = default;
 
-    /// From what reads as a colour and as a number alike, such as a `variant`: as the colour.
+    /// For types that convert to a colour and to a number, such as a `variant`: uses the colour.
     template <typename T>
     requires requires(T const & source) { source.operator color_ref(); }
     explicit constexpr color_ref(T const & source)
@@ -43,7 +43,7 @@ public:
     }
 
     constexpr color_ref & operator=(color_ref const &) noexcept = default;
-    /// All four bytes of a word, or what reads as one.
+    /// Sets all four bytes from a word, or from a type that converts to one.
     constexpr color_ref & operator=(std::uint32_t value) noexcept
     {
         value_ = value;
@@ -67,15 +67,16 @@ public:
     constexpr unsigned char get_blue() const noexcept { return channel(16); }
     constexpr unsigned char get_reserved() const noexcept { return channel(24); }
 
-    /// Each replaces one byte and leaves the other three.
+    /// Each replaces one byte and leaves the other three unchanged.
     constexpr void set_red(unsigned char red) noexcept { set_channel(0, red); }
     constexpr void set_green(unsigned char green) noexcept { set_channel(8, green); }
     constexpr void set_blue(unsigned char blue) noexcept { set_channel(16, blue); }
     constexpr void set_reserved(unsigned char reserved) noexcept { set_channel(24, reserved); }
 
-    /// Whether the colours are alike.
-    /// \param tolerance  what red, green and blue may each differ by, in percent of 255; 0 asks for
-    ///                   equal words, the reserved byte included. Nothing is within a negative one.
+    /// True if the colours are equal within a tolerance.
+    /// \param tolerance  how much red, green and blue may each differ, in percent of 255. 0
+    ///                   compares the whole words, including the reserved byte. A negative
+    ///                   tolerance is never met.
     constexpr bool compare(color_ref const & other, std::int32_t tolerance) const noexcept
     {
         return compare(other.value_, tolerance);
@@ -135,8 +136,8 @@ private:
         if (!std::is_constant_evaluated()) {
             return std::sqrt(static_cast<float>(sum));
         }
-        // Newton's steps from above fall until they have the root to a unit of the last place of a
-        // double, and no root of these sums lies as near to the middle of two floats.
+        // Newton's method from above decreases until it has the root to one unit in the last place
+        // of a double. No root of these sums lies that close to the middle of two floats.
         double root = sum < 1 ? 0.0 : sum;
         for (double next = root; sum > 0; root = next) {
             next = (root + sum / root) / 2;

@@ -9,7 +9,8 @@ namespace zel {
 string format_of_32_bits(char const * format)
 {
     string::validate_ptr(format);
-    constexpr std::string_view in_front = "0123456789$*.-+ #'I"; // flags, width, precision, place
+    constexpr std::string_view in_front
+        = "0123456789$*.-+ #'I"; // flags, width, precision, position
     constexpr std::string_view modifiers = "lqjzt"; // 'h' and "hh" make an `int` smaller
     std::string_view const text = format;
     string result;

@@ -4,11 +4,11 @@
 #include <algorithm>
 #include <cstdint>
 
-/// Which numbers fit an integer of `bits` bits, 1 to 64, its sign included. The name says from which
-/// to which sign: u for unsigned, s for signed, d for a double.
+/// Tells which numbers fit an integer of `bits` bits, 1 to 64, including its sign. The name gives
+/// the source and the target: u for unsigned, s for signed, d for double.
 namespace zel {
 
-// Whether no bit is set at `position` or above.
+// True if no bit is set at `position` or above.
 constexpr bool is_below(std::uint64_t value, int position)
 {
     return position >= 64 || value >> std::max(position, 0) == 0;
@@ -35,8 +35,8 @@ constexpr double power_of_2(int position)
     return position == 64 ? 0x1p64 : static_cast<double>(std::uint64_t{1} << position);
 }
 
-// Whether `value` is not above the integer below 2^position, which a double holds up to 53 bits;
-// there is no fraction beyond them, so that the power itself is the bound. False for a NaN.
+// True if `value` is at most 2^position - 1. A double holds that integer for up to 53 bits; larger
+// doubles have no fraction, so the power itself is the bound. False for a NaN.
 constexpr bool is_below(double value, int position)
 {
     double const power = power_of_2(position);

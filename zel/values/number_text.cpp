@@ -37,15 +37,15 @@ constexpr double exact_powers[]
 constexpr std::int64_t largest_power = std::size(exact_powers) - 1;
 constexpr std::uint64_t largest_exact_integer = std::uint64_t{1} << 53;
 
-// Eight digits at once, the first one in the lowest byte. Neighbours are joined to numbers of two,
-// four and then eight digits.
+// Reads eight digits at once, the first in the lowest byte. Neighbours are joined to numbers of
+// two, then four, then eight digits.
 bool read_eight_digits(char const * text, std::uint64_t & result)
 {
     static_assert(std::endian::native == std::endian::little);
     std::uint64_t bytes = 0;
     std::memcpy(&bytes, text, sizeof(bytes));
     constexpr std::uint64_t high_halves = 0xF0F0F0F0F0F0F0F0;
-    // The second sum moves ':' and what follows it out of the range of the digits.
+    // The addition moves ':' and the bytes above it out of the range of the digits.
     if ((bytes & high_halves) != 0x3030303030303030
         || ((bytes + 0x0606060606060606) & high_halves) != 0x3030303030303030) {
         return false;
@@ -84,7 +84,7 @@ outcome read_any_base(char const * text, std::int32_t & result) noexcept
     text += negative || *text == '+' ? 1 : 0;
     unsigned base = 10;
     if (*text == '0') {
-        // "0x" without a digit behind it is the number 0, and the rest is ignored.
+        // "0x" without a digit after it is the number 0, and the rest is ignored.
         bool const prefix = is_letter(text[1], 'x') && hexadecimal_digit(text[2]) < 16;
         base = prefix ? 16 : 8;
         text += prefix ? 2 : 0;
@@ -137,8 +137,8 @@ outcome read_unsigned(char const * text, std::uint32_t & result) noexcept
         hexadecimal = hexadecimal || digit > 9;
         decimal_value = decimal_value * 10 + digit;
         hexadecimal_value = hexadecimal_value << 4 | digit;
-        // A text that is too large as a decimal number is too large as a hexadecimal one as well,
-        // so a letter that follows cannot bring it back into range.
+        // A text that is too large as a decimal number is also too large as a hexadecimal one, so a
+        // letter behind it cannot bring it back into range.
         if ((hexadecimal ? hexadecimal_value : decimal_value) > limit) {
             return outcome::no_number;
         }

@@ -5,9 +5,9 @@
 #include <cstdint>
 #include <string_view>
 
-/// Numbers and their texts as a `variant` converts them: each type of number has a grammar of its
-/// own. No locale, no allocation, and failures as results, since a question whether a text is a
-/// number is answered as often with no. Texts end at their NUL.
+/// Conversion between numbers and texts for `variant`: each type of number has its own grammar. No
+/// locale and no allocation. Failures are results, not exceptions, because `check_conversion` often
+/// fails. Texts end at their NUL.
 namespace zel::number_text {
 
 enum class outcome : unsigned char {
@@ -19,33 +19,33 @@ enum class outcome : unsigned char {
 /// "true", "1", "false" or "0" in any case of letters, and nothing else.
 outcome read_bool(char const * text, bool & result) noexcept;
 
-/// What `strtol` with base 0 reads where a `long` has 32 bits, which is also where it stops
-/// counting: blanks, a sign, a prefix that tells the base, digits; the rest is ignored.
+/// What `strtol` with base 0 reads, where a `long` has 32 bits: blanks, a sign, a prefix that gives
+/// the base, digits. The rest is ignored.
 outcome read_any_base(char const * text, std::int32_t & result) noexcept;
 
-/// Decimal digits behind an optional sign, the whole text; beyond 32 bits is no number.
-/// \param text  has a NUL behind it, and may end with one before.
+/// Decimal digits after an optional sign; the whole text. A number beyond 32 bits is no number.
+/// \param text  followed by a NUL; may also end earlier with one.
 outcome read_signed(std::string_view text, std::int32_t & result) noexcept;
 
-/// Decimal digits, hexadecimal ones behind "0x" or with a letter among them, the whole text; beyond
-/// 32 bits is no number.
+/// Decimal digits, or hexadecimal ones after "0x" or with a letter among them; the whole text. A
+/// number beyond 32 bits is no number.
 outcome read_unsigned(char const * text, std::uint32_t & result) noexcept;
 
-/// The decimal digits that the text begins with; the rest is ignored.
+/// The decimal digits at the start of the text. The rest is ignored.
 outcome read_leading_digits(char const * text, std::int64_t & result) noexcept;
 
-/// What `strtod` reads in the "C" locale; the rest is ignored. Beyond the largest number lies
-/// infinity, below the smallest 0.
-/// \throws std::bad_alloc  from the host, for texts that are rare.
+/// What `strtod` reads in the "C" locale. The rest is ignored. Numbers that are too large give
+/// infinity, too small ones 0.
+/// \throws std::bad_alloc  from the host, for rare texts only.
 outcome read_double(char const * text, double & result);
 
-constexpr std::size_t longest = 24; // of the texts below; the widest is "-9223372036854775808"
+constexpr std::size_t longest = 24; // bytes of the texts below; e.g. "-9223372036854775808"
 
-/// Decimal digits, a minus sign in front of those of a negative number.
+/// Writes decimal digits, with a minus sign for a negative number.
 /// \returns the length of what was written to `text`, without a NUL.
 std::size_t write_integer(char (&text)[longest], std::int64_t value) noexcept;
 
-/// What `printf` makes of "%g" in the "C" locale.
+/// Writes what `printf` writes for "%g" in the "C" locale.
 std::size_t write_double(char (&text)[longest], double value) noexcept;
 
 } // namespace zel::number_text

@@ -36,8 +36,8 @@ public:
     constexpr point(point const &) noexcept = default;
     constexpr point & operator=(point const &) noexcept = default;
 
-    /// A `t_point` or what derives from it, and nothing that only converts to a `point`, as a number
-    /// does.
+    /// Compares with a `t_point` or a class derived from it, but not with a type that only converts
+    /// to `point`, such as a number.
     template <std::derived_from<t_point> T>
     constexpr bool operator==(T const & other) const noexcept
     {
@@ -53,7 +53,7 @@ public:
     constexpr void offset(t_point by) noexcept { offset(by.x, by.y); }
     constexpr void offset(t_size by) noexcept { offset(by.cx, by.cy); }
 
-    /// Move it there and back.
+    /// Move the place, forth and back.
     constexpr void operator+=(t_point by) noexcept { offset(by); }
     constexpr void operator+=(t_size by) noexcept { offset(by); }
     constexpr void operator-=(t_point by) noexcept
@@ -68,7 +68,7 @@ public:
     /// \throws memory_exception  `null_pointer` for a null format.
     string to_string(char const * format);
 
-    /// As in "{x 3, y 4}".
+    /// Writes for example "{x 3, y 4}".
     friend ZEL_API std::ostream & operator<<(std::ostream & stream, point const & value);
 };
 

@@ -15,9 +15,9 @@ namespace zel {
 
 /// A rectangle on the screen, laid out as a `t_rect`.
 ///
-/// The right and the bottom edge lie outside, so that width and height are plain differences. The
-/// corners may be the wrong way round; such a rectangle is empty until it is normalised. Arithmetic
-/// wraps around at 32 bits. A plain value: many readers or one writer.
+/// The right and the bottom edge are outside, so that width and height are plain differences. The
+/// edges may be swapped; such a rectangle is empty until it is normalised. Arithmetic wraps around
+/// at 32 bits. A plain value: many readers or one writer.
 /// \code
 ///     zel::rect window(0, 0, 640, 480);
 ///     window.deflate(8, 8);
@@ -26,7 +26,7 @@ namespace zel {
 /// \endcode
 class ZEL_API rect : public t_rect {
 public:
-    /// Of four edges, of two corners, or of a corner and an extent.
+    /// From four edges, from two corners, or from a corner and an extent.
     constexpr rect(std::int32_t new_left = 0, std::int32_t new_top = 0, std::int32_t new_right = 0,
                    std::int32_t new_bottom = 0) noexcept
         : t_rect{new_left, new_top, new_right, new_bottom}
@@ -53,7 +53,7 @@ public:
         platform::copy_rect(*this, other);
     }
 
-    /// As the constructors of the same arguments.
+    /// Like the constructors with the same arguments.
     constexpr void set_rect(std::int32_t new_left, std::int32_t new_top, std::int32_t new_right,
                             std::int32_t new_bottom) noexcept
     {
@@ -71,14 +71,14 @@ public:
     /// Sets all four numbers to 0.
     constexpr void set_empty() noexcept { platform::set_rect_empty(*this); }
 
-    /// Swaps the edges that are the wrong way round.
+    /// Exchanges edges that are swapped.
     constexpr void normalize() noexcept
     {
         *this = rect(left < right ? left : right, top < bottom ? top : bottom,
                      left < right ? right : left, top < bottom ? bottom : top);
     }
 
-    /// Negative when the edges are the wrong way round.
+    /// Negative when the edges are swapped.
     constexpr std::int32_t get_width() const noexcept
     {
         return platform::wrapping_difference(right, left);
@@ -89,7 +89,7 @@ public:
     }
     constexpr size get_size() const noexcept { return {get_width(), get_height()}; }
 
-    /// The corner itself: writing to it moves the corner of this rectangle.
+    /// A reference to the corner: writing to it moves the corner of this rectangle.
     point & get_top_left() noexcept { return reinterpret_cast<point &>(left); }
     point const & get_top_left() const noexcept { return reinterpret_cast<point const &>(left); }
     point & get_bottom_right() noexcept { return reinterpret_cast<point &>(right); }
@@ -98,7 +98,7 @@ public:
         return reinterpret_cast<point const &>(right);
     }
 
-    /// A copy of the corner, which lies in two edges.
+    /// A copy of the corner, which is composed of two edges.
     constexpr point get_top_right() const noexcept { return {right, top}; }
     constexpr point get_bottom_left() const noexcept { return {left, bottom}; }
 
@@ -108,10 +108,10 @@ public:
         return {platform::wrapping_sum(left, right) / 2, platform::wrapping_sum(top, bottom) / 2};
     }
 
-    /// Whether no point lies inside.
+    /// True if no point lies inside.
     constexpr bool is_empty() const noexcept { return platform::is_rect_empty(*this); }
 
-    /// Whether all four numbers are 0.
+    /// True if all four numbers are 0.
     constexpr bool is_null() const noexcept { return *this == t_rect{}; }
 
     /// The left and the top edge belong to the rectangle, the right and the bottom one do not.
@@ -120,8 +120,8 @@ public:
         return platform::pt_in_rect(*this, place);
     }
 
-    /// A `t_rect` or what derives from it, and nothing that only converts to a `rect`, as a number
-    /// does.
+    /// Compares with a `t_rect` or a class derived from it, but not with a type that only converts
+    /// to `rect`, such as a number.
     template <std::derived_from<t_rect> T> constexpr bool operator==(T const & other) const noexcept
     {
         return platform::equal_rect(*this, other);
@@ -146,7 +146,7 @@ public:
     }
     constexpr void operator+=(t_rect const & by) noexcept { inflate(by); }
 
-    /// Move the edges inwards, past each other if need be.
+    /// Move the edges inwards; they may pass each other.
     constexpr void deflate(std::int32_t dx, std::int32_t dy) noexcept
     {
         inflate(platform::wrapping_difference(0, dx), platform::wrapping_difference(0, dy));
@@ -180,30 +180,29 @@ public:
     }
     constexpr void operator-=(t_size by) noexcept { *this -= t_point{by.cx, by.cy}; }
 
-    /// Makes this what `a` and `b` have in common; either may be this rectangle.
-    /// \returns false, and all zeros, when that is nothing.
+    /// Makes this the intersection of `a` and `b`; either may be this rectangle.
+    /// \returns false, and sets all zeros, when the intersection is empty.
     constexpr bool set_intersect(t_rect const & a, t_rect const & b) noexcept
     {
         return platform::intersect_rect(*this, a, b);
     }
 
-    /// Makes this the smallest rectangle around `a` and `b`, of which an empty one does not count;
-    /// either may be this rectangle.
-    /// \returns false, and all zeros, when both are empty.
+    /// Makes this the smallest rectangle around `a` and `b`; empty ones are ignored. Either may be
+    /// this rectangle.
+    /// \returns false, and sets all zeros, when both are empty.
     constexpr bool set_union(t_rect const & a, t_rect const & b) noexcept
     {
         return platform::union_rect(*this, a, b);
     }
 
-    /// Makes this `a` without `b` where that is one rectangle again, else `a`; either may be this
-    /// rectangle.
+    /// Makes this `a` without `b` if that is one rectangle, else `a`. Either may be this rectangle.
     /// \returns false when nothing is left.
     constexpr bool set_subtract(t_rect const & a, t_rect const & b) noexcept
     {
         return platform::subtract_rect(*this, a, b);
     }
 
-    /// What both have in common; the smallest rectangle around both.
+    /// The intersection, and the smallest rectangle around both.
     constexpr void operator&=(t_rect const & other) noexcept { set_intersect(*this, other); }
     constexpr void operator|=(t_rect const & other) noexcept { set_union(*this, other); }
 
@@ -212,7 +211,7 @@ public:
     /// \throws memory_exception  `null_pointer` for a null format.
     string to_string(char const * format);
 
-    /// As in "{left 0, top 0, right 10, bottom 5}".
+    /// Writes for example "{left 0, top 0, right 10, bottom 5}".
     friend ZEL_API std::ostream & operator<<(std::ostream & stream, rect const & value);
 };
 
@@ -221,12 +220,13 @@ static_assert(sizeof(rect) == sizeof(t_rect) && std::is_standard_layout_v<rect>)
 static_assert(offsetof(t_rect, top) == offsetof(t_rect, left) + offsetof(t_point, y)
               && offsetof(t_rect, bottom) == offsetof(t_rect, right) + offsetof(t_point, y));
 
-/// What two operators take: rectangles, of which one is a `rect`, and nothing that only converts.
+/// The operands of two operators: rectangles, at least one of them a `rect`, and no type that only
+/// converts.
 template <typename A, typename B>
 concept two_rects = std::derived_from<A, t_rect> && std::derived_from<B, t_rect> &&(
     std::derived_from<A, rect> || std::derived_from<B, rect>);
 
-/// What both have in common, or all zeros.
+/// The intersection, or all zeros.
 template <typename A, typename B>
 requires two_rects<A, B>
 constexpr rect operator&(A const & a, B const & b) noexcept
@@ -236,7 +236,7 @@ constexpr rect operator&(A const & a, B const & b) noexcept
     return common;
 }
 
-/// The smallest rectangle around both, of which an empty one does not count.
+/// The smallest rectangle around both; empty ones are ignored.
 template <typename A, typename B>
 requires two_rects<A, B>
 constexpr rect operator|(A const & a, B const & b) noexcept

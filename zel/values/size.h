@@ -12,15 +12,15 @@ namespace zel {
 
 /// A width and a height, laid out as a `t_size`.
 ///
-/// Arithmetic wraps around at 32 bits; nothing keeps an extent from being negative. A plain value:
-/// many readers or one writer.
+/// Arithmetic wraps around at 32 bits; extents may be negative. A plain value: many readers or one
+/// writer.
 /// \code
 ///     zel::size window(640, 480);
 ///     window -= zel::size(20, 40);    // the frame
 /// \endcode
 class ZEL_API size : public t_size {
 public:
-    /// An extent, or the one from 0, 0 to a place.
+    /// An extent, or the extent from 0, 0 to a place.
     constexpr size(std::int32_t width = 0, std::int32_t height = 0) noexcept
         : t_size{width, height}
     {
@@ -36,14 +36,14 @@ public:
     constexpr size(size const &) noexcept = default;
     constexpr size & operator=(size const &) noexcept = default;
 
-    /// A `t_size` or what derives from it, and nothing that only converts to a `size`, as a number
-    /// does.
+    /// Compares with a `t_size` or a class derived from it, but not with a type that only converts
+    /// to `size`, such as a number.
     template <std::derived_from<t_size> T> constexpr bool operator==(T const & other) const noexcept
     {
         return cx == other.cx && cy == other.cy;
     }
 
-    /// Grows and shrinks, below 0 too.
+    /// Add and subtract; the result may be negative.
     constexpr void operator+=(t_size by) noexcept
     {
         cx = platform::wrapping_sum(cx, by.cx);
@@ -60,7 +60,7 @@ public:
     /// \throws memory_exception  `null_pointer` for a null format.
     string to_string(char const * format);
 
-    /// As in "{cx 3, cy 4}".
+    /// Writes for example "{cx 3, cy 4}".
     friend ZEL_API std::ostream & operator<<(std::ostream & stream, size const & value);
 };
 

@@ -8,7 +8,7 @@
 
 namespace zel {
 
-/// Whether the 16 bytes are equal and none of them is NUL.
+/// True if the 16 bytes are equal and none of them is NUL.
 inline bool equal_without_nul(char const * a, char const * b)
 {
     auto const left = block16::load(a);
@@ -16,7 +16,7 @@ inline bool equal_without_nul(char const * a, char const * b)
     return without(equal(left, right), equal(left, block16::filled('\0'))).sign_bits() == 0xFFFF;
 }
 
-/// Whether `whole` equals the part of `other` before its first NUL.
+/// True if `whole` equals the part of `other` before its first NUL.
 inline bool equal_before_nul(string const & whole, string const & other)
 {
     std::size_t const size = whole.size();

@@ -52,7 +52,7 @@ void set_fields(time & value, platform::system_time const & fields)
 }
 
 // Days before each month in a year without a leap day. Months above 12 count as 13, which follows
-// the whole year; months 0 and 1 have no days in front of them.
+// the whole year; no days precede months 0 and 1.
 constexpr std::int32_t days_before_month[14]
     = {0, 0, 31, 59, 90, 120, 151, 181, 212, 243, 273, 304, 334, 365};
 
@@ -65,8 +65,8 @@ inline std::int32_t day_number(time const & value)
     std::uint32_t const before = year + 399;
     std::uint32_t const century = before / 100;
     std::uint32_t const days = 365 * year + before / 4 - century + century / 4 - 96;
-    // A year that is divisible by 100 is a leap year if it is divisible by 400, which is so if it
-    // is divisible by 16.
+    // A year divisible by 100 is a leap year if it is divisible by 400; it is then enough to check
+    // 16.
     bool const starts_century = before - century * 100 == 99;
     bool const has_leap_day = month > 2 && (year & (starts_century ? 15U : 3U)) == 0;
     return static_cast<std::int32_t>(days) + days_before_month[month] + has_leap_day

@@ -13,10 +13,11 @@ namespace zel {
 /// A date of the Gregorian calendar and a time of day, to the millisecond.
 ///
 /// It has no time zone: whether it is UTC or local time depends on how it was read. Neither the
-/// constructors nor the setters check their values, and setting a date leaves the day of the week
-/// alone. What counts ticks (`to_100nanosecs`, adding and subtracting a `timer`) takes the years
-/// 1601 to 30827 and gives, for fields that name no date, what 0 ticks give: 1 January 1601.
-/// A plain value: many readers or one writer; the clocks may be read by any thread.
+/// constructors nor the setters check their values, and setting a date does not change the day of
+/// the week. Operations that count ticks (`to_100nanosecs`, adding and subtracting a `timer`)
+/// support the years 1601 to 30827; for fields that are no valid date they give the result for 0
+/// ticks, 1 January 1601. A plain value: many readers or one writer; any thread may read the
+/// clocks.
 /// \code
 ///     zel::time const now;                                            // local time
 ///     zel::time const release(1, zel::time::march, 2027, 9, 0, 0, 0);
@@ -64,7 +65,7 @@ public:
     /// Reads the clock; an unknown `source` gives 1 January 1601.
     time(time_enum source = local_time) noexcept;
 
-    /// Takes the fields as they are; the day of the week is `unknown_day`.
+    /// Stores the fields unchecked; the day of the week is `unknown_day`.
     time(unsigned char day, month mon, std::uint16_t year, unsigned char hour, unsigned char minute,
          unsigned char second, std::uint16_t milliseconds) noexcept
         : year_(year)
@@ -78,11 +79,11 @@ public:
     {
     }
 
-    /// The date of a count as `to_100nanosecs` gives it, its day of the week included. A negative
-    /// count and one beyond the year 30827 give 1 January 1601.
+    /// The date of a number of ticks as `to_100nanosecs` returns it, with its day of the week. A
+    /// negative number and one beyond the year 30827 give 1 January 1601.
     time(std::int64_t ticks) noexcept;
 
-    /// The fields; the count stays with the object.
+    /// Copies the fields, not the reference count.
     time(time const & other) noexcept
         : ref_obj() // the count stays with the object
     {
@@ -95,7 +96,7 @@ public:
     }
     ~time() override = default;
 
-    /// The fields as they stand.
+    /// The stored fields.
     std::uint16_t get_year() const noexcept { return year_; }
     month get_month() const noexcept { return month_; }
     day_of_week get_day_of_week() const noexcept { return day_of_week_; }
@@ -105,7 +106,7 @@ public:
     unsigned char get_second() const noexcept { return second_; }
     std::uint16_t get_milliseconds() const noexcept { return milliseconds_; }
 
-    /// Each sets one field and looks at nothing, not even at the day of the week.
+    /// Each sets one field, without a check; the day of the week does not change.
     void set_year(std::uint16_t year) noexcept { year_ = year; }
     void set_month(month mon) noexcept { month_ = mon; }
     void set_day_of_week(day_of_week day) noexcept { day_of_week_ = day; }
@@ -115,8 +116,8 @@ public:
     void set_second(unsigned char second) noexcept { second_ = second; }
     void set_milliseconds(std::uint16_t milliseconds) noexcept { milliseconds_ = milliseconds; }
 
-    /// All eight fields, the day of the week included: a date that was built from its parts differs
-    /// from the same date that was read from the clock.
+    /// Compares all eight fields, including the day of the week: a date that was built from its
+    /// parts differs from the same date read from the clock.
     bool operator==(time const & other) const noexcept
     {
         return year_ == other.year_ && month_ == other.month_ && day_of_week_ == other.day_of_week_
@@ -124,26 +125,28 @@ public:
             && second_ == other.second_ && milliseconds_ == other.milliseconds_;
     }
 
-    /// Read the clock as UTC, or as local time by the zone that `TZ` names, else the host's own. A
-    /// changed `TZ` counts from the next call on, a changed configuration within a second.
+    /// Read the clock as UTC, or as local time. The time zone comes from `TZ`, else from the host's
+    /// configuration. A change of `TZ` takes effect at the next call, a new configuration within a
+    /// second.
     void read_system() noexcept;
     void read_local() noexcept;
 
-    /// Set the host's clock from UTC or local time; the day of the week is not looked at.
-    /// \returns false, with the reason as the last error, unless the clock was set: the fields name
-    ///          no date, the host's clock cannot hold it, or the process may not set the clock.
+    /// Set the host's clock from UTC or local time. The day of the week is ignored.
+    /// \returns true if the clock was set. False, with the reason in the last error, when the
+    ///          fields are no valid date, when the host's clock cannot hold it, or when the process
+    ///          may not set the clock.
     bool write_system() const noexcept;
     bool write_local() const noexcept;
 
-    /// The ticks of 100 nanoseconds since the start of 1601; 0 when the fields name no date of the
-    /// years 1601 to 30827.
+    /// The ticks of 100 nanoseconds since the start of 1601; 0 when the fields are no valid date of
+    /// the years 1601 to 30827.
     std::int64_t to_100nanosecs() const noexcept;
 
-    /// As in "Thursday March 01 09:05:07.042  2007". A weekday or a month that has no name is
+    /// For example "Thursday March 01 09:05:07.042  2007". A weekday or a month without a name is
     /// "Unknown".
     string to_string() const;
 
-    /// Move the date by a span, through the count of ticks; the day of the week comes out right.
+    /// Move the date by a span, by counting ticks; this also sets the day of the week.
     time & operator+=(timer const & span) noexcept;
     time & operator-=(timer const & span) noexcept;
 
@@ -175,9 +178,9 @@ private:
     std::uint16_t milliseconds_;
 };
 
-/// The span from `right` to `left`, counted on the fields in the calendar of all years from 0 on,
-/// without regard to the day of the week. Backwards only the days are negative: 10:00 less 12:00 of
-/// one day is -1 days and 22 hours.
+/// The span from `right` to `left`, computed from the fields in the calendar of all years from 0
+/// on; the day of the week is ignored. If the span is negative, only its days are negative: 10:00
+/// minus 12:00 of one day is -1 days and 22 hours.
 ZEL_API timer operator-(time const & left, time const & right) noexcept;
 
 ZEL_API time operator-(time const & value, timer const & span) noexcept;

@@ -11,7 +11,7 @@ namespace {
 
 static_assert(sizeof(platform::guid) == sizeof(uid) && alignof(platform::guid) == alignof(uid));
 
-// Added to a digit above 9, counted from the character '9', this gives its letter.
+// Added to a digit above 9, which is written as '9' plus its excess, this gives its letter.
 constexpr char capital = 'A' - '9' - 1;
 constexpr char small = 'a' - '9' - 1;
 
@@ -33,7 +33,7 @@ void uid::create() noexcept
 
 string uid::to_string() const
 {
-    // The bytes in the order in which they are printed: numbers begin with their highest byte.
+    // The bytes in printing order: the numbers begin with their highest byte.
     std::uint64_t const numbers = std::uint64_t{__builtin_bswap32(data1_)}
         | std::uint64_t{__builtin_bswap16(data2_)} << 32
         | std::uint64_t{__builtin_bswap16(data3_)} << 48;
@@ -41,7 +41,7 @@ string uid::to_string() const
     block16 const high = bytes.high_nibbles();
     block16 const low = bytes.low_nibbles();
 
-    // Only the third group has small letters.
+    // Only the third group is printed in small letters.
     static constexpr char letters[16]
         = {capital, capital, capital, capital, capital, capital, capital, capital,
            capital, capital, capital, capital, small,   small,   small,   small};

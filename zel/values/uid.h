@@ -13,10 +13,10 @@
 
 namespace zel {
 
-/// A 128-bit identifier that nobody else has: a UUID.
+/// A unique 128-bit identifier: a UUID.
 ///
-/// Laid out as the platform's GUID: three numbers as the host stores numbers, then eight bytes. A
-/// plain value: many readers or one writer.
+/// It has the layout of the platform's GUID: three numbers in the host's byte order, then eight
+/// bytes. A plain value: many readers or one writer.
 /// \code
 ///     zel::uid session;               // all zero
 ///     session.create();
@@ -38,8 +38,8 @@ public:
     constexpr uid & operator=(uid const &) noexcept = default;
 
     /// Becomes a new random identifier, version 4 of RFC 4122. Its 122 random bits come from the
-    /// kernel; no two are alike, in whichever threads and processes they are made, the two that go
-    /// on after a `fork` included. All zero where the host gives no random bytes.
+    /// kernel. All identifiers differ, across threads and processes, including both processes after
+    /// a `fork`. All zero if the host provides no random bytes.
     void create() noexcept;
 
     /// Byte by byte.
@@ -48,7 +48,7 @@ public:
         return in_memory() == other.in_memory();
     }
 
-    /// By the bytes in memory, the first that differs deciding. That is not the order of the
+    /// Orders by the bytes in memory; the first difference decides. That is not the order of the
     /// numbers, whose lowest byte comes first.
     constexpr bool operator<(uid const & other) const noexcept
     {
@@ -58,8 +58,8 @@ public:
     constexpr bool operator<=(uid const & other) const noexcept { return !(other < *this); }
     constexpr bool operator>=(uid const & other) const noexcept { return !(*this < other); }
 
-    /// As in "{0123ABCD-4567-89ab-CDEF-0123456789AB}": 38 bytes, with small letters in the third
-    /// group alone.
+    /// For example "{0123ABCD-4567-89ab-CDEF-0123456789AB}": 38 bytes; only the third group has
+    /// small letters.
     string to_string() const;
 
     /// Writes the text of `to_string`.
@@ -87,7 +87,7 @@ static_assert(sizeof(uid) == 16
 template <> struct std::hash<zel::uid> {
     std::size_t operator()(zel::uid const & value) const noexcept
     {
-        // Identifiers that were not made at random may differ in a few bits anywhere.
+        // Identifiers that are not random may differ in only a few bits anywhere.
         auto const words = std::bit_cast<std::array<std::uint64_t, 2>>(value);
         std::uint64_t const mixed
             = (words[0] ^ std::rotl(words[1] * 0x9E3779B97F4A7C15, 32)) * 0x9E3779B97F4A7C15;

@@ -35,7 +35,7 @@ template <typename T> T checked(bool fits, T value)
     return value;
 }
 
-/// Bits of an integer type; 0 for a type that is none.
+/// The number of bits of an integer type; 0 for any other type.
 constexpr int width_of(variant::vt_type type)
 {
     switch (type) {
@@ -106,7 +106,7 @@ variant::exception::exception(exc_type type, char const * text)
 
 variant::exception::~exception() = default;
 
-// A value in the form in which it is converted: numbers widened, texts by pointer.
+// A value in the form used for conversions: numbers widened, texts by pointer.
 struct variant::view {
     enum kind_type : unsigned char { nothing, truth, of_unsigned, of_signed, floating, text };
 
@@ -130,8 +130,8 @@ struct variant::view {
 
 variant::view variant::look() const noexcept
 {
-    // Integers are cut to the width of their tag, because a derived class may have changed the tag
-    // alone.
+    // Integers are cut to the width of their tag, because a derived class may have changed only the
+    // tag.
     switch (type_) {
     case vt_bool:
         return {.kind = view::truth, .bits = truth_payload()};

@@ -18,12 +18,13 @@ class variant;
 
 // clang-format off
 
-/// What converts to `bool` but to no number: pointers, arrays, functions, lambdas without captures.
+/// Types that convert to `bool` but to no number: pointers, arrays, functions, lambdas without
+/// captures.
 template <typename T>
 concept pointer_like = std::is_null_pointer_v<T>
     || (std::is_convertible_v<T const &, bool> && !std::is_convertible_v<T const &, int>);
 
-/// What a `variant` can be made of, apart from a `variant`.
+/// Types from which a `variant` can be made, apart from `variant`.
 template <typename T>
 concept variant_value
     = std::is_constructible_v<variant, T const &> && !std::derived_from<T, variant>;
@@ -36,14 +37,14 @@ concept host_integer = std::integral<T> && sizeof(T) <= sizeof(std::int64_t);
 
 /// One value of twelve types, or none, that can be read as any of the twelve.
 ///
-/// The tag says what is stored; a read of another type converts, and raises when the value has no
+/// The tag tells what is stored. A read as another type converts, and raises when the value has no
 /// counterpart there. Integers are checked against the range of the type read. A fractional number
-/// is checked as it is and then loses its fraction: 127.0 is a `vt_char`, 127.5 is not. Anything
-/// but 0 reads as true. Nothing at all reads as false, 0, the empty text and black.
+/// is checked before it loses its fraction: 127.0 is a `vt_char`, 127.5 is not. Everything but 0
+/// reads as true. An empty variant reads as false, 0, the empty text and black.
 ///
 /// Numbers become decimal digits, fractional ones as "%g" writes them, with six significant digits;
-/// truth values become "true" and "false". The other way round each type has its own idea of a
-/// text, which ends at its first NUL:
+/// truth values become "true" and "false". In the other direction each type has its own grammar for
+/// a text, which ends at its first NUL:
 ///
 /// | read as                 | text                                              | otherwise      |
 /// |-------------------------|---------------------------------------------------|----------------|
@@ -57,16 +58,16 @@ concept host_integer = std::integral<T> && sizeof(T) <= sizeof(std::int64_t);
 /// |                         |                                                   | out of range   |
 /// | `vt_float`, `vt_double` | what `strtod` reads; the rest is ignored          | no value       |
 ///
-/// The locale plays no part in any of this. A NaN is in the range of no integer type. Numbers are
-/// written rounded to nearest whatever the rounding mode of the thread, which `string::format`
-/// follows. Reading a text, and a conversion to a floating type, are right to the last bit in the
-/// usual mode, and differ by one unit of the last place at most in the others.
+/// None of this depends on the locale. A NaN is in the range of no integer type. Numbers are
+/// written rounded to nearest, whatever the rounding mode of the thread, which `string::format`
+/// follows. Reading a text, and converting to a floating type, are correct to the last bit in the
+/// default mode, and differ by at most one unit of the last place in the others.
 ///
-/// Every integer type of the host that is none of the twelve is stored as the one of its width and
-/// sign, so that an `int` is a `vt_long`, and `long` and `long long` are `vt_int64`. There is no
-/// unsigned type of 64 bits: such numbers become `vt_int64`, and raise when they do not fit.
-/// Pointers are refused by the compiler, since they would turn into truth values; a text comes as a
-/// `string` or with its length.
+/// Every integer type of the host that is not among the twelve is stored as the type of its width
+/// and sign: an `int` is a `vt_long`, and `long` and `long long` are `vt_int64`. There is no
+/// unsigned type of 64 bits: such numbers become `vt_int64`, and raise when they do not fit. The
+/// compiler refuses pointers, because they would become truth values; pass a text as a `string` or
+/// with its length.
 ///
 /// A plain value: any number of threads may read one object, one may write.
 /// \code
@@ -77,7 +78,7 @@ concept host_integer = std::integral<T> && sizeof(T) <= sizeof(std::int64_t);
 /// \endcode
 class ZEL_API variant {
 public:
-    /// One bit a type, so that groups are told by a mask.
+    /// One bit for each type, so that a mask describes a group.
     enum vt_type : std::uint32_t {
         vt_empty = 0x0000,
         vt_bool = 0x0001,
@@ -94,7 +95,7 @@ public:
         vt_color = 0x1000, ///< `color_ref`
     };
 
-    /// The value cannot be read as the type.
+    /// Raised when the value cannot be read as the type.
     class ZEL_API exception : public zel::exception {
     public:
         /// The reasons, which `get_type()` tells.
@@ -103,7 +104,7 @@ public:
             out_of_range = 2, ///< the number does not fit
         };
 
-        /// \param text  goes behind the reason; null for nothing.
+        /// \param text  follows the text of the reason; null for none.
         exception(exc_type type, char const * text);
         exception(exception const &) = default;
         exception & operator=(exception const &) = default;
@@ -114,7 +115,7 @@ public:
         : variant(bits_of(0), vt_empty)
     {
     }
-    /// A value of the type that is stored for it. A text is copied or taken over.
+    /// Stores a value. A text is copied or moved.
     variant(bool value) noexcept
         : variant(bits_of(value), vt_bool)
     {
@@ -163,16 +164,17 @@ public:
         : variant(payload{.text = new string(std::move(text))}, vt_string)
     {
     }
-    /// The first `length` bytes of `text`, fewer when it ends before with a NUL; none of a null
-    /// pointer.
+    /// The first `length` bytes of `text`, fewer when a NUL ends it earlier; the empty text for a
+    /// null pointer.
     variant(char const * text, std::uint32_t length);
     variant(color_ref const & color) noexcept
         : variant(bits_of(color.get_value()), vt_color)
     {
     }
 
-    /// Another integer type of the host, as the stored type of its width and sign.
-    /// \throws exception  `out_of_range` for an unsigned number of 64 bits above the signed ones.
+    /// Stores another integer type of the host as the type of its width and sign.
+    /// \throws exception  `out_of_range` for an unsigned 64-bit number that does not fit a signed
+    ///                    one.
     template <host_integer T>
     variant(T value)
         : variant(stored(value))
@@ -194,8 +196,8 @@ public:
     }
     ~variant() { release(); }
 
-    /// A number frees the text that was stored, a text keeps its storage. When memory runs out the
-    /// old value stays.
+    /// A number frees a stored text; a text reuses the storage of one. When memory runs out the old
+    /// value stays.
     variant & operator=(bool value) noexcept { return store(bits_of(value), vt_bool); }
     variant & operator=(signed char value) noexcept { return store(bits_of(value), vt_char); }
     variant & operator=(unsigned char value) noexcept { return store(bits_of(value), vt_uchar); }
@@ -228,7 +230,7 @@ public:
         return *this;
     }
 
-    /// Moves no text.
+    /// Exchanges the values without copying a text.
     void swap(variant & other) noexcept
     {
         std::swap(value_, other.value_);
@@ -236,14 +238,14 @@ public:
     }
     friend void swap(variant & a, variant & b) noexcept { a.swap(b); }
 
-    /// What is stored.
+    /// The type that is stored.
     vt_type type() const noexcept { return type_; }
 
-    /// Whether the value can be read as `target`: of this value, not of its type alone.
+    /// True if this value can be read as `target`. It depends on the value, not only on its type.
     bool check_conversion(vt_type target) const;
 
-    /// The value as the type asked for. The object stays as it is.
-    /// \throws exception  `data_convert_error` or `out_of_range`, as the class says.
+    /// The value, converted to the type. The object does not change.
+    /// \throws exception  `data_convert_error` or `out_of_range`, as described for the class.
     operator bool() const { return type_ == vt_bool ? truth_payload() : read_bool(); }
     operator signed char() const { return read_integer<signed char>(vt_char); }
     operator unsigned char() const { return read_integer<unsigned char>(vt_uchar); }
@@ -263,10 +265,10 @@ public:
     operator string() const;
     operator color_ref() const { return color_ref(read_integer<std::uint32_t>(vt_color)); }
 
-    /// Whether `other`, read as the type of this value, is the same. Therefore not symmetric: the
-    /// number 1 equals the text "01", which does not equal the number 1. What cannot be read so is
-    /// different, as is a NaN. A text on the right counts up to its first NUL, one on the left
-    /// whole. Nothing equals nothing alone.
+    /// True if `other`, read as the type of this value, is equal to it. So it is not symmetric: the
+    /// number 1 equals the text "01", but the text "01" does not equal the number 1. A value that
+    /// cannot be read as that type is different, and so is a NaN. A text on the right ends at its
+    /// first NUL, a text on the left does not. An empty variant equals only an empty variant.
     bool operator==(variant const & other) const
     {
         return type_ == other.type_ && (type_ & integer_types) != 0
@@ -275,7 +277,7 @@ public:
     }
     bool operator!=(variant const & other) const { return !(*this == other); }
 
-    /// The same with a plain value on one side, which keeps its side.
+    /// The same with a plain value on one side; the sides are not exchanged.
     template <variant_value T> friend bool operator==(variant const & left, T const & right)
     {
         return left == variant(right);
@@ -285,7 +287,7 @@ public:
         return variant(left) == right;
     }
 
-    /// A text and what is read as a `string`, in either order.
+    /// Compares a text with the variant read as a `string`, in either order.
     template <typename T>
     requires std::derived_from<std::remove_cvref_t<T>, std::string>
     friend string operator+(T && left, variant const & right)
@@ -299,7 +301,7 @@ public:
         return left.operator string() += right;
     }
 
-    /// Writes what is read as a `string`.
+    /// Writes the value read as a `string`.
     friend ZEL_API std::ostream & operator<<(std::ostream & stream, variant const & value);
 
 protected:
@@ -309,21 +311,21 @@ protected:
     static constexpr std::uint32_t floating_types = 0x0600;
     static constexpr std::uint32_t integer_types = 0x10FE; ///< both, and colours
 
-    /// Changes the tag alone. A text is freed when it goes and empty when it comes; other payloads
-    /// are taken for what the new tag names.
+    /// Changes only the tag. A stored text is freed; a new text is empty; other payloads are
+    /// reinterpreted as the new type.
     /// \throws std::bad_alloc  with the tag as it was.
     void type(vt_type type);
 
-    /// Takes over the value of `source`, converted. `vt_empty`, and what is no type at all, change
+    /// Takes over the value of `source`, converted. `vt_empty` and values that are no type change
     /// the tag and store nothing.
     /// \param source  another object.
     /// \throws exception  with the new tag and no meaningful payload.
     void change_type(vt_type target, variant const & source);
 
-    /// Range checks: what stands in the way of a target of `bits` bits raises, what passes is
-    /// returned. The name says from which to which sign; a fractional number is checked before it
-    /// loses its fraction.
-    /// \param bits  of the target, its sign included: 1 to 64.
+    /// Range checks: a value that does not fit a target of `bits` bits raises, others are returned.
+    /// The name gives the source and the target: u for unsigned, s for signed, d for double. A
+    /// fractional number is checked before it loses its fraction.
+    /// \param bits  of the target, including its sign: 1 to 64.
     /// \throws exception  `out_of_range`.
     static std::uint64_t from_u_to_u(std::uint64_t value, signed char bits);
     static std::uint64_t from_s_to_u(std::int64_t value, signed char bits);
@@ -333,14 +335,14 @@ protected:
     static std::int64_t from_d_to_s(double value, signed char bits);
 
 private:
-    // Integers are kept extended to 64 bits by their sign, so that they are read without looking at
-    // the tag again and every copy is one of 8 bytes; a `float` lies in the low half.
+    // Integers are stored extended to 64 bits by their sign, so that reading them does not depend
+    // on the tag and every copy is 8 bytes. A `float` is in the low half.
     union payload {
         std::uint64_t bits;
         string * text; // owned, never null
     };
 
-    struct view; // what the source file needs of a value to convert it
+    struct view; // for the source file: a value prepared for conversion
 
     template <typename T> static payload bits_of(T value) noexcept
     {
@@ -373,8 +375,8 @@ private:
         }
     }
 
-    // Whether two integers of one type are the same. They may differ in bits that do not belong to
-    // the type, since a derived class may have changed the tag alone.
+    // True if two integers of one type are equal. They may differ in bits beyond the type, because
+    // a derived class may have changed only the tag.
     static bool same_integer(vt_type type, payload a, payload b) noexcept
     {
         std::uint64_t const difference = a.bits ^ b.bits;
@@ -409,7 +411,7 @@ private:
     view look() const noexcept;
     bool equals(variant const & other) const;
 
-    // Only the low byte, since a derived class may have changed the tag alone.
+    // Uses only the low byte, because a derived class may have changed only the tag.
     bool truth_payload() const noexcept { return (value_.bits & 0xFF) != 0; }
     float float_payload() const noexcept
     {
