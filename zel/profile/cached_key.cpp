@@ -19,7 +19,7 @@ cached_key::~cached_key()
 {
     try {
         cached_key::commit();
-    } catch (...) { // there is nobody left to tell
+    } catch (...) { // a destructor can't report a failure
     }
     profile_ = nullptr;
     for (auto & value : values_) {
@@ -31,7 +31,7 @@ void cached_key::commit()
 {
     platform::private_profile_batch together;
     values_.in_order();
-    // By position, since the store may be one that comes back here and adds entries.
+    // By index: the store may call back into this cache and add entries.
     for (std::size_t i = 0; i < values_.size(); ++i) {
         values_.item(i).commit(profile_, name_);
     }
@@ -118,7 +118,7 @@ void cached_key::read_binary(string const & entry, void * data, std::uint32_t si
 auto_ptr<cached_value> cached_key::load_binary(string const & section, string const & entry)
 {
     std::uint32_t const size = profile_->get_binary_size(section, entry);
-    // The store may not have it any more, and then leaves the bytes alone.
+    // If the store does not have it any more, it leaves the bytes unchanged.
     auto_buffer<unsigned char> bytes(size);
     std::fill_n(bytes.get(), size, static_cast<unsigned char>(0));
     profile_->read_binary(section, entry, bytes.get(), size);

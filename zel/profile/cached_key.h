@@ -14,26 +14,26 @@
 
 namespace zel::profile_cache {
 
-/// One section in memory with the entries that were used so far. Its name ends at the first NUL. It
-/// holds the store below, so that it can write them when it goes.
+/// One section in memory, with the entries that were used so far. Its name ends at the first NUL.
+/// It holds a reference to the store below, so that its destructor can write the entries.
 class ZEL_API cached_key : public ref_obj {
 public:
-    /// Nothing is read yet.
+    /// Reads nothing yet.
     cached_key(string const & section, auto_ptr<iprofile> store);
-    /// Commits; no exception leaves.
+    /// Commits; raises nothing.
     ~cached_key() override;
 
     /// Calls `commit` of every entry, in ascending order of name.
     virtual void commit();
 
-    /// Of the section; sections sort by it, byte by byte.
+    /// The section's name; sections are sorted by it, byte by byte.
     string get_name() const { return name_; }
     std::string_view name_view() const noexcept { return name_; }
     bool operator<(cached_key const & other) const noexcept { return name_ < other.name_; }
 
     /// The entry, or the end of the entries.
     std::vector<auto_ptr<cached_value>>::iterator find_value(string const & entry);
-    /// Inserts an entry that is not there yet.
+    /// Inserts a new entry.
     void insert_value(auto_ptr<cached_value> value);
 
     /// The operations of a `cached_profile` on one section.
@@ -46,12 +46,13 @@ public:
     void write_binary(string const & entry, void * data, std::uint32_t size);
     std::uint32_t get_binary_size(string const & entry);
     void read_binary(string const & entry, void * data, std::uint32_t size);
-    /// Fetches a block from the store below and keeps it.
+    /// Reads a block from the store below and keeps it in memory.
     auto_ptr<cached_value> load_binary(string const & section, string const & entry);
 
-    /// Told when a commit ended with no memory; what may not have been kept is dirty again.
+    /// Called when a commit ran out of memory: entries that the store may not have stored become
+    /// dirty again.
     void commit_failed() noexcept;
-    /// Nothing is dirty afterwards.
+    /// Marks all entries as not dirty.
     void forget_changes() noexcept;
 
 private:

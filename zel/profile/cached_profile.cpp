@@ -18,8 +18,8 @@ cached_profile::cached_profile(auto_ptr<iprofile> below)
 cached_profile::~cached_profile()
 {
     platform::private_profile_batch const together;
-    // The store may come back here while a section writes itself. It finds a table without those
-    // that are on their way out, and what it adds goes in the next round.
+    // The store may call back into this cache while a section writes itself. It then finds a table
+    // without the sections that are being written; what it adds is written in the next round.
     for (int round = 0; round < 8 && !keys.empty(); ++round) {
         last_used_ = nullptr;
         for (auto & key : keys.take()) {
@@ -115,7 +115,7 @@ void cached_profile::commit()
     platform::private_profile_batch together;
     try {
         keys.in_order();
-        // By position, since the store may be one that comes back here and adds sections.
+        // By index: the store may call back into this cache and add sections.
         for (std::size_t i = 0; i < keys.size(); ++i) {
             keys.item(i).commit();
         }
@@ -143,7 +143,7 @@ auto_ptr<cached_profile::cached_key> cached_profile::getKey(string const & secti
     return &key_of(section);
 }
 
-/// `getKey` without a reference of the caller's own: sections stay as long as this object.
+/// `getKey` without a reference for the caller: sections live as long as this object.
 cached_profile::cached_key & cached_profile::key_of(string const & section)
 {
     if (last_used_ == nullptr || !profile_cache::same_name(last_used_->name_view(), section)) {

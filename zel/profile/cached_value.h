@@ -10,14 +10,14 @@
 #include <cstdint>
 #include <string_view>
 
-/// What a `cached_profile` keeps.
+/// The entries and sections of a `cached_profile`.
 namespace zel::profile_cache {
 
-/// One entry in memory. Its name and its text end at their first NUL. It answers every operation; those that do not fit its type do nothing or
-/// give "" or 0.
+/// One entry in memory. Its name and its text end at their first NUL. It has the operations of all
+/// types; those of another type than its own do nothing, or return "" or 0.
 class ZEL_API cached_value : public ref_obj {
 public:
-    /// `is_dirty` for what the store below does not have yet.
+    /// \param is_dirty  true if the store below does not have the value yet.
     cached_value(string const & entry, bool is_dirty);
     ~cached_value() override;
 
@@ -28,30 +28,30 @@ public:
     /// Copies the first `count` bytes, or as many as there are.
     virtual void get_binary(void * target, std::uint32_t count);
     virtual std::uint32_t get_binary_size();
-    /// A set operation of the entry's own type makes it dirty, also with the value that it had.
+    /// A set operation of the entry's own type makes it dirty, even if the value does not change.
     virtual void set_string(string const & text);
     virtual void set_int(std::int32_t number);
     /// \param block  may be null when `length` is 0.
     virtual void set_binary(void * block, std::uint32_t length);
 
-    /// Told when a commit ended with no memory, so that the store may not have kept what it got.
+    /// Called when a commit ran out of memory, so that the store may not have stored the value.
     virtual void commit_failed() noexcept;
 
-    /// Of the entry.
+    /// The entry's name.
     string get_name() const { return name; }
     std::string_view name_view() const noexcept { return name; }
-    /// For an entry that nobody is to write any more.
+    /// For an entry that must not be written any more.
     void forget_change() noexcept { dirty = false; }
 
 protected:
-    string const name; ///< of the entry
+    string const name; ///< the entry's name
     bool dirty; ///< the store below does not have it yet
 };
 
 /// An entry whose first use was a text.
 class ZEL_API string_cached_value : public cached_value {
 public:
-    /// A text as it was read, or is to be written.
+    /// Stores a text that was read, or that has to be written.
     string_cached_value(string const & entry, string const & text, bool is_dirty);
     ~string_cached_value() override;
 
@@ -66,7 +66,7 @@ private:
 /// An entry whose first use was a number or a truth value.
 class ZEL_API int_cached_value : public cached_value {
 public:
-    /// A number as it was read, or is to be written.
+    /// Stores a number that was read, or that has to be written.
     int_cached_value(string const & entry, std::int32_t number, bool is_dirty);
     ~int_cached_value() override;
 
@@ -86,12 +86,12 @@ public:
                         bool is_dirty);
     ~binary_cached_value() override;
 
-    /// Clean afterwards, unlike the other types.
+    /// The entry is not dirty afterwards, unlike those of other types.
     void commit(auto_ptr<iprofile> store, string const & section) override;
     void get_binary(void * target, std::uint32_t count) override;
     std::uint32_t get_binary_size() override;
     void set_binary(void * block, std::uint32_t length) override;
-    /// Dirty again.
+    /// Makes the entry dirty again if it was committed.
     void commit_failed() noexcept override;
 
 private:

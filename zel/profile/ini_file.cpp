@@ -10,7 +10,8 @@
 namespace zel {
 namespace {
 
-/// The file under the host's own name, which is empty when it has none; such a file is missing.
+/// The file's name in the host's form. Empty when the path has none; the file then counts as
+/// missing.
 class host_file {
 public:
     explicit host_file(path const & source) noexcept
@@ -24,7 +25,7 @@ private:
     char name_[platform::max_path];
 };
 
-/// A value in an array of its own, which ends at a NUL that the file holds.
+/// A value in an array of its own. It ends at a NUL in the file.
 template <std::uint32_t size> class value_text {
 public:
     value_text(path const & file, std::string_view section, std::string_view name,

@@ -9,30 +9,33 @@ namespace zel {
 
 /// Settings in a private-profile file: `[section]` heads with `key=value` lines under them.
 ///
-/// Nothing is kept in memory. A read looks at the file as it is then; a write has reached it when
-/// the call returns, changes its one line and leaves every other byte as it was. Readers see the
-/// file before a write or after it, never in between, and writers in other threads and processes
-/// lose none of each other's entries. Names are found without regard to the case of ASCII letters.
+/// Nothing is cached in memory. A read uses the file as it is at that time. A write has reached the
+/// file when the call returns; it changes one line and leaves every other byte unchanged. Readers
+/// see the file before a write or after it, never in between. Writers in other threads and
+/// processes lose none of each other's entries. Names are found without regard to the case of ASCII
+/// letters.
 ///
-/// Failures are not returned: reads give the default, 0 or an empty result when the file cannot be
-/// read, and a write is lost that the file system refuses or whose text could not be read back (a
-/// line break, `=` in a key, `]` in a section). The reason stands in `platform::last_error()`: 87 for
-/// such a text, 5 no right, 19 mounted read-only, 2 and 3 no such folder, 112 no room, 32 another
-/// program keeps the file locked, 29 an error of the disk. A write that succeeds leaves it alone. The
-/// one exception that leaves these members is `std::bad_alloc`. Texts are cut where they are read, never where they are written: at
-/// 1023 bytes, 127 for numbers and 63 for truth values.
+/// Failures are not returned. Reads give the default, 0 or an empty result when the file cannot be
+/// read. A write is lost when the file system refuses it or when its text could not be read back (a
+/// line break, `=` in a key, `]` in a section). A refused or failed write leaves its reason in
+/// `platform::last_error()`: 87 for such a text, 5 no right, 19 mounted read-only, 2 and 3 no such
+/// folder, 112 no room, 32 another program keeps the file locked, 29 an error of the disk. A write
+/// that succeeds leaves the last error unchanged. The only exception that these members raise is
+/// `std::bad_alloc`. Reading cuts texts at 1023 bytes, at 127 for numbers and 63 for truth values;
+/// writing cuts nothing.
 ///
 /// One object may be used from any number of threads at once.
 class ZEL_API ini_file : public iprofile, public file_obj {
 public:
-    /// Touches nothing on disk.
-    /// \param file_name  becomes a `path`; without a folder it counts from the current one.
+    /// Does not access the disk.
+    /// \param file_name  is converted to a `path`; without a folder it is relative to the current
+    ///                   one.
     /// \throws std::length_error  and `std::invalid_argument`, as the constructor of `path` does.
     explicit ini_file(string const & file_name);
     ~ini_file() override;
 
-    /// Each base brings a count; the first one's says how many hold the object, whether as an
-    /// `ini_file` or as an `iprofile`.
+    /// Each base class has a reference count. This object uses the one of `iprofile`, whether it is
+    /// held as an `ini_file` or as an `iprofile`.
     std::uint32_t inc_ref() noexcept { return iprofile::inc_ref(); }
     std::uint32_t dec_ref() noexcept { return iprofile::dec_ref(); }
     void undo_inc_ref() noexcept { iprofile::undo_inc_ref(); }
@@ -42,7 +45,7 @@ public:
                        string const & default_value) override;
     std::int32_t read_int(string const & section, string const & key,
                           std::int32_t default_value) override;
-    /// True for the text `true` in any case, false for every other one, `1` included.
+    /// True for the text `true` in any case; false for every other text, including `1`.
     bool read_bool(string const & section, string const & key, bool default_value) override;
 
     using iprofile::read_bool;
@@ -64,12 +67,12 @@ public:
     void write_by_index_string(string const & section, string const & key, std::int32_t index,
                                string const & value) override;
 
-    /// Writes two hexadecimal digits a byte and two of a checksum. A null `data` with a size
-    /// removes the entry.
+    /// Writes two hexadecimal digits for each byte and two for a checksum. A null `data` with a
+    /// nonzero size removes the entry.
     void write_binary(string const & section, string const & key, void * data,
                       std::uint32_t size) override;
     std::uint32_t get_binary_size(string const & section, string const & key) override;
-    /// Leaves `data` alone unless the entry is a sound block of exactly `size` bytes.
+    /// Leaves `data` unchanged unless the entry is a sound block of exactly `size` bytes.
     void read_binary(string const & section, string const & key, void * data,
                      std::uint32_t size) override;
 };

@@ -12,14 +12,15 @@ namespace zel {
 
 /// A store of settings: values under a key, keys under a section.
 ///
-/// Stores stack: a `sub_profile` shows one part of a `cached_profile`, which keeps in memory what
-/// an `ini_file` has on disk. All of them are shared as `auto_ptr<iprofile>`.
+/// Stores can be stacked: a `sub_profile` shows one part of a `cached_profile`, which caches an
+/// `ini_file` on disk. All of them are shared as `auto_ptr<iprofile>`.
 ///
-/// Nothing removes an entry, lists the keys or tells whether one exists: a missing entry is seen
-/// only as the default that a read returns. Nothing returns a failure of the store either; a write
-/// that failed is lost and a read gives its default. A write that a file refused leaves its reason in
-/// the thread's last error (`ini_file`). Every text, section, key, value and default, ends at its
-/// first NUL. What threads may do with one store, each class says for itself.
+/// There is no operation that removes an entry, lists the keys or tells whether an entry exists: a
+/// missing entry shows only as the default that a read returns. No operation returns a failure of
+/// the store either: a failed write is lost, and a failed read gives its default. A write that was
+/// refused or that failed leaves its reason in the thread's last error; `ini_file` lists the codes.
+/// Every text ends at its first NUL: section, key, value and default. Each class says which threads
+/// may use one object.
 /// \code
 ///     zel::auto_ptr<zel::iprofile> settings(new zel::ini_file("C:\\home\\me\\app.ini"));
 ///     settings->write_int("window", "width", 800);
@@ -32,21 +33,21 @@ struct ZEL_API iprofile : public ref_obj {
     virtual string read_string(string const & section, string const & key,
                                string const & default_value)
         = 0;
-    /// What is no number reads as 0, digits up to the first other byte count; `default_value` is
-    /// for a missing entry only.
+    /// The number at the start of the text, up to the first byte that is no digit; 0 if there is
+    /// none. `default_value` is only for a missing entry.
     virtual std::int32_t read_int(string const & section, string const & key,
                                   std::int32_t default_value)
         = 0;
     virtual bool read_bool(string const & section, string const & key, bool default_value) = 0;
 
-    /// Sets an entry, which is made when it is missing.
+    /// Sets an entry, and creates it when it is missing.
     virtual void write_string(string const & section, string const & key, string const & value) = 0;
     virtual void write_int(string const & section, string const & key, std::int32_t value) = 0;
     virtual void write_bool(string const & section, string const & key, bool value) = 0;
 
-    /// Reads a list of numbers and the text that belongs to each: the entry `key` holds the numbers
-    /// (`3,7`), the entries `base_key3` and `base_key7` the texts. An empty number ends the list; a
-    /// missing text is an empty one.
+    /// Reads a list of numbers and a text for each: the entry `key` contains the numbers (`3,7`),
+    /// the entries `base_key3` and `base_key7` the texts. An empty number ends the list; a missing
+    /// text is empty.
     /// \param result  is cleared first; receives the pairs in the order of the list.
     virtual void read_multiple(string const & section, string const & key, char separator,
                                string const & base_key,
@@ -65,19 +66,19 @@ struct ZEL_API iprofile : public ref_obj {
                                        std::int32_t index, string const & value)
         = 0;
 
-    /// A block of bytes. `data` is only read.
+    /// Stores a block of bytes. `data` is not modified.
     /// \param size  in bytes; 0 stores a block without bytes.
     virtual void write_binary(string const & section, string const & key, void * data,
                               std::uint32_t size)
         = 0;
-    /// The bytes of a block; 0 also when there is none.
+    /// The size of a block in bytes; 0 also when there is no block.
     virtual std::uint32_t get_binary_size(string const & section, string const & key) = 0;
-    /// \param size  as `get_binary_size` tells it.
+    /// \param size  what `get_binary_size` returns.
     virtual void read_binary(string const & section, string const & key, void * data,
                              std::uint32_t size)
         = 0;
 
-    /// A text, which would count as true, is no truth value.
+    /// A pointer would convert to true, so it is refused as a truth value.
     template <typename T> bool read_bool(string const &, string const &, T *) = delete;
     template <typename T> void write_bool(string const &, string const &, T *) = delete;
 };

@@ -10,11 +10,11 @@
 
 namespace zel::profile_cache {
 
-/// Objects that have names: found by a hash of the name, and listed in ascending order of their
-/// names, byte by byte. New ones are put into the order when somebody asks for it; a copy of the
-/// order that is asked for after each of many insertions costs their number each time.
-/// \tparam Item  has `std::string_view name_view() const`, which never changes. No two have the
-///               same name.
+/// Objects with names. They are found by a hash of the name, and listed in ascending order of their
+/// names, byte by byte. New items are sorted in when the order is next asked for. Asking for the
+/// order after each of many insertions costs linear time each time.
+/// \tparam Item  has `std::string_view name_view() const`, whose result never changes. No two items
+///               have the same name.
 template <typename Item> class ZEL_API named_items {
 public:
     /// In the order of the names.
@@ -23,7 +23,7 @@ public:
 
     /// The item of that name, or null. Names end at their first NUL.
     Item * find(std::string_view name) const noexcept;
-    /// Adds an item that is not there yet.
+    /// Adds an item with a new name.
     /// \throws std::bad_alloc  with nothing changed.
     void insert(auto_ptr<Item> item);
 
@@ -37,10 +37,9 @@ public:
     std::size_t size() const noexcept { return items_.size(); }
     bool empty() const noexcept { return items_.empty(); }
 
-    /// The place of that name in the order, or the end.
+    /// The position of that name in the order, or the end.
     iterator place_of(std::string_view name) noexcept;
-    /// One of the items as they are: those that are new since the order was last asked for stand
-    /// behind the others.
+    /// The item at an index. Items added since the order was last asked for are behind the others.
     Item & item(std::size_t i) const noexcept { return *items_[i].get(); }
     vector & in_order() noexcept
     {
@@ -49,7 +48,7 @@ public:
         }
         return items_;
     }
-    /// Gives all items away, in their order, and is empty.
+    /// Returns all items in their order, and leaves this empty.
     vector take() noexcept;
 
 private:
@@ -64,9 +63,9 @@ private:
     void grow();
 
     vector items_;
-    std::size_t ordered_ = 0; // items in front that are in order
+    std::size_t ordered_ = 0; // how many items at the front are in order
     std::vector<slot> slots_; // a power of two, at most half of them taken
-    int shift_ = 64; // leaves as many bits of a hash as there are slots
+    int shift_ = 64; // leaves as many bits of a hash as a slot's index has
 };
 
 } // namespace zel::profile_cache

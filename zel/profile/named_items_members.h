@@ -29,7 +29,7 @@ inline std::uint64_t short_word(char const * bytes, std::size_t count) noexcept
     return result;
 }
 
-/// Whether two names are the same, without a call for those of ordinary lengths.
+/// True if two names are equal; makes no call for names of ordinary lengths.
 inline bool same_name(std::string_view a, std::string_view b) noexcept
 {
     std::size_t const size = a.size();
@@ -47,7 +47,7 @@ inline bool same_name(std::string_view a, std::string_view b) noexcept
     return short_word(a.data(), size) == short_word(b.data(), size);
 }
 
-constexpr std::uint64_t hash_multiplier = 0x9E3779B97F4A7C15; // 2^64 by the golden ratio
+constexpr std::uint64_t hash_multiplier = 0x9E3779B97F4A7C15; // 2^64 / golden ratio
 
 inline std::uint64_t hash_of_name(std::string_view name) noexcept
 {
@@ -60,7 +60,7 @@ inline std::uint64_t hash_of_name(std::string_view name) noexcept
     return hash ^ hash >> 32;
 }
 
-/// Eight bytes from a position on as a number that compares as the bytes do; zeros behind the end.
+/// Eight bytes from a position on, as a number that orders like the bytes; zeros behind the end.
 inline std::uint64_t ordered_word(std::string_view name, std::size_t position) noexcept
 {
     unsigned char bytes[8] = {};
@@ -72,8 +72,8 @@ inline std::uint64_t ordered_word(std::string_view name, std::size_t position) n
     return result;
 }
 
-/// Sorts by name. Eight bytes behind what all names begin with decide most comparisons without a
-/// look at the items.
+/// Sorts by name. Most comparisons use only eight bytes behind the common prefix of all names, and
+/// need not read the items.
 template <typename Iterator> void sort_by_name(Iterator first, Iterator last) noexcept
 {
     struct keyed {
@@ -114,7 +114,7 @@ template <typename Item> Item * named_items<Item>::find(std::string_view name) c
     if (found != nullptr) {
         return found;
     }
-    // No item has a NUL in its name, so that nothing is lost by looking for one last.
+    // No item's name contains a NUL, so searching for a NUL last loses nothing.
     std::string_view const front = name.substr(0, name.find('\0'));
     return front.size() == name.size() ? nullptr : find_exactly(front);
 }

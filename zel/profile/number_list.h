@@ -8,10 +8,10 @@
 #include <string_view>
 #include <vector>
 
-/// Numbers in the texts of settings, for the stores that keep them as text.
+/// Reads and writes numbers in the texts of settings, for the stores that keep them as text.
 namespace zel {
 
-/// The decimal text of a number, without a heap.
+/// The decimal text of a number, without heap memory.
 class decimal_text {
 public:
     explicit decimal_text(std::int32_t number) noexcept
@@ -27,8 +27,8 @@ private:
     std::size_t size_;
 };
 
-/// The number at the start of a text, behind white space: a sign and digits up to the first other
-/// byte. 0 when there is none, the nearest number when it has no room in 32 bits.
+/// The number at the start of a text, after white space: a sign and digits up to the first other
+/// byte. 0 when there is none; the nearest number when it does not fit 32 bits.
 std::int32_t leading_number(std::string_view text) noexcept;
 
 /// The numbers of a list up to the first empty one.

@@ -27,7 +27,7 @@ std::uint64_t word_of(char const * bytes, std::size_t count) noexcept
     return result;
 }
 
-/// Fewer than 16 bytes as a number, the first one lowest.
+/// Fewer than 16 bytes as one number; the first byte is the lowest.
 word_pair words_of(std::string_view text) noexcept
 {
     word_pair const low = word_of(text.data(), text.size());
@@ -45,11 +45,11 @@ sub_profile::sub_profile(auto_ptr<iprofile> below, string const & section_path)
 
 sub_profile::~sub_profile() = default;
 
-/// \param operation  called with the store below and the name that it knows the section by.
+/// \param operation  called with the store below and the section's full name.
 template <typename Operation>
 auto sub_profile::forward(string const & section, Operation && operation)
 {
-    iprofile & below = *profile.operator->(); // raises before the path is formed
+    iprofile & below = *profile.operator->(); // raises first if the store is null
     return operation(below, formPath(section));
 }
 
@@ -163,8 +163,8 @@ string sub_profile::formPath(string const & section)
         joined.append(path).append("\\").append(section);
         return joined;
     }
-    // Put together in registers and stored at once: a cache below reads the name by words at once,
-    // and would have to wait for a row of stores that overlap.
+    // Joined in registers and stored in one step: a cache below reads the name in whole words right
+    // away, and would have to wait for a series of overlapping stores.
     word_pair const text
         = words_of(path) | (words_of("\\") << 8 * path.size()) | (words_of(section) << 8 * front);
     joined.resize(sizeof text - 1); // and a terminator

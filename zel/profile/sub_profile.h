@@ -10,11 +10,11 @@
 
 namespace zel {
 
-/// A part of another store, as a store of its own: it puts a path in front of every section's name
-/// and hands everything else on.
+/// A part of another store, shown as a store of its own: it prefixes every section's name with a
+/// path and forwards everything else.
 ///
-/// A component that is given one uses short names and reaches no section outside its path; many of
-/// them can share one store. It keeps nothing, and is for as many threads as the store below.
+/// A component that uses one needs only short names and reaches no section outside its path. Many
+/// of them can share one store. It caches nothing, and allows the same threads as the store below.
 /// \code
 ///     zel::auto_ptr<zel::iprofile> const view(new zel::sub_profile(settings, "app"));
 ///     auto const title = view->read_string("view", "title", "untitled"); // of section app\view
@@ -57,12 +57,12 @@ public:
                      std::uint32_t size) override;
 
 protected:
-    /// The name that the store below gets: the path up to its first NUL, a backslash and the section,
-    /// whatever they hold. A derived class may join them in another way.
+    /// The section's name in the store below: the path up to its first NUL, a backslash and the
+    /// section. A derived class may form it in another way.
     virtual string formPath(string const & section);
 
     auto_ptr<iprofile> const profile; ///< the store below
-    string const path; ///< what goes in front
+    string const path; ///< the prefix
 
 private:
     template <typename Operation> auto forward(string const & section, Operation && operation);

@@ -9,7 +9,7 @@
 namespace zel::platform {
 namespace {
 
-/// Eight bytes with the capital letters among them made small.
+/// Eight bytes with their capital letters converted to small ones.
 std::uint64_t folded(std::uint64_t bytes) noexcept
 {
     constexpr std::uint64_t each = 0x0101010101010101;
@@ -20,7 +20,7 @@ std::uint64_t folded(std::uint64_t bytes) noexcept
     return bytes | capital >> 2;
 }
 
-/// Most names are written in one way only.
+/// Compares the bytes first: most names are always written in the same case.
 bool same_name(std::string_view a, std::string_view b) noexcept
 {
     return a == b || ascii::equal_without_case(a, b);
@@ -28,7 +28,7 @@ bool same_name(std::string_view a, std::string_view b) noexcept
 
 std::uint32_t hash_of(std::string_view name) noexcept
 {
-    constexpr std::uint64_t multiplier = 0x9E3779B97F4A7C15; // 2^64 by the golden ratio
+    constexpr std::uint64_t multiplier = 0x9E3779B97F4A7C15; // 2^64 / golden ratio
     std::uint64_t hash = name.size();
     auto const mix = [&hash](std::uint64_t bytes) {
         hash = (hash ^ folded(bytes)) * multiplier;
@@ -47,7 +47,7 @@ std::uint32_t hash_of(std::string_view name) noexcept
 
 } // namespace
 
-/// The slot of the name, or the free one where it belongs.
+/// The slot of the name, or the free slot in which it belongs.
 std::size_t folded_names::place_of(std::string_view name, std::uint32_t hash) const noexcept
 {
     std::size_t const last = slots_.size() - 1;

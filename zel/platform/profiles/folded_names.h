@@ -8,17 +8,17 @@
 
 namespace zel::platform {
 
-/// Finds names without regard to the case of ASCII letters: a hash table with open addressing.
+/// A hash table of names with open addressing. It ignores the case of ASCII letters.
 class folded_names {
 public:
     static constexpr std::size_t none = static_cast<std::size_t>(-1);
 
-    /// Adds a name unless it is there.
+    /// Adds a name unless it is present.
     /// \param name   must live as long as this object.
     void add(std::string_view name, std::size_t value);
     /// \returns the value that was added with the name, or `none`.
     std::size_t find(std::string_view name) const noexcept;
-    /// Makes room for so many names.
+    /// Reserves room for this many names.
     void reserve(std::size_t count);
     void clear() noexcept;
 

@@ -19,7 +19,7 @@ std::string_view up_to_nul(std::string_view text) noexcept
     return text.substr(0, text.find('\0'));
 }
 
-/// Gives the entry's value to `sink`.
+/// Passes the entry's value to `sink`.
 /// \returns false with the last error set when there is none.
 bool find_value(std::string_view section, std::string_view name, value_sink & sink,
                 char const * file) noexcept
@@ -50,7 +50,7 @@ std::uint32_t get_private_profile_string(std::string_view section, std::string_v
 bool get_private_profile_struct(std::string_view section, std::string_view name, void * buffer,
                                 std::uint32_t size, char const * file)
 {
-    // No file is large enough to hold more, so that no room is needed to see that it does not.
+    // No file can contain a larger block, so no room is needed to see that the size does not fit.
     constexpr std::uint32_t largest = std::numeric_limits<std::int32_t>::max() / 4;
     std::uint32_t const room = size <= largest ? size : 0;
     std::unique_ptr<unsigned char[]> const bytes(new unsigned char[room]);
@@ -97,7 +97,7 @@ bool write_private_profile_entries(std::span<private_profile_entry const> entrie
 
 namespace {
 
-/// Writes one entry now, or leaves it to the batch that is open in this thread.
+/// Writes one entry now, or adds it to the batch that is open in this thread.
 bool write_entry(private_profile_entry entry, char const * file)
 {
     entry.section = up_to_nul(entry.section);

@@ -80,7 +80,7 @@ std::string_view private_profile_batch::copy(std::string_view text)
     return {chunk.append(text).data() + chunk.size() - text.size(), text.size()};
 }
 
-/// Nothing waits afterwards, unless it raises.
+/// Writes the collected entries, and forgets them unless it raises.
 void private_profile_batch::write()
 {
     if (!entries_.empty()) {

@@ -8,7 +8,7 @@
 namespace zel::platform {
 namespace {
 
-/// Whether a byte would end the text in the file: a line end, or another one.
+/// True if the text contains a byte that would end it in the file: of a line end, or `other`.
 bool is_broken(std::string_view text) noexcept
 {
     char const * const end = text.data() + text.size();
@@ -36,7 +36,7 @@ std::string_view line_end_at(std::string_view text, std::size_t position) noexce
     return text.substr(position, both ? 2 : 1);
 }
 
-/// The line end that closes the text, or nothing.
+/// The line end at the end of the text, or nothing.
 std::string_view closing_line_end(std::string_view text) noexcept
 {
     std::size_t const size = text.ends_with("\r\n")           ? 2
@@ -179,8 +179,8 @@ profile_editor::section * profile_editor::find_section(std::string_view name)
     return &sections_[found];
 }
 
-/// Counts what a change adds and takes away.
-/// \returns false when the text would grow beyond its limit; nothing is counted then.
+/// Accounts for the bytes that a change adds and removes.
+/// \returns false, with nothing counted, when the text would exceed its limit.
 bool profile_editor::resize(std::size_t removed, std::size_t added) noexcept
 {
     std::size_t const size = size_ - removed + added;
@@ -191,8 +191,9 @@ bool profile_editor::resize(std::size_t removed, std::size_t added) noexcept
     return true;
 }
 
-/// Adds an entry that is not there, behind the last one of its section.
-/// \param part  null when there is no such section: it goes to the end of the file.
+/// Adds a new entry behind the last one of its section.
+/// \param part  null when there is no such section: the section is then added at the end of the
+///              file.
 bool profile_editor::add_entry(section * part, std::string_view section_name, line added)
 {
     section & front = part != nullptr ? *part : sections_.back();
@@ -239,7 +240,7 @@ profile_editor::section & profile_editor::add_section(std::string_view name, std
     return part;
 }
 
-/// Takes the section apart into lines, once.
+/// Parses the section into lines, once.
 void profile_editor::open(section & part)
 {
     if (!part.lines.empty()) {
@@ -274,8 +275,8 @@ void profile_editor::open(section & part)
     }
 }
 
-/// The blanks between `=` and a value stay unless the new value begins with some of its own: lines
-/// that somebody has aligned stay so, and writing a value twice is writing it once.
+/// The blanks between `=` and a value stay unless the new value begins with blanks. So aligned
+/// lines stay aligned, and writing a value twice gives the same text as writing it once.
 bool profile_editor::set_value(line & entry, std::string_view value) noexcept
 {
     std::string_view blanks = entry.blanks.empty() ? leading_blanks(entry.value) : entry.blanks;
@@ -316,7 +317,7 @@ std::size_t profile_editor::find_line(section & part, std::string_view name)
     return found;
 }
 
-/// Puts an entry behind the last one of its section.
+/// Inserts an entry behind the last one of its section.
 void profile_editor::insert(section & part, line added)
 {
     std::size_t const behind = part.last_entry;
@@ -355,12 +356,12 @@ void profile_editor::remove(section & part, std::size_t position)
         }
         part.last_entry = entry;
     }
-    // A second entry of that name is the first one now.
+    // A second entry of that name may now be the first one.
     part.entries.drop();
 }
 
-/// How a line ends. Only the last line of the file can have no end; it gets that of the line in
-/// front of it.
+/// The line end of a line. Only the last line of the file can have none; then it gets that of the
+/// line before it.
 std::string_view profile_editor::line_end_of(section const & part,
                                              std::size_t position) const noexcept
 {

@@ -11,26 +11,27 @@
 
 namespace zel::platform {
 
-/// Whether the entry would be found again under its names and with its value: no line end anywhere, nothing in a name that ends it or makes its line something else, and no blank at a
-/// name's ends but spaces.
+/// True if the written entry could be read back with these names and this value. This is where a
+/// write is refused for its text: no text may contain a line end; a name may not contain a byte
+/// that ends it or that gives its line another meaning, and may have no blanks but spaces at its
+/// ends.
 bool can_be_read_back(private_profile_entry const & entry) noexcept;
 
-/// The text of a private-profile file with entries being written into it.
+/// Edits the text of a private-profile file: writes entries into it.
 ///
-/// Lines that no entry touches are carried over in one piece with their section. All members may
-/// raise `std::bad_alloc`.
+/// Sections that no entry changes are copied in one piece. All members may raise `std::bad_alloc`.
 class profile_editor {
     static constexpr std::size_t none = static_cast<std::size_t>(-1);
 
 public:
     /// \param text        must live as long as this object.
-    /// \param size_limit  the bytes that the new text may have; `text` itself may have more.
+    /// \param size_limit  the maximum size of the new text in bytes; `text` itself may be longer.
     explicit profile_editor(std::string_view text, std::size_t size_limit = none);
 
     enum class outcome {
         written,
-        refused, ///< for its text (`can_be_read_back`); nothing has changed
-        too_large, ///< the text would grow beyond its limit; nothing has changed
+        refused, ///< its text failed `can_be_read_back`; nothing has changed
+        too_large, ///< the text would exceed its limit; nothing has changed
     };
 
     /// Writes or removes one entry.
@@ -41,8 +42,8 @@ public:
     std::string text() const;
 
 private:
-    /// The index of the names of a section's entries or of the file's sections. A single search does
-    /// not pay for one, so that the second one builds it.
+    /// An index of the names of a section's entries or of the file's sections. Building it costs
+    /// more than a single search, so the second search builds it.
     struct index {
         folded_names names;
         std::size_t searches = 0;
@@ -57,10 +58,10 @@ private:
     };
 
     struct line {
-        std::string_view lead; // up to the equals sign; all of a line that is no entry
+        std::string_view lead; // up to the equals sign; the whole line if it is no entry
         std::string_view equals; // "=" in a new entry, whose `lead` is the bare name
-        std::string_view blanks; // in front of the value; none when it brings its own
-        std::string_view value; // with its quotes and what is behind it
+        std::string_view blanks; // before the value; none if a new value begins with blanks
+        std::string_view value; // with its quotes and all that follows
         std::string_view end; // "\r\n", "\n", "\r", or nothing at the end of the file
         std::string_view name;
         bool is_entry = false;
@@ -68,11 +69,11 @@ private:
         std::size_t next = none;
     };
 
-    /// The lines from one head to the next; the part in front of the first head is one too.
+    /// The lines from one head to the next. The part before the first head is a section too.
     struct section {
         std::string_view name;
-        std::string_view text; // as long as there are no lines
-        std::vector<line> lines{}; // in the order of their making; `next` has that of the file
+        std::string_view text; // used until the section has been parsed into lines
+        std::vector<line> lines{}; // in the order of creation; `next` gives the order in the file
         std::size_t last = none;
         std::size_t last_entry = 0; // the head when there is no entry
         index entries{};

@@ -14,13 +14,13 @@
 namespace zel::platform {
 namespace {
 
-// The descriptors that a child closes, plus one; 0 in a free place. More files than that are not
-// locked at one moment; those that find no place are like any other program's.
+// The descriptors that a forked child has to close, plus one; 0 in a free place. If more files than
+// this are locked at one moment, the others are not closed in a child.
 constexpr int places = 256;
 constinit atomic<int> hidden[places]{};
 
-// Forks that have begun and that are over. A file is hidden well when none was on its way between
-// the call that opened it and the moment at which it stood in `hidden`.
+// The number of forks that have begun and of those that are over. A file is safely registered if no
+// fork overlapped the time between the call that opened it and its entry in `hidden`.
 constinit atomic<std::uint32_t> forks_begun{0};
 constinit atomic<std::uint32_t> forks_over{0};
 
@@ -39,8 +39,8 @@ void in_child() noexcept
 
 constexpr fork_handlers handlers{before_fork, after_fork, in_child};
 
-/// Opens a file that somebody has a lease on, or a delegation of a network file system: a plain
-/// open waits until the holder has given it back, at most for the host's lease-break-time.
+/// Opens a file that another process has a lease or a delegation of a network file system on. A
+/// plain open waits until the holder has given it up, at most for the host's lease-break-time.
 descriptor open_leased(char const * name, int flags) noexcept
 {
     descriptor const file(retried([&] { return ::open(name, O_PATH | O_CLOEXEC); }));
@@ -52,7 +52,7 @@ descriptor open_leased(char const * name, int flags) noexcept
         errno = EACCES;
         return {};
     }
-    char own_name[32]; // not the given one, which may lead to a pipe by now
+    char own_name[32]; // not `name`, which may lead to a pipe by now
     std::snprintf(own_name, sizeof own_name, "/proc/self/fd/%d", file.get());
     return descriptor(retried([&] { return ::open(own_name, flags); }));
 }
@@ -65,12 +65,12 @@ bool says_no_locks(int error) noexcept
     return error == ENOLCK || error == ENOSYS || error == EOPNOTSUPP || error == EINVAL;
 }
 
-/// Waits for forks that have begun.
+/// Waits for forks that are under way.
 /// \returns a mark for `hide_from_children`.
 std::uint32_t lockable_file::watch_forks() noexcept
 {
     add_fork_handlers(fork_place::profiles, handlers);
-    constexpr int attempts = 1000; // not for ever: the thread may be inside a fork itself
+    constexpr int attempts = 1000; // limited: the calling thread may be inside a fork itself
     for (int attempt = 0;; ++attempt) {
         std::uint32_t const over = forks_over.load();
         std::uint32_t const begun = forks_begun.load();
@@ -82,7 +82,7 @@ std::uint32_t lockable_file::watch_forks() noexcept
     }
 }
 
-/// \returns false when a child may share the file without knowing of it.
+/// \returns false when a forked child may share the file and would not close it.
 bool lockable_file::hide_from_children(std::uint32_t mark) noexcept
 {
     for (int i = 0; i < places && slot_ < 0; ++i) {
@@ -98,7 +98,7 @@ bool lockable_file::hide_from_children(std::uint32_t mark) noexcept
 
 void lockable_file::close() noexcept
 {
-    // First of all, or a child would close another file that has the number by then.
+    // This has to come first: a child would otherwise close another file that has got the number.
     if (slot_ >= 0) {
         hidden[slot_].store(0);
         slot_ = -1;
@@ -106,9 +106,9 @@ void lockable_file::close() noexcept
     file_ = {};
 }
 
-bool byte_lock::lock(short kind, lock_patience patience) noexcept
+bool byte_lock::lock(short kind, lock_timeouts timeouts) noexcept
 {
-    // The host can wait by itself, but not for a limited time.
+    // The host's own wait has no timeout.
     int waited_for_us = 0; // microseconds
     int waited_for_others = 0;
     for (int pause = 50;; pause = std::min(2 * pause, 1000)) {
@@ -120,10 +120,10 @@ bool byte_lock::lock(short kind, lock_patience patience) noexcept
         if ((errno != EAGAIN && errno != EACCES) || !set(F_OFD_GETLK, wanted)) {
             return false;
         }
-        // What has become free meanwhile was somebody's.
+        // If the lock has become free meanwhile, its holder counts as one of this library.
         bool const ours = wanted.l_type == F_UNLCK || may_be_ours(wanted);
         int & waited = ours ? waited_for_us : waited_for_others;
-        if (waited >= 1000 * (ours ? patience.for_us : patience.for_others)) {
+        if (waited >= 1000 * (ours ? timeouts.for_us : timeouts.for_others)) {
             errno = EBUSY;
             return false;
         }
@@ -135,7 +135,7 @@ bool byte_lock::lock(short kind, lock_patience patience) noexcept
 
 void byte_lock::unlock() noexcept
 {
-    // Not left to `close`, which ends no lock while a child shares the file.
+    // Unlock explicitly: `close` does not release the lock while a forked child shares the file.
     if (held_) {
         int const reason = errno;
         struct flock wanted = description(F_UNLCK);
@@ -160,8 +160,8 @@ bool byte_lock::set(int command, struct flock & wanted) const noexcept
     return retried([&] { return ::fcntl(file_.get(), command, &wanted); }) == 0;
 }
 
-/// Whether a lock has the form of this library's. No writer takes a shared one, which needs no more
-/// than the right to read.
+/// True if a lock has the form of this library's. Writers never take shared locks, for which the
+/// right to read is enough.
 bool byte_lock::may_be_ours(struct flock const & found) const noexcept
 {
     return found.l_pid == -1 && found.l_start == byte_ && found.l_len == 1

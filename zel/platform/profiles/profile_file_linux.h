@@ -11,18 +11,18 @@
 // Locks on private-profile files. The kernel ends all of them with the process that holds them.
 //
 //   on                 kind                  held by
-//   the file           OFD, `writers_byte`   whoever writes, from reading to the end
-//   the file           OFD, `content_byte`   exclusive: who overwrites in place, while the bytes
-//                                            change; shared: who reads
-//   the temporary file flock                 its writer, so that others can tell it from a leftover
+//   the file           OFD, `writers_byte`   the writer, from reading the file to the end
+//   the file           OFD, `content_byte`   exclusive: a writer while it overwrites in place;
+//                                            shared: a reader
+//   the temporary file flock                 its writer; a file without this lock is a leftover
 //
-// Threads that nobody stops or ends meanwhile take them in this order. Replacing a file keeps no
-// reader waiting. No wait is without a limit, since any process that may open the file can lock
-// these bytes too.
+// A thread takes them in this order, and is not suspended or terminated meanwhile. Replacing a file
+// does not delay readers. Every wait has a limit, because any process that may open the file can
+// lock these bytes too.
 //
-// The bytes lie behind every file's end, where no other program locks one by itself: whoever locks
-// the file with `flock`, or its content with `fcntl`, is not in the way. Who locks the whole of it
-// with `fcntl` is.
+// The bytes lie behind the end of every file, where other programs lock no single byte. A program
+// that locks the file with `flock`, or its content with `fcntl`, does not conflict. A program that
+// locks the whole file with `fcntl` does.
 namespace zel::platform {
 
 constexpr off_t writers_byte = 0x7A65'6C00'0000'0000;
@@ -30,11 +30,11 @@ constexpr off_t content_byte = writers_byte + 2; // neighbours would become one 
 
 constexpr std::int64_t profile_size_limit = std::int64_t{1} << 30;
 
-/// True for an error that says that the host, or the file system, has no locks of the kind.
+/// True for an error that means that the host or the file system has no such locks.
 bool says_no_locks(int error) noexcept;
 
-/// An open file for locks. Locks belong to what `open` has made, which a forked child shares: it
-/// would keep them after its parent's death. So a child closes its copies before `fork` returns.
+/// An open file for locks. A lock belongs to the open file, which a forked child shares: the lock
+/// would survive the parent. So a forked child closes its copies before `fork` returns.
 class lockable_file {
 public:
     lockable_file() noexcept = default;
@@ -42,9 +42,9 @@ public:
     lockable_file & operator=(lockable_file const &) = delete;
     ~lockable_file() { close(); }
 
-    /// \param open  returns a `descriptor`, none with `errno` set when it fails. It is called again
-    ///              when another thread forked meanwhile: that child may share the first one.
-    /// \returns whether there is a file.
+    /// \param open  returns a `descriptor`, or none with `errno` set. It is called again if another
+    ///              thread forked meanwhile, because that child may share the first file.
+    /// \returns true if a file is open.
     template <typename Open> bool open(Open && open) noexcept
     {
         constexpr int attempts = 10;
@@ -71,18 +71,18 @@ private:
     int slot_ = -1;
 };
 
-/// How long a lock is waited for, in milliseconds.
-struct lock_patience {
-    int for_us; ///< while somebody has the lock who may be a reader or writer of this library
-    int for_others; ///< while somebody has it who is none
+/// How long to wait for a lock, in milliseconds.
+struct lock_timeouts {
+    int for_us; ///< while its holder may be a reader or writer of this library
+    int for_others; ///< while its holder is another program
 };
 
-/// The limits of a writer. No write takes half a minute, on a slow disk neither.
-constexpr lock_patience writers_patience{30'000, 2'000};
-/// Those of a reader, who then reads without the lock.
-constexpr lock_patience readers_patience{2'000, 0};
+/// The limits of a writer. No write takes half a minute, even on a slow disk.
+constexpr lock_timeouts writers_timeouts{30'000, 2'000};
+/// The limits of a reader, which then reads without the lock.
+constexpr lock_timeouts readers_timeouts{2'000, 0};
 
-/// A lock on one byte of a file, until the end of a block.
+/// A lock on one byte of a file; the destructor releases it.
 class byte_lock {
 public:
     byte_lock(lockable_file const & file, off_t byte) noexcept
@@ -96,8 +96,8 @@ public:
 
     /// \param kind  `F_RDLCK` or `F_WRLCK`.
     /// \returns true when it is locked, or when the host has no such locks (see `held`). False with
-    ///          `errno` set; `EBUSY` when the time was over.
-    bool lock(short kind, lock_patience patience) noexcept;
+    ///          `errno` set; `EBUSY` when the wait timed out.
+    bool lock(short kind, lock_timeouts timeouts) noexcept;
     void unlock() noexcept;
     bool held() const noexcept { return held_; }
 
@@ -111,10 +111,10 @@ private:
     bool held_ = false;
 };
 
-/// Opens a file that may hold settings. The host finds it, through links or not, and decides; a
-/// pipe or a device does not keep the caller waiting.
-/// \returns none with `errno` set; `EACCES` for what is no regular file or holds more than
-///          `profile_size_limit` bytes.
+/// Opens a file of settings. The host resolves the name, with its links. It does not wait for a
+/// pipe or a device.
+/// \returns none with `errno` set; `EACCES` for anything but a regular file, and for a file of more
+///          than `profile_size_limit` bytes.
 descriptor open_profile(char const * name, int access, struct stat & facts) noexcept;
 
 } // namespace zel::platform

@@ -5,9 +5,9 @@
 
 namespace zel::platform {
 
-/// Feeds a file to a finder, block by block, until it needs no more.
+/// Feeds a file to a finder, block by block, until the finder needs no more.
 /// \param file  the host's own name, zero-terminated.
-/// \returns whether the entry was found; false with the last error set.
+/// \returns true if the entry was found; false with the last error set.
 bool find_in_profile(char const * file, entry_finder & finder) noexcept;
 
 } // namespace zel::platform

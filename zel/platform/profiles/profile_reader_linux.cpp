@@ -22,10 +22,10 @@ bool find_in_profile(char const * file_name, entry_finder & finder) noexcept
     if (!file.open([&] { return open_profile(file_name, O_RDONLY, facts); })) {
         return fail_with_errno();
     }
-    // If the file system has no locks, this reads without one: writers cannot overwrite in place
-    // under one there either. What another program keeps locked is read as it is found.
+    // If the file system has no locks, read without one: writers cannot overwrite in place under a
+    // lock there either. A file that another program keeps locked is read as it is.
     byte_lock content(file, content_byte);
-    content.lock(F_RDLCK, readers_patience);
+    content.lock(F_RDLCK, readers_timeouts);
 
     char block[32 * 1024];
     for (std::int64_t done = 0; done <= profile_size_limit;) {
@@ -34,8 +34,8 @@ bool find_in_profile(char const * file_name, entry_finder & finder) noexcept
             return fail_with_errno();
         }
         done += count;
-        // Files whose size is not known beforehand say 0, and a read of nothing ends them. A full
-        // block may have more behind it than there was when the file was opened.
+        // A file whose size is unknown reports 0; a read of 0 bytes ends it. Behind a full block
+        // there may be more bytes than when the file was opened.
         auto const size = static_cast<std::size_t>(count);
         if (size == 0 || finder.feed({block, size})
             || (done == facts.st_size && size < sizeof block)) {

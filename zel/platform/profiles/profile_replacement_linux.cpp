@@ -19,10 +19,10 @@ namespace zel::platform {
 namespace {
 
 constexpr bool flush = ZEL_PROFILE_SYNC;
-constexpr std::string_view suffix = ".zel-write"; // nobody names settings like that
+constexpr std::string_view suffix = ".zel-write"; // unlikely in the name of a settings file
 
-/// `.NAME.zel-write`, with a number behind it when it is not 0. The middle of a long name is cut:
-/// files whose names begin alike share a temporary name, and one of them takes a number.
+/// `.NAME.zel-write`, followed by the number if it is not 0. The middle of a long name is cut out:
+/// files with similar long names share a temporary name, and one of them takes a number.
 void form_name(char * result, char const * name, std::uint32_t number) noexcept
 {
     constexpr int longest = NAME_MAX - 1 - static_cast<int>(suffix.size()) - 9;
@@ -33,7 +33,7 @@ void form_name(char * result, char const * name, std::uint32_t number) noexcept
     }
 }
 
-/// A number that nobody who would be in the way can guess.
+/// A number that an attacker cannot guess.
 std::uint32_t random_number() noexcept
 {
     std::uint32_t result = 0;
@@ -48,7 +48,7 @@ bool lock_without_waiting(int file) noexcept
     return retried([&] { return ::flock(file, LOCK_EX | LOCK_NB); }) == 0;
 }
 
-/// The names of a file's attributes, but for the labels that the system gives and takes by itself.
+/// The names of a file's attributes, without the labels that the system sets and removes itself.
 class attribute_names {
 public:
     explicit attribute_names(int file) noexcept
@@ -79,8 +79,8 @@ private:
     bool is_known_;
 };
 
-/// Gives a file the attributes of another one and no others: the access list that it may have got
-/// from its folder goes.
+/// Gives a file the attributes of another one and no others: an access list that it may have got
+/// from its folder is removed.
 bool copy_attributes(int from, int to) noexcept
 {
     attribute_names const wanted(from);
@@ -127,7 +127,7 @@ profile_replacement::~profile_replacement()
     if (file_.is_open()) {
         int const reason = errno;
         if (has_name()) {
-            ::unlinkat(place_->folder(), name_, 0); // while it is locked
+            ::unlinkat(place_->folder(), name_, 0); // while the lock is still held
         }
         ::flock(file_.get(), LOCK_UN);
         errno = reason;
@@ -138,7 +138,7 @@ bool profile_replacement::create(folder_entry const & place, mode_t mode,
                                  bool writer_is_alone) noexcept
 {
     place_ = &place;
-    // Others may make and remove files of these names at any moment.
+    // Other processes may create and remove files of these names at any moment.
     constexpr int attempts = 8;
     constexpr int attempts_with_usual_name = 3;
     char name[sizeof name_];
@@ -159,12 +159,12 @@ bool profile_replacement::create(folder_entry const & place, mode_t mode,
     return false;
 }
 
-/// \returns false with `errno` set; `ESTALE` when somebody took the file for a leftover.
+/// \returns false with `errno` set; `ESTALE` when another writer took the file for a leftover.
 bool profile_replacement::create(char const * name, mode_t mode) noexcept
 {
     bool made = false;
     file_.open([&] {
-        if (made) { // and a child may share it
+        if (made) { // called again: a child may share the first file
             ::unlinkat(place_->folder(), name, 0);
         }
         descriptor file(retried([&] {
@@ -186,8 +186,8 @@ bool profile_replacement::create(char const * name, mode_t mode) noexcept
     return false;
 }
 
-/// Removes what a killed writer left behind.
-/// \returns false when something is there that stays.
+/// Removes a file that a killed writer left.
+/// \returns false when a file of that name exists and stays.
 bool profile_replacement::remove_leftover(char const * name, bool writer_is_alone) const noexcept
 {
     int const folder = place_->folder();
@@ -197,7 +197,7 @@ bool profile_replacement::remove_leftover(char const * name, bool writer_is_alon
         return descriptor(retried([&] { return ::openat(folder, name, flags); }));
     });
     if (opened) {
-        // One that can be locked and still has its name belongs to nobody.
+        // A file that can be locked and still has its name has no writer.
         struct stat mine;
         struct stat there;
         if (!lock_without_waiting(old.get()) || ::fstat(old.get(), &mine) != 0) {
@@ -267,8 +267,8 @@ bool profile_replacement::become_new_file() noexcept
     if (errno != EINVAL && errno != ENOSYS) {
         return false;
     }
-    // A file system that cannot tell. It may have second names; if not, a file that holds nothing
-    // is made first, which is as good as none to every reader.
+    // The file system does not support that flag. Try a hard link; if it has none, first create an
+    // empty file, which readers treat like a missing one.
     if (::linkat(folder, name_, folder, place_->name(), 0) == 0) {
         ::unlinkat(folder, name_, 0);
         return keep();

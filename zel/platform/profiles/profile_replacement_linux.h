@@ -12,11 +12,11 @@
 
 namespace zel::platform {
 
-/// A temporary file beside a private-profile file, which gets new content and then the old file's
-/// place. Removed at the end when it did not get that far.
+/// A temporary file beside a private-profile file. It receives the new content and then replaces
+/// the old file. The destructor removes it if it did not replace the file.
 ///
-/// It has one usual name, so that the next writer finds and removes what a killed one left there;
-/// a name of its own when something is there that cannot be removed or that is in use.
+/// It has one usual name, so that the next writer finds and removes what a killed one left. It gets
+/// a different name if a file of that name exists that cannot be removed or is in use.
 class profile_replacement {
 public:
     profile_replacement() noexcept = default;
@@ -24,30 +24,31 @@ public:
     profile_replacement & operator=(profile_replacement const &) = delete;
     ~profile_replacement();
 
-    /// What a replacement is made with: nobody but the owner may open it until `copy_mode`, since it
-    /// may hold secrets.
+    /// The mode of a new replacement: only the owner may open it until `copy_mode`, because it may
+    /// contain secrets.
     static constexpr mode_t private_mode = 0600;
-    /// What a file is made with that replaces none: it gets the rights of a new file.
+    /// The mode of a new file that replaces none: the usual rights of a new file.
     static constexpr mode_t new_file_mode = 0666;
 
     /// Makes an empty file beside `place`, which must outlive this object.
-    /// \param writer_is_alone  whether no other writer can be at work on this file, so that what
-    ///                         has the usual name and cannot be opened is a leftover.
+    /// \param writer_is_alone  true if no other writer can be working on this file: a file of the
+    ///                         usual name that cannot be opened is then a leftover.
     /// \returns false with `errno` set.
     bool create(folder_entry const & place, mode_t mode, bool writer_is_alone) noexcept;
 
-    /// Takes over owner, access list and attributes. To be called in front of `fill`.
-    /// \returns false when something cannot be taken over.
+    /// Copies owner, access list and attributes. Call it before `fill`.
+    /// \returns false when something cannot be copied.
     bool copy_owner_and_attributes(lockable_file const & old) noexcept;
-    /// Writes the whole content and waits until the disk has it. Can be called again.
+    /// Writes the whole content and flushes it to the disk. May be called again.
     bool fill(std::string_view text) noexcept;
-    /// Takes over the mode of the old file, with the bits that a write takes off again. To be called
-    /// behind `fill`.
+    /// Copies the mode of the old file, including the bits that a write clears. Call it after
+    /// `fill`.
     bool copy_mode(struct stat const & old) noexcept;
 
     /// Replaces the file.
     bool take_place() noexcept;
-    /// \returns false with `EEXIST` when there is a file already.
+    /// Gives the file its name, if no file of that name exists.
+    /// \returns false with `errno` set; `EEXIST` when there is a file already.
     bool become_new_file() noexcept;
 
 private:
@@ -61,11 +62,11 @@ private:
     char name_[NAME_MAX + 1] = {};
 };
 
-/// Writes bytes at a position, all of them.
+/// Writes all bytes at a position.
 /// \returns false with `errno` set.
 bool write_at(int file, std::string_view bytes, std::size_t position) noexcept;
 bool cut_file(int file, std::size_t size) noexcept;
-/// Waits until the disk has the content, unless the build leaves that out.
+/// Flushes the content to the disk, unless the build disables that.
 bool flush_file(int file) noexcept;
 
 } // namespace zel::platform

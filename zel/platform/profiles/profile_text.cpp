@@ -13,7 +13,7 @@ namespace {
 
 bool is_quote(char c) noexcept { return c == '"' || c == '\''; }
 
-/// Whether a name can be that of something in a file, where no blank is part of its ends.
+/// True if a name can occur in a file, where a name has no blanks at its ends.
 bool can_be_found(std::string_view name) noexcept
 {
     return name.empty() || (!is_profile_blank(name.front()) && !is_profile_blank(name.back()));
@@ -56,8 +56,8 @@ char const * find_line_end(char const * at, char const * end) noexcept
 char const * find_section_head(char const * begin, char const * at, char const * end,
                                bool begin_blank) noexcept
 {
-    // Brackets are rarer than lines, so they are looked for first and what is in front of them
-    // then.
+    // Brackets are rarer than lines, so search for a bracket first and then check what is before
+    // it.
     for (; at != end; ++at) {
         at = static_cast<char const *>(std::memchr(at, '[', static_cast<std::size_t>(end - at)));
         if (at == nullptr) {
@@ -100,7 +100,7 @@ void text_value::take(std::string_view piece) noexcept
 std::uint32_t text_value::finish() noexcept
 {
     bool const quoted = visible_ >= 2 && is_quote(first_) && first_ == last_;
-    // The buffer has one byte more than it returns, so that nothing is missing without the quote.
+    // The buffer has one byte more than the result, so removing the quote loses nothing.
     std::size_t const count = std::min(quoted ? visible_ - 2 : visible_, size_ - 1);
     std::memmove(buffer_, buffer_ + (quoted ? 1 : 0), count);
     buffer_[count] = '\0';
@@ -185,8 +185,8 @@ bool entry_finder::feed(std::string_view block) noexcept
     return state_ >= behind_value;
 }
 
-/// Goes on as far as the state lasts.
-/// \returns the first byte that was not dealt with.
+/// Reads on until the state changes.
+/// \returns the first byte that was not processed.
 char const * entry_finder::step(char const *& begin, char const * at, char const * end) noexcept
 {
     switch (state_) {
@@ -237,7 +237,7 @@ char const * entry_finder::step(char const *& begin, char const * at, char const
     }
 }
 
-/// Compares a name, from its first byte in the file to the byte that ends it.
+/// Compares a name in the file, from its first byte up to its terminator.
 char const * entry_finder::match(std::string_view wanted, char terminator, state hit, state miss,
                                  char const * at, char const * end) noexcept
 {
@@ -247,7 +247,7 @@ char const * entry_finder::match(std::string_view wanted, char terminator, state
             return at + 1;
         }
         if (is_line_end(*at)) {
-            // Ends a section's name too, and leaves an entry's without a value.
+            // A line end also ends a section's name; an entry then has no value.
             state_ = hit == in_rest && matched_ != wanted.size() ? miss : in_rest;
             return at;
         }

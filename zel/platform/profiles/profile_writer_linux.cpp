@@ -30,7 +30,7 @@ bool is_lack_of_room(int error) noexcept
 
 bool read_whole(int file, std::size_t expected, std::string & text)
 {
-    text.resize(expected + 1); // room to see the end
+    text.resize(expected + 1); // one more, to detect the end of the file
     std::size_t size = 0;
     for (;;) {
         ssize_t const count
@@ -50,8 +50,8 @@ bool read_whole(int file, std::size_t expected, std::string & text)
     }
 }
 
-/// The file that is to be written, with the writers' lock on it, or the place of one that does not
-/// exist yet.
+/// The file to be written, with the writers' lock on it. If it does not exist yet, the place where
+/// it will be created.
 class profile_target {
 public:
     profile_target() noexcept = default;
@@ -64,7 +64,7 @@ public:
         }
     }
 
-    /// \returns false with `errno` set; `ESTALE` when something has just changed: look again.
+    /// \returns false with `errno` set; `ESTALE` when the file has just changed: try again.
     bool open(char const * name) noexcept
     {
         lock_.unlock();
@@ -77,12 +77,12 @@ public:
     bool exists() const noexcept { return file_.is_open(); }
     lockable_file const & file() const noexcept { return file_; }
     struct stat const & facts() const noexcept { return facts_; }
-    /// Whether it is known in which folder the file is, so that it can be replaced.
+    /// True if the file's folder is known, so that the file can be replaced.
     bool has_entry() const noexcept { return has_entry_; }
     folder_entry const & entry() const noexcept { return entry_; }
     bool is_locked() const noexcept { return lock_.held(); }
 
-    /// It has got its content.
+    /// Call it when the file has its content.
     bool keep() noexcept
     {
         was_made_here_ = false;
@@ -93,22 +93,23 @@ private:
     bool lock(char const * name) noexcept
     {
         if ((facts_.st_mode & (S_IWUSR | S_IWGRP | S_IWOTH)) == 0) {
-            errno = EACCES; // read-only, which the host does not tell the superuser
+            errno = EACCES; // read-only; the host would let the superuser write
             return false;
         }
-        if (!lock_.lock(F_WRLCK, writers_patience)) {
+        if (!lock_.lock(F_WRLCK, writers_timeouts)) {
             return false;
         }
         has_entry_ = entry_.open_of_file(name, file_.get());
         if (!has_entry_ && errno == ESTALE) {
-            // It was replaced or removed while this waited, unless it is a file without a folder.
+            // The file was replaced or removed while this waited, unless it is a file without a
+            // folder.
             struct stat there;
             if (::stat(name, &there) != 0 || !same_file(facts_, there)) {
                 errno = ESTALE;
                 return false;
             }
         }
-        return ::fstat(file_.get(), &facts_) == 0; // the size may be another by now
+        return ::fstat(file_.get(), &facts_) == 0; // the size may have changed
     }
 
     bool find_place(char const * name) noexcept
@@ -121,8 +122,8 @@ private:
         if (::fstatat(entry_.folder(), entry_.name(), &link, AT_SYMLINK_NOFOLLOW) != 0) {
             return errno == ENOENT;
         }
-        // A link that leads to nothing yet. Only the host can say where a file would come into
-        // being, and whether this link may be followed, so that it makes an empty one.
+        // A link without a target. Only the host can tell where the file would be created and
+        // whether the link may be followed, so it creates an empty one.
         descriptor const made(retried([&] {
             constexpr int flags = O_WRONLY | O_CREAT | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
             return ::open(name, flags, profile_replacement::new_file_mode);
@@ -134,7 +135,7 @@ private:
         return false;
     }
 
-    /// Leaves what another process has put in the place of the empty file, or into it.
+    /// Removes the empty file, unless another process has replaced or written it.
     void remove_if_empty() const noexcept
     {
         struct stat there;
@@ -155,14 +156,14 @@ private:
     bool was_made_here_ = false;
 };
 
-/// Overwrites what differs. What lies beyond the old end goes first, so that a full disk is met
-/// before an old byte is touched; after a failure the old bytes come back.
+/// Overwrites the bytes that differ. What lies beyond the old end is written first, so that a full
+/// disk is noticed before an old byte is changed. After a failure the old bytes are restored.
 bool overwrite(lockable_file const & target, std::string_view before,
                std::string_view after) noexcept
 {
     int const file = target.get();
     byte_lock content(target, content_byte);
-    if (!content.lock(F_WRLCK, writers_patience)) {
+    if (!content.lock(F_WRLCK, writers_timeouts)) {
         return false;
     }
     std::size_t const common = std::min(before.size(), after.size());
@@ -181,7 +182,8 @@ bool overwrite(lockable_file const & target, std::string_view before,
     return done;
 }
 
-/// Takes new content for the file: a replacement beside it where that loses nothing, else the file.
+/// Writes new content for the file: to a replacement beside it where that loses nothing, else into
+/// the file.
 class new_content {
 public:
     new_content(profile_target & target, std::string const & before) noexcept
@@ -203,7 +205,8 @@ public:
         replaces_ = replacement_.create(target_.entry(), profile_replacement::private_mode,
                                         target_.is_locked());
         if (!replaces_) {
-            // No name is free for a replacement, or the folder admits none.
+            // There is no free name for a replacement, or the folder allows no new file: overwrite
+            // in place.
             return errno == EACCES || errno == EPERM || errno == EROFS || errno == EEXIST
                 || errno == ENAMETOOLONG;
         }
@@ -211,7 +214,7 @@ public:
         return true;
     }
 
-    /// \param text  stays where it is until the next `fill` or the end.
+    /// \param text  must stay valid until the next `fill` or the end.
     bool fill(std::string const & text) noexcept
     {
         new_text_ = &text;
@@ -226,10 +229,10 @@ public:
         return target_.keep();
     }
 
-    /// Whether a `fill` that failed has lost what the one before had written.
+    /// True if a failed `fill` has lost what the one before had written.
     bool forgets() const noexcept { return !target_.exists() || replaces_; }
 
-    /// \returns false with `errno` set; `ESTALE` when something has just changed.
+    /// \returns false with `errno` set; `ESTALE` when the file has just changed.
     bool publish() noexcept
     {
         if (!target_.exists()) {
@@ -241,7 +244,7 @@ public:
         if (replacement_.copy_mode(target_.facts()) && replacement_.take_place()) {
             return target_.keep();
         }
-        if (errno == EBUSY && replaces_) { // it is mounted there by itself
+        if (errno == EBUSY && replaces_) { // the file itself is a mount point
             replaces_ = false;
             return fill(*new_text_);
         }
@@ -255,22 +258,23 @@ private:
         return false;
     }
 
-    /// The host takes the setuid and setgid bits off a file that is written.
+    /// Restores the setuid and setgid bits, which the host clears when a file is written. A failure
+    /// is ignored: the content has been written.
     void restore_mode() const noexcept
     {
         if (mode_t const mode = target_.facts().st_mode; (mode & (S_ISUID | S_ISGID)) != 0) {
-            ::fchmod(target_.file().get(), mode & 07777); // a mode is no reason to fail
+            ::fchmod(target_.file().get(), mode & 07777); // may fail
         }
     }
 
     profile_target & target_;
-    std::string const * old_text_; // what the file holds
+    std::string const * old_text_; // the present content of the file
     std::string const * new_text_ = nullptr;
     profile_replacement replacement_;
     bool replaces_ = false;
 };
 
-/// A text with those entries written into it that leave it within a size.
+/// A text with those entries written that keep it within a size limit.
 struct edited_text {
     edited_text(std::string_view before, std::span<private_profile_entry const> entries,
                 std::size_t limit)
@@ -289,10 +293,10 @@ struct edited_text {
     bool complete = true;
 };
 
-/// Writes as many of the entries as there is room for: what single writes would have left. How much
-/// room there is shows only when it is used up.
-/// \param before  what the file holds.
-/// \param all     with all of them, for which there is no room.
+/// Writes as many of the entries as there is room for: those that separate writes would have
+/// written. The room is found by trying.
+/// \param before  the present content of the file.
+/// \param all     the text with all entries, for which there is no room.
 /// \returns false with `errno` set when nothing was written.
 bool fill_with_what_fits(new_content & content, std::string const & before,
                          std::span<private_profile_entry const> entries, edited_text const & all)
@@ -300,7 +304,7 @@ bool fill_with_what_fits(new_content & content, std::string const & before,
     int reason = errno;
     std::size_t fits = before.size();
     std::size_t fails = all.text.size();
-    std::unique_ptr<edited_text> best; // stays where it is while `content` looks at it
+    std::unique_ptr<edited_text> best; // must not move: `content` refers to it
     bool is_filled = false;
     while (fits + 1 < fails) {
         std::size_t const limit = fits + (fails - fits) / 2;
@@ -323,7 +327,7 @@ bool fill_with_what_fits(new_content & content, std::string const & before,
     return best != nullptr && (is_filled || content.fill(best->text));
 }
 
-/// \param complete  set to whether there was room for all entries.
+/// \param complete  set to true if there was room for all entries.
 bool rewrite(profile_target & target, std::span<private_profile_entry const> entries,
              bool & refused, bool & complete)
 {
@@ -360,7 +364,7 @@ bool rewrite_profile(std::span<private_profile_entry const> entries, char const 
 {
     uninterrupted const guard;
     profile_target target;
-    // Other processes may exchange what is there again and again.
+    // Other processes may replace the file again and again.
     std::int64_t const deadline = moment_after(30'000);
     for (bool complete = true;;) {
         if (target.open(file) && rewrite(target, entries, refused, complete)) {
