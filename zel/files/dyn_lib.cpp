@@ -14,7 +14,7 @@ constexpr char const * reasons[] = {
     "Cannot load file component ",
 };
 
-/// The host would read no further than to a NUL, and find another name.
+/// The host would stop reading at a NUL inside and use another name.
 bool is_one_text(string const & text) noexcept { return text.find('\0') == string::npos; }
 
 } // namespace

@@ -9,10 +9,10 @@
 
 namespace zel {
 
-/// A code module that is loaded on request and hands out the addresses of its procedures.
+/// A code module that is loaded on request and provides the addresses of its procedures.
 ///
-/// Loads are counted by the host: two objects may hold one module, and it goes with the last. Used
-/// by one thread at a time.
+/// The host counts loads: two objects may hold one module, and the last one unloads it. Use an
+/// object in one thread at a time.
 /// \code
 ///     zel::dyn_lib library("libz.so.1", true);
 ///     library.load();
@@ -21,8 +21,8 @@ namespace zel {
 /// \endcode
 class ZEL_API dyn_lib : public ref_obj {
 public:
-    /// A module that can't be loaded, a procedure that it doesn't have. What the host says about it
-    /// is in `get_last_error()` until the thread's next failure.
+    /// Raised when a module can't be loaded or has no such procedure. `get_last_error()` returns
+    /// the host's message until the thread's next failure.
     class ZEL_API exception : public zel::exception {
     public:
         /// The reasons, which `get_type()` tells.
@@ -32,25 +32,25 @@ public:
             cannot_load = 3,
         };
 
-        /// `text` goes behind the reason; null for nothing.
+        /// \param text  follows the text of the reason; null for none.
         exception(exc_type type, char const * text);
         exception(exception const &) = default;
         exception & operator=(exception const &) = default;
         ~exception() override;
     };
 
-    /// Loads nothing yet.
-    /// \param name  a file name, which the host searches for by its own rule, or a path. One with a
-    ///              backslash or a drive in it is a path of this library: `C:\lib\a.so`.
-    /// \param unload_on_destroy  false leaves a loaded module in the process when the object goes.
+    /// Does not load the module yet.
+    /// \param name  a file name, which the host searches for by its own rules, or a path. A name
+    ///              with a backslash or a drive is a path of this library: `C:\lib\a.so`.
+    /// \param unload_on_destroy  false keeps the module loaded after the object's end.
     dyn_lib(string const & name, bool unload_on_destroy);
     ~dyn_lib() override;
 
-    /// Does nothing when the module is loaded.
+    /// Loads the module; does nothing when it is loaded.
     /// \throws dyn_lib::exception  `cannot_load` with the module's name.
     void load();
 
-    /// Gives the module back, whose procedures are not to be called any more.
+    /// Unloads the module. Its procedures must not be called any more.
     void unload() noexcept;
     /// Whether this object holds the module.
     bool loaded() const noexcept { return handle != nullptr; }

@@ -12,14 +12,14 @@ namespace zel {
 
 /// A buffered stream of bytes over a file.
 ///
-/// Both kinds give the same bytes on this host: a text has no line ends of its own kind. Files may
-/// be larger than 4 GiB. A read or a write goes on when a signal interrupts it. What is written may
-/// wait in the buffer until `close()`, which therefore tells whether all of it arrived; the
-/// destructor closes too, but says nothing. Used by one thread at a time; the C library may flush it
-/// meanwhile, as `fflush(nullptr)` in another thread does.
+/// Text and binary streams are the same on this host: there is no translation of line ends. Files
+/// may be larger than 4 GiB. A read or a write continues when a signal interrupts it. Written data
+/// may stay in the buffer until `close()`, which reports whether all of it was written. The
+/// destructor closes too, but reports nothing. Use an object in one thread at a time; the C library
+/// may flush it meanwhile, for example by `fflush(nullptr)` in another thread.
 ///
-/// Without an open stream `read` and the write members give 0 (`write_char` gives `EOF`), `eof` is
-/// true, and `close` raises.
+/// Without an open stream `read` and the write members return 0 (`write_char` returns `EOF`), `eof`
+/// is true, and `close` raises.
 /// \code
 ///     zel::file log("C:\\tmp\\log.txt", zel::file::mode_append, zel::file::kind_binary);
 ///     log.write_string("started\n");
@@ -27,24 +27,24 @@ namespace zel {
 /// \endcode
 class ZEL_API file : public file_obj {
 public:
-    /// A stream that can't be opened or closed.
+    /// Raised when a stream can't be opened or closed.
     class ZEL_API exception : public zel::exception {
     public:
         /// The reasons, which `get_type()` tells.
         enum exc_type : std::uint32_t {
             cannot_open = 1,
             cannot_close = 2,
-            end_of_file = 3, ///< raised by no member; `eof` tells
+            end_of_file = 3, ///< raised by no member: ask `eof`
         };
 
-        /// `text` goes behind the reason; null for nothing.
+        /// \param text  follows the text of the reason; null for none.
         exception(exc_type type, char const * text = nullptr);
         exception(exception const &) = default;
         exception & operator=(exception const &) = default;
         ~exception() override;
     };
 
-    /// What is done with the stream. An update may read and write.
+    /// How the stream is used. An update mode allows reads and writes.
     enum mode : std::uint32_t {
         mode_read = 0,
         mode_write = 1, ///< empties the file
@@ -66,23 +66,23 @@ public:
     file(path const & source, mode wanted_mode, kind wanted_kind);
     ~file() override;
 
-    /// Opens another stream; one that is open is closed first, and what its end says is lost.
+    /// Opens a stream. One that is open is closed first; an error of that is ignored.
     /// \throws file::exception  `cannot_open` with the path's text. The object then has the new
     ///                          path and no stream.
     void open(path const & source, mode wanted_mode, kind wanted_kind);
 
     /// \throws file::exception  `cannot_close` when buffered bytes could not be written, or when
-    ///                          there is no stream. There is none afterwards either way.
+    ///                          there was no stream. In both cases there is no stream afterwards.
     void close();
 
-    /// True once a read has met the end of the file.
+    /// True once a read has reached the end of the file.
     bool eof() const noexcept;
 
     /// \returns the number of bytes read; less than `size` at the end of the file or after an
     /// error.
     std::uint32_t read(void * buffer, std::uint32_t size) noexcept;
-    /// \returns the number of bytes taken; less than `size` after an error, which also loses what
-    ///          was buffered before.
+    /// \returns the number of bytes accepted; less than `size` after an error, which also loses
+    ///          data that was buffered before.
     std::uint32_t write(void const * buffer, std::uint32_t size) noexcept;
     /// Writes up to the terminator, without it. A null text counts as an empty one.
     std::uint32_t write_string(char const * text) noexcept;
@@ -92,7 +92,7 @@ public:
     std::uint32_t write_char(char ch) noexcept;
 
 protected:
-    /// The names by which the host knows modes and kinds.
+    /// The host's letters for modes and kinds.
     static char const * const ms_Modes[6];
     static char const * const ms_Kinds[2];
 

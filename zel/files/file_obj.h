@@ -7,10 +7,10 @@
 
 namespace zel {
 
-/// The root of what stands for a file on disk: it holds the file's path and nothing else.
+/// The root of the classes for files on disk: it holds the file's path and nothing else.
 class ZEL_API file_obj : public ref_obj {
 public:
-    /// Empty for an object without a file.
+    /// The file's path; empty for an object without a file.
     path const & get_path() const noexcept { return file_path; }
 
 protected:

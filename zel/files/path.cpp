@@ -32,7 +32,7 @@ void normalize_or_raise(char * result, std::string_view source)
     }
 }
 
-/// The characters of a string, which have to be a text.
+/// The characters of a string; raises when one is a NUL.
 std::string_view checked(std::string const & source)
 {
     if (source.find('\0') != std::string::npos) {
@@ -41,13 +41,13 @@ std::string_view checked(std::string const & source)
     return source;
 }
 
-/// The platform's numbers of `path::special_folder`, in its order.
+/// The platform's numbers for the values of `path::special_folder`, in its order.
 constexpr std::uint8_t identifiers[] = {48, 47, 26, 35, 46, 33, 34, 32, 28, 39, 5, 38, 43, 37, 36};
 static_assert(std::size(identifiers) == path::windows + 1);
 
 } // namespace
 
-// The array is filled with zeros once, so that comparing may read it in blocks to its end.
+// The array is zeroed once, so that comparisons may read it in blocks up to its end.
 path::path(standard folder)
     : text(new char[max_path]())
 {
@@ -65,7 +65,7 @@ path::path(special_folder folder)
     platform::get_special_folder(value <= windows ? identifiers[value] : value, text);
 }
 
-// Each of these begins as a complete, empty path, whose destructor frees the array when the text
+// Each of these first constructs a complete, empty path; its destructor frees the array if the text
 // is refused.
 path::path(char const * source)
     : path(no_folder)
@@ -104,7 +104,8 @@ path::~path() { delete[] text; }
 
 path & path::operator=(path const & source)
 {
-    // A path's text is normal already, apart from the lone root and what was combined with it.
+    // The text of a path is already normalised. Exceptions are a single backslash and a path that
+    // begins with one after combining.
     if (begins_in_current_folder(platform::as_text(source.text))) {
         return *this = source.text;
     }
@@ -137,7 +138,7 @@ bool path::operator==(path const & other) const noexcept
 
 bool path::operator==(char const * other) const noexcept
 {
-    // Comparing reads in blocks and so behind the text.
+    // The comparison reads whole blocks, also behind the text.
     char normalized[max_path] = {};
     return normalize(normalized, platform::as_text(other))
         && platform::path_equal(text, normalized);
@@ -194,7 +195,7 @@ bool path::canonicalize() noexcept { return platform::path_canonicalize(text, te
 
 bool path::append(char const * more, bool) noexcept
 {
-    // What an append gives is canonical at once, so that there is nothing left to resolve.
+    // An append always gives a canonical text, so the flag has nothing left to resolve.
     text_argument const name(more);
     return name.fits() && platform::path_append(text, name.view());
 }
@@ -231,7 +232,7 @@ path path::find_next_component() const { return path(platform::path_find_next_co
 
 bool path::match_spec(char const * spec) const noexcept
 {
-    // A name may hold a `;` or begin with a blank, so the plain comparison comes first.
+    // A name may contain a `;` or begin with a blank, so the plain comparison comes first.
     std::string_view const name = find_filename();
     std::string_view const wanted = platform::as_text(spec);
     return ascii::equal_without_case(name, wanted) || platform::path_match_spec(name, wanted);

@@ -8,25 +8,25 @@
 #include <cstring>
 #include <string_view>
 
-/// How a text becomes one of a path's.
+/// Normalises a text that is passed to a path.
 namespace zel {
 
 constexpr bool is_separator(char c) noexcept { return c == '\\' || c == '/'; }
 
-/// True for a single separator in front, which means the current folder.
+/// True for a text with a single leading separator, which means the current folder.
 constexpr bool begins_in_current_folder(std::string_view text) noexcept
 {
     return !text.empty() && is_separator(text[0]) && !(text.size() > 1 && is_separator(text[1]));
 }
 
-/// True for a text that normalising leaves as it is.
+/// True for a text that is already normalised.
 inline bool is_normal(std::string_view text) noexcept
 {
     return !begins_in_current_folder(text) && std::memchr(text.data(), '/', text.size()) == nullptr;
 }
 
 /// Writes the normalised text into an array of `max_path` bytes, which may be the source.
-/// \returns false when it would not fit, and then nothing is written.
+/// \returns false, with nothing written, when it does not fit.
 inline bool normalize(char * result, std::string_view source) noexcept
 {
     bool const normal = is_normal(source);
@@ -46,8 +46,8 @@ inline bool normalize(char * result, std::string_view source) noexcept
     return true;
 }
 
-/// A normalised argument of an operation that can say that it failed. Most are normal as they come,
-/// and are not copied.
+/// The normalised argument of an operation that reports failure by its result. Most arguments are
+/// normalised already and are not copied.
 class text_argument {
 public:
     explicit text_argument(char const * source) noexcept
@@ -69,7 +69,7 @@ public:
     std::string_view view() const noexcept { return {text_, size_}; }
 
 private:
-    char area_[platform::max_path]; // has no value unless the text was changed
+    char area_[platform::max_path]; // uninitialised unless the text was changed
     char const * text_ = nullptr;
     std::size_t size_ = 0;
 };

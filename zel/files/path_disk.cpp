@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What a path's members do with the disk.
+// The members of `path` that access the disk.
 #include "zel/files/path.h"
 
 #include "zel/core/auto_buffer.h"
@@ -23,7 +23,7 @@ namespace {
 
 constexpr std::uint32_t no_size = 0xFFFFFFFF;
 
-/// What `get_entries` hands to the listing of a folder.
+/// The context of `take_entry`, which the listing of a folder calls.
 struct search {
     std::list<auto_ptr<path>> & entries;
     std::string_view pattern;
@@ -31,7 +31,7 @@ struct search {
     std::size_t folder_size;
 };
 
-/// Adds an entry when the pattern matches and a path can name it.
+/// Adds an entry that matches the pattern and fits a path.
 void take_entry(void * context, std::string_view name)
 {
     search & found = *static_cast<search *>(context);
@@ -41,7 +41,7 @@ void take_entry(void * context, std::string_view name)
     }
     std::size_t size = found.folder_size;
     if (size == 0 && platform::path_get_drive_number(name.data()) >= 0) {
-        size = 2; // alone the name would be a drive
+        size = 2; // without a folder the name would be a drive
         std::memcpy(found.text, ".\\", size);
     }
     if (size + name.size() <= platform::longest_path) {
@@ -50,8 +50,8 @@ void take_entry(void * context, std::string_view name)
     }
 }
 
-/// Puts the drive in front of a lone leading backslash. What is found there becomes a path, which
-/// would take the backslash for the current folder.
+/// Puts the drive before a single leading backslash. The entries become paths, in which that
+/// backslash would mean the current folder.
 bool copy_with_drive(char * result, char const * text) noexcept
 {
     std::string_view const front = *text == '\\' && text[1] != '\\' ? "C:" : "";
@@ -63,10 +63,10 @@ bool copy_with_drive(char * result, char const * text) noexcept
     return true;
 }
 
-/// Creates what is missing of the chain of folders.
+/// Creates all missing folders of the path.
 bool create_folders(char const * text) noexcept
 {
-    // No folder at all is the current one.
+    // The empty text is the current folder.
     if (*text == '\0' || platform::path_is_directory(text)) {
         return true;
     }
@@ -82,7 +82,7 @@ bool create_folders(char const * text) noexcept
         auto const size = static_cast<std::size_t>(end - text);
         std::memcpy(folder, text, size);
         folder[size] = '\0';
-        // Another process may make it between the first two calls.
+        // Another process may create it between the first two calls.
         if (!platform::path_is_directory(folder) && !platform::create_directory(folder)
             && !platform::path_is_directory(folder)) {
             return false;
@@ -172,7 +172,7 @@ bool path::compare_files(path const & first, path const & second)
                 return false;
             }
             if (count < block_size) {
-                return a.eof() && b.eof(); // else a read failed
+                return a.eof() && b.eof(); // otherwise a read failed
             }
         }
     } catch (file::exception const &) {
@@ -187,14 +187,14 @@ void path::get_entries(std::list<auto_ptr<path>> & entries, char const * spec, b
     }
     char pattern[max_path];
     text_argument const name(spec);
-    // A pattern for names needs no room behind the folder's text: only the entries have to fit.
+    // A pattern for names need not fit behind the folder's text: only the entries have to fit.
     bool const for_names = name.fits() && platform::path_is_name(name.c_str());
     if (!name.fits() || !copy_with_drive(pattern, text)
         || platform::path_add_backslash(pattern) == nullptr
         || !platform::path_append(pattern, for_names ? "*" : name.view())) {
         return;
     }
-    // The folder is what stands in front of the last component, should `spec` have several.
+    // If `spec` has several components, the folder is everything before the last one.
     std::string_view const whole = pattern;
     std::size_t const folder_size = whole.rfind('\\') + 1;
     if (folder_size == 0 && platform::path_get_drive_number(pattern) >= 0) {
@@ -212,7 +212,7 @@ bool path::remove()
     if (!platform::path_is_unlinked_directory(text)) {
         return platform::delete_file(text);
     }
-    // An empty folder goes at once, also without the right to look inside.
+    // Try the folder itself first: an empty one can be removed without the right to read it.
     return platform::remove_directory(text)
         || (platform::empty_directory(text, false) && platform::remove_directory(text));
 }

@@ -21,8 +21,8 @@
 namespace zel::platform {
 namespace {
 
-/// Opens a plain file for reading. A pipe or a device does not keep the caller waiting; a lease that
-/// somebody has on the file does, until the host has taken it away.
+/// Opens a plain file for reading. It does not wait for a pipe or a device. If another process has
+/// a lease on the file, it waits until the host has broken the lease.
 bool open_source(int folder, char const * name, int flags, descriptor & content,
                  struct stat & facts) noexcept
 {
@@ -32,7 +32,8 @@ bool open_source(int folder, char const * name, int flags, descriptor & content,
     };
     content = open_it(O_RDONLY | O_NONBLOCK | O_NOCTTY);
     if (!content.is_open() && errno == EWOULDBLOCK) {
-        // A lease. Its file is found first, since the name may be a pipe's by now.
+        // There is a lease. Check the file before waiting, because the name may lead to a pipe by
+        // now.
         descriptor const found = open_it(O_PATH);
         if (!found.is_open() || ::fstat(found.get(), &facts) != 0) {
             return fail_with_errno();
@@ -50,8 +51,8 @@ bool open_source(int folder, char const * name, int flags, descriptor & content,
     return S_ISREG(facts.st_mode) || fail(error_access_denied);
 }
 
-/// Whether a call succeeded, or was refused by a file system that does not keep what it sets: cp
-/// works there too.
+/// True if a call succeeded, or failed because the file system does not store the attribute; cp
+/// accepts that too.
 bool kept_or_refused(int result) noexcept
 {
     return result == 0 || errno == EPERM || errno == EACCES || errno == EOPNOTSUPP
@@ -83,12 +84,12 @@ bool move_file_across(folder_entry const & source, folder_entry const & target) 
     if (!open_source(source.folder(), source.name(), O_NOFOLLOW, content, facts)) {
         return false;
     }
-    new_file copy(target.folder(), facts.st_mode & S_IRWXU); // the groups are not the same yet
+    new_file copy(target.folder(), facts.st_mode & S_IRWXU); // its group is not set yet
     if (!copy_into(copy, content)) {
         return false;
     }
-    // What the user owned stays his; a user who may not give files away keeps the copy, and the
-    // rights that belong to another owner are not handed on.
+    // Keep the source's owner. A user who may not change owners owns the copy; it then gets no
+    // set-id bits, which were meant for another owner.
     bool const given = ::fchown(copy.content(), facts.st_uid, facts.st_gid) == 0;
     mode_t const mode = facts.st_mode & (given ? 07777 : 0777);
     if (!set_mode(copy.content(), mode) || !set_times(copy.content(), facts)) {
@@ -108,7 +109,7 @@ bool move_link_across(folder_entry const & source, folder_entry const & target) 
     return succeeded(::symlinkat(content, target.folder(), target.name()));
 }
 
-/// The entry whose place a copy takes.
+/// The entry that a copy replaces.
 class copy_target {
 public:
     copy_target() noexcept = default;
@@ -121,12 +122,12 @@ public:
         }
     }
 
-    /// Finds what the host takes `name` for: where it refuses to follow a link that somebody planted
-    /// in a shared folder, this fails too.
+    /// Resolves `name` as the host does. If the host refuses to follow a link that another user
+    /// planted in a shared folder, this fails too.
     /// \param source  the file that is copied.
     bool find(char const * name, struct stat const & source) noexcept
     {
-        constexpr int attempts = 20; // other processes may exchange what is there each time
+        constexpr int attempts = 20; // other processes may replace the entry between the steps
         for (int attempt = 0; attempt < attempts; ++attempt) {
             descriptor const there(retried([&] { return ::open(name, O_PATH | O_CLOEXEC); }));
             if (there.is_open()) {
@@ -155,8 +156,8 @@ public:
             if (::fstatat(entry_.folder(), entry_.name(), &link, AT_SYMLINK_NOFOLLOW) != 0) {
                 return errno == ENOENT || fail_with_errno();
             }
-            // A link that leads to nothing yet. Only the host can say where a file would come into
-            // being, so that it makes an empty one.
+            // A link whose target does not exist. Only the host can tell where the file would be
+            // created, so it creates an empty one.
             descriptor const made(
                 retried([&] { return ::open(name, creation_flags, creation_mode); }));
             if (made.is_open()) {
@@ -170,7 +171,7 @@ public:
 
     folder_entry const & entry() const noexcept { return entry_; }
 
-    /// The copy is in its place.
+    /// Call it when the copy is in place: the empty file is then not removed.
     bool keep() noexcept
     {
         created_ = false;
@@ -181,7 +182,7 @@ private:
     static constexpr mode_t creation_mode = 0600;
     static constexpr int creation_flags = O_WRONLY | O_CREAT | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
 
-    /// Leaves what another process has put in the place of the empty file, or into it.
+    /// Removes the empty file, unless another process has replaced or written it.
     void remove_created() const noexcept
     {
         struct stat facts;
@@ -219,7 +220,7 @@ bool move_file(char const * source, char const * target) noexcept
     }
     struct stat taken;
     if (::fstatat(to.folder(), to.name(), &taken, AT_SYMLINK_NOFOLLOW) == 0) {
-        return fail(error_already_exists); // told before anything is copied
+        return fail(error_already_exists); // report it before anything is copied
     }
     bool const moved
         = S_ISLNK(facts.st_mode) ? move_link_across(from, to) : move_file_across(from, to);

@@ -25,12 +25,12 @@ public:
     int folder() const noexcept { return folder_.get(); }
     bool is_open() const noexcept { return folder_.is_open(); }
 
-    /// Gives the descriptor up, and takes another one of the same folder. What has been read goes on;
-    /// behind it the folder is read from its beginning again.
+    /// Closes the descriptor, and continues later with another one of the same folder. Entries that
+    /// have been read stay; after them the folder is read from its start again.
     void close() noexcept { folder_ = descriptor(); }
     void reopen(descriptor folder) noexcept { folder_ = std::move(folder); }
 
-    /// The next entry but `.` and `..`; null at the end, and with `failed` on an error.
+    /// The next entry except `.` and `..`; null at the end and after an error, which sets `failed`.
     dirent64 const * next() noexcept
     {
         for (;;) {
@@ -65,7 +65,7 @@ private:
     }
 
     descriptor folder_;
-    std::unique_ptr<char[]> block_; // as `new` aligns it, enough for the host's records
+    std::unique_ptr<char[]> block_; // the alignment of `new` suits the host's records
     std::size_t at_ = 0;
     std::size_t end_ = 0;
     bool failed_ = false;

@@ -12,15 +12,15 @@
 namespace zel::platform {
 namespace {
 
-/// True for the ways in which a kernel says that it can't copy between these two files.
+/// True for the errors with which a kernel reports that it can't copy between these two files.
 bool must_copy_by_hand(int error) noexcept
 {
     return error == EXDEV || error == EINVAL || error == ENOSYS || error == EOPNOTSUPP
         || error == EPERM;
 }
 
-/// Copies what lies from `at` to `end`.
-/// \param at  moves on with what was copied; it stays in front of `end` where the file ends first.
+/// Copies the bytes from `at` to `end`.
+/// \param at  advances with each copied byte; stays below `end` if the file ends first.
 bool copy_by_hand(int source, int target, off_t & at, off_t end) noexcept
 {
     char block[65536];
@@ -47,10 +47,10 @@ bool copy_by_hand(int source, int target, off_t & at, off_t end) noexcept
     return true;
 }
 
-/// As `copy_by_hand`, within the kernel where it can.
+/// Like `copy_by_hand`, but inside the kernel where possible.
 bool copy_range(int source, int target, off_t & at, off_t end) noexcept
 {
-    constexpr off_t most = 0x40000000; // a call that is never refused as too large
+    constexpr off_t most = 0x40000000; // a size that no kernel refuses
     while (at < end) {
         off_t from = at;
         off_t to = at;
@@ -60,8 +60,8 @@ bool copy_range(int source, int target, off_t & at, off_t end) noexcept
         if (count > 0) {
             at += count;
         } else if (count == 0 || must_copy_by_hand(errno)) {
-            // 0 is the end of the file, but also what some kernels say of files without a size of
-            // their own, such as those under /proc.
+            // 0 means the end of the file. Some kernels also return it for files without a size,
+            // such as those under /proc.
             return copy_by_hand(source, target, at, end);
         } else {
             return false;
@@ -70,7 +70,7 @@ bool copy_range(int source, int target, off_t & at, off_t end) noexcept
     return true;
 }
 
-/// Sets the size of the copy to that of the source, which may have been cut meanwhile.
+/// Sets the size of the copy to that of the source, which may have been truncated meanwhile.
 bool cut_copy(int source, int target, off_t size) noexcept
 {
     struct stat now;
@@ -88,16 +88,16 @@ bool copy_content(int source, int target) noexcept
         return false;
     }
     off_t at = 0;
-    if (facts.st_size == 0) { // also of files whose size is known when they are read
+    if (facts.st_size == 0) { // also for files that have no size until they are read
         return copy_range(source, target, at, everything);
     }
     while (at < facts.st_size) {
         off_t const data = ::lseek(source, at, SEEK_DATA);
-        if (data < 0 && errno == ENXIO) { // the file ends in a hole, which no write would reach
+        if (data < 0 && errno == ENXIO) { // the file ends in a hole, which is not written
             return cut_copy(source, target, facts.st_size);
         }
         off_t end = data < 0 ? -1 : ::lseek(source, data, SEEK_HOLE);
-        if (end < 0) { // the host can't tell
+        if (end < 0) { // the host can't find holes
             end = facts.st_size;
         } else {
             at = data;
@@ -106,8 +106,8 @@ bool copy_content(int source, int target) noexcept
             return false;
         }
         if (at < end) {
-            // The file ends where reading ended, whatever size it told: files under /sys tell a
-            // page each, and another process may cut any file meanwhile.
+            // The file ended before its reported size: files under /sys report one page each, and
+            // another process may truncate any file meanwhile.
             return cut_copy(source, target, at);
         }
     }

@@ -3,8 +3,8 @@
 
 namespace zel::platform {
 
-/// Copies a plain file's bytes into an empty one, within the kernel where it can, and leaves holes
-/// as holes. Interrupted calls go on.
+/// Copies a plain file's bytes into an empty file, inside the kernel where possible, and keeps
+/// holes. Interrupted calls are repeated.
 /// \returns false with `errno` set.
 bool copy_content(int source, int target) noexcept;
 

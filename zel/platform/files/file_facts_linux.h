@@ -10,7 +10,8 @@ namespace zel::platform {
 
 inline constexpr mode_t write_bits = S_IWUSR | S_IWGRP | S_IWOTH;
 
-/// The entry itself, also when it is a link. A separator at the end asks for a folder.
+/// Reads the facts of the entry itself, not of a link's target. With a separator at the end the
+/// entry has to be a folder.
 inline bool get_facts_of_entry(host_name & name, struct stat & facts) noexcept
 {
     if (!name) {
@@ -29,7 +30,7 @@ inline bool get_facts_of_entry(host_name & name, struct stat & facts) noexcept
     return fail(error_path_not_found);
 }
 
-/// Nobody has the right to write. A link has no rights of its own.
+/// True if no user has the right to write. A link has no rights of its own.
 inline bool is_read_only(struct stat const & facts) noexcept
 {
     return !S_ISLNK(facts.st_mode) && (facts.st_mode & write_bits) == 0;

@@ -6,17 +6,17 @@
 
 namespace zel::platform {
 
-/// Opens a buffered stream as `fopen` does, with 64-bit offsets. A read or a write that a signal
-/// interrupts goes on, also where the stream writes what it buffered. `fileno` gives the stream's
-/// descriptor, which programs that the process starts do not inherit. The stream keeps the lock of
-/// its own: others come to it too, such as `fflush(nullptr)` in another thread.
+/// Opens a buffered stream like `fopen`, with 64-bit offsets. A read or a write that a signal
+/// interrupts is continued, also when the stream writes its buffer. `fileno` returns the stream's
+/// descriptor, which is closed on exec. The stream keeps its own lock, because other threads may
+/// access it too, for example with `fflush(nullptr)`.
 /// \param path  a path of drive `C:` or a relative one.
 /// \param mode  a mode of `fopen`; the letters `t` and `b` make no difference on this host.
 /// \returns null with the last error set; a folder can't be opened, not even for reading.
 std::FILE * open_stream(char const * path, char const * mode) noexcept;
 
-/// As `fread` and `fwrite` of single bytes do. The stream's lock is taken unless the process has one
-/// thread only, which costs nothing to know.
+/// Like `fread` and `fwrite` of single bytes. The stream's lock is skipped only if the process has
+/// a single thread, which is a cheap check.
 /// \returns the number of bytes.
 std::size_t read_stream(std::FILE * stream, void * buffer, std::size_t size) noexcept;
 std::size_t write_stream(std::FILE * stream, void const * buffer, std::size_t size) noexcept;

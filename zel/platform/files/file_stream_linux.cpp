@@ -18,8 +18,8 @@
 namespace zel::platform {
 namespace {
 
-// The C library's own streams throw away what they buffered when a signal interrupts the write of
-// it, so that these read and write through functions of their own. The cookie is the descriptor.
+// The C library's own streams lose their buffered data when a signal interrupts the write. So these
+// streams use read and write functions of their own. The cookie is the descriptor.
 
 int number(void * cookie) noexcept
 {
@@ -38,7 +38,7 @@ ssize_t write_bytes(void * cookie, char const * buffer, std::size_t size) noexce
         ssize_t const count
             = retried([&] { return ::write(number(cookie), buffer + done, size - done); });
         if (count < 0) {
-            break; // a short count is the sign of an error here
+            break; // the C library takes a short count for an error
         }
         done += static_cast<std::size_t>(count);
     }
@@ -53,7 +53,7 @@ int seek(void * cookie, off64_t * offset, int whence) noexcept
 
 int close(void * cookie) noexcept
 {
-    // An interrupted close has closed all the same.
+    // An interrupted close has closed the descriptor nevertheless.
     return ::close(number(cookie)) == 0 || errno == EINTR ? 0 : -1;
 }
 
@@ -74,7 +74,7 @@ std::FILE * open_stream(char const * path, char const * mode) noexcept
     if (!to_host_path(host, path)) {
         return nullptr;
     }
-    // A pipe without another end is waited for.
+    // For a pipe without another end this waits.
     descriptor file(retried([&] { return ::open(host, open_flags(mode), 0666); }));
     struct stat facts;
     if (!file.is_open() || ::fstat(file.get(), &facts) != 0) {
@@ -88,8 +88,8 @@ std::FILE * open_stream(char const * path, char const * mode) noexcept
     if (stream == nullptr) {
         return fail_with_null(error_from_errno(errno));
     }
-    // Streams with functions of their own have no descriptor as far as the C library knows. It asks
-    // this field for nothing but `fileno`, for all else the functions.
+    // For the C library, a stream with custom functions has no descriptor. It uses this field only
+    // for `fileno`, and the functions for everything else.
     stream->_fileno = file.release();
     return stream;
 }

@@ -3,9 +3,9 @@
 
 namespace zel::platform {
 
-/// Loads a module, or counts one more load of it. Its names are bound when they are first called
-/// and seen by nobody else.
-/// \param name  searched by the host's rule; one with a backslash or a drive is a path.
+/// Loads a module, or adds one to its load count. Its functions are bound when they are first
+/// called, and its names are not visible to other modules.
+/// \param name  searched by the host's rules; a name with a backslash or a drive is a path.
 /// \returns null with the last error `error_mod_not_found`, whose text is the host's reason.
 void * load_library(char const * name) noexcept;
 
@@ -13,7 +13,7 @@ void * load_library(char const * name) noexcept;
 /// \returns null with the last error `error_proc_not_found`, whose text is the host's reason.
 void * get_proc_address(void * module, char const * name) noexcept;
 
-/// Gives one load up.
+/// Removes one load.
 bool free_library(void * module) noexcept;
 
 } // namespace zel::platform

@@ -30,7 +30,7 @@ void * load_library(char const * name) noexcept
         }
         name = host;
     }
-    if (*name == '\0') { // dlopen would give the program itself
+    if (*name == '\0') { // dlopen would return the program itself
         return fail_with_null(error_mod_not_found);
     }
     void * const module = ::dlopen(name, RTLD_LAZY | RTLD_LOCAL);
@@ -42,7 +42,7 @@ void * load_library(char const * name) noexcept
 
 void * get_proc_address(void * module, char const * name) noexcept
 {
-    ::dlerror(); // an older reason would be taken for this call's
+    ::dlerror(); // discard an older reason
     void * const address = ::dlsym(module, name);
     if (address == nullptr) {
         keep_reason(error_proc_not_found);

@@ -16,10 +16,10 @@
 
 namespace zel::platform {
 
-/// A file under a name of its own until it is complete. It goes again unless it is published.
+/// A new file under a temporary name. The destructor removes it unless it was published.
 class new_file {
 public:
-    /// \param mode  the rights that it begins with, less the process's `umask`. The owner may always
+    /// \param mode  its first access rights, less the process's `umask`. The owner may always
     ///              write.
     new_file(int folder, mode_t mode) noexcept
         : folder_(folder)
@@ -65,7 +65,7 @@ public:
         return published_ || fail_with_errno();
     }
 
-    /// Renames in one step with the test whether the target exists.
+    /// Renames, and checks in the same step that the target does not exist.
     static bool rename_without_replacing(int from, char const * source, int to,
                                          char const * target) noexcept
     {
@@ -75,8 +75,9 @@ public:
         if (errno != EINVAL && errno != ENOSYS) {
             return false;
         }
-        // A file system without that flag, or a folder that would move into itself. A link can't
-        // replace anything either, and a folder may only replace an empty one, here its own.
+        // Either the file system does not support that flag, or a folder would move into itself.
+        // Linking can't replace anything either. A folder can only replace an empty folder, here
+        // one that was made for it.
         struct stat facts;
         if (::fstatat(from, source, &facts, AT_SYMLINK_NOFOLLOW) != 0) {
             return false;

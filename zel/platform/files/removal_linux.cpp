@@ -22,7 +22,7 @@
 namespace zel::platform {
 namespace {
 
-/// Removes an entry that is no folder.
+/// Removes an entry that is not a folder.
 bool unlink_entry(int folder, char const * name, struct stat const & facts) noexcept
 {
     if (is_read_only(facts) || S_ISDIR(facts.st_mode)) {
@@ -31,16 +31,16 @@ bool unlink_entry(int folder, char const * name, struct stat const & facts) noex
     return succeeded(::unlinkat(folder, name, 0));
 }
 
-/// Empties folders through descriptors alone: a name is only ever looked up in the folder that it was
-/// read from, and never through a link.
+/// Empties folders only through descriptors: a name is looked up only in the folder from which it
+/// was read, and never through a link.
 ///
-/// A descriptor is kept for each level while there are enough of them. When the process has no more,
-/// the levels at the top give theirs up, and are found again as `..` of the one below: what is found
-/// there has to be the same folder.
+/// Each level keeps a descriptor as long as there are enough. When the process has none left, the
+/// topmost levels close theirs and reopen later as `..` of the level below; the folder found there
+/// has to be the same.
 class folder_emptier {
 public:
-    /// \param length  bytes of the folder's path, the backslash behind it among them. It ends the
-    ///                recursion: every level takes two bytes of the 259.
+    /// \param length  bytes of the folder's path including the backslash behind it. It limits the
+    ///                recursion: every level takes at least two of the 259 bytes.
     folder_emptier(descriptor folder, std::size_t length, folder_emptier * above = nullptr) noexcept
         : reader_(std::move(folder))
         , length_(length)
@@ -76,7 +76,7 @@ private:
             }
             if (errno != ENOTDIR && errno != ELOOP) {
                 int const reason = errno;
-                // One that is empty goes without the right to look inside.
+                // An empty folder can be removed without the right to read it.
                 return ::unlinkat(reader_.folder(), entry.d_name, AT_REMOVEDIR) == 0
                     || fail(error_from_errno(reason));
             }
@@ -95,7 +95,7 @@ private:
             && succeeded(::unlinkat(reader_.folder(), name, AT_REMOVEDIR));
     }
 
-    /// Opens a folder, if need be by closing one further up.
+    /// Opens a folder; if the process has no descriptor left, closes one of a level above first.
     descriptor open(int start, char const * name) noexcept
     {
         for (;;) {
@@ -108,7 +108,7 @@ private:
         }
     }
 
-    /// \returns false with `errno` as it was when none is left.
+    /// \returns false, with `errno` unchanged, when none is left to close.
     bool close_one_above() noexcept
     {
         folder_emptier * highest = nullptr;
@@ -137,7 +137,7 @@ private:
         if (!folder.is_open() || ::fstat(folder.get(), &facts) != 0) {
             return fail_with_errno();
         }
-        if (!same_file(facts, facts_)) { // somebody has moved the inner one
+        if (!same_file(facts, facts_)) { // another process has moved the inner folder
             return fail(error_path_not_found);
         }
         reader_.reopen(std::move(folder));
@@ -147,7 +147,7 @@ private:
     directory_reader reader_;
     std::size_t length_;
     folder_emptier * above_;
-    struct stat facts_ = {}; // once the descriptor has been given up
+    struct stat facts_ = {}; // valid once the descriptor has been closed
 };
 
 } // namespace

@@ -20,7 +20,8 @@
 namespace zel::platform {
 namespace {
 
-/// A name of the host in an array of its own; empty when it is relative or too long.
+/// An absolute name of the host, in an array of its own; empty when the name is relative or too
+/// long.
 class absolute_name {
 public:
     absolute_name() noexcept = default;
@@ -57,7 +58,7 @@ bool store_path(char * result, std::string_view host) noexcept
 
 std::string_view variable(char const * name) noexcept
 {
-    // What a program with raised rights was given is not to be trusted.
+    // A program with raised rights must not trust its environment.
     char const * const value = ::secure_getenv(name);
     return value == nullptr ? std::string_view() : std::string_view(value);
 }
@@ -85,15 +86,16 @@ absolute_name in_home(std::string_view name) noexcept
     return result;
 }
 
-/// XDG Base Directory 0.8: the variable when it is an absolute name, else the folder in `HOME`.
+/// XDG Base Directory 0.8: the variable's value when it is an absolute name, else the folder in
+/// `HOME`.
 absolute_name base_folder(char const * name, std::string_view fallback) noexcept
 {
     absolute_name const result(variable(name));
     return result.view().empty() ? in_home(fallback) : result;
 }
 
-/// The user's choice in `user-dirs.dirs`, lines of the form `XDG_NAME_DIR="$HOME/folder"` or
-/// with an absolute name, else the folder in `HOME`.
+/// The user's setting in `user-dirs.dirs`, a line of the form `XDG_NAME_DIR="$HOME/folder"` or with
+/// an absolute name; else the folder in `HOME`.
 absolute_name user_folder(std::string_view name, std::string_view fallback) noexcept
 {
     absolute_name result = in_home(fallback);
@@ -168,7 +170,7 @@ absolute_name special_folder(std::uint32_t identifier) noexcept
     }
 }
 
-/// Creates the folder and those above it, for the user alone as XDG asks.
+/// Creates the folder and missing folders above it, accessible only to the user, as XDG requires.
 bool create_folder(absolute_name & name) noexcept
 {
     struct stat facts;
@@ -202,7 +204,7 @@ void get_temp_path(char * result) noexcept
     if (chosen.size() > 1 && chosen.ends_with('/')) {
         chosen.remove_suffix(1);
     }
-    // One that leaves no room for the backslash behind it is no better than none.
+    // A name that leaves no room for the backslash is not used.
     if (!store_path(result, chosen) || path_add_backslash(result) == nullptr) {
         store_path(result, "/tmp/");
     }
@@ -216,7 +218,7 @@ bool get_current_folder(char * result) noexcept
 
 bool get_special_folder(std::uint32_t identifier, char * result) noexcept
 {
-    constexpr std::uint32_t number = 0xFF; // the rest are flags, such as 0x8000 to create it
+    constexpr std::uint32_t number = 0xFF; // the other bits are flags, such as 0x8000 to create it
     absolute_name folder = special_folder(identifier & number);
     bool const exists = create_folder(folder);
     return store_path(result, exists ? folder.view() : std::string_view());

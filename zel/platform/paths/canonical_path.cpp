@@ -9,14 +9,14 @@
 namespace zel::platform {
 namespace {
 
-// What a result is composed in before it replaces anything: two whole texts and the separators
-// and dots between and around them. Only what is left in the end has to fit into a path.
+// The area in which a result is composed before it is copied: room for two whole texts and the
+// separators and dots between and around them. Only the final result has to fit into a path.
 using work_area = char[2 * max_path + 8];
 
-/// Composes a canonical text out of a root and components.
+/// Composes a canonical text from a root and components.
 class canonical_text {
 public:
-    /// \param rest  what follows the root and has no `.`, no `..` and no doubled separator in it.
+    /// \param rest  what follows the root; contains no `.`, no `..` and no doubled separator.
     explicit canonical_text(std::string_view root, std::string_view rest = {}) noexcept
         : size_(root.copy(area_, root.size()))
         , root_(size_)
@@ -26,7 +26,7 @@ public:
         size_ += rest.copy(area_ + size_, rest.size() - (rest.ends_with('\\') ? 1 : 0));
     }
 
-    /// Puts a backslash behind a root that is a drive without one.
+    /// Appends a backslash if the root is a drive without one.
     void end_drive() noexcept
     {
         if (bare_drive_) {
@@ -36,7 +36,7 @@ public:
         }
     }
 
-    /// Adds components; `..` takes the last one away. What is added must fit into the area.
+    /// Adds components; `..` removes the last one. The caller ensures that they fit into the area.
     void add(std::string_view components) noexcept
     {
         char const * at = components.data();
@@ -60,13 +60,13 @@ public:
         }
     }
 
-    /// The text, with a backslash at its end when one is asked for and a root allows it.
+    /// The text, with a backslash at its end if `separator` is true and the root allows it.
     std::string_view finish(bool separator) noexcept
     {
         if (size_ == 0) {
-            area_[size_++] = '.'; // what is left of a relative text: the folder it starts in
+            area_[size_++] = '.'; // a relative text without components is the folder it starts in
         } else if (root_ == 0 && begins_with_drive({area_, size_})) {
-            std::memmove(area_ + 2, area_, size_); // the name `c:` isn't to become a drive
+            std::memmove(area_ + 2, area_, size_); // the name `c:` must not become a drive
             std::memcpy(area_, ".\\", 2);
             size_ += 2;
         }
@@ -77,7 +77,7 @@ public:
     }
 
 private:
-    /// Answers to a `..` that was added to a text of `before` bytes.
+    /// Handles a `..` that was added to a text of `before` bytes.
     void go_up(std::size_t before) noexcept
     {
         if (before > floor_) {
@@ -93,11 +93,11 @@ private:
     work_area area_;
     std::size_t size_;
     std::size_t root_;
-    std::size_t floor_; // what is below stays: the root, and the `..` that lead a relative text
+    std::size_t floor_; // bytes that `..` can't remove: the root, and leading `..` components
     bool bare_drive_;
 };
 
-/// Writes what `text` comes to, which may be more than a path holds.
+/// Writes the finished text. False if it is longer than a path.
 bool store_canonical(char * result, canonical_text & text, bool separator) noexcept
 {
     std::string_view const composed = text.finish(separator);
@@ -108,9 +108,9 @@ bool store_canonical(char * result, canonical_text & text, bool separator) noexc
     return true;
 }
 
-/// Doubled separators behind the two of a server are folded before its root is looked for, since an
-/// empty share would vanish and make the next component the share.
-/// \param area  holds what comes out when that isn't the text itself.
+/// Folds doubled separators behind the two of a server. This is done before the root is determined:
+/// an empty share would vanish and make the next component the share.
+/// \param area  receives the result if it differs from the text.
 std::string_view fold_server(std::string_view text, char * area) noexcept
 {
     if (!begins_with_server(text) || text.find("\\\\", 1) == std::string_view::npos) {
@@ -125,7 +125,7 @@ std::string_view fold_server(std::string_view text, char * area) noexcept
     return {area, size};
 }
 
-/// True for most texts that are canonical; a false is not the last word.
+/// A quick check. True only for canonical texts; false also for some of them.
 bool is_canonical(std::string_view text) noexcept
 {
     if (begins_with_server(text)) {
@@ -136,10 +136,10 @@ bool is_canonical(std::string_view text) noexcept
     if (text.starts_with('.') || text.starts_with('\\')) {
         return false;
     }
-    auto const touched = [](char const * at) { // what `.`, `..` and an empty component begin with
+    auto const touched = [](char const * at) { // the start of `.`, `..` or an empty component
         return static_cast<char>(at[0] == '\\') & static_cast<char>(at[1] == '.' || at[1] == '\\');
     };
-    constexpr std::size_t block = 16; // no branch inside, so that all are compared at once
+    constexpr std::size_t block = 16; // no branch inside: the compiler vectorises it
     std::size_t i = 0;
     for (; i + block < text.size(); i += block) {
         char found = 0;
@@ -191,7 +191,7 @@ bool combine(char * result, std::string_view folder, std::string_view name) noex
     if (base.empty()) {
         return canonicalize(result, name);
     }
-    // What is joined to is canonical already more often than not, and then it is taken as a whole.
+    // The folder is usually canonical already; then it is copied as a whole.
     bool const whole = is_canonical(base);
     canonical_text text(base.substr(0, root), whole ? base.substr(root) : "");
     if (base.size() == root) {

@@ -8,10 +8,11 @@
 
 namespace zel::platform {
 
-/// A path as the host's functions take it, in an array of its own.
+/// A path in the host's form, in an array of its own.
 class host_name {
 public:
-    /// Sets the last error when the path stands for no name of the host, which is then empty.
+    /// Sets the last error, and leaves the name empty, when no name of the host corresponds to the
+    /// path.
     explicit host_name(char const * path) noexcept
         : valid_(to_host_path(text_, path))
     {
@@ -20,7 +21,7 @@ public:
     explicit operator bool() const noexcept { return valid_; }
     char const * c_str() const noexcept { return text_; }
 
-    /// Removes the separators at the end, behind which the host would follow a link.
+    /// Removes the separators at the end; with one there the host would follow a link.
     /// \returns true when there were any.
     bool strip_separators() noexcept
     {

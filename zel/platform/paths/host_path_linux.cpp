@@ -13,7 +13,7 @@ namespace {
 
 bool is_separator(char c) noexcept { return c == '\\' || c == '/'; }
 
-/// True when the last component is a dot, behind which the host would follow a link.
+/// True when the last component is `.`; with it the host would follow a link.
 bool ends_in_dot(std::string_view text) noexcept
 {
     std::size_t const last = text.find_last_not_of("\\/");
@@ -33,12 +33,11 @@ bool to_host_path(char * result, char const * text) noexcept
     if (rest.starts_with("\\\\?\\") && begins_with_drive(rest.substr(4))) {
         rest.remove_prefix(4);
     }
-    // A folder's `..` is the folder in front of it in the text, also where the host would follow a
-    // link first.
+    // `..` removes the component before it in the text; the host would follow a link first.
     char resolved[max_path];
     if (rest.find("..") != rest.npos || ends_in_dot(rest)) {
         *std::replace_copy(rest.begin(), rest.end(), resolved, '/', '\\') = '\0';
-        path_canonicalize(resolved, resolved); // never longer than it was, apart from `.\c:`
+        path_canonicalize(resolved, resolved); // does not lengthen it, except to `.\c:`
         rest = resolved;
     }
     if (begins_with_drive(rest)) {

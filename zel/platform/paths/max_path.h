@@ -3,7 +3,7 @@
 
 namespace zel::platform {
 
-/// Bytes of a path's array, the terminator among them.
+/// Size of a path's array in bytes, including the terminator.
 inline constexpr unsigned int max_path = 260;
 
 } // namespace zel::platform

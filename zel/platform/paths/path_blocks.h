@@ -6,15 +6,15 @@
 #include "zel/platform/paths/max_path.h"
 #include <bit>
 
-/// Path texts compared 16 bytes at a time, without regard to the case of ASCII letters.
+/// Compares texts of paths 16 bytes at a time, ignoring the case of ASCII letters.
 namespace zel::platform::path_blocks {
 
 inline constexpr char case_bit = 'a' - 'A';
-// Moved so that `z` is the largest signed byte, the letters are those above a limit.
+// Shifted so that `z` becomes the largest signed byte, all bytes above a limit are small letters.
 inline constexpr char shift = 127 - 'z';
 inline constexpr char limit = shift + 'a' - 1;
 
-/// 16 bytes of the first text, each made 0 where the second has another one.
+/// 16 bytes of the first text; a byte is 0 where the second text differs.
 inline block16 keep_equal(char const * first, char const * second) noexcept
 {
     auto const a = block16::load(first);
@@ -31,7 +31,8 @@ inline unsigned int zeros(block16 bytes) noexcept
     return equal(bytes, block16::filled(0)).sign_bits();
 }
 
-/// The first byte that differs or ends both texts, each in an array of `max_path` bytes.
+/// The index of the first byte that differs or ends both texts; each is in an array of `max_path`
+/// bytes.
 inline unsigned int find_end_or_difference(char const * first, char const * second) noexcept
 {
     constexpr unsigned int size = 16;
@@ -49,8 +50,7 @@ inline unsigned int find_end_or_difference(char const * first, char const * seco
         + static_cast<unsigned int>(std::countr_zero(zeros(keep_equal(first + i, second + i))));
 }
 
-/// Whether the texts are the same: at a difference the bytes differ in more than their case, at the
-/// end in nothing.
+/// True if the texts are equal. At the byte found, they are equal if both end there.
 inline bool equal_by_16(char const * first, char const * second) noexcept
 {
     unsigned int const at = find_end_or_difference(first, second);

@@ -7,7 +7,7 @@
 namespace zel::platform {
 namespace {
 
-/// What the order of two bytes goes by.
+/// The key by which two bytes are ordered.
 constexpr unsigned char fold(char c) noexcept
 {
     return static_cast<unsigned char>(ascii::lower(c));

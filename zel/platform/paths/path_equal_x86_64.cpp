@@ -14,11 +14,11 @@ using path_blocks::case_bit;
 using path_blocks::limit;
 using path_blocks::shift;
 
-/// As `equal_by_16` does it, with registers of twice the size.
+/// `equal_by_16` with registers of twice the size.
 [[gnu::target("avx2")]] bool equal_by_32(char const * first, char const * second) noexcept
 {
     constexpr unsigned int size = sizeof(__m256i);
-    constexpr unsigned int last = max_path - size; // overlaps what is known to be equal
+    constexpr unsigned int last = max_path - size; // overlaps bytes that are known to be equal
     for (unsigned int i = 0;; i += size) {
         i = i < last ? i : last;
         __m256i const a = _mm256_loadu_si256(reinterpret_cast<__m256i const *>(first + i));
@@ -33,7 +33,7 @@ using path_blocks::shift;
             _mm256_cmpeq_epi8(_mm256_min_epu8(a, equal), _mm256_setzero_si256())));
         if (stop != 0) [[unlikely]] {
             auto const same = static_cast<unsigned int>(_mm256_movemask_epi8(equal));
-            return (stop & (0 - stop) & same) != 0; // of the first byte that stops
+            return (stop & (0 - stop) & same) != 0; // the lowest bit that stops the loop
         }
     }
 }
@@ -42,7 +42,7 @@ using equality = bool (*)(char const *, char const *) noexcept;
 
 bool find_fastest(char const * first, char const * second) noexcept;
 
-/// The first call replaces it; threads can race only for which of them writes the same value.
+/// The first call replaces it. If several threads race, all write the same value.
 constinit atomic<equality> equal_by_fastest = find_fastest;
 
 [[gnu::cold]] bool find_fastest(char const * first, char const * second) noexcept

@@ -7,20 +7,20 @@
 namespace zel::platform {
 namespace {
 
-/// True when a byte of a pattern other than `*` stands for this byte of a name.
+/// True if this byte of a pattern, which is not `*`, matches this byte of a name.
 constexpr bool stands_for(char wanted, char c) noexcept
 {
     return wanted == c || wanted == '?' || ascii::lower(wanted) == ascii::lower(c);
 }
 
-/// True when the pattern, in which only `*` and `?` are special, matches the whole name.
+/// True if the pattern matches the whole name. Only `*` and `?` are special.
 bool match_wild_cards(std::string_view name, std::string_view pattern) noexcept
 {
     char const * n = name.data();
     char const * n_end = n + name.size();
     char const * p = pattern.data();
     char const * p_end = p + pattern.size();
-    // What stands before the first `*` and behind the last one has its place in the name.
+    // The parts before the first `*` and behind the last `*` have fixed places in the name.
     for (; p != p_end && *p != '*'; ++p, ++n) {
         if (n == n_end || !stands_for(*p, *n)) {
             return false;
@@ -34,8 +34,8 @@ bool match_wild_cards(std::string_view name, std::string_view pattern) noexcept
             return false;
         }
     }
-    // What stands between two of them takes the first place that it fits in: a later one would
-    // only leave less for the others.
+    // A part between two `*` is matched at the first place where it fits; a later place would only
+    // leave less for the parts behind it.
     for (;;) {
         while (p != p_end && *p == '*') {
             ++p;

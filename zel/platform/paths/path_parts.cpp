@@ -11,7 +11,7 @@
 namespace zel::platform {
 namespace {
 
-/// The first blank outside double quotes, or the terminator.
+/// Finds the first blank outside double quotes, or the terminator.
 char const * find_unquoted_blank(char const * text) noexcept
 {
     for (bool quoted = false; *text != '\0' && (quoted || *text != ' '); ++text) {

@@ -8,10 +8,10 @@
 #include <cstring>
 #include <string_view>
 
-/// What the operations on texts of paths share: their roots, reading and writing them.
+/// Helpers that the operations on texts of paths share: finding roots, reading arguments.
 namespace zel::platform {
 
-inline constexpr std::size_t longest_path = max_path - 1; // bytes of a text without its terminator
+inline constexpr std::size_t longest_path = max_path - 1; // bytes, without the terminator
 
 constexpr bool begins_with_drive(std::string_view text) noexcept
 {
@@ -26,11 +26,11 @@ constexpr bool begins_with_server(std::string_view text) noexcept
 /// A null text is an empty one.
 inline std::string_view as_text(char const * text) noexcept { return text == nullptr ? "" : text; }
 
-/// \returns false for a text that no path can hold, of which only the first bytes are looked at.
+/// \returns false for a text that is too long for a path; it is read only as far as needed.
 inline bool read_path(char const * text, std::string_view & result) noexcept
 {
     if (text == nullptr) {
-        result = ""; // which has an address, as copying asks for
+        result = ""; // not null, so that it can be copied
         return true;
     }
     void const * const end = std::memchr(text, '\0', max_path);
@@ -47,15 +47,15 @@ inline void store_text(char * result, std::string_view text) noexcept
     result[text.size()] = '\0';
 }
 
-/// The drive at the start of the text or behind `\\?\`; npos when there is none.
+/// The position of the drive, at the start of the text or behind `\\?\`; npos when there is none.
 constexpr std::size_t find_drive(std::string_view text) noexcept
 {
     std::size_t const start = text.starts_with("\\\\?\\") ? 4 : 0;
     return begins_with_drive(text.substr(start)) ? start : std::string_view::npos;
 }
 
-/// Length of the root: `C:\`, `C:`, `\`, `\\server\share` or `\\server`, where the server may
-/// be `?` or `?\UNC\server`. The backslash behind a share is not part of it. 0 without a root.
+/// Length of the root: `C:\`, `C:`, `\`, `\\server\share` or `\\server`, where the server may be
+/// `?` or `?\UNC\server`. The backslash behind a share is not part of the root. 0 without a root.
 constexpr std::size_t root_length(std::string_view text) noexcept
 {
     if (std::size_t const drive = find_drive(text); drive != std::string_view::npos) {
@@ -71,14 +71,14 @@ constexpr std::size_t root_length(std::string_view text) noexcept
     return share_end > server_end + 1 ? share_end : server_end;
 }
 
-/// True for the root `C:`, behind which a name follows without a backslash.
+/// True for the root `C:`, which a name follows without a backslash.
 constexpr bool is_bare_drive(std::string_view root) noexcept
 {
     std::size_t const drive = find_drive(root);
     return drive != std::string_view::npos && root.size() == drive + 2;
 }
 
-/// The part of `text` that stays when its last component goes.
+/// The part of `text` before its last component.
 constexpr std::string_view without_last_component(std::string_view text) noexcept
 {
     std::size_t const root = root_length(text);

@@ -11,11 +11,12 @@
 namespace zel::platform {
 namespace {
 
-/// Takes the component in front off `rest`, and with it all separators in front and behind.
+/// Removes the first component from `rest`, with all separators before and behind it, and returns
+/// it.
 constexpr std::string_view take_component(std::string_view & rest) noexcept
 {
     auto const skip = [&rest](bool separators) {
-        std::size_t size = 0; // components are short: nothing is gained by a call
+        std::size_t size = 0; // components are short: a library call would not pay
         while (size < rest.size() && (rest[size] == '\\') == separators) {
             ++size;
         }
@@ -46,12 +47,12 @@ bool path_relative_path_to(char * result, char const * from, std::int32_t from_a
         start = without_last_component(start);
     }
     std::size_t const root = root_length(start);
-    // From `C:` alone nothing leads to `C:a`, since the two joined are `C:\a`.
+    // There is no relative path from `C:` to `C:a`, because joining the two gives `C:\a`.
     if (is_bare_drive(start) || root != root_length(end)
         || !ascii::equal_without_case(start.substr(0, root), end.substr(0, root))) {
         return false;
     }
-    // The name of a file is always told, also where a folder of that name would be the start.
+    // The name of a file is always part of the result, even if the start is a folder of that name.
     std::size_t const shared_end = (to_attributes & file_attribute_directory) == 0
         ? without_last_component(end).size()
         : end.size();
@@ -62,7 +63,7 @@ bool path_relative_path_to(char * result, char const * from, std::int32_t from_a
         = [](std::string_view & text) { text.remove_prefix(text.starts_with('\\') ? 1 : 0); };
     skip_separator(steps);
     skip_separator(shared);
-    std::size_t in_common = 0; // bytes of whole components
+    std::size_t in_common = 0; // bytes of whole components that both share
     for (std::size_t i = 0;; ++i) {
         bool const step_ends = i == steps.size() || steps[i] == '\\';
         bool const shared_ends = i == shared.size() || shared[i] == '\\';
@@ -74,7 +75,7 @@ bool path_relative_path_to(char * result, char const * from, std::int32_t from_a
             break;
         }
     }
-    if (root <= 1 && in_common == 0) { // a lone backslash leads nowhere in common
+    if (root <= 1 && in_common == 0) { // a leading backslash alone is no common start
         return false;
     }
     steps.remove_prefix(in_common);
@@ -85,7 +86,7 @@ bool path_relative_path_to(char * result, char const * from, std::int32_t from_a
     std::size_t size = 0;
     for (std::string_view component = take_component(steps); !component.empty();
          component = take_component(steps)) {
-        // The way back into `..` would need the name of a folder that nobody told.
+        // Going back below a `..` would need the name of a folder, which is unknown.
         if (component == ".." || size + 3 > longest_path) {
             return false;
         }
@@ -109,7 +110,7 @@ bool path_relative_path_to(char * result, char const * from, std::int32_t from_a
 
 int path_common_prefix(char const * first, char const * second, char * result) noexcept
 {
-    std::string_view a = ""; // has an address, as copying asks for
+    std::string_view a = ""; // not null, so that it can be copied
     std::string_view b = "";
     std::size_t length = 0;
     if (read_path(first, a) && read_path(second, b)
@@ -119,7 +120,7 @@ int path_common_prefix(char const * first, char const * second, char * result) n
             bool const a_ends = i == a.size() || a[i] == '\\';
             bool const b_ends = i == b.size() || b[i] == '\\';
             if (a_ends && b_ends && i > start) {
-                // The root of a drive is no root without its backslash.
+                // The root of a drive includes its backslash.
                 bool const root = i < a.size() && i < b.size() && is_bare_drive(a.substr(0, i));
                 length = root ? i + 1 : i;
             }
