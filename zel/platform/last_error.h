@@ -44,8 +44,8 @@ enum error : std::uint32_t {
     error_not_enough_quota = 1816,
 };
 
-/// The calling thread's last error: one value a thread, 0 until something sets it. Functions of
-/// this layer set it when they fail and, unless they say otherwise, leave it alone on success.
+/// The calling thread's last error: each thread has its own, 0 at first. Functions of this layer
+/// set it when they fail. On success they leave it unchanged unless they say otherwise.
 ZEL_API std::uint32_t last_error() noexcept;
 ZEL_API void set_last_error(std::uint32_t code) noexcept;
 

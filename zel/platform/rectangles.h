@@ -4,10 +4,10 @@
 #include <cstdint>
 #include <type_traits>
 
-// The plain structures stand outside the namespace, where the platform has them.
+// The plain structures are outside the namespace, because the platform has them there.
 
-/// A place. It may be a part of something else, as the corner of a rectangle is, so the compiler is
-/// told not to conclude from its type what a reference to it cannot mean.
+/// A place. It may overlay part of another structure, such as the corner of a rectangle, so
+/// `may_alias` turns off the compiler's type-based alias analysis for it.
 struct __attribute__((may_alias)) t_point {
     std::int32_t x; ///< grows to the right
     std::int32_t y; ///< grows downwards
@@ -19,12 +19,12 @@ struct t_size {
     std::int32_t cy; ///< height
 };
 
-/// Two corners. The right and the bottom edge lie outside; the corners may be the wrong way round.
+/// Four edges. The right and the bottom edge are outside; edges may be swapped.
 struct t_rect {
     std::int32_t left; ///< first column inside
     std::int32_t top; ///< first row inside
-    std::int32_t right; ///< first column behind
-    std::int32_t bottom; ///< first row below
+    std::int32_t right; ///< first column outside
+    std::int32_t bottom; ///< first row outside
 };
 
 static_assert(sizeof(t_point) == 8 && sizeof(t_size) == 8 && sizeof(t_rect) == 16);
@@ -44,10 +44,10 @@ constexpr std::int32_t wrapping_difference(std::int32_t a, std::int32_t b) noexc
     return static_cast<std::int32_t>(static_cast<std::uint32_t>(a) - static_cast<std::uint32_t>(b));
 }
 
-// Of the functions below the destination may be one of the sources. Those that return a bool
-// without saying more return true.
+// In the functions below, the destination may be one of the sources. Functions that return a bool
+// without a description always return true.
 
-/// Whether nothing lies inside: no width, no height, or corners the wrong way round.
+/// True if nothing is inside: no width, no height, or swapped edges.
 constexpr bool is_rect_empty(t_rect const & rect) noexcept
 {
     return rect.left >= rect.right || rect.top >= rect.bottom;
@@ -72,20 +72,20 @@ constexpr bool copy_rect(t_rect & destination, t_rect const & source) noexcept
     return true;
 }
 
-/// Whether all four numbers are equal; two empty rectangles may differ.
+/// True if all four numbers are equal; two empty rectangles may differ.
 constexpr bool equal_rect(t_rect const & a, t_rect const & b) noexcept
 {
     return a.left == b.left && a.top == b.top && a.right == b.right && a.bottom == b.bottom;
 }
 
-/// Whether the place lies inside, the left and the top edge included.
+/// True if the place is inside; the left and the top edge are inside.
 constexpr bool pt_in_rect(t_rect const & rect, t_point place) noexcept
 {
     return rect.left <= place.x && place.x < rect.right && rect.top <= place.y
         && place.y < rect.bottom;
 }
 
-/// Moves each edge outwards; inwards by negative numbers.
+/// Moves each edge outwards; negative numbers move it inwards.
 constexpr bool inflate_rect(t_rect & rect, std::int32_t dx, std::int32_t dy) noexcept
 {
     rect.left = wrapping_difference(rect.left, dx);
@@ -104,14 +104,14 @@ constexpr bool offset_rect(t_rect & rect, std::int32_t dx, std::int32_t dy) noex
     return true;
 }
 
-/// What two rectangles have in common.
-/// \returns false, with all zeros in `destination`, when that is nothing.
+/// The intersection of two rectangles.
+/// \returns false, with all zeros in `destination`, when it is empty.
 constexpr bool intersect_rect(t_rect & destination, t_rect const & a, t_rect const & b) noexcept
 {
     t_rect const common{a.left > b.left ? a.left : b.left, a.top > b.top ? a.top : b.top,
                         a.right < b.right ? a.right : b.right,
                         a.bottom < b.bottom ? a.bottom : b.bottom};
-    // Each number of `common` bounds a and b alike, so it is empty wherever one of them is.
+    // Each edge of `common` lies within both, so it is empty if one of them is empty.
     if (is_rect_empty(common)) {
         destination = {0, 0, 0, 0};
         return false;
@@ -120,7 +120,7 @@ constexpr bool intersect_rect(t_rect & destination, t_rect const & a, t_rect con
     return true;
 }
 
-/// The smallest rectangle around both; an empty one does not count.
+/// The smallest rectangle around both; empty ones are ignored.
 /// \returns false, with all zeros in `destination`, when both are empty.
 constexpr bool union_rect(t_rect & destination, t_rect const & a, t_rect const & b) noexcept
 {
@@ -140,9 +140,9 @@ constexpr bool union_rect(t_rect & destination, t_rect const & a, t_rect const &
     return true;
 }
 
-/// `a` without what it has in common with `b`, where that is one rectangle again: where `b` covers
-/// a whole side of `a` and all between that side and some line across. Otherwise all of `a`.
-/// \returns false when nothing is left; all zeros if `b` took it.
+/// `a` without `b`, if that is one rectangle: if `b` covers a whole side of `a` and everything from
+/// that side to some line across. Otherwise all of `a`.
+/// \returns false when nothing is left; `destination` is then all zeros if `b` covered `a`.
 constexpr bool subtract_rect(t_rect & destination, t_rect const & a, t_rect const & b) noexcept
 {
     t_rect common{};

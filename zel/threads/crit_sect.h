@@ -11,12 +11,13 @@ namespace platform {
 struct critical_section;
 }
 
-/// A lock between the threads of one process, which its holder may take again.
+/// A lock between the threads of one process. Its owner may take it again.
 ///
-/// It must be given back as often as it was taken. Free or held by the caller it costs a few atomic
-/// steps and no system call. Destruction must not overlap any use, and nobody may hold it then. In
-/// the child of a fork it is as it was for the thread that forked. A thread that is terminated
-/// leaves what it holds locked for ever; a `mutex` tells.
+/// It has to be unlocked as often as it was locked. When it is free or the caller's own, it costs a
+/// few atomic steps and no system call. Destruction must not overlap any use, and no thread may
+/// hold it then. In the child of a fork it has the state that it had for the forking thread. If a
+/// thread is terminated while it holds the section, the section stays locked for ever; a `mutex`
+/// reports that case.
 /// \code
 ///     zel::crit_sect guard;
 ///     zel::single_lock held(guard);   // until the end of the block
@@ -29,15 +30,15 @@ public:
     crit_sect & operator=(crit_sect const &) = delete;
     ~crit_sect() override;
 
-    /// Waits until the section is the caller's, whatever `timeout` says.
+    /// Waits until the caller owns the section; `timeout` is ignored.
     /// \returns true.
     bool lock(std::uint32_t timeout) override;
 
-    /// Takes the section when that needs no wait.
-    /// \returns whether it did.
+    /// Takes the section if that needs no wait.
+    /// \returns true if it did.
     bool try_lock() noexcept;
 
-    /// \returns true, also when the caller does not hold the section, which changes nothing.
+    /// \returns true. Has no effect when the caller does not hold the section.
     bool unlock() override;
     using sync_obj::unlock;
 

@@ -17,7 +17,8 @@ inline void require_handle(void * handle)
 }
 
 /// Waits for the object behind `handle`.
-/// \returns false when the time was over, and when a mutex was handed over whose owner had died.
+/// \returns false when the wait timed out, and when it gave the caller an abandoned mutex. True
+///          also when the wait failed.
 inline bool wait_for_handle(void * handle, std::uint32_t timeout) noexcept
 {
     std::uint32_t const result = platform::wait_for_single_object(handle, timeout);

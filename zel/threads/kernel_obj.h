@@ -9,13 +9,13 @@
 
 namespace zel {
 
-/// Owns a handle of the platform layer, and has a name; by itself it can neither wait nor lock.
+/// Owns a handle of the platform layer, and has a name. It has no operation to wait or to lock.
 ///
-/// A derived class stores the handle; from then on it belongs to the object and is closed with it.
-/// Both may be read by any thread; destruction must not overlap any use.
+/// A derived class stores the handle. The handle then belongs to the object, which closes it. Any
+/// thread may read both; destruction must not overlap any use.
 class ZEL_API kernel_obj : public ref_obj {
 public:
-    /// There is no handle, or none could be had.
+    /// Raised when there is no handle or none could be created.
     class ZEL_API exception : public zel::exception {
     public:
         /// The reasons, which `get_type()` tells.
@@ -24,21 +24,21 @@ public:
             failed_to_create_object = 2,
         };
 
-        /// `text` goes behind the reason.
+        /// \param text  follows the text of the reason.
         exception(exc_type type, string const & text);
         exception(exception const &) = default;
         exception & operator=(exception const &) = default;
         ~exception() override;
     };
 
-    /// Without a handle; the name is kept and means nothing more here.
+    /// Without a handle. This class only stores the name.
     kernel_obj(string const & name = "");
     ~kernel_obj() override;
 
-    /// As it was given.
+    /// The name as given.
     string const & get_name() const noexcept { return name_; }
 
-    /// For the functions of `zel/platform/kernel_objects.h`; null when there is none.
+    /// The handle, for the functions of `zel/platform/kernel_objects.h`; null when there is none.
     void * get_handle() const noexcept { return handle; }
 
 private:

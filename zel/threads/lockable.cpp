@@ -14,7 +14,8 @@ constexpr std::uint32_t no_limit = 0xFFFFFFFF;
     throw sync_obj::exception(sync_obj::exception::failed_to_lock, where);
 }
 
-// After a lock that returned false: a mutex is the caller's all the same when its owner has died.
+// Called after a lock that returned false: if the owner of a mutex has died, the caller owns the
+// mutex nevertheless.
 bool gave_back_abandoned(sync_obj & object)
 {
     return dynamic_cast<mutex *>(&object) != nullptr && object.unlock();
@@ -33,7 +34,7 @@ void lockable::lock()
 bool lockable::try_lock()
 {
     if (auto * const section = dynamic_cast<crit_sect *>(object_)) {
-        return section->try_lock(); // its lock() waits, whatever the time
+        return section->try_lock(); // its lock() ignores the timeout
     }
     if (object_->lock(0)) {
         return true;

@@ -7,11 +7,11 @@ namespace zel {
 
 class sync_obj;
 
-/// Lets the guards of the standard library hold a lock of this one: `std::lock_guard`,
-/// `std::unique_lock`, and `std::scoped_lock` for several at once without a deadlock.
+/// Lets guards of the standard library hold a lock of this library: `std::lock_guard`,
+/// `std::unique_lock`, and `std::scoped_lock` for several locks without a deadlock.
 ///
-/// It refers to the object, which has to outlive it, and has no state of its own: any number of
-/// threads may use one, or each its own.
+/// It refers to the lock, which has to outlive it, and has no state of its own: several threads may
+/// share one or use one each.
 /// \code
 ///     zel::lockable ours(section), theirs(mutex);
 ///     std::scoped_lock const both(ours, theirs);
@@ -24,18 +24,19 @@ public:
     {
     }
 
-    /// Waits without limit until the object is the caller's.
-    /// \throws sync_obj::exception  `failed_to_lock` when it is not: also when the owner of a mutex
-    ///                              has died. Then that is told here once, and the mutex is free.
+    /// Waits without limit until the caller owns the lock.
+    /// \throws sync_obj::exception  `failed_to_lock` when it cannot be locked. Also when the owner
+    ///                              of a mutex has died: this is reported once, and the mutex is
+    ///                              then free.
     /// \throws kernel_obj::exception  as the object's own `lock` does.
     void lock();
 
-    /// Takes the object when that needs no wait.
-    /// \returns whether it did.
+    /// Takes the lock if that needs no wait.
+    /// \returns true if it did.
     /// \throws sync_obj::exception  `failed_to_lock` when the owner of a mutex has died, as above.
     bool try_lock();
 
-    /// Gives the object back.
+    /// Unlocks it.
     void unlock();
 
 private:

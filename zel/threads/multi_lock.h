@@ -8,13 +8,13 @@ namespace zel {
 
 class sync_obj;
 
-/// Takes a list of locks and leaves all of them alone: it holds nothing and locks nothing.
+/// Accepts a list of locks and ignores it: this class holds nothing and locks nothing.
 ///
-/// It stands where programs name it. To hold several objects, take a `single_lock` of each, in the
-/// same order everywhere.
+/// It exists for programs that use the name. To hold several locks, make a `single_lock` for each,
+/// in the same order everywhere.
 class ZEL_API multi_lock {
 public:
-    /// Looks at nothing and keeps nothing.
+    /// Ignores its argument.
     multi_lock(std::list<sync_obj *> const & objects);
     multi_lock(multi_lock const & other);
     multi_lock & operator=(multi_lock const & other);

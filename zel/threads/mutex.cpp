@@ -31,7 +31,7 @@ mutex::mutex(std::uint32_t desired_access, bool inherit_handle, string const & n
 mutex::~mutex()
 {
     if (handle != nullptr) {
-        platform::release_mutex(handle); // refused when the thread has no hold
+        platform::release_mutex(handle); // fails when the thread has no hold
     }
 }
 

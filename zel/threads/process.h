@@ -6,7 +6,7 @@
 
 namespace zel {
 
-/// A counted object without any operation of its own, for programs that derive from it.
+/// A counted object without operations of its own, for programs that derive from it.
 class ZEL_API process : public ref_obj {
 public:
     process() noexcept = default;

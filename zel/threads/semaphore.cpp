@@ -42,7 +42,7 @@ bool semaphore::unlock() { return unlock(std::int32_t{1}, static_cast<std::int32
 bool semaphore::unlock(std::int32_t count, std::int32_t * previous)
 {
     require_handle(handle);
-    // One unit, and nobody to wake: here the compiler folds it into `unlock()`.
+    // One unit and no waiter: the fast path, which the compiler folds into `unlock()`.
     if (count == 1 && previous == nullptr && platform::put_down_one(handle)) {
         return true;
     }

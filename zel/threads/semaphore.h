@@ -8,10 +8,10 @@
 
 namespace zel {
 
-/// A number of units that threads take and give back, between threads or between processes.
+/// A number of units that threads take and give back, in one process or in several.
 ///
-/// A unit belongs to nobody: any thread may give it back. Waiters get theirs in the order of their
-/// arrival. A name makes it one object for all processes of a user, which lasts as long as any of
+/// Units have no owner: any thread may give one back. Waiters get units in the order of their
+/// arrival. A name makes it one object for all processes of a user; it exists as long as any of
 /// them holds it. Any number of threads may call any member; destruction must not overlap.
 /// \code
 ///     zel::semaphore connections(4, 4);
@@ -19,10 +19,10 @@ namespace zel {
 /// \endcode
 class ZEL_API semaphore : public sync_obj, public kernel_obj {
 public:
-    /// Both bases have one; this class raises the one of the locks.
+    /// Both base classes have one; this class raises that of the locks.
     using exception = sync_obj::exception;
 
-    /// Creates the semaphore, or joins the one of that name and leaves its counts alone.
+    /// Creates the semaphore, or opens an existing one of that name without changing its counts.
     /// \param initial  units that are free at first, 0 to `maximum`.
     /// \param maximum  1 and up.
     /// \param name     compared byte by byte, at most 260 bytes; empty for a semaphore of this
@@ -34,27 +34,34 @@ public:
 
     /// Opens a semaphore that exists. `get_name()` is then empty.
     /// \param desired_access  rights of `zel/platform/kernel_objects.h`: `synchronize` to lock,
-    ///                        `semaphore_modify_state` to unlock; what goes beyond them fails.
-    ///                        Without `synchronize` the wait fails, which `lock()` reports as true
-    ///                        although no unit was taken.
-    /// \param inherit_handle  has no effect: a handle never outlives exec, a forked child has it.
-    /// \throws sync_obj::exception  `failed_to_create`: nothing, or another kind, has the name.
+    ///                        `semaphore_modify_state` to unlock. Without `semaphore_modify_state`
+    ///                        `unlock` returns false. Without `synchronize` the wait fails, which
+    ///                        `lock()` reports as **true** although no unit was taken.
+    /// \param inherit_handle  has no effect: a handle never survives exec, and a forked child has
+    ///                        it.
+    /// \throws sync_obj::exception  `failed_to_create`: no object or one of another kind has the
+    ///                              name.
     semaphore(std::uint32_t desired_access, bool inherit_handle, string const & name);
 
     ~semaphore() override;
 
-    /// Waits for a unit and takes it.
+    /// Waits for a unit and takes it. The number of waiting threads is not limited, with a name
+    /// neither. True is also returned when the wait failed, without the right `synchronize` for
+    /// example; to tell the two apart, call `zel::platform::wait_for_single_object(get_handle(),
+    /// timeout)`, which returns 0xFFFFFFFF for a failed wait.
     /// \param timeout  milliseconds of the monotonic clock; 0 only tests, 0xFFFFFFFF has no limit.
-    /// \returns false when the time was over first.
-    /// \throws kernel_obj::exception  `invalid_handle` when a derived class took the handle away.
+    /// \returns false when the wait timed out.
+    /// \throws kernel_obj::exception  `invalid_handle` when a derived class has set the handle to
+    ///                                null.
     bool lock(std::uint32_t timeout) override;
 
-    /// Gives one unit back.
+    /// Gives one unit back. False when the maximum would be exceeded.
     bool unlock() override;
 
-    /// Gives `count` units back. Through a `sync_obj` a count is ignored and one unit goes back:
-    /// that is another operation, with unsigned numbers.
-    /// \param previous  if not null, takes the number of free units before; untouched on failure.
+    /// Gives `count` units back. Called through a `sync_obj`, the operation with unsigned numbers
+    /// is used, which ignores the count and gives one unit back.
+    /// \param previous  if not null, receives the number of free units before; unchanged on
+    ///                  failure.
     /// \returns false, with nothing changed, when the maximum would be exceeded or `count` is not
     ///          positive.
     /// \throws kernel_obj::exception  `invalid_handle`, as above.

@@ -16,7 +16,7 @@ single_lock::~single_lock()
     try {
         single_lock::unlock();
     } catch (...) {
-        // The release failed, and there is nobody to tell.
+        // A destructor can't report that the release failed.
     }
 }
 

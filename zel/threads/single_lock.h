@@ -7,10 +7,10 @@
 
 namespace zel {
 
-/// Holds a lock for the time of a block.
+/// Holds a lock until the end of a block.
 ///
-/// It remembers the result of the last `lock`, and gives the object back once when it goes. The
-/// object has to outlive it. A guard belongs to one thread. What the object raises passes through.
+/// It stores the result of the last `lock`, and unlocks once in its destructor. The lock has to
+/// outlive it. Use a guard in one thread only. Exceptions of the lock pass through.
 /// \code
 ///     zel::single_lock held(guard);
 ///     zel::single_lock maybe(other, false);
@@ -18,25 +18,26 @@ namespace zel {
 /// \endcode
 class ZEL_API single_lock {
 public:
-    /// \param lock_now  waits for the object without a limit.
+    /// \param lock_now  true waits for the lock, without a limit.
     single_lock(sync_obj & guarded, bool lock_now = true);
 
-    /// A copy believes that it holds what the other one holds, and both would give it back.
+    /// A copy also counts as holding the lock, so both objects would unlock it.
     single_lock(single_lock const & other) = default;
     single_lock & operator=(single_lock const &) = delete;
     virtual ~single_lock();
 
-    /// Asks the object, whether or not it is held already, and remembers the answer: one that fails
-    /// forgets an earlier hold.
+    /// Locks the object, whether or not it is held already, and stores the result: a result of
+    /// false forgets an earlier hold.
     /// \param timeout  milliseconds; 0 only tests, 0xFFFFFFFF has no limit.
     virtual bool lock(std::uint32_t timeout);
 
-    /// Gives the object back when it is held, as `sync_obj::unlock(count, previous)` does.
-    /// \returns whether nothing is held now; a failed release leaves the guard locked.
+    /// Unlocks the object if it is held, by `sync_obj::unlock(count, previous)`.
+    /// \returns true if nothing is held now; after a failed release the guard still counts as
+    ///          locked.
     virtual bool unlock(std::int32_t count, std::uint32_t * previous);
     virtual bool unlock();
 
-    /// The answer of the last `lock`, taken back by `unlock`.
+    /// The result of the last `lock`; false after `unlock`.
     virtual bool is_locked();
 
 private:

@@ -7,10 +7,10 @@
 
 namespace zel {
 
-/// What can be locked and unlocked: the contract of the locks, without any state.
+/// The interface of everything that can be locked and unlocked, without any state.
 class ZEL_API sync_obj {
 public:
-    /// A lock could not be made, taken or given back.
+    /// Raised when a lock could not be created, locked or unlocked.
     class ZEL_API exception : public zel::exception {
     public:
         /// The reasons, which `get_type()` tells.
@@ -20,7 +20,7 @@ public:
             failed_to_release = 3,
         };
 
-        /// \param text  goes behind the reason; null for nothing.
+        /// \param text  follows the text of the reason; null for none.
         exception(exc_type type, char const * text);
         exception(exception const &) = default;
         exception & operator=(exception const &) = default;
@@ -32,16 +32,18 @@ public:
     sync_obj & operator=(sync_obj const &) noexcept = default;
     virtual ~sync_obj();
 
-    /// Waits until the object is the caller's.
+    /// Waits until the caller owns the object, or is let through.
     /// \param timeout  milliseconds; 0 only tests, 0xFFFFFFFF has no limit.
-    /// \returns false when it did not become so in time. True also when the object refuses to be
-    ///          waited for, as one that was opened without the right to does: each class tells.
+    /// \returns false when the wait timed out, and for a `mutex` also when its owner has died. True
+    ///          does not always mean that the object was locked: it is also returned when the wait
+    ///          failed, as for an object that was opened without the right to wait; each class
+    ///          describes this.
     virtual bool lock(std::uint32_t timeout) = 0;
 
-    /// The same as `unlock()`: neither argument is looked at.
+    /// The same as `unlock()`; both arguments are ignored.
     virtual bool unlock(std::uint32_t count, std::uint32_t * previous);
 
-    /// Gives the object back once.
+    /// Unlocks the object once.
     virtual bool unlock() = 0;
 };
 

@@ -10,10 +10,10 @@
 namespace zel {
 namespace {
 
-constexpr unsigned int failed = 0xFFFFFFFF; // the exit code of a thread that raised
+constexpr unsigned int failed = 0xFFFFFFFF; // the exit code after an exception
 
-// Inside a handler of everything. The C library unwinds a thread that calls pthread_exit with an
-// exception of its own, which has no standard form, and ends the process when that is kept.
+// For use in a `catch (...)` block. When a thread calls pthread_exit, the C library unwinds it with
+// a non-standard exception of its own, and ends the process if that exception is not rethrown.
 void let_the_host_unwind()
 {
     if (std::current_exception() == nullptr) {
@@ -33,7 +33,7 @@ thread_obj::~thread_obj() = default;
 
 void thread_obj::start()
 {
-    [[maybe_unused]] std::uint32_t const holders = inc_ref(); // the new thread's own
+    [[maybe_unused]] std::uint32_t const holders = inc_ref(); // for the new thread
 #ifndef NDEBUG
     if (holders == 1) {
         require_from_new(this);
@@ -49,7 +49,8 @@ void thread_obj::start()
 
 void thread_obj::start_on(unsigned int (*body)(void *))
 {
-    // The layer stores both results before the body runs. From then on the object may be gone.
+    // The layer stores both results before the body runs. After that the object may be deleted at
+    // any moment.
     if (platform::begin_thread(body, this, &id_, &handle) == nullptr) {
         throw kernel_obj::exception(kernel_obj::exception::failed_to_create_object,
                                     "thread_obj::start()");
@@ -59,13 +60,13 @@ void thread_obj::start_on(unsigned int (*body)(void *))
 unsigned int thread_obj::proc(void * argument)
 {
     auto_ptr<thread_obj> const self(static_cast<thread_obj *>(argument));
-    self->dec_ref(); // the one that start took; our own is the thread's now
+    self->dec_ref(); // the reference that start() took; `self` has its own
     return self->work();
 }
 
 unsigned int thread_obj::work()
 {
-    // Also when the host unwinds the thread.
+    // A destructor, so that it also runs when the host unwinds the thread.
     struct end_of_work {
         std::atomic<bool> & started;
         ~end_of_work() { started.store(false, std::memory_order_release); }
@@ -86,7 +87,7 @@ unsigned int thread_obj::work()
         return code;
     } catch (...) {
         let_the_host_unwind();
-        return failed; // the logger raised, and nobody is left to be told
+        return failed; // the logger raised, so this cannot be reported
     }
 }
 

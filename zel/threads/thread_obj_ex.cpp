@@ -34,7 +34,8 @@ void thread_obj_ex::wait_msg_loop()
         }
         tagMSG message;
         while (platform::peek_message(message, nullptr, 0, 0, 0)) {
-            // The fetch decides which message it is; the look only chooses the character set.
+            // The message that is fetched later may be another one. The peek only chooses the
+            // character set.
             if (platform::is_window_unicode(message.hwnd)) {
                 translateUnicodeMessage(message);
             } else {

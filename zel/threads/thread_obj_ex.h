@@ -7,10 +7,10 @@
 
 namespace zel {
 
-/// A thread that another one can wait for while it goes on serving its own message queue.
+/// A thread that another thread can wait for while it keeps serving its own message queue.
 ///
-/// Unlike a `thread_obj`, its running thread holds no reference: the owner holds the object, which
-/// may stand on the stack, until the thread has ended.
+/// Unlike that of a `thread_obj`, its running thread holds no reference: the owner has to keep the
+/// object, which may be a local, until the thread has ended.
 /// \code
 ///     download work(log, "download");   // derived from thread_obj_ex
 ///     work.start();
@@ -29,13 +29,13 @@ protected:
     unsigned int run() override = 0;
 
 public:
-    /// Waits until the thread has ended, without limit, and meanwhile dispatches the messages of
-    /// the calling thread. While nothing happens it sleeps, and wakes up with one system call.
+    /// Waits without limit until the thread has ended, and meanwhile dispatches the messages of the
+    /// calling thread. It sleeps while there is nothing to do, and wakes up with one system call.
     ///
-    /// The thread's end goes before waiting messages, which then stay in the queue. A quit message
-    /// is taken and ends nothing. What a window's procedure raises passes through.
+    /// The thread's end takes precedence over waiting messages, which then stay in the queue. A
+    /// quit message is removed and has no effect. Exceptions of a window's procedure pass through.
     /// \throws kernel_obj::exception  `failed_to_create_object` before `start`.
-    /// \throws sync_obj::exception    `failed_to_lock` when the wait fails, as it does without
+    /// \throws sync_obj::exception    `failed_to_lock` when the wait fails, for example without
     ///                                memory for the caller's queue.
     virtual void wait_msg_loop();
 
@@ -43,8 +43,8 @@ protected:
     /// What the new thread runs, with the object as its argument.
     static unsigned int proc_ex(void * argument);
 
-    /// Fetches the next message, whichever it is by now, and dispatches it unless it is the quit
-    /// message.
+    /// Fetches the next message, which may be another one than `message`, and dispatches it unless
+    /// it is the quit message.
     void translateUnicodeMessage(tagMSG & message);
     void translateMultibyteMessage(tagMSG & message);
 };
