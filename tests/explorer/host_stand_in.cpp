@@ -99,7 +99,7 @@ wake_reason wait_interruptibly(atomic<std::uint32_t> const & word, std::uint32_t
     case woken:
         return wake_reason::woken;
     case timed_out:
-        return wake_reason::late;
+        return wake_reason::timed_out;
     case interrupted:
         return wake_reason::interrupted;
     default:

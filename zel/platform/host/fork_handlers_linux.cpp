@@ -73,8 +73,8 @@ void in_child()
     if (this_fork == 0) {
         return;
     }
-    is_registered.store(true,
-                        std::memory_order_relaxed); // the parent may have forked before it set this
+    // The parent may have forked before it set this.
+    is_registered.store(true, std::memory_order_relaxed);
     for_each_place(this_fork, fork_places - 1, -1, [](fork_handlers const & it) {
         if (it.in_child != nullptr) {
             it.in_child();

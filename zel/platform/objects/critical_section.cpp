@@ -9,17 +9,17 @@
 //
 //     0            free
 //     number       held
-//     number + 1   held, and somebody may sleep
+//     number + 1   held, and a thread may sleep
 //
-//     enter    0 -> number, or number -> number + 1 in front of a sleep; whoever has slept takes it
-//              as number + 1
-//     leave    number -> 0, or number + 1 -> 0 and a wake; only this and the sleep cost a system
-//              call
+//     enter    0 -> number, or number -> number + 1 before a sleep; a thread that has slept enters
+//              with 0 -> number + 1
+//     leave    number -> 0, or number + 1 -> 0 and a wake; only the wake and the sleep need a
+//              system call
 //
-// Sleepers look at the low half. Should two numbers share one, whoever sleeps beside the wrong owner
-// is woken by it as well: the lowest bit is set.
+// Sleepers wait on the low half. If two numbers have the same low half, a sleeper may wait on the
+// wrong owner; that owner wakes it as well, because the lowest bit is set.
 //
-// A sleeper that was woken and does not take the section wakes the next one in its place.
+// A sleeper that was woken and does not take the section wakes the next one instead.
 namespace zel::platform {
 
 constinit thread_local std::uint64_t own_section_number = 0;
@@ -35,9 +35,9 @@ atomic<std::uint32_t> const & low_half(atomic<std::uint64_t> const & state)
 
 } // namespace
 
-// Counted, not the host's: a thread that is terminated inside a section never leaves it, and must
-// not lend its hold to a later thread that the host gives the same number. A fork copies it with
-// the thread.
+// This number is counted, not the host's: a thread that is terminated inside a section never leaves
+// it, and its hold must not pass to a later thread that the host gives the same number. In a fork
+// the child's thread keeps the number.
 std::uint64_t give_section_number() noexcept
 {
     static constinit atomic<std::uint64_t> last{0};
@@ -50,7 +50,7 @@ void wait_for_section(critical_section & section) noexcept
     uninterrupted const guard;
     std::uint64_t const self = section_number();
     atomic<std::uint32_t> const & word = low_half(section.state);
-    std::uint64_t others = 0; // 1 once this thread has slept: it may not be the only one
+    std::uint64_t others = 0; // 1 once this thread has slept: others may sleep too
     std::uint64_t now = section.state.load(std::memory_order_relaxed);
     for (;;) {
         std::uint64_t const after = now == 0 ? self | others : now | 1;
@@ -77,7 +77,7 @@ void wait_for_section(critical_section & section) noexcept
 
 void free_section_and_wake(critical_section & section) noexcept
 {
-    uninterrupted const guard; // between the two steps nobody else would wake the sleeper
+    uninterrupted const guard; // between the two steps no other thread would wake the sleeper
     section.state.store(0, std::memory_order_release);
     wake_address(low_half(section.state), 1, false);
 }

@@ -6,17 +6,18 @@
 
 namespace zel::platform {
 
-/// A lock of one process that its owner may take again. All members are the functions' own.
+/// A lock within one process that its owner may take again. Only the functions below use the
+/// members.
 struct critical_section {
-    atomic<std::uint64_t> state; // the owner's number; 0 free; one more: someone may sleep
+    atomic<std::uint64_t> state; // 0 free, else the owner's number, plus 1 if a thread may sleep
     std::uint32_t more_holds; // of the owner, beyond the first; 0 for a free one
 };
 
-/// The calling thread's number, even and never given twice; 0 until it is asked for.
+/// The calling thread's number. It is even and never reused; 0 until the first use.
 [[gnu::tls_model("initial-exec")]] extern constinit thread_local std::uint64_t own_section_number;
 std::uint64_t give_section_number() noexcept;
 
-/// \name What is seldom needed
+/// \name Slow paths
 /// @{
 void wait_for_section(critical_section & section) noexcept;
 void free_section_and_wake(critical_section & section) noexcept;
@@ -33,10 +34,10 @@ inline void initialize_critical_section(critical_section & section) noexcept
     section.more_holds = 0;
 }
 
-/// Nobody holds it or waits for it.
+/// No thread may hold it or wait for it.
 inline void delete_critical_section(critical_section &) noexcept { }
 
-/// \returns whether it is the caller's now; never waits.
+/// \returns true if the caller owns it now; never waits.
 inline bool try_enter_critical_section(critical_section & section) noexcept
 {
     std::uint64_t const self = section_number();
@@ -52,7 +53,7 @@ inline bool try_enter_critical_section(critical_section & section) noexcept
     return false;
 }
 
-/// Waits without limit. After a fork, what the forking thread held is held by the child's thread.
+/// Waits without limit. After a fork, the child's thread holds what the forking thread held.
 inline void enter_critical_section(critical_section & section) noexcept
 {
     if (!try_enter_critical_section(section)) {
@@ -60,7 +61,7 @@ inline void enter_critical_section(critical_section & section) noexcept
     }
 }
 
-/// Does nothing for a thread that does not hold it.
+/// Does nothing if the calling thread does not hold it.
 inline void leave_critical_section(critical_section & section) noexcept
 {
     std::uint64_t self = own_section_number;

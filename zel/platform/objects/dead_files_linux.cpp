@@ -9,16 +9,16 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-// What killed processes leave behind: files of names that nobody holds, and files that were about to
-// become such.
+// Removes what killed processes leave behind: files of names that no process holds, and temporary
+// files of creations that were not finished.
 namespace zel::platform {
 namespace {
 
-constexpr std::uint32_t at_first_use = 64; // files looked at
+constexpr std::uint32_t at_first_use = 64; // files checked
 constexpr std::uint32_t at_most = 1000;
 
-/// Calls `look(name)` for each entry of the folder. Not by readdir(3), which takes memory from the
-/// heap.
+/// Calls `look(name)` for each entry of the folder. It does not use readdir(3), which allocates
+/// from the heap.
 template <typename Look> void for_each_file(user_folder const & folder, Look look)
 {
     descriptor const listing(
@@ -37,7 +37,7 @@ template <typename Look> void for_each_file(user_folder const & folder, Look loo
     }
 }
 
-void take_away_if_dead(user_folder const & folder, std::uint64_t mark, char const * name)
+void remove_if_dead(user_folder const & folder, std::uint64_t mark, char const * name)
 {
     if (std::strncmp(name, "new-", 4) == 0) {
         std::uint64_t const maker = std::strtoull(name + 4, nullptr, 16);
@@ -57,17 +57,17 @@ void take_away_if_dead(user_folder const & folder, std::uint64_t mark, char cons
                                   : closer != mark && life_of_process(closer) == is_over
             && holders.succeed_closer(closer, mark);
     if (mine) {
-        file.take_away(folder, name);
+        file.remove_name(folder, name);
     }
 }
 
 } // namespace
 
-void take_dead_files_away(user_folder const & folder, std::uint64_t mark, bool all) noexcept
+void remove_dead_files(user_folder const & folder, std::uint64_t mark, bool all) noexcept
 {
     std::uint32_t count = 0;
     for_each_file(folder, [&](char const *) { ++count; });
-    // Another share of them in each process.
+    // Each process checks a different share of the files.
     std::uint32_t const step = all || count < at_first_use ? 1 : count / at_first_use;
     auto next = static_cast<std::uint32_t>(mark / 2 % step);
     std::uint32_t number = 0;
@@ -76,7 +76,7 @@ void take_dead_files_away(user_folder const & folder, std::uint64_t mark, bool a
         if (number++ == next && looked_at < at_most) {
             next += step;
             ++looked_at;
-            take_away_if_dead(folder, mark, name);
+            remove_if_dead(folder, mark, name);
         }
     });
 }

@@ -11,18 +11,18 @@
 #include "zel/platform/waits/handles.h"
 #include "zel/platform/waits/uninterrupted.h"
 
-// What is done with a handle, whatever its kind. Each function looks at the kind once. It tries what
-// takes one exchange and hands all else to the function of that kind as its last step, which is not
-// inlined: so it saves no register, whose stores an exchange would wait for.
+// The public functions on handles of all kinds. Each switches once on the kind of the handle. It
+// tries the fast path, one exchange, and tail-calls the slow path of that kind, which is not
+// inlined. So the public function spills no registers; an exchange would wait for those stores.
 //
-// One exchange is made without a pin: nobody closes a handle that another thread is using, and a
-// stale one fails, for the exchange compares the tag. What is in a slot's room is looked at only
-// after the state has told that the handle is alive.
+// The fast paths take no pin: no thread may close a handle that another one is using, and with a
+// stale handle the exchange fails, because it compares the tag. The slot's room is read only after
+// the state has shown that the handle is alive.
 namespace zel::platform {
 namespace {
 
-/// Drops a reference to an object of any kind but a mutex. With the last one the object goes, or
-/// this process's part in it.
+/// Drops a reference to an object of any kind but a mutex. The last one frees the slot, and for a
+/// named object also releases its name and mapping.
 void drop(handle_slot & slot, bool is_named)
 {
     if (unpin(slot)) {
@@ -33,8 +33,8 @@ void drop(handle_slot & slot, bool is_named)
     }
 }
 
-/// For operations on named events and semaphores: the handle is alive and has the right, and the
-/// memory stays where it is meanwhile.
+/// Access to a named event or semaphore: checks the handle and its rights, and holds a pin, so that
+/// the memory stays mapped.
 class named_access {
 public:
     named_access(handle_slot & slot, void * handle, std::uint32_t right) noexcept
@@ -76,8 +76,8 @@ private:
 {
     std::int64_t const until = milliseconds == 0 ? 0 : moment_after(milliseconds);
     for (;;) {
-        // A thread that is told to stop does so where `object` ends, without the pin: it may be
-        // terminated there.
+        // A thread that is told to stop does so where `object` is destroyed, after the pin was
+        // dropped: it may be terminated there.
         named_access const object(slot, handle, synchronize);
         std::uint32_t const result = object ? wait_for(*object, until) : wait_failed;
         if (result != wait_stopped) {

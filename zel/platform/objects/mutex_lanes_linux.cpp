@@ -14,7 +14,7 @@ namespace {
 enum bias : std::uint32_t {
     lane_0_needs_no_holder,
     all_need_holder,
-    all_need_holder_and_one_died, // which the next holder is told
+    all_need_holder_and_one_died, // the next holder reports the mutex as abandoned
 };
 
 constexpr std::uint64_t lane_mask = 0xFF;
@@ -31,15 +31,16 @@ void end_bias(mutex_lanes & mutex, bool one_died)
                                        one_died ? all_need_holder_and_one_died : all_need_holder);
 }
 
-// The end of a process is looked at for ends of threads that its namespace was not told of.
+// A lane's owner in another namespace is dead if its lane is free or its process has ended. The
+// kernel reports ends of threads only within a namespace.
 bool is_dead(robust_mutex const & lane)
 {
     return !has_owner(lane.state.load())
         || (life_of_process(lane.ownership.process.load()) & itself_lives) == 0;
 }
 
-/// Sleeps until `holder` changes, or it is time to look again.
-/// \returns 0, 258 when the time was over, or `wait_stopped`.
+/// Sleeps until `holder` changes, or until the next check is due.
+/// \returns 0, 258 when the wait timed out, or `wait_stopped`.
 std::uint32_t sleep(mutex_lanes & mutex, std::uint64_t holder, std::int64_t until)
 {
     std::int64_t const now = monotonic_now();
@@ -52,8 +53,8 @@ std::uint32_t sleep(mutex_lanes & mutex, std::uint64_t holder, std::int64_t unti
     return told_to_stop() ? wait_stopped : wait_object_0;
 }
 
-// The caller has `holder`. An owner of lane 0 from the time before another namespace came leaves, or
-// tells that it wants `holder` too.
+// The caller has `holder`. If lane 0 has an owner from the time before a second namespace came,
+// this waits until that owner leaves or competes for `holder` too.
 std::uint32_t wait_for_end_of_bias(mutex_lanes & mutex, std::int64_t until)
 {
     while (mutex.bias.load() == lane_0_needs_no_holder) {
@@ -71,16 +72,17 @@ std::uint32_t wait_for_end_of_bias(mutex_lanes & mutex, std::int64_t until)
 void leave_across(mutex_lanes & mutex, std::uint32_t lane)
 {
     std::uint64_t holder = mutex.holder.load();
-    // Else this owner of lane 0 has come before another namespace did.
+    // Otherwise this thread took lane 0 before a second namespace came, and has no `holder`.
     if ((holder & lane_mask) == lane + 1
         && mutex.holder.compare_exchange_strong(holder, next(holder, 0))) {
         wake_address(low_word(mutex.holder), 1, true);
     }
 }
 
-// For the owner of a lane.
-// \param of_lane  what taking the lane gave.
-// \returns 0 or 128: the caller has the mutex; 258 or `wait_stopped`: it gives its lane back.
+// Takes `holder` for the owner of a lane.
+// \param of_lane  the result of the wait for the lane.
+// \returns 0 or 128: the caller has the mutex; 258 or `wait_stopped`: the caller has to release its
+//          lane.
 std::uint32_t enter_across(mutex_lanes & mutex, std::uint32_t lane, std::uint32_t of_lane,
                            std::int64_t until)
 {
@@ -91,7 +93,7 @@ std::uint32_t enter_across(mutex_lanes & mutex, std::uint32_t lane, std::uint32_
     for (;;) {
         std::uint64_t holder = mutex.holder.load();
         auto const other = static_cast<std::uint32_t>(holder & lane_mask);
-        // An owner of this lane that still is the holder is the one that had the lane before.
+        // If `holder` already names this lane, it was set by the lane's previous owner, which died.
         bool const died = other != 0 && (other == lane + 1 || is_dead(mutex.lanes[other - 1]));
         std::uint32_t const first = mutex.kept_out.load();
         bool const stands_back = first != 0 && first != lane + 1 && !slept && until != 0;

@@ -5,26 +5,29 @@
 #include "zel/platform/objects/robust_mutex_linux.h"
 #include <cstdint>
 
-/// A mutex that processes of several pid namespaces share, as containers do that mount the same
-/// shared memory. Each namespace has a lane of its own, a robust_mutex that only its threads take,
-/// so that the kernel never compares numbers of threads of two namespaces.
+/// A mutex that processes of several pid namespaces share; containers do that when they mount the
+/// same shared memory. Each namespace has a lane of its own: a robust_mutex that only threads of
+/// that namespace take. So the kernel never compares thread numbers of two namespaces.
 ///
-/// Who has a lane has the mutex, as long as no second namespace has ever come: `crossed` is 0. From
-/// then on it has to have `holder` as well:
+/// As long as only one namespace has ever used the mutex (`crossed` is 0), the owner of the lane
+/// owns the mutex. From then on an owner of a lane has to own `holder` as well:
 ///
-///     holder  bits 0 to 7 the lane that has the mutex and one more, 0 for none; above, the number of
-///             changes
+///     holder  bits 0 to 7: one more than the number of the lane that has the mutex, 0 for none;
+///             above: the number of changes
 ///     bias    0: the owner of lane 0 may have the mutex without `holder`
 ///
-/// What each step keeps:
-/// - Only the owner of a lane sets `holder` to its lane, and clears it before it gives the lane
-///   back. So a holder whose lane has no owner has died, and whoever sees it may take its place; the
-///   number of changes lets one of several do so, and that one is told.
-/// - `crossed` is set before the first owner of a second lane exists. An owner of lane 0 looks at it
-///   after it has taken the lane; a holder of another lane looks, once, whether lane 0 has an owner
-///   from before. It has to leave, or to say through `bias` that it wants `holder` like all others.
-/// - Between lanes nobody sleeps longer than `between_looks`: the kernel tells of ends within a lane
-///   only. So a death is told at once in its own namespace, and some milliseconds later in others.
+/// Invariants:
+/// - Only the owner of a lane sets `holder` to its lane, and it clears `holder` before it releases
+///   the lane. So if `holder` names a lane without an owner, that owner has died, and any thread
+///   that sees this may take over. Because of the number of changes only one of several threads
+///   succeeds, and that one reports the mutex as abandoned.
+/// - `crossed` is set before the first owner of a second lane exists. An owner of lane 0 checks it
+///   after it has taken the lane. A holder of another lane checks once whether lane 0 has an owner
+///   from before; that owner has to leave, or to state through `bias` that it competes for `holder`
+///   like all others.
+/// - A thread that waits for another lane never sleeps longer than `between_looks`, because the
+///   kernel reports an owner's end only within a lane. So an owner's end is reported at once in its
+///   own namespace, and some milliseconds later in others.
 namespace zel::platform {
 
 constexpr std::uint32_t most_namespaces = 16;
@@ -33,17 +36,18 @@ struct mutex_lanes {
     robust_mutex lanes[most_namespaces];
     atomic<std::uint64_t> holder;
     atomic<std::uint32_t> bias;
-    atomic<std::uint32_t> kept_out; // a lane and one more whose owner has waited long for `holder`
+    atomic<std::uint32_t> kept_out; // 1 + a lane whose owner has waited long for `holder`
 };
 
 constexpr std::int64_t between_looks = 5'000'000; // nanoseconds
 
-/// The lane of a namespace; it gets one if it has none.
+/// Finds the lane of a namespace, and assigns one if it has none.
 /// \returns its number; `most_namespaces` when all are taken.
 std::uint32_t find_lane(mutex_lanes & mutex, std::uint64_t space) noexcept;
 
-/// Takes the mutex once more, or waits for it. The caller is inside `uninterrupted` once.
-/// \param lane   of the caller's namespace.
+/// Waits for the mutex, or takes it once more if the caller owns it. The caller is inside exactly
+/// one `uninterrupted`.
+/// \param lane   that of the caller's namespace.
 /// \param until  as in mutex_wait.h.
 /// \returns 0, 128, 258, `wait_stopped`, or 0xFFFFFFFF with last error 1450 after 4,294,967,295
 ///          holds.

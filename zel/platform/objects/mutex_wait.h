@@ -11,22 +11,22 @@
 #include <algorithm>
 #include <cstdint>
 
-/// How a thread waits for a mutex, of this process or shared: one algorithm for both.
+/// How a thread waits for a mutex: one algorithm for mutexes of one process and for shared ones.
 ///
-/// What each step keeps:
-/// - Nobody sleeps unless the flag is set; whoever has slept takes the mutex with the flag, for it
-///   may not be the only one. So an owner that gives the mutex back finds the flag as long as
-///   anybody sleeps, or somebody is awake who will set it again.
-/// - One release wakes one. Whoever was woken takes the mutex, or sets the flag and sleeps again, or
-///   is told to stop and wakes the next.
-/// - A thread that has not slept may take a free mutex in front of those that sleep; that is quicker
-///   for all. One that was woken in vain and has waited for `kept_out_after` says so in `kept_out`.
-///   The next release then leaves the flag in the free word, so that nobody takes it by the quick
-///   way, and who comes by the slow way stands back for `stand_back` once: those that were asleep
-///   come first. No step depends on it: whoever left `kept_out` set and died costs the next that
-///   one delay.
-/// - Who sleeps looks from time to time whether the owner is still there, for ends that nobody
-///   tells: of a thread that left by the bare system call, or whose exec the kernel counted for
+/// Invariants:
+/// - No thread sleeps unless `waiters_flag` is set. A thread that has slept takes the mutex with
+///   the flag set, because others may still sleep. So as long as a thread sleeps, an owner that
+///   releases the mutex finds the flag, or a thread is awake that will set it again.
+/// - One release wakes one thread. A woken thread takes the mutex, or sets the flag and sleeps
+///   again, or is told to stop and wakes the next one.
+/// - A thread that has not slept may take a free mutex ahead of the sleepers; this gives the best
+///   throughput. A thread that was woken in vain and has waited for `kept_out_after` sets
+///   `kept_out`. The next release then leaves the flag in the free word, so that the fast path
+///   fails, and a thread on the slow path waits once for `stand_back`: the sleepers come first. No
+///   other step depends on `kept_out`: if the thread that set it dies, the next thread loses one
+///   such delay.
+/// - A sleeper checks from time to time whether the owner still exists. The kernel does not report
+///   the end of a thread that left by the bare system call, or whose exec the kernel attributed to
 ///   another thread.
 namespace zel::platform {
 
@@ -34,21 +34,22 @@ namespace zel::platform {
 /// @{
 constexpr std::int64_t kept_out_after = 1'000'000;
 constexpr std::int64_t stand_back = 2'000'000;
-constexpr std::int64_t first_look_after_owner = 20'000'000; // the time is doubled after each look
-constexpr std::int64_t last_look_after_owner = 1'000'000'000;
+constexpr std::int64_t first_owner_check = 20'000'000; // doubled after each check
+constexpr std::int64_t longest_owner_check = 1'000'000'000;
 /// @}
 
-/// Waits for a mutex that is not the caller's, who is inside `uninterrupted` once.
+/// Waits for a mutex that the caller does not own. The caller is inside exactly one
+/// `uninterrupted`. This is where a wait for a mutex times out.
 ///
 /// A `Mutex` has:
 ///
 ///     state, kept_out       the words
-///     is_shared             whether the state lies in memory that processes share, or is woken by
-///                           the kernel
-///     take(state, flags)    one step from a state without an owner to the caller's; false when the
-///                           state has changed, then `state` is new
-///     before_sleep(state)   the state with the flag, and whatever else a sleep leaves behind
-///     is_gone(state)        whether the owner is not there any more
+///     is_shared             true if the state is in memory that processes share, or the kernel
+///                           wakes its sleepers
+///     take(state, flags)    makes the caller the owner in one step; false when the state has
+///                           changed, then `state` is the new one
+///     before_sleep(state)   the state to be stored before a sleep: with the flag set
+///     is_gone(state)        true if the owner does not exist any more
 ///
 /// \param until  nanoseconds of the monotonic clock; negative for no limit, 0 only tests.
 /// \returns 0, 128, 258 or `wait_stopped`.
@@ -60,10 +61,10 @@ std::uint32_t wait_for_owner(Mutex const & mutex, std::int64_t until) noexcept
         processor_pause();
         now = mutex.state.load(std::memory_order_relaxed);
     }
-    std::int64_t began = 0; // the first sleep
-    std::int64_t look_after = first_look_after_owner;
-    std::uint32_t slept = 0; // `waiters_flag` afterwards
-    std::uint32_t slept_on = 0; // the word, when the last sleep ended by time
+    std::int64_t began = 0; // when the first sleep began
+    std::int64_t owner_check = first_owner_check;
+    std::uint32_t slept = 0; // `waiters_flag` once this thread has slept
+    std::uint32_t slept_on = 0; // the word, if the last sleep timed out
     for (;;) {
         std::uint32_t const seen = word_of(now);
         bool const is_free = !has_owner(now);
@@ -81,7 +82,7 @@ std::uint32_t wait_for_owner(Mutex const & mutex, std::int64_t until) noexcept
         if (until == 0) {
             return wait_timeout;
         }
-        // Who has only looked after the owner sleeps on as before.
+        // A thread that has only checked the owner goes on sleeping as before.
         bool const sleeps_on = slept != 0 && word_of(now) == slept_on && !is_free;
         std::uint64_t const flagged = sleeps_on ? now : mutex.before_sleep(now);
         if (flagged != now
@@ -95,12 +96,12 @@ std::uint32_t wait_for_owner(Mutex const & mutex, std::int64_t until) noexcept
         } else if (!is_free && !sleeps_on && moment - began > kept_out_after) {
             mutex.kept_out.store(1, std::memory_order_relaxed);
         }
-        std::int64_t const look = moment + (is_free ? stand_back : look_after);
+        std::int64_t const look = moment + (is_free ? stand_back : owner_check);
         std::int64_t const end = until < 0 ? look : std::min(look, until);
         wake_reason const reason
             = wait_interruptibly(low_word(mutex.state), word_of(flagged), end, mutex.is_shared);
         slept = waiters_flag;
-        slept_on = reason == wake_reason::late ? word_of(flagged) : 0;
+        slept_on = reason == wake_reason::timed_out ? word_of(flagged) : 0;
         if (told_to_stop()) {
             if (reason == wake_reason::woken) {
                 wake_address(low_word(mutex.state), 1, mutex.is_shared);
@@ -108,11 +109,11 @@ std::uint32_t wait_for_owner(Mutex const & mutex, std::int64_t until) noexcept
             return wait_stopped;
         }
         now = mutex.state.load(std::memory_order_acquire);
-        if (reason == wake_reason::late && end == until) {
+        if (reason == wake_reason::timed_out && end == until) {
             return wait_timeout;
         }
         if (slept_on == word_of(now) && !is_free) {
-            look_after = std::min(2 * look_after, last_look_after_owner);
+            owner_check = std::min(2 * owner_check, longest_owner_check);
             if (mutex.is_gone(now)) {
                 mutex.state.compare_exchange_strong(now, with_word(now, waiters_flag | owner_died),
                                                     std::memory_order_acquire);

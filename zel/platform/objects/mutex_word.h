@@ -8,17 +8,17 @@
 /// The word of a mutex, the low half of a 64-bit state:
 ///
 ///     bits 0 to 29  the host's number of the thread that owns it, 0 for none
-///     owner_died    the owner ended; whoever takes the mutex next learns it
-///     waiters_flag  somebody may sleep
+///     owner_died    the owner ended; the next owner reports the mutex as abandoned
+///     waiters_flag  a thread may sleep
 namespace zel::platform {
 
 constexpr std::uint32_t waiters_flag = 0x80000000;
 constexpr std::uint32_t owner_died = 0x40000000;
 constexpr std::uint32_t thread_mask = 0x3FFFFFFF;
 
-/// What a wait gives that has ended because its thread is told to stop, which it does when it
-/// leaves `uninterrupted`; it then waits again. It has left the waiters, and passed on what it was
-/// given.
+/// The result of a wait that ended because its thread is told to stop. The thread has left the
+/// waiters and has passed on what it was given. It stops when it leaves `uninterrupted`, and then
+/// waits again.
 constexpr std::uint32_t wait_stopped = 0xFFFFFFFE;
 
 inline bool has_owner(std::uint64_t state) noexcept { return (word_of(state) & thread_mask) != 0; }

@@ -13,7 +13,7 @@ std::uint64_t handles_of(std::uint64_t entry)
 {
     return entry & name_holders::most_handles_a_process;
 }
-// Without a handle the process keeps the entry for its children.
+// An entry without handles stands for the process's forked children.
 std::uint32_t life_in(std::uint64_t entry, name_holders::life_function life_of)
 {
     return life_of(mark_of(entry))
@@ -37,7 +37,7 @@ name_holders::join_result name_holders::join(std::uint64_t mark, life_function l
         entry = i;
         return entries_[i].compare_exchange_strong(expected, after);
     };
-    // Of the same process, or free; then, where there is none, of one that has ended.
+    // Prefer the entry of the same process, then a free one, then one of a process that has ended.
     bool taken = false;
     for (int round = 0; round < 3 && !taken; ++round) {
         for (std::uint32_t i = 0; i < count_ && !taken; ++i) {

@@ -4,30 +4,30 @@
 #include "zel/base/atomic.h"
 #include <cstdint>
 
-/// Who holds the name of a shared block: words in the block's file that every process changes
-/// without a lock, and any of which may be killed or stopped at any step.
+/// Records which processes hold the name of a shared block. The words are in the block's file.
+/// Every process changes them without a lock, and any process may be killed or stopped at any step.
 ///
-///     entry   0, or the mark of a process (bits 24 to 63) and how many handles it has (bits 0 to 23)
-///     gate    twice the number of processes that have ever joined; or, with bit 0 set, closed for
-///             good, and above that the mark of the process that takes the name away
+///     entry   0, or the mark of a process (bits 24 to 63) and its number of handles (bits 0 to 23)
+///     gate    open: twice the number of processes that have ever joined; closed for good: bit 0 is
+///             set, and above it is the mark of the process that removes the file's name
 ///
-/// Whether the process behind a mark lives is the kernel's to say (process_life_linux.h), so an
-/// entry whose process was killed counts for nothing without anybody having cleared it.
+/// The kernel tells whether the process with a mark lives (process_life_linux.h). So the entry of a
+/// killed process is ignored although it was never cleared.
 ///
-/// What each step keeps:
-/// - Whoever joins writes its entry first and then moves the gate. Whoever closes the gate looks at
-///   it, then at all entries, and then closes it in one step if it has not moved. So of a join and a
-///   closing that meet one fails and looks again: a block is closed only when nobody holds it, and
-///   nobody holds a closed one.
-/// - A closed block stays so. The process that closed it takes the file's name away, and nobody else
-///   as long as that process lives: a name that leads to a closed block leads to it until its closer
-///   has taken it away, and the closer never takes another block's name away.
+/// Invariants:
+/// - A process that joins writes its entry first and then moves the gate. A process that closes the
+///   gate reads it, checks all entries, and closes it in one step if it has not moved. So if a join
+///   and a closing overlap, one of them fails and tries again: a block is closed only when no
+///   process holds it, and no process holds a closed block.
+/// - A closed block stays closed. Only the process that closed it removes the file's name, as long
+///   as that process lives. So a name that leads to a closed block leads to it until its closer has
+///   removed the name, and the closer never removes the name of another block.
 namespace zel::platform {
 
-/// What the kernel tells of a process: one of these, both or none.
+/// What the kernel reports about a process: none, one or both of these bits.
 enum process_life : std::uint32_t {
     is_over = 0,
-    children_live = 1, // that it forked, which have its handles and have used none so far
+    children_live = 1, // forked children that have its handles and have used none so far
     itself_lives = 2,
 };
 
@@ -44,32 +44,32 @@ public:
     {
     }
 
-    /// In a new file that nobody else can find yet.
+    /// Initialises the words in a new file that no other process can find yet.
     void begin(std::uint64_t mark) noexcept;
 
     enum class join_result { joined, closed, full };
     /// Adds a handle of the process with that mark.
-    /// \param entry  takes the number for `leave`.
+    /// \param entry  receives the number to pass to `leave`.
     join_result join(std::uint64_t mark, life_function life_of, std::uint32_t & entry) noexcept;
 
-    /// Takes a handle of the process away.
-    /// \param has_children  whether forked children may have the handle: then the entry stays for
+    /// Removes one handle of the process.
+    /// \param has_children  true if forked children may have the handle: the entry then stays for
     ///                      them.
     void leave(std::uint32_t entry, bool has_children) noexcept;
 
-    /// What is true of the holders together.
+    /// The `process_life` bits of all holders, combined.
     /// \param own  the mark of the calling process, which lives.
     std::uint32_t life(std::uint64_t own, life_function life_of) const noexcept;
 
-    /// Closes the gate for good if nobody but the dead holds the name.
-    /// \returns whether this call did, so that the caller takes the name away.
+    /// Closes the gate for good if no living process holds the name.
+    /// \returns true if this call closed it: the caller then removes the name.
     bool close_if_dead(std::uint64_t own, life_function life_of) noexcept;
 
     /// \returns the mark of the process that closed the gate, 0 when it is open.
     std::uint64_t closer() const noexcept;
 
-    /// Puts `own` in the place of a closer that has ended.
-    /// \returns whether this call did.
+    /// Replaces a closer that has ended by `own`.
+    /// \returns true if this call did.
     bool succeed_closer(std::uint64_t closer, std::uint64_t own) noexcept;
 
 private:

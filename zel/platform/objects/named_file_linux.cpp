@@ -12,7 +12,7 @@
 namespace zel::platform {
 namespace {
 
-constexpr std::uint32_t magic = 0x326C657A; // "zel2", to be changed with the layout of anything
+constexpr std::uint32_t magic = 0x326C657A; // "zel2"; change it with any change of the layout
 constexpr std::size_t header_size = 512; // of the file in front of the block
 constexpr std::size_t least_entries = 64;
 constexpr std::size_t page = 4096;
@@ -29,7 +29,7 @@ struct named_file::header {
     std::uint32_t magic;
     std::uint32_t kind;
     std::uint64_t size; // of the block
-    std::uint64_t device; // of the file, to be known again
+    std::uint64_t device; // device and inode number of the file itself
     std::uint64_t number;
     atomic<std::uint64_t> gate;
     std::uint32_t name_size;
@@ -98,7 +98,7 @@ user_folder::found named_file::open(user_folder const & folder, char const * nam
         return found;
     }
     size_ = static_cast<std::size_t>(facts.st_size);
-    // Nothing may be looked at that lies behind the end of a file.
+    // Memory beyond the end of the file must not be accessed.
     if (size_ == 0 || size_ % page != 0) {
         set_last_error(error_no_system_resources, "the file in shared memory is not understood");
         return user_folder::found::error;
@@ -119,7 +119,7 @@ bool named_file::make(user_folder const & folder, std::uint64_t mark, std::strin
     }
     made_in_ = &folder;
     size_ = file_size(size);
-    // All of it now: a page that cannot be had later ends the process.
+    // Allocate all of it now: a page that cannot be allocated later would kill the process.
     if (int const error = ::posix_fallocate(file.get(), 0, static_cast<off_t>(size_)); error != 0) {
         return fail_in_shared_memory(error);
     }
@@ -147,7 +147,7 @@ bool named_file::publish(user_folder const & folder, char const * name) noexcept
     return true;
 }
 
-void named_file::take_away(user_folder const & folder, char const * name) const noexcept
+void named_file::remove_name(user_folder const & folder, char const * name) const noexcept
 {
     struct stat facts { };
     facts.st_dev = head().device;

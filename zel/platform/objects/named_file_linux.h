@@ -12,8 +12,8 @@
 
 namespace zel::platform {
 
-/// The name of a block's file in the user's folder. It is no more than a short form of the block's
-/// name, which stands whole in the file.
+/// The name of a block's file in the user's folder. It is a hash of the block's name; the file
+/// contains the whole name.
 struct file_name {
     explicit file_name(std::string_view block_name) noexcept;
     explicit file_name(std::uint64_t const (&number)[2]) noexcept;
@@ -23,33 +23,34 @@ struct file_name {
 };
 
 /// The mapping of a block's file: a header, the block, and the entries of name_holders.h up to the
-/// end of the file. It goes with this object unless it is released.
+/// end of the file. The destructor unmaps it unless it was released.
 class named_file {
 public:
     static constexpr std::uint32_t no_entry = 0xFFFFFFFF; // for `named_memory::entry`
 
     named_file() noexcept = default;
-    /// A mapping that was released.
+    /// Takes over a mapping that was released.
     explicit named_file(named_memory const & memory) noexcept;
     ~named_file();
     named_file(named_file const &) = delete;
     named_file & operator=(named_file const &) = delete;
 
-    /// Maps what is there. Failures set the last error.
+    /// Maps an existing file. Failures set the last error.
     user_folder::found open(user_folder const & folder, char const * name) noexcept;
 
-    /// Makes a new file, with one holder, which nobody finds yet; it goes with this object.
+    /// Makes a new file with one holder, which no other process can find yet. The destructor
+    /// removes it unless it was published.
     /// \returns false with the last error set.
     bool make(user_folder const & folder, std::uint64_t mark, std::string_view name,
               std::uint32_t kind, std::size_t size) noexcept;
-    /// Gives a new file the name under which others find it.
+    /// Moves a new file to the name under which others find it.
     /// \returns false with `errno`, `EEXIST` when there is one of that name.
     bool publish(user_folder const & folder, char const * name) noexcept;
 
-    /// Removes the name if it leads to this file. For the process that has closed the gate.
-    void take_away(user_folder const & folder, char const * name) const noexcept;
+    /// Removes the name if it leads to this file. Only for the process that has closed the gate.
+    void remove_name(user_folder const & folder, char const * name) const noexcept;
 
-    /// Whether this version knows what the file holds: asked before anything below.
+    /// True if this version of the library understands the file. Check it before the members below.
     bool is_understood() const noexcept;
     std::string_view name() const noexcept;
     std::uint32_t kind() const noexcept;
@@ -57,7 +58,7 @@ public:
     void * block() const noexcept;
     name_holders holders() const noexcept;
 
-    /// The mapping stays, and is the caller's.
+    /// Passes the mapping to the caller, who has to unmap it.
     named_memory release(file_name const & path, std::uint32_t entry) noexcept;
     void forget() noexcept { mapping_ = nullptr; }
 
@@ -68,13 +69,13 @@ private:
 
     void * mapping_ = nullptr;
     std::size_t size_ = 0; // of the file
-    user_folder const * made_in_ = nullptr; // while the name below is to be removed
+    user_folder const * made_in_ = nullptr; // set as long as the name below has to be removed
     char made_as_[48];
 };
 
-/// Takes away what processes that have ended left in the folder.
+/// Removes the files that processes left in the folder when they were killed.
 /// \param mark  of the calling process.
-/// \param all   whether to look at every file, up to a thousand, or at 64 of them.
-void take_dead_files_away(user_folder const & folder, std::uint64_t mark, bool all) noexcept;
+/// \param all   true to check every file, up to a thousand; false to check 64 of them.
+void remove_dead_files(user_folder const & folder, std::uint64_t mark, bool all) noexcept;
 
 } // namespace zel::platform

@@ -12,7 +12,7 @@ void adopt_handles(std::uint64_t mark) noexcept
         std::uint32_t const tag = tag_of(slot.references.load(std::memory_order_relaxed));
         switch (static_cast<handle_kind>(tag & 15)) {
         case handle_kind::named_mutex:
-            if (!settle_lane(slot)) { // the parent's may be that of another namespace
+            if (!settle_lane(slot)) { // the parent's lane may be of another namespace
                 slot.access.store(0, std::memory_order_relaxed);
             }
             [[fallthrough]];
@@ -32,7 +32,8 @@ bool use_named_objects() noexcept { return use_named_memory(adopt_handles); }
 
 void release_named_object(handle_slot & slot) noexcept
 {
-    if (use_named_objects()) { // else its children's lock tells of the handle, until it ends
+    // If this fails, the lock that children share stands for the handle until this process ends.
+    if (use_named_objects()) {
         leave_named_memory(memory_in(slot));
     }
     unmap_named_memory(memory_in(slot));

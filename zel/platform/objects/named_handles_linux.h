@@ -4,7 +4,7 @@
 #include "zel/platform/objects/named_memory.h"
 #include "zel/platform/waits/handles.h"
 
-/// Handles of objects with a name. The slot holds where this handle has the object mapped.
+/// Handles of named objects. The slot stores where this handle has mapped the object.
 namespace zel::platform {
 
 inline named_memory & memory_in(handle_slot & slot) noexcept
@@ -14,12 +14,12 @@ inline named_memory & memory_in(handle_slot & slot) noexcept
     return *static_cast<named_memory *>(room);
 }
 
-/// Called before anything is done with such a handle: what a forked child has inherited becomes its
-/// own with its first use.
+/// Call it before any operation on such a handle. At its first use of one, a forked child registers
+/// the handles that it has inherited as its own.
 /// \returns false with the last error set.
 bool use_named_objects() noexcept;
 
-/// Gives back what a slot without references has: its name and its mapping.
+/// Releases what a slot without references holds: the name and the mapping.
 void release_named_object(handle_slot & slot) noexcept;
 
 } // namespace zel::platform

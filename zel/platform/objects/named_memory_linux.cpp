@@ -12,21 +12,21 @@
 #include "zel/platform/waits/uninterrupted.h"
 #include <cerrno>
 
-// A block is a file in the user's folder. A new one is made under a name of its own and moved to
-// where others find it when it is complete (renameat2(2), `RENAME_NOREPLACE`), so that of several
-// creators one succeeds and nobody sees half a file. Who holds it stands in the file
-// (name_holders.h); no lock is taken, and who is stopped or killed on the way keeps nobody from
-// other names.
+// A block is a file in the user's folder. A new file is made under a temporary name and, when it is
+// complete, renamed to the name that others look for (renameat2(2), `RENAME_NOREPLACE`). So one of
+// several creators succeeds, and no process sees an incomplete file. The file records who holds it
+// (name_holders.h). No lock is taken: a process that is stopped or killed midway blocks no other
+// name.
 //
-// The file of a name is taken away by the process that has closed its gate, after a look that the
-// name still leads to that file. If that process was killed, the next one takes its place.
+// The process that has closed the gate removes the file's name, after checking that the name still
+// leads to that file. If that process was killed, another one takes over (`succeed_closer`).
 namespace zel::platform {
 namespace {
 
-constexpr std::int64_t moment_for_exec = 50'000'000;
-// For a process that is taking a file away: two system calls, unless it is stopped. On a machine
-// with a hundred busy threads a process of low priority has been seen to need seconds for them.
-constexpr std::int64_t longest_removal = 20'000'000'000;
+constexpr std::int64_t longest_wait_for_exec = 50'000'000; // nanoseconds
+// For a process that is removing a file: two system calls, unless it is stopped. On a machine with a
+// hundred busy threads, a process of low priority was seen to need seconds for them.
+constexpr std::int64_t longest_wait_for_removal = 20'000'000'000;
 
 constexpr fork_handlers around_forks{prepare_inheritance, leave_inheritance_to_child, inherit};
 
@@ -44,10 +44,10 @@ bool cut_name(std::string_view & name)
     return true;
 }
 
-/// Sleeps for a moment, which grows up to 2 ms.
-class patience {
+/// Sleeps for a short time that doubles from call to call, up to 2 ms.
+class backoff {
 public:
-    /// \returns false when `limit` nanoseconds are over since the first call.
+    /// \returns false when `limit` nanoseconds have passed since the first call.
     bool wait(std::int64_t limit) noexcept
     {
         std::int64_t const now = monotonic_now();
@@ -55,8 +55,8 @@ public:
         if (now - began_ >= limit) {
             return false;
         }
-        static constinit atomic<std::uint32_t> nobody_changes{0};
-        wait_on_address(nobody_changes, 0, now + span_, false);
+        static constinit atomic<std::uint32_t> never_changes{0};
+        wait_on_address(never_changes, 0, now + span_, false);
         span_ = span_ < 1'000'000 ? 2 * span_ : span_;
         return true;
     }
@@ -73,14 +73,14 @@ void refuse_file()
 
 enum class found { nothing, joined, refused };
 
-/// Joins what stands under the name, and takes it away when nobody holds it.
-/// \param met_dead  set when the file was one that nobody holds.
+/// Joins the block of that name. If no living process holds it, removes it first.
+/// \param met_dead  set if such a file was removed.
 found find(user_folder const & folder, file_name const & path, std::string_view name,
            std::uint32_t kind, std::size_t size, std::uint64_t mark, named_memory & result,
            bool & met_dead)
 {
-    patience exec;
-    patience removal;
+    backoff exec;
+    backoff removal;
     for (;;) {
         named_file file;
         switch (file.open(folder, path.text)) {
@@ -100,9 +100,9 @@ found find(user_folder const & folder, file_name const & path, std::string_view 
             if (closer != mark && life_of_process(closer) == is_over) {
                 if (holders.succeed_closer(closer, mark)) {
                     met_dead = true;
-                    file.take_away(folder, path.text);
+                    file.remove_name(folder, path.text);
                 }
-            } else if (!removal.wait(longest_removal)) {
+            } else if (!removal.wait(longest_wait_for_removal)) {
                 set_last_error(error_no_system_resources,
                                "another process has stopped taking the name's file away");
                 return found::refused;
@@ -113,11 +113,11 @@ found find(user_folder const & folder, file_name const & path, std::string_view 
         if (life == is_over) {
             if (holders.close_if_dead(mark, life_of_process)) {
                 met_dead = true;
-                file.take_away(folder, path.text);
+                file.remove_name(folder, path.text);
             }
             continue;
         }
-        if (life == children_live && exec.wait(moment_for_exec)) {
+        if (life == children_live && exec.wait(longest_wait_for_exec)) {
             continue;
         }
         if (file.kind() != kind) {
@@ -137,7 +137,7 @@ found find(user_folder const & folder, file_name const & path, std::string_view 
             set_last_error(error_no_system_resources, "too many processes hold the object");
             return found::refused;
         default:
-            break; // the last one has just left
+            break; // the last holder has just left: look again
         }
     }
 }
@@ -167,11 +167,12 @@ made make(user_folder const & folder, file_name const & path, std::string_view n
     return made::failed;
 }
 
-/// A process that has just registered, or has met what a dead one left behind, looks for more.
+/// Removes files of other names. A process does so when it has just registered, or has found a file
+/// that a killed process left.
 void tidy(user_folder const & folder, std::uint64_t mark, bool all)
 {
     std::uint32_t const before = last_error();
-    take_dead_files_away(folder, mark, all);
+    remove_dead_files(folder, mark, all);
     set_last_error(before);
 }
 
@@ -198,7 +199,7 @@ bool create_named_memory(std::string_view name, named_memory_content const & con
         made const done = there == found::nothing ? make(folder, path, name, content, mark, result)
                                                   : made::failed;
         if (done == made::exists) {
-            continue; // another one was quicker
+            continue; // another process created it first
         }
         if (met_dead) {
             tidy(folder, mark, true);
@@ -245,7 +246,7 @@ void leave_named_memory(named_memory const & memory) noexcept
     }
     user_folder folder;
     if (holders.close_if_dead(mark, life_of_process) && folder.open(false)) {
-        file.take_away(folder, file_name(memory.file).text);
+        file.remove_name(folder, file_name(memory.file).text);
     }
     file.forget();
     set_last_error(before);
@@ -275,8 +276,8 @@ void adopt_named_memory(named_memory & memory, std::uint64_t mark) noexcept
 {
     named_file file(memory);
     std::uint32_t entry = 0;
-    // A block that its other holders gave up meanwhile, or one with too many holders, stays without
-    // a name: a place beyond the last tells.
+    // A block that its other holders have given up meanwhile, or that has too many holders, stays
+    // mapped without a name; `no_entry` marks it.
     bool const joined
         = file.holders().join(mark, life_of_process, entry) == name_holders::join_result::joined;
     memory.entry = joined ? entry : named_file::no_entry;

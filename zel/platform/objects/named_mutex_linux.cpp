@@ -48,7 +48,7 @@ void drop(handle_slot & slot)
         return;
     }
     if (is_on_a_list_here(slot)) {
-        leave_named_memory(memory_in(slot)); // or the name stays as long as the owner
+        leave_named_memory(memory_in(slot)); // else the name would exist as long as the owner
         keep(slot);
     } else {
         release_named_object(slot);
@@ -105,8 +105,8 @@ std::uint32_t wait_for_named_mutex(handle_slot & slot, void * handle,
     }
     std::int64_t const until = milliseconds == 0 ? 0 : moment_after(milliseconds);
     for (;;) {
-        // A thread that is told to stop does so at the end of this, without the pin: it may be
-        // terminated there.
+        // A thread that is told to stop does so at the end of this block, after the pin was
+        // dropped: it may be terminated there.
         uninterrupted const guard;
         if (!pin(slot, handle)) {
             set_last_error(error_invalid_handle);
@@ -143,7 +143,7 @@ bool release_named_mutex(handle_slot & slot, void * handle) noexcept
 bool close_named_mutex(handle_slot & slot, void * handle) noexcept
 {
     uninterrupted const guard;
-    use_named_objects(); // when that fails, no thread of this process owns anything
+    use_named_objects(); // if it fails, no thread of this process owns a named mutex
     std::uint32_t word = 0;
     if (!retire(slot, handle, word)) {
         return fail(error_invalid_handle);
@@ -181,7 +181,7 @@ void abandon_named_mutexes() noexcept
         }
         robust_mutex & lane = lane_in(slot);
         robust_caller caller = known_caller();
-        caller.self = this_thread.id; // its end is told no more
+        caller.self = this_thread.id; // `owner_number` is 0 by now
         if (is_mine(lane, caller, lane.state.load(std::memory_order_relaxed))
             && is_on_a_list_here(slot)) {
             free_and_wake(lane, caller, owner_died);

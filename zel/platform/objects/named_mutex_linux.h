@@ -9,15 +9,15 @@
 #include <cstddef>
 #include <cstdint>
 
-/// Mutexes in memory that processes share, by their handles.
+/// Operations on named mutexes, which are in memory that processes share, through their handles.
 namespace zel::platform {
 
-/// In the slot of a handle.
+/// What the slot of a handle stores.
 struct named_mutex_room {
-    named_memory memory; // of a mutex_lanes
-    robust_mutex * lane; // that of this process's pid namespace
+    named_memory memory; // contains a mutex_lanes
+    robust_mutex * lane; // of this process's pid namespace
 };
-static_assert(offsetof(named_mutex_room, memory) == 0); // as named_handles_linux.h has it
+static_assert(offsetof(named_mutex_room, memory) == 0); // named_handles_linux.h relies on it
 static_assert(sizeof(named_mutex_room) <= sizeof(handle_slot::room));
 
 inline robust_mutex & lane_in(handle_slot & slot) noexcept
@@ -26,10 +26,10 @@ inline robust_mutex & lane_in(handle_slot & slot) noexcept
     return *static_cast<named_mutex_room *>(room)->lane;
 }
 
-/// \name What is one exchange
-/// \returns false when nothing was done: the function of the same job sees to it.
-/// @{
-/// Who calls, as far as that is known.
+/// \name Fast paths, of one exchange each
+/// \returns false when nothing was done: call the slow path, `wait_for_named_mutex` or
+///          `release_named_mutex`.
+/// The calling thread, with the parts that it has not determined yet left null or 0.
 inline robust_caller known_caller() noexcept
 {
     return {robust_list::own_if_known(), this_thread.owner_number,

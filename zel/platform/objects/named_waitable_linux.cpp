@@ -10,29 +10,30 @@
 
 // The state of an object:
 //
-//     low half   nobody sleeps: the units that are free, of an event 1 when it is set
-//                somebody may sleep: `queued` and the low bits of the number; no unit is free
+//     low half   if no thread sleeps: the number of free units, of an event 1 when it is set;
+//                if a thread may sleep: `queued` and the low bits of the number; no unit is free
 //     high half  the number: how often the low half was written with `queued` set
 //
-// Those that wait sleep on the low half. The kernel keeps them in the order in which they fell
-// asleep, takes out whoever is killed or stopped or runs a signal's handler, and tells the thread
-// that wakes how many it has woken. So the queue is the kernel's, and a wake is the grant: a thread
-// that was woken has its unit, and nothing in the memory has to be given back by a thread that
-// dies. These are the invariants:
+// Waiters sleep on the low half. The kernel keeps them in the order in which they fell asleep,
+// removes a thread that is killed or stopped or runs a signal handler, and tells the waking thread
+// how many it has woken. So the kernel has the queue, and a wake hands the unit over: a woken
+// thread owns its unit, and a thread that dies leaves nothing in the memory to be given back. These
+// are the invariants:
 //
-// 1. Nobody sleeps while the low half has no `queued`. Whoever wants to sleep writes `queued` with
-//    the next number first and sleeps only as long as that very number stands there.
-// 2. A unit is put down only when nobody sleeps. Whoever releases writes the next number, too:
-//    from then on nobody who wrote an earlier one can fall asleep. If its wake then finds nobody,
-//    and the number is still its own when it exchanges it for the unit, nobody sleeps at all.
-// 3. An event that stays set is set and its waiters are woken in one step of the kernel.
+// 1. No thread sleeps while the low half has no `queued`. A thread that wants to sleep first writes
+//    `queued` with the next number, and sleeps only while the low half still has that number.
+// 2. A unit is stored as free only when no thread sleeps. A releasing thread writes the next number
+//    too: from then on no thread that wrote an earlier number can fall asleep. If its wake then
+//    finds no sleeper, and the number is still its own when it exchanges it for the unit, no thread
+//    sleeps at all.
+// 3. A manual-reset event is set and its waiters are woken in one step of the kernel.
 //
-// So every operation takes effect in one step, an exchange or a call of the kernel's, and a kill
-// comes before or after it. Only a release of several units may take two: the waiters first, then
-// the rest; a kill in between loses the rest.
+// So every operation takes effect in one step, an exchange or a call of the kernel, and a kill
+// comes before or after it. Only a release of several units may take two steps: first the waiters,
+// then the rest. A kill in between loses the rest.
 //
-// A number comes again after 2^31 writes. A thread would have to stand still between its write and
-// its sleep, or between its wake and its exchange, for exactly a multiple of that.
+// A number is reused after 2^31 writes. This does harm only if a thread pauses between its write
+// and its sleep, or between its wake and its exchange, for exactly a multiple of that many writes.
 namespace zel::platform {
 namespace {
 
@@ -59,9 +60,9 @@ bool is_manual(named_waitable const & event)
     return event.manual.load(std::memory_order_relaxed) != 0;
 }
 
-/// Writes the next number into a state with `queued`, so that nobody falls asleep who has written
-/// an earlier one.
-/// \param state  becomes what was written; on failure what somebody else wrote.
+/// Writes the next number into a state with `queued`, so that no thread that wrote an earlier
+/// number can fall asleep.
+/// \param state  receives what was written; on failure what another thread wrote.
 bool take_number(named_waitable & object, std::uint64_t & state)
 {
     std::uint64_t const next = with_next_number(state);
@@ -105,12 +106,12 @@ std::uint32_t wait_for(named_waitable & object, std::int64_t until) noexcept
             continue;
         }
         wake_reason const reason = wait_interruptibly(low_half(object), word_of(mine), until, true);
-        // Also for what the thread that woke this one did before.
+        // This also makes visible what the thread that woke this one did before.
         state = object.state.load(std::memory_order_acquire);
         if (reason == wake_reason::woken) {
             return wait_object_0;
         }
-        if (reason == wake_reason::late) {
+        if (reason == wake_reason::timed_out) {
             return wait_timeout;
         }
         if (told_to_stop()) {
@@ -135,8 +136,8 @@ bool set(named_waitable & event) noexcept
                 return true;
             }
         }
-        // Also when it is set already: what this thread did before becomes visible to the thread
-        // that is let through.
+        // Written even if the event is set already, so that what this thread did before becomes
+        // visible to the thread that is let through.
         if (event.state.compare_exchange_strong(
                 state, with_word(state, 1), std::memory_order_release, std::memory_order_relaxed)) {
             return true;
@@ -154,7 +155,7 @@ bool reset(named_waitable & event) noexcept
 
 bool pulse(named_waitable & event) noexcept
 {
-    // Either it is set and nobody sleeps, or it is not and somebody may.
+    // Either the event is set and no thread sleeps, or it is not set and threads may sleep.
     std::uint64_t state = event.state.load(std::memory_order_relaxed);
     for (;;) {
         if (is_queued(state)) {

@@ -11,12 +11,12 @@
 #include "zel/platform/waits/this_thread_linux.h"
 #include "zel/platform/waits/uninterrupted.h"
 
-// Creation and opening of kernel objects, and what becomes of them in the child of a fork.
+// Creation and opening of kernel objects, and their renewal in the child of a fork.
 namespace zel::platform {
 namespace {
 
-// In the child after a fork nobody waits, and of the parent's threads only a copy of the forking
-// one is left, which owns nothing.
+// In the child after a fork there are no waiters. Of the parent's threads only a copy of the
+// forking one exists, and it owns no mutex.
 void renew_slot(handle_slot & slot)
 {
     std::uint64_t const references = slot.references.load(std::memory_order_relaxed);
@@ -58,7 +58,7 @@ bool prepare_forks()
 
 bool is_empty(char const * name) { return name == nullptr || *name == '\0'; }
 
-/// What creations and openings have in common: `find(memory, existed)` maps the object.
+/// Common part of creations and openings: `find(memory, existed)` maps the object.
 template <typename Find> void * make_named_handle(handle_kind kind, std::uint32_t access, Find find)
 {
     if (!prepare_forks() || robust_list::own() == nullptr || !use_named_objects()) {

@@ -35,7 +35,7 @@ bool exists_in_process(std::uint32_t thread) noexcept
     return ::syscall(SYS_tgkill, ::getpid(), thread, 0) == 0 || errno != ESRCH;
 }
 
-// A call that changes nothing and takes the number of any thread.
+// sched_getscheduler changes nothing and accepts the number of any thread of the namespace.
 bool exists_in_namespace(std::uint32_t thread) noexcept
 {
     return ::syscall(SYS_sched_getscheduler, thread) >= 0 || errno != ESRCH;

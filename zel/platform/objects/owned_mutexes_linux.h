@@ -5,20 +5,21 @@
 #include <atomic>
 #include <cstdint>
 
-/// What becomes of mutexes whose owner ends.
+/// What happens to mutexes whose owner ends: its end abandons them.
 namespace zel::platform {
 
-/// Has the calling thread's end abandon what it owns.
+/// Registers the calling thread, so that its end abandons the mutexes that it owns.
 /// \returns its `this_thread.owner_number`; 0 with last error 8.
 std::uint32_t make_owner() noexcept;
 
-/// What mutexes know the calling thread by.
+/// The number by which mutexes know the calling thread; 0 with last error 8 when it cannot be
+/// registered.
 inline std::uint32_t owner_number() noexcept
 {
     return this_thread.owner_number != 0 ? this_thread.owner_number : make_owner();
 }
 
-/// The calling thread's count of the mutexes that it owns goes up or down by one.
+/// Changes the calling thread's count of the mutexes that it owns.
 inline void count_hold(std::uint32_t one) noexcept
 {
     std::atomic<std::uint32_t> & holds = this_thread.holds;
@@ -27,9 +28,9 @@ inline void count_hold(std::uint32_t one) noexcept
 }
 constexpr std::uint32_t one_hold_less = 0xFFFFFFFF;
 
-/// \name Whether a thread is there
-/// For ends of owners that nobody tells. The number may be another thread's by now; then the answer
-/// is true until that has ended too.
+/// \name Whether a thread exists
+/// For owners whose end was not reported. The host may have given the number to another thread;
+/// then the answer is true until that thread has ended too.
 /// @{
 bool exists_in_process(std::uint32_t thread) noexcept;
 bool exists_in_namespace(std::uint32_t thread) noexcept;

@@ -20,19 +20,19 @@ constinit atomic<std::uint64_t> known_process_mark{0};
 namespace {
 
 constexpr char const * file_of_locks = "processes";
-constexpr std::uint64_t mark_mask = 0xFF'FFFF'FFFE; // even: the odd byte is the children's
+constexpr std::uint64_t mark_mask = 0xFF'FFFF'FFFE; // even: the next byte is for children
 constexpr std::size_t page = 4096;
 
 struct life_lock {
-    void * mapping; // which keeps the lock; null for none
+    void * mapping; // keeps the lock; null for none
     std::uint64_t mark;
     struct stat file;
 };
 
 constinit brief_lock registration;
 constinit life_lock own_lock{};
-constinit life_lock inherited_lock{}; // of a child, on the byte behind its parent's mark
-constinit life_lock lock_of_fork{}; // of the fork that is being made
+constinit life_lock inherited_lock{}; // in a child: on the byte after its parent's mark
+constinit life_lock lock_of_fork{}; // during a fork: the lock that the child will inherit
 constinit atomic<bool> has_forked{false};
 constinit atomic<std::uint64_t> known_namespace{0};
 
@@ -84,15 +84,15 @@ struct flock lock_on(std::uint64_t byte, std::uint64_t count, bool shared)
     return lock;
 }
 
-void let_go(life_lock & lock)
+void release_lock(life_lock & lock)
 {
     if (void * const mapping = std::exchange(lock.mapping, nullptr)) {
         ::munmap(mapping, page);
     }
 }
 
-/// Locks a byte for as long as the process's memory lives.
-/// \returns false with `errno`, `EAGAIN` when somebody else has it.
+/// Locks a byte as long as the process's memory exists.
+/// \returns false with `errno`; `EAGAIN` when another process has the lock.
 bool keep_lock(user_folder const & folder, std::uint64_t byte, bool shared, bool for_child,
                life_lock & result)
 {
@@ -106,7 +106,7 @@ bool keep_lock(user_folder const & folder, std::uint64_t byte, bool shared, bool
     if (::fcntl(file.get(), F_OFD_SETLK, &lock) != 0) {
         return false;
     }
-    // Nothing is ever read there: it only keeps the file open.
+    // The mapping is never accessed: it only keeps the file open.
     void * const mapping = ::mmap(nullptr, page, PROT_NONE, MAP_SHARED, file.get(), 0);
     if (mapping == MAP_FAILED) {
         return false;
@@ -134,25 +134,26 @@ std::uint64_t register_process(user_folder const & folder,
     bool done = true;
     if (own_lock.mapping != nullptr) {
         if (!folder.leads_to(file_of_locks, own_lock.file)) {
-            // Somebody has emptied the folder: others look into a new file.
+            // The folder was emptied: other processes look into a new file.
             life_lock fresh{nullptr, own_lock.mark, {}};
             done = keep_lock(folder, own_lock.mark, false, false, fresh) || fail_to_register();
             if (done) {
-                own_lock = fresh; // the old mapping stays: of another user's folder, if it changed
+                // The old mapping stays: after a change of the user, the old folder still exists.
+                own_lock = fresh;
             }
         }
     } else {
         do {
             own_lock.mark = random_mark();
             done = keep_lock(folder, own_lock.mark, false, false, own_lock);
-        } while (!done && errno == EAGAIN); // somebody has the same
+        } while (!done && errno == EAGAIN); // another process has the same mark
         if (!done) {
             fail_to_register();
         } else {
             if (adopt != nullptr) {
                 adopt(own_lock.mark);
             }
-            let_go(inherited_lock);
+            release_lock(inherited_lock);
             inherited_lock.mark = 0;
             known_process_mark.store(own_lock.mark, std::memory_order_release);
         }
@@ -215,10 +216,10 @@ bool has_forked_children() noexcept
     return false;
 }
 
-// The child gets the mapping, and with it the lock, in the moment in which it comes to be.
+// The child has the mapping, and with it the lock, from its first moment on.
 void prepare_inheritance() noexcept
 {
-    add_to_depth(1); // the thread that forks is not stopped while it has the lock
+    add_to_depth(1); // the forking thread must not be stopped while it holds the lock
     registration.lock();
     std::uint64_t const mark = own_lock.mapping != nullptr ? own_lock.mark : inherited_lock.mark;
     lock_of_fork = {nullptr, mark, {}};
@@ -233,18 +234,18 @@ void prepare_inheritance() noexcept
 
 void leave_inheritance_to_child() noexcept
 {
-    let_go(lock_of_fork);
+    release_lock(lock_of_fork);
     registration.unlock();
-    uninterrupted const guard; // stops at its end, if told to meanwhile
+    uninterrupted const guard; // its end stops the thread if that was requested meanwhile
     add_to_depth(0xFFFFFFFF);
 }
 
 void inherit() noexcept
 {
     registration.reset();
-    let_go(inherited_lock); // of the parent, which had it from its own parent
+    release_lock(inherited_lock); // the parent's, inherited from its own parent
     inherited_lock = lock_of_fork;
-    own_lock.mapping = nullptr; // it is not here
+    own_lock.mapping = nullptr; // MADV_DONTFORK: a child does not have it
     known_process_mark.store(0, std::memory_order_relaxed);
     known_namespace.store(0, std::memory_order_relaxed);
     has_forked.store(false, std::memory_order_relaxed);

@@ -18,7 +18,7 @@ constinit thread_local robust_list * robust_list::own_ = nullptr;
 
 robust_list * robust_list::find() noexcept
 {
-    // A fork leaves the child the list of the forking thread, at the same address and empty.
+    // After a fork, the child has the list of the forking thread at the same address, empty.
     robust_list * list = nullptr;
     std::size_t size = 0;
     if (::syscall(SYS_get_robust_list, 0, &list, &size) != 0 || list == nullptr

@@ -6,21 +6,21 @@
 #include <cstddef>
 #include <cstdint>
 
-/// The list of words that a thread owns, which the kernel walks when the thread ends in whatever
-/// way, or its process calls exec: in each word that still holds the thread's number it sets
-/// `owner_died` in the place of the number and wakes one sleeper (get_robust_list(2), and
+/// The list of lock words that a thread owns. The kernel walks it when the thread ends, in whatever
+/// way, and when its process calls exec. In each word that still contains the thread's number, the
+/// kernel replaces the number by `owner_died` and wakes one sleeper (get_robust_list(2), and
 /// Documentation/locking/robust-futexes.rst of the kernel).
 ///
-/// A thread has one such list and the C library has put its own locks on it, so nodes here look
-/// like the C library's: the word lies 32 bytes in front of `next`, and `previous` right before it.
-/// An entry is the address of a node's `next`.
+/// A thread has only one such list, and the C library puts its own locks on it. So the nodes here
+/// have the layout of the C library's: the word lies 32 bytes before `next`, and `previous`
+/// directly before `next`. An entry is the address of a node's `next`.
 ///
-/// Every change of a word that others may have to hear of stands between `announce` and `withdraw`:
-/// should the thread end in between, the kernel looks at the announced word too, and if it finds
-/// nobody's number there it wakes a sleeper, who then sees to the rest. A word that is announced and
-/// on the list counts once; it may stay announced as long as the thread owns it.
+/// Every change of a word that other threads may have to notice is made between `announce` and
+/// `withdraw`. If the thread ends in between, the kernel checks the announced word too. If the word
+/// contains no owner, the kernel wakes a sleeper, who then handles the rest. A word that is both
+/// announced and on the list counts once; it may stay announced as long as the thread owns it.
 ///
-/// The kernel follows 2,048 entries of a list.
+/// The kernel follows at most 2,048 entries of a list.
 namespace zel::platform {
 
 struct robust_node {
@@ -28,16 +28,16 @@ struct robust_node {
     atomic<std::uintptr_t> next;
 };
 
-/// How far in front of a node's `previous` its word lies.
+/// How many bytes before a node's `previous` its word lies.
 constexpr std::size_t robust_word_distance = 24;
 
 class robust_list {
 public:
     /// The calling thread's list.
-    /// \returns null, with last error 1450, when the host has none or lays it out differently.
+    /// \returns null, with last error 1450, when the host has no list or uses another layout.
     static robust_list * own() noexcept { return own_ != nullptr ? own_ : find(); }
 
-    /// The same, or null when nobody has asked for it yet.
+    /// The same, or null before the first call of `own` on this thread.
     static robust_list * own_if_known() noexcept { return own_; }
 
     [[gnu::always_inline]] void announce(robust_node & node) noexcept
@@ -46,8 +46,8 @@ public:
         signal_fence();
     }
 
-    /// For a node that mostly is announced still: a step with a lock prefix waits for every store
-    /// before it, but not for a load.
+    /// Skips the store when the node is already announced: a store would delay the caller's next
+    /// atomic operation, a load does not.
     [[gnu::always_inline]] void announce_again(robust_node & node) noexcept
     {
         if (pending_.load(std::memory_order_relaxed) != entry_of(node)) {
@@ -56,8 +56,8 @@ public:
         signal_fence();
     }
 
-    /// Tells of a word that is nobody's and has no node.
-    /// \param word  its address; what lies behind it is not looked at.
+    /// Announces a word that has no owner and no node.
+    /// \param word  its address; the memory behind the word is not accessed.
     void announce_word(void const * word) noexcept
     {
         pending_.store(reinterpret_cast<std::uintptr_t>(word) + 32, std::memory_order_relaxed);
@@ -70,7 +70,7 @@ public:
         pending_.store(0, std::memory_order_relaxed);
     }
 
-    /// The node's word holds the calling thread's number, and the node is announced.
+    /// Adds a node that is announced and whose word contains the calling thread's number.
     [[gnu::always_inline]] void add(robust_node & node) noexcept
     {
         std::uintptr_t const first = first_.load(std::memory_order_relaxed);
@@ -82,7 +82,7 @@ public:
         signal_fence();
     }
 
-    /// The node is in this list, and announced.
+    /// Removes a node that is in this list and announced.
     [[gnu::always_inline]] void remove(robust_node & node) noexcept
     {
         std::uintptr_t const next = node.next.load(std::memory_order_relaxed);
@@ -102,7 +102,7 @@ private:
     {
         return reinterpret_cast<std::uintptr_t>(&node.next);
     }
-    // The lowest bit of an entry is the C library's mark for another sort of lock.
+    // The C library sets the lowest bit of an entry for another kind of lock.
     static link & next_of(std::uintptr_t entry) noexcept
     {
         return *reinterpret_cast<link *>(entry & ~std::uintptr_t{1});
@@ -117,7 +117,7 @@ private:
 
     [[gnu::tls_model("initial-exec")]] static constinit thread_local robust_list * own_;
 
-    // As the kernel has it in struct robust_list_head.
+    // The layout of the kernel's struct robust_list_head.
     link first_;
     std::int64_t offset_;
     link pending_;

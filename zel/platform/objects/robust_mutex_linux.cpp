@@ -22,7 +22,7 @@ struct waited_mutex {
         if (!take_announced(mutex, caller, now, flags)) {
             return false;
         }
-        mutex.ownership.more_holds.store(0, std::memory_order_relaxed); // of one that ended
+        mutex.ownership.more_holds.store(0, std::memory_order_relaxed); // of an owner that died
         return true;
     }
 
@@ -42,8 +42,8 @@ struct waited_mutex {
 std::uint32_t wait_for(robust_mutex & mutex, robust_caller const & caller,
                        std::int64_t until) noexcept
 {
-    // All the time: a process that is killed between its wake-up and its taking has the kernel wake
-    // the next.
+    // Announced during the whole wait: if the process is killed between the wake-up and taking the
+    // lock, the kernel wakes the next sleeper.
     caller.list->announce(mutex.ownership.node);
     std::uint32_t const result
         = wait_for_owner(waited_mutex{mutex, caller, mutex.state, mutex.kept_out}, until);

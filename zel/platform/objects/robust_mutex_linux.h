@@ -8,28 +8,30 @@
 #include <cstddef>
 #include <cstdint>
 
-/// A lock in memory that processes of one pid namespace share, whose owner's end the kernel tells to
-/// the next: the word of mutex_word.h on the robust list of its owner. The high half of the state
-/// counts those that went to sleep.
+/// A lock in memory that processes of one pid namespace share: the word of mutex_word.h, on its
+/// owner's robust list. When the owner ends, the kernel reports it to the next owner. The high half
+/// of the state counts the threads that went to sleep.
 ///
-/// What each step keeps, beside what mutex_wait.h says:
-/// - A thread announces the word before it takes it, as long as it waits for it, and before it gives
-///   it back. Killed anywhere in between, the kernel finds the thread's number in the word and tells
-///   of its end, or finds nobody's and wakes a sleeper, who sees to the rest.
-/// - The kernel compares numbers of threads. In one namespace no two threads that live have the
-///   same, so it never takes the lock from an owner that lives. Processes of other namespaces must
-///   not use the same word: mutex_lanes_linux.h.
-/// - A waiter may be killed after it was woken and before it took the lock, and a third party may
-///   take it in between. So the flag survives the release, until a wake has found nobody: the count
-///   proves that nobody went to sleep between that wake and the exchange that clears the flag.
+/// Invariants, in addition to those of mutex_wait.h:
+/// - A thread announces the word before it takes it, while it waits for it, and before it releases
+///   it. If the thread is killed in between, the kernel either finds its number in the word and
+///   marks the owner as dead, or finds no owner and wakes a sleeper, who handles the rest.
+/// - The kernel compares thread numbers. Within one namespace no two living threads have the same
+///   number, so the kernel never takes the lock from a living owner. Processes of other namespaces
+///   must not use the same word: see mutex_lanes_linux.h.
+/// - A waiter may be killed after it was woken and before it took the lock, and another thread may
+///   take the lock in between. So the flag stays set after a release, until a wake has found no
+///   sleeper. The count proves that no thread went to sleep between that wake and the exchange that
+///   clears the flag.
 namespace zel::platform {
 
-/// What lies behind the state.
+/// The members behind the state.
 struct mutex_ownership {
     robust_node node;
     atomic<std::uint32_t> more_holds; // of the owner, beyond the first; 0 for a free one
-    atomic<std::uint64_t> process; // the mark of the owner's (process_life_linux.h)
-    /// Where the owner has this structure: a process may see the same memory at several addresses.
+    atomic<std::uint64_t> process; // the mark of the owner's process (process_life_linux.h)
+    /// The address of this structure in the owner's mapping: a process may have the same memory at
+    /// several addresses.
     atomic<std::uintptr_t> home;
 };
 
@@ -43,11 +45,11 @@ struct alignas(64) robust_mutex {
 static_assert(offsetof(robust_mutex, ownership) == robust_word_distance);
 static_assert(sizeof(robust_mutex) == 64);
 
-/// Who calls.
+/// The calling thread.
 struct robust_caller {
     robust_list * list;
-    std::uint32_t self; // its number, as the kernel knows it
-    std::uint64_t process; // the mark
+    std::uint32_t self; // the kernel's number of it
+    std::uint64_t process; // the mark of its process
 };
 
 inline bool is_mine(robust_mutex const & mutex, robust_caller const & caller,
@@ -57,7 +59,8 @@ inline bool is_mine(robust_mutex const & mutex, robust_caller const & caller,
         && mutex.ownership.process.load(std::memory_order_relaxed) == caller.process;
 }
 
-/// One step from a state without an owner. The node is announced, and stays so.
+/// Takes the lock in one step from a state without an owner. The node is announced before and stays
+/// announced.
 /// \param expected  updated on failure.
 [[gnu::always_inline]] inline bool take_announced(robust_mutex & mutex,
                                                   robust_caller const & caller,
@@ -70,7 +73,7 @@ inline bool is_mine(robust_mutex const & mutex, robust_caller const & caller,
     }
     count_hold(1);
     caller.list->add(mutex.ownership.node);
-    // Mostly they hold that already.
+    // Usually they have these values already.
     auto const home = reinterpret_cast<std::uintptr_t>(&mutex.ownership);
     if (mutex.ownership.process.load(std::memory_order_relaxed) != caller.process
         || mutex.ownership.home.load(std::memory_order_relaxed) != home) {
@@ -80,8 +83,8 @@ inline bool is_mine(robust_mutex const & mutex, robust_caller const & caller,
     return true;
 }
 
-/// Takes a free lock. It stays announced, which spares the release doing it again, as long as the C
-/// library's locks do not take its place.
+/// Takes a free lock. The node stays announced, unless a lock of the C library is announced in its
+/// place; that spares the release announcing it again.
 [[gnu::always_inline]] inline bool take_free(robust_mutex & mutex, robust_caller const & caller,
                                              std::uint64_t state) noexcept
 {
@@ -93,7 +96,7 @@ inline bool is_mine(robust_mutex const & mutex, robust_caller const & caller,
     return taken;
 }
 
-/// Gives the only hold of the caller's back when nobody may sleep.
+/// Releases the caller's only hold if no thread may sleep.
 /// \returns false when nothing was done.
 [[gnu::always_inline]] inline bool give_back_unwatched(robust_mutex & mutex,
                                                        robust_caller const & caller,
@@ -110,24 +113,25 @@ inline bool is_mine(robust_mutex const & mutex, robust_caller const & caller,
         caller.list->withdraw();
         count_hold(one_hold_less);
     } else {
-        caller.list->add(mutex.ownership.node); // the flag has come
+        caller.list->add(mutex.ownership.node); // a thread has set the flag meanwhile
     }
     return freed;
 }
 
-/// Gives the only hold of the caller's back, and wakes one that sleeps. The caller is inside
-/// `uninterrupted`, and the memory stays mapped meanwhile.
-/// \param left  what is left in the word beside the flag: 0, or `owner_died` for a caller that ends.
+/// Releases the caller's only hold, and wakes one sleeper. The caller is inside `uninterrupted`,
+/// and the memory stays mapped meanwhile.
+/// \param left  the bits that stay in the word besides the flag: 0, or `owner_died` if the caller
+///              ends.
 void free_and_wake(robust_mutex & mutex, robust_caller const & caller,
                    std::uint32_t left = 0) noexcept;
 
-/// Waits for a lock that is not the caller's, who is inside `uninterrupted` once.
+/// Waits for a lock that the caller does not own. The caller is inside exactly one `uninterrupted`.
 /// \param until  nanoseconds of the monotonic clock; negative for no limit, 0 only tests.
 /// \returns 0, 128, 258 or `wait_stopped`.
 std::uint32_t wait_for(robust_mutex & mutex, robust_caller const & caller,
                        std::int64_t until) noexcept;
 
-/// Whether the kernel may follow a thread of this process to the lock at its address here.
+/// True if the lock may be on the robust list of a thread of this process, at this address.
 bool is_on_a_list_here(robust_mutex const & mutex, std::uint64_t process) noexcept;
 
 } // namespace zel::platform

@@ -32,7 +32,7 @@ struct unnamed_mutex {
             return false;
         }
         count_hold(1);
-        mutex_room_of(slot).more_holds.store(0, std::memory_order_relaxed); // of one that ended
+        mutex_room_of(slot).more_holds.store(0, std::memory_order_relaxed); // of an owner that died
         return true;
     }
 
@@ -67,11 +67,11 @@ bool hold_again(handle_slot & slot)
     return true;
 }
 
-// Gives the mutex back when somebody may sleep. Once it is free its handle may be closed: then
-// nothing but its state may be looked at, whose tag tells.
+// Releases the mutex when a thread may sleep. Once the mutex is free, another thread may close its
+// handle: from then on only the slot's state may be read, and its tag has to be checked.
 void free_and_wake(handle_slot & slot, std::uint64_t now)
 {
-    uninterrupted const guard; // between the two steps nobody else would wake the sleeper
+    uninterrupted const guard; // between the two steps no other thread would wake the sleeper
     bool const reserve = mutex_room_of(slot).kept_out.load(std::memory_order_relaxed) != 0;
     std::uint64_t freed;
     do {
@@ -138,8 +138,8 @@ std::uint32_t wait_for_unnamed_mutex(handle_slot & slot, void * handle,
     }
     std::int64_t const until = milliseconds == 0 ? 0 : moment_after(milliseconds);
     for (;;) {
-        // A thread that is told to stop does so at the end of this, without the pin: it may be
-        // terminated there.
+        // A thread that is told to stop does so at the end of this block, after the pin was
+        // dropped: it may be terminated there.
         uninterrupted const guard;
         if (!pin(slot, handle)) {
             set_last_error(error_invalid_handle);
@@ -181,7 +181,7 @@ bool close_unnamed_mutex(handle_slot & slot, void * handle) noexcept
     if (!retire(slot, handle, word, handle_kind::closed_mutex)) {
         return fail(error_invalid_handle);
     }
-    // If nobody sleeps on it, nobody can tell any more that it is owned.
+    // If no thread sleeps on it, no thread can observe any more that it is owned.
     std::uint32_t const self = owner_number();
     bool const unwatched = word_of(slot.references.load(std::memory_order_acquire)) == 1;
     if (unwatched && self != 0 && (word & thread_mask) == self) {

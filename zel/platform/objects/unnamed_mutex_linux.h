@@ -7,20 +7,20 @@
 #include "zel/platform/waits/handles.h"
 #include <cstdint>
 
-/// Mutexes without a name: the word of mutex_word.h in the slot's state, the rest in its room.
+/// Mutexes without a name: the word of mutex_word.h is in the slot's state, the rest in its room.
 ///
-/// Nothing of the host's is told what a thread owns. The thread counts it, and at its end, if the
-/// count is not 0, looks the table of handles through once for mutexes that bear its number. A thread
-/// that is terminated may be between the taking and the counting, and looks in any case. Either does
-/// that itself, so that nobody else can have the number yet.
+/// The host does not know which mutexes a thread owns. The thread counts them. If the count is not
+/// 0 at its end, the thread searches the table of handles once for mutexes with its number. A
+/// thread that is terminated may have taken a mutex and not counted it yet, so it always searches.
+/// Both run on the ending thread itself, while no other thread can have its number.
 ///
-/// A handle that is closed while threads sleep on the mutex leaves a slot of the kind
-/// `closed_mutex`: its owner's end is told to them all the same. With the last of them the slot is
-/// free.
+/// If a handle is closed while threads sleep on the mutex, its slot stays with the kind
+/// `closed_mutex`, so that the sleepers still learn of the owner's end. The last sleeper frees the
+/// slot.
 namespace zel::platform {
 
 struct unnamed_mutex_room {
-    atomic<std::uint32_t> more_holds; // of the owner, beyond the first; the owner's alone
+    atomic<std::uint32_t> more_holds; // of the owner, beyond the first; only the owner uses it
     atomic<std::uint32_t> kept_out;
 };
 static_assert(sizeof(unnamed_mutex_room) <= sizeof(handle_slot::room));
@@ -31,17 +31,17 @@ inline unnamed_mutex_room & mutex_room_of(handle_slot & slot) noexcept
     return *static_cast<unnamed_mutex_room *>(room);
 }
 
-/// The state of a mutex that is free, of a living handle.
+/// The state of a free mutex with a living handle.
 inline std::uint64_t free_state_of(void * handle) noexcept
 {
     return std::uint64_t{tag_of(reinterpret_cast<std::uintptr_t>(handle))} << 32;
 }
 
-/// \name What is one exchange
-/// What it expects follows from the handle: a load of the state before would wait for the last
-/// exchange. So a handle that is dead, or of an owner that has taken it more than once, fails.
+/// \name Fast paths, of one exchange each
+/// The expected state is computed from the handle, because loading it first would wait for the last
+/// exchange. So the exchange fails for a dead handle, and for an owner with more than one hold.
 /// \param self  `this_thread.owner_number`
-/// \returns false when nothing was done: the function of the same job sees to it.
+/// \returns false when nothing was done: call `wait_for_unnamed_mutex` or `release_unnamed_mutex`.
 /// @{
 inline bool take_free_mutex(handle_slot & slot, void * handle, std::uint32_t self) noexcept
 {
@@ -51,7 +51,7 @@ inline bool take_free_mutex(handle_slot & slot, void * handle, std::uint32_t sel
                                                std::memory_order_relaxed)) {
         return false;
     }
-    count_hold(1); // not in front: an exchange waits for all stores before it
+    count_hold(1); // not before the exchange, which would wait for this store
     return true;
 }
 
@@ -78,11 +78,12 @@ std::uint32_t wait_for_unnamed_mutex(handle_slot & slot, void * handle,
 bool release_unnamed_mutex(handle_slot & slot, void * handle) noexcept;
 bool close_unnamed_mutex(handle_slot & slot, void * handle) noexcept;
 
-/// At the calling thread's end: abandons what it owns.
-/// \param self  the number that it had as an owner.
+/// At the calling thread's end: abandons the mutexes that it owns.
+/// \param self  the thread's `owner_number`.
 void abandon_unnamed_mutexes(std::uint32_t self) noexcept;
 
-/// In the child after a fork, for a slot with a living handle: no thread of the parent is here.
+/// In the child after a fork, for a slot with a living handle: abandons a mutex that a thread of
+/// the parent owned.
 void abandon_parents_mutex(handle_slot & slot) noexcept;
 
 } // namespace zel::platform

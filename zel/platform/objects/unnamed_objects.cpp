@@ -8,21 +8,21 @@
 
 // The word of an object:
 //
-//     bits 0 to 30  the units that are free: of a semaphore up to its maximum, of an event 1 when
-//                   it is set. A wait takes one, but from a manual-reset event none
-//     bit 31        `queued`: somebody waits, and then no unit is free
+//     bits 0 to 30  the number of free units: of a semaphore up to its maximum, of an event 1 when
+//                   it is set. A wait takes one; a wait for a manual-reset event takes none
+//     bit 31        `queued`: a thread waits, and no unit is free
 //
-// Without `queued` every operation is one exchange of the word. With it only those that hold the
-// queue's lock change the word; a unit is then not put down for whoever comes first but given to
-// the first in the queue, who leaves the queue in the same step. Nothing has to be taken after the
-// wake-up, so a latecomer cannot take it.
+// Without `queued` every operation is one exchange of the word. With `queued` only the holder of
+// the queue's lock changes the word. A released unit is then handed over to the first waiter, who
+// leaves the queue in the same step. A waiter need not take anything after its wake-up, so no other
+// thread can take its unit.
 //
-// The word is written before anybody in the queue is given anything: an operation takes effect with
-// that write, for those that look at the word and for those in the queue, who cannot leave it
+// The word is written before a unit is handed over to a waiter. An operation takes effect with that
+// write, both for threads that read the word and for waiters in the queue, who cannot leave it
 // meanwhile.
 //
-// What was given belongs to the waiter: a thread that is told to stop leaves the queue, but if it
-// had just been given a unit it keeps that, and its wait is over when it is resumed.
+// A unit that was handed over belongs to the waiter. A thread that is told to stop leaves the
+// queue; if it has just been given a unit it keeps it, and its wait ends when it is resumed.
 namespace zel::platform {
 namespace {
 
@@ -35,7 +35,7 @@ struct waiter {
 };
 
 struct waiter_queue {
-    atomic<std::uint32_t> maximum; // where maximum_of looks
+    atomic<std::uint32_t> maximum; // first: maximum_of relies on it
     brief_lock lock;
     waiter * first;
     waiter * last;
@@ -54,8 +54,8 @@ struct waiter_queue {
         (one.next == nullptr ? last : one.next->previous) = one.previous;
     }
 
-    // The waiter may be gone with its stack as soon as `granted` is set; waking needs only the
-    // address. A false wake-up there does no harm to whoever sleeps on that address by then.
+    // The waiter and its stack may be gone as soon as `granted` is set. The wake needs only the
+    // address, and another thread that sleeps on that address by then tolerates a false wake-up.
     void grant_first() noexcept
     {
         waiter & one = *first;
@@ -79,7 +79,8 @@ bool refuse(std::uint32_t error)
     return false;
 }
 
-/// The right to touch the queue: the slot cannot change hands, and the thread is not stopped.
+/// Access to the queue: holds its lock and a pin, so that the slot is not reused, and the thread is
+/// not stopped.
 class queue_access {
 public:
     queue_access(handle_slot & slot, void * handle) noexcept
@@ -112,7 +113,8 @@ private:
     bool const pinned_;
 };
 
-// The tag may change under a pin, when the handle is closed, and without `queued` the word too.
+// Even under a pin the tag may change when the handle is closed. Without `queued` the word may
+// change too.
 void set_word(handle_slot & slot, std::uint32_t word)
 {
     std::uint64_t state = slot.state.load(std::memory_order_relaxed);
@@ -120,8 +122,8 @@ void set_word(handle_slot & slot, std::uint32_t word)
                                              std::memory_order_acq_rel)) { }
 }
 
-// Under the queue's lock: lets the first `most` of those that wait through. When nobody is left, the
-// word becomes `units` less what each of them takes.
+// Under the queue's lock: hands a unit over to each of the first `most` waiters. If no waiter is
+// left, the word becomes `units` minus `each` for every one of them.
 void distribute(handle_slot & slot, waiter_queue & queue, std::uint32_t most, std::uint32_t units,
                 std::uint32_t each)
 {
@@ -140,7 +142,7 @@ void distribute(handle_slot & slot, waiter_queue & queue, std::uint32_t most, st
 
 constexpr std::uint32_t everybody = 0x7FFFFFFF;
 
-// Under the queue's lock: takes a unit, or else announces a waiter.
+// Under the queue's lock: takes a unit, or sets `queued`.
 bool take_or_announce(handle_slot & slot, bool manual)
 {
     std::uint64_t state = slot.state.load(std::memory_order_acquire);
@@ -166,9 +168,10 @@ void leave(handle_slot & slot, waiter_queue & queue, waiter & self)
     }
 }
 
-enum class outcome { given, late, stopped };
+enum class outcome { given, timed_out, stopped };
 
-// Waits once, from joining the queue to leaving it.
+// Waits once: joins the queue, sleeps, leaves it. This is where a wait for an unnamed event or
+// semaphore times out.
 outcome wait_in_queue(handle_slot & slot, waiter_queue & queue, bool manual, std::int64_t until)
 {
     waiter self;
@@ -188,7 +191,7 @@ outcome wait_in_queue(handle_slot & slot, waiter_queue & queue, bool manual, std
         if (self.granted.load(std::memory_order_acquire) != 0) {
             return outcome::given;
         }
-    } while (reason != wake_reason::late && !told_to_stop());
+    } while (reason != wake_reason::timed_out && !told_to_stop());
 
     queue.lock.lock();
     bool const given = self.granted.load(std::memory_order_relaxed) != 0;
@@ -199,7 +202,7 @@ outcome wait_in_queue(handle_slot & slot, waiter_queue & queue, bool manual, std
     if (given) {
         return outcome::given;
     }
-    return reason == wake_reason::late ? outcome::late : outcome::stopped;
+    return reason == wake_reason::timed_out ? outcome::timed_out : outcome::stopped;
 }
 
 std::uint32_t wait_slowly(handle_slot & slot, void * handle, bool manual,
@@ -207,8 +210,8 @@ std::uint32_t wait_slowly(handle_slot & slot, void * handle, bool manual,
 {
     std::int64_t const until = moment_after(milliseconds);
     for (;;) {
-        // A thread that is told to stop does so at the end of this, without the pin: it may be
-        // terminated there.
+        // A thread that is told to stop does so at the end of this block, after the pin was
+        // dropped: it may be terminated there.
         uninterrupted const guard;
         if (!pin(slot, handle)) {
             set_last_error(error_invalid_handle);
@@ -224,8 +227,8 @@ std::uint32_t wait_slowly(handle_slot & slot, void * handle, bool manual,
     }
 }
 
-/// Puts another word in the place of one without `queued`.
-/// \param before  takes the old word; when that is `queued`, nothing has been done.
+/// Replaces a word that has no `queued`.
+/// \param before  receives the old word; if that is `queued`, nothing was changed.
 bool exchange(handle_slot & slot, void * handle, std::uint32_t & before, std::uint32_t after)
 {
     std::uint64_t state = slot.state.load(std::memory_order_relaxed);
@@ -234,8 +237,8 @@ bool exchange(handle_slot & slot, void * handle, std::uint32_t & before, std::ui
             return refuse(error_invalid_handle);
         }
         before = word_of(state);
-        // Also when the word stays the same: what this thread did before becomes visible to the
-        // thread that is let through.
+        // Written even if the word stays the same, so that what this thread did before becomes
+        // visible to the thread that is let through.
     } while (before != queued
              && !slot.state.compare_exchange_weak(state, with_word(state, after),
                                                   std::memory_order_acq_rel,
@@ -347,7 +350,7 @@ bool release_unnamed_semaphore(handle_slot & slot, void * handle, std::uint32_t 
             }
             state = slot.state.load(std::memory_order_relaxed);
             if (word_of(state) != queued) {
-                continue; // the last one has left meanwhile
+                continue; // the last waiter has left meanwhile
             }
             distribute(slot, *queue, count, count, 1);
         }

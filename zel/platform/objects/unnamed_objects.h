@@ -5,8 +5,8 @@
 #include "zel/platform/waits/handles.h"
 #include <cstdint>
 
-/// Events and semaphores without a name: the word in the slot's state, the queue of waiters in its
-/// room. The handles are of the kinds auto_event, manual_event and semaphore; results and last
+/// Events and semaphores without a name: the word is in the slot's state, the queue of waiters in
+/// its room. The handles are of the kinds auto_event, manual_event and semaphore. Results and last
 /// errors as in kernel_objects.h.
 namespace zel::platform {
 
@@ -14,17 +14,19 @@ namespace zel::platform {
 /// \returns null with the last error of `take_slot`.
 void * create_unnamed(handle_kind kind, std::uint32_t initial, std::uint32_t maximum) noexcept;
 
-/// Of a semaphore; it stands first in the room. Means nothing when the handle is not alive.
+/// The maximum of a semaphore, the first member of the room. Meaningless when the handle is not
+/// alive.
 inline std::uint32_t maximum_of(handle_slot const & slot) noexcept
 {
     void const * const room = slot.room;
     return static_cast<atomic<std::uint32_t> const *>(room)->load(std::memory_order_relaxed);
 }
 
-/// \name One exchange of the word, when that is all it takes
-/// \returns false when nothing was done: the function of the same job sees to it.
+/// \name Fast paths, of one exchange each
+/// \returns false when nothing was done: call the slow path, the function below for the same
+///          operation.
 /// @{
-/// \param state  of the slot, just loaded.
+/// \param state  the slot's state, just loaded.
 inline bool take_free_unit(handle_slot & slot, void * handle, std::uint64_t state) noexcept
 {
     return is_alive(state, handle) && word_of(state) - 1 < 0x7FFFFFFF
@@ -42,7 +44,7 @@ inline bool put_down(handle_slot & slot, void * handle, std::uint32_t count,
                                               std::memory_order_relaxed);
 }
 
-/// What giving one unit of a semaphore back mostly comes to, for callers to have inline.
+/// The fast path of releasing one unit of a semaphore, for callers to inline.
 /// \param handle  any value.
 inline bool put_down_one(void * handle) noexcept
 {
@@ -63,7 +65,8 @@ bool pulse_unnamed_event(handle_slot & slot, void * handle) noexcept;
 bool release_unnamed_semaphore(handle_slot & slot, void * handle, std::uint32_t count,
                                std::int32_t * previous) noexcept;
 
-/// In the child after a fork, for a slot with a living handle: nobody waits there.
+/// In the child after a fork, for a slot with a living handle: empties the queue, because no waiter
+/// exists there.
 void forget_waiters(handle_slot & slot) noexcept;
 
 } // namespace zel::platform

@@ -50,7 +50,7 @@ bool user_folder::open(bool create) noexcept
     char path[64];
     std::snprintf(path, sizeof path, "%s/zel-%u", shared_memory,
                   static_cast<unsigned>(::geteuid()));
-    // A few times: somebody may be removing it meanwhile.
+    // Try a few times: another process may be removing the folder meanwhile.
     for (int i = 0; i < 8; ++i) {
         folder_ = descriptor(::open(path, O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
         if (folder_.is_open()) {
@@ -68,7 +68,7 @@ bool user_folder::open(bool create) noexcept
             return fail(error_file_not_found);
         }
         if (::mkdir(path, 0700) == 0) {
-            ::chmod(path, 0700); // whatever the mask takes away
+            ::chmod(path, 0700); // the umask may have cleared bits
         } else if (errno != EEXIST) {
             return fail_in_shared_memory(errno);
         }
@@ -111,7 +111,7 @@ bool user_folder::make_file(char const * name, descriptor & file,
     }
     int failure = ::fstat(file.get(), &facts) != 0 ? errno : 0;
     if (failure == 0 && (facts.st_mode & 0777) != 0600 && ::fchmod(file.get(), 0600) != 0) {
-        failure = errno; // the mask had taken something away
+        failure = errno; // the umask had cleared bits
     }
     if (failure != 0) {
         ::unlinkat(folder_.get(), name, 0);

@@ -9,12 +9,13 @@ namespace zel::platform {
 
 /// The user's own folder in the host's shared memory, where named objects have their files.
 ///
-/// What is found there counts only when it belongs to the user alone. Failures set the last error:
-/// 5 for what another user could have put there, 8, 4, 1450 when the host has no shared memory.
+/// What is found there is used only if it belongs to the user alone. Failures set the last error: 5
+/// for anything that another user could have put there, 8 for memory, 4 for descriptors, 1450 when
+/// the host has no shared memory.
 class user_folder {
 public:
-    /// \param create  whether to make it when it is missing.
-    /// \returns false, with last error 2 when there is none and `create` is false.
+    /// \param create  true to make the folder if it is missing.
+    /// \returns false; with last error 2 when the folder is missing and `create` is false.
     bool open(bool create) noexcept;
 
     int get() const noexcept { return folder_.get(); }
@@ -23,18 +24,18 @@ public:
     /// Opens a file for reading and writing.
     found open_file(char const * name, descriptor & file, struct stat & facts) const noexcept;
 
-    /// Makes a file that is not there.
-    /// \returns false, with `errno` `EEXIST` when it is there.
+    /// Makes a new file.
+    /// \returns false, with `errno` `EEXIST` when the file exists.
     bool make_file(char const * name, descriptor & file, struct stat & facts) const noexcept;
 
-    /// Whether the name leads to the file with these facts.
+    /// True if the name leads to the file with these facts.
     bool leads_to(char const * name, struct stat const & facts) const noexcept;
 
 private:
     descriptor folder_; // with `O_PATH`
 };
 
-/// Sets the last error for what a call in the folder left in `errno`.
+/// Sets the last error from the `errno` of a call in the folder.
 /// \returns false.
 bool fail_in_shared_memory(int host_error) noexcept;
 

@@ -28,7 +28,7 @@
 namespace zel::platform {
 
 [[gnu::tls_model("initial-exec")]] constinit thread_local this_thread_state this_thread{
-    nullptr, &nobody_stops, 0, false, false, 0, {nullptr, nullptr}, 0, 0};
+    nullptr, &never_stopped, 0, false, false, 0, {nullptr, nullptr}, 0, 0};
 
 namespace {
 

@@ -150,7 +150,7 @@ bool stop_request::wait(std::uint32_t now) noexcept
 {
     wake_reason const reason
         = wait_interruptibly(record_.control, now, monotonic_now() + between_looks, false);
-    return reason != wake_reason::late || !is_refused();
+    return reason != wake_reason::timed_out || !is_refused();
 }
 
 bool stop_request::is_refused() noexcept

@@ -111,7 +111,7 @@ void end_own_thread(handle_slot & slot) noexcept
         }
     }
     this_thread.slot = nullptr;
-    this_thread.control = &nobody_stops;
+    this_thread.control = &never_stopped;
     abandon_holds(true);
     tell_end(record, leaving);
     release_thread(slot);
@@ -170,7 +170,7 @@ wake_reason wait_for_end(thread_record & record, std::uint32_t end, std::int64_t
         std::int64_t const next_look = monotonic_now() + short_slice;
         bool const is_last = until >= 0 && until <= next_look;
         reason = wait_interruptibly(record.end, being_reaped, is_last ? until : next_look, false);
-        if (reason == wake_reason::late && !is_last) {
+        if (reason == wake_reason::timed_out && !is_last) {
             reason = wake_reason::woken;
         }
     }
@@ -191,7 +191,7 @@ std::uint32_t wait_for_thread(void * handle, std::int64_t until) noexcept
         thread_record & record = record_of(*slot);
         std::uint32_t end = look_at_end(record);
         while (end != ended && !late && !told_to_stop()) {
-            late = wait_for_end(record, end, until) == wake_reason::late;
+            late = wait_for_end(record, end, until) == wake_reason::timed_out;
             end = look_at_end(record);
         }
         release_thread(*slot);

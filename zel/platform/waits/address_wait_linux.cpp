@@ -34,7 +34,7 @@ std::int64_t moment_after(std::uint32_t milliseconds) noexcept
 bool wait_on_address(atomic<std::uint32_t> const & word, std::uint32_t expected, std::int64_t until,
                      bool shared) noexcept
 {
-    // futex(2): FUTEX_WAIT_BITSET takes a moment where FUTEX_WAIT takes a span, so that a signal
+    // futex(2): FUTEX_WAIT_BITSET takes a deadline where FUTEX_WAIT takes a duration, so a signal
     // in the middle does not make the wait longer.
     int const operation = FUTEX_WAIT_BITSET | (shared ? 0 : FUTEX_PRIVATE_FLAG);
     timespec const moment{until / nanoseconds_a_second, until % nanoseconds_a_second};
@@ -52,9 +52,9 @@ int wake_address(atomic<std::uint32_t> const & word, int count, bool shared) noe
 
 void store_and_wake_all(atomic<std::uint32_t> & word, std::uint32_t value, bool shared) noexcept
 {
-    // futex(2): FUTEX_WAKE_OP changes the second word and wakes those on the first before anybody
-    // else gets at either; here both are the same. What is woken by the condition, if it holds, is
-    // nobody any more.
+    // futex(2): FUTEX_WAKE_OP changes the second word and wakes the sleepers of the first in one
+    // step. Here both words are the same. If its condition holds, it also wakes the sleepers of the
+    // second word, but there are none left.
     int const operation = FUTEX_WAKE_OP | (shared ? 0 : FUTEX_PRIVATE_FLAG);
     ::syscall(SYS_futex, &word, operation, INT_MAX, 0, &word,
               FUTEX_OP(FUTEX_OP_SET, static_cast<int>(value), FUTEX_OP_CMP_EQ, 0));
@@ -71,7 +71,7 @@ wake_reason wait_interruptibly(atomic<std::uint32_t> const & word, std::uint32_t
     case 0:
         return wake_reason::woken;
     case -ETIMEDOUT:
-        return wake_reason::late;
+        return wake_reason::timed_out;
     case -EINTR:
         return wake_reason::interrupted;
     default: // -EAGAIN
@@ -93,7 +93,7 @@ bool wait_for_either_interruptibly(atomic<std::uint32_t> const & first,
     timespec const moment{until / nanoseconds_a_second, until % nanoseconds_a_second};
     std::int64_t const result = zel_interruptible_syscall(
         SYS_futex_waitv, words, 2, 0, until < 0 ? nullptr : &moment, this_thread.control);
-    return result != -ENOSYS && result != -EPERM; // EPERM: a filter for system calls
+    return result != -ENOSYS && result != -EPERM; // EPERM: from a system call filter
 }
 
 } // namespace zel::platform

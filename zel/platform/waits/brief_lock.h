@@ -6,13 +6,13 @@
 
 namespace zel::platform {
 
-/// A lock for short work on the library's own data, taken inside `uninterrupted`. It needs no
-/// memory and no initialisation.
+/// A lock for short work on the library's own data; take it inside `uninterrupted`. It allocates
+/// nothing and needs no initialisation at run time.
 class brief_lock {
 public:
     void lock() noexcept;
     void unlock() noexcept;
-    /// In the child after a fork: free, whoever had it.
+    /// Frees the lock, in the child after a fork, where its holder may not exist.
     void reset() noexcept { word_.store(0, std::memory_order_relaxed); }
 
 private:

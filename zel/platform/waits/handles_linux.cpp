@@ -13,23 +13,23 @@ constinit atomic<handle_slot *> handle_blocks[most_handles / slots_a_block]{};
 
 namespace {
 
-// Slots that were in use before: the low half is one more than the number of the first, 0 for none.
-// The high half counts the changes, so that a pop that was overtaken by others notices it although
-// the same slot is on top again.
+// The list of slots that were used before and are free now. The low half is one more than the
+// number of the first slot, 0 for none. The high half counts the changes, so that a pop notices
+// that others changed the list meanwhile, even if the same slot is on top again.
 constinit atomic<std::uint64_t> free_slots{0};
-constinit atomic<std::uint32_t> used{0}; // the rest was never touched
+constinit atomic<std::uint32_t> used{0}; // slots from here on were never used
 
 constexpr std::size_t block_size = slots_a_block * sizeof(handle_slot);
 static_assert(most_handles * sizeof(handle_slot) <= word_mask);
 
-/// The block of a slot.
+/// Maps the block of a slot.
 bool make_block(std::uint32_t number)
 {
     atomic<handle_slot *> & block = handle_blocks[number / slots_a_block];
     if (block.load(std::memory_order_acquire) != nullptr) {
         return true;
     }
-    // All zero, and pages come with their first use.
+    // The memory is all zero; a page takes memory only from its first use on.
     void * const memory
         = ::mmap(nullptr, block_size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
     if (memory == MAP_FAILED) {
@@ -116,14 +116,14 @@ bool unpin(handle_slot & slot) noexcept
 
 bool retire(handle_slot & slot, void * handle, std::uint32_t & word, handle_kind left) noexcept
 {
-    // First no pin can be added, then no operation of the fast paths succeeds.
+    // First prevent new pins, then make the fast paths fail.
     std::uint64_t references = slot.references.load(std::memory_order_relaxed);
     do {
         if (!is_alive(references, handle)) {
             return false;
         }
     } while (!slot.references.compare_exchange_weak(references, references & word_mask));
-    // The generation stays, for publish() to go on from.
+    // The generation stays; publish() increments it.
     std::uint64_t state = slot.state.load(std::memory_order_relaxed);
     std::uint64_t const kind = std::uint64_t{15} << 32;
     while (!slot.state.compare_exchange_weak(

@@ -3,8 +3,9 @@
 
 namespace zel::platform {
 
-/// While one lives, its thread is neither suspended nor terminated: that waits for the end of the
-/// outermost one. Every lock of the library is held inside one, and briefly.
+/// While an object of this class exists, its thread is neither suspended nor terminated: requests
+/// wait for the end of the outermost one. Every lock of the library is held inside one, for a short
+/// time.
 class uninterrupted {
 public:
     uninterrupted() noexcept;
@@ -13,10 +14,10 @@ public:
     uninterrupted & operator=(uninterrupted const &) = delete;
 };
 
-/// Whether somebody wants to suspend or terminate the calling thread, which is inside
-/// `uninterrupted` once.
+/// True if another thread wants to suspend or terminate the calling thread. The calling thread is
+/// inside exactly one `uninterrupted`.
 bool told_to_stop() noexcept;
-/// Stops here if told to, and returns after the resume.
+/// Stops here if requested, and returns after the resume.
 void stop_if_told() noexcept;
 
 } // namespace zel::platform
