@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // One loop over poll for standard input and for a message queue:
 //     ls /usr/include | event_loop 8
-// Lines that come in go to a thread that shortens them; its answers come back as messages, and are
+// Input lines are passed to a thread that shortens them; its results come back as messages, and are
 // printed in between. The same descriptor works with epoll and with the loops of toolkits.
 #include <cerrno>
 #include <cstdio>
@@ -18,9 +18,9 @@ namespace {
 
 namespace platform = zel::platform;
 
-constexpr unsigned int line_read = 0x0400; // to the thread: lParam is a text that it takes over
-constexpr unsigned int line_done = 0x0401; // to the window: likewise
-constexpr unsigned int no_more = 0x0402; // both ways: the last one
+constexpr unsigned int line_read = 0x0400; // to the thread, which owns the text in lParam
+constexpr unsigned int line_done = 0x0401; // to the window, which owns the text in lParam
+constexpr unsigned int no_more = 0x0402; // in both directions: the last message
 
 [[noreturn]] void fail(zel::string const & message)
 {
@@ -38,7 +38,7 @@ std::unique_ptr<zel::string> as_text(std::intptr_t parameter)
     return std::unique_ptr<zel::string>(reinterpret_cast<zel::string *>(parameter));
 }
 
-// Ten thousand messages may wait in a queue; then the sender has to.
+// A queue holds ten thousand messages; when it is full, the sender has to wait.
 template <typename Post> void post_until_accepted(Post post)
 {
     while (!post()) {
@@ -57,7 +57,7 @@ public:
         , answers_(answers)
     {
     }
-    // Until then the thread has no queue to post to.
+    // Before that the thread has no queue.
     void wait_until_ready() { ready_.lock(platform::infinite); }
 
 protected:
@@ -100,7 +100,7 @@ std::intptr_t on_answer(window_handle, unsigned int message, std::uintptr_t,
     return 0;
 }
 
-// Dispatches what waits.
+// Dispatches the waiting messages.
 // \returns false after the quit message.
 bool serve_queue()
 {
@@ -122,7 +122,7 @@ void run(std::uint32_t length)
     worker->wait_until_ready();
     auto const send = [&](unsigned int message, std::intptr_t parameter) {
         post_until_accepted([&] {
-            serve_queue(); // or both would wait for each other
+            serve_queue(); // otherwise both threads would wait for each other
             return platform::post_thread_message(worker->get_id(), message, 0, parameter);
         });
     };
@@ -140,7 +140,7 @@ void run(std::uint32_t length)
         char block[4096];
         ::ssize_t const count = ::read(STDIN_FILENO, block, sizeof block);
         if (count <= 0) {
-            watched[0].fd = -1; // poll passes it over from now on
+            watched[0].fd = -1; // poll ignores it from now on
             if (!pending.empty()) {
                 send(line_read, as_parameter(std::make_unique<zel::string>(pending)));
             }

@@ -33,13 +33,14 @@ zel::path settings_file()
     return file;
 }
 
-/// A component knows its own section only; that it is `editor\window` in the file, its owner knows.
+/// A component knows only its own section; its owner knows that this is `editor\window` in the
+/// file.
 class window {
 public:
     explicit window(store settings)
         : settings_(std::move(settings))
     {
-        // A block that has another size comes from another version.
+        // A block of another size was written by another version.
         if (settings_->get_binary_size("window", "frame") == sizeof(t_rect)) {
             settings_->read_binary("window", "frame", &frame_, sizeof(t_rect));
         }
@@ -62,7 +63,7 @@ private:
     t_rect frame_{100, 100, 740, 580};
 };
 
-/// The files that were used last: `order` says which of the numbered entries count.
+/// The files that were used last: `order` tells which of the numbered entries count.
 class recent_files {
 public:
     explicit recent_files(store settings)
@@ -106,7 +107,7 @@ void print_file(char const * title, zel::path const & file)
     }
 }
 
-/// The same program once more, as another process.
+/// Runs the same program again, as another process.
 void read_elsewhere()
 {
     std::fflush(stdout);
@@ -148,7 +149,7 @@ void run(bool only_read)
     name.format("C:\\texts\\letter %d.txt", starts + 1);
     files.add(name);
     settings->commit();
-    // A store does not report what it could not write: who has to know reads it again.
+    // A store does not report failures: a program that has to know reads the value again.
     if (on_disk->read_int("application", "starts", 0) != starts + 1) {
         throw std::runtime_error(zel::to_native(file) + " cannot be written");
     }

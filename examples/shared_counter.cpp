@@ -3,7 +3,7 @@
 //     shared_counter                        four processes, 1,000 steps each
 //     shared_counter --processes 8 --steps 100
 // An event starts them all at once. One more process is killed while it holds the mutex, in the
-// middle of a step; whoever gets the mutex next is told, and takes the half step back. The exit
+// middle of a step; the next owner of the mutex learns this and undoes the half step. The exit
 // status is 0 when the count is right in the end.
 #include "loggers/terminal_logger.h"
 
@@ -44,7 +44,7 @@ std::uint32_t number(char const * option, char const * text, std::uint32_t highe
             return value;
         }
     } catch (zel::exception &) {
-        // said below
+        // reported below
     }
     zel::string message;
     fail(message.format("%s takes a number from 1 to %u, not '%s'", option, highest, text));
@@ -70,8 +70,8 @@ private:
     char name_[32] = "/tmp/shared_counter_XXXXXX";
 };
 
-// The file holds the count and the one that a step is about to make of it. They differ only while
-// a step is under way.
+// The file contains the count before and after a step. They differ only while a step is in
+// progress.
 class counter_file {
 public:
     explicit counter_file(char const * name)
@@ -109,12 +109,12 @@ private:
     int file_;
 };
 
-constexpr std::uint32_t patience = 20'000; // milliseconds; nobody waits for ever for a lost process
+constexpr std::uint32_t timeout = 20'000; // milliseconds, in case a process is lost
 
-// Waits for the mutex with the layer, which tells why the caller has it.
+// Waits for the mutex with the layer, which reports whether the last owner died.
 void lock_and_repair(zel::mutex const & mutex, counter_file const & file)
 {
-    switch (platform::wait_for_single_object(mutex.get_handle(), patience)) {
+    switch (platform::wait_for_single_object(mutex.get_handle(), timeout)) {
     case platform::wait_object_0:
         break;
     case platform::wait_abandoned: {
@@ -130,7 +130,7 @@ void lock_and_repair(zel::mutex const & mutex, counter_file const & file)
     }
 }
 
-// Leaves a step half done when told so, and then waits to be killed.
+// If `half_done` is given, stops in the middle of the step and waits to be killed.
 void step(zel::mutex & mutex, counter_file const & file, zel::semaphore * half_done)
 {
     lock_and_repair(mutex, file);
@@ -154,7 +154,7 @@ void count(zel::string const & name, char const * file_name, std::uint32_t steps
 
     if (!is_victim) {
         ready.unlock();
-        if (!start.lock(patience)) {
+        if (!start.lock(timeout)) {
             fail("nobody starts the count");
         }
     }
@@ -201,7 +201,7 @@ bool run(std::uint32_t processes, std::uint32_t steps)
         return start_process({"shared_counter", role, name, place.name(), std::to_string(steps)});
     };
     auto const wait_until_ready = [&] {
-        if (!ready.lock(patience)) {
+        if (!ready.lock(timeout)) {
             fail("a process does not come up");
         }
     };

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Works on folders and what is in them:
+// Works on folders and their content:
 //     tree list FOLDER               the folder as a tree, with sizes
 //     tree find PATTERN FOLDER       the entries below whose names match, such as '*.txt'
 //     tree copy SOURCE TARGET        a file or a folder with all that is in it
@@ -23,7 +23,7 @@ namespace {
 constexpr char const * usage
     = "usage: tree list FOLDER | find PATTERN FOLDER | copy SOURCE TARGET | "
       "compare FIRST SECOND | remove NAME...";
-constexpr unsigned int no_size = 0xFFFFFFFF; // of a folder, and of a file of 4 GiB and more
+constexpr unsigned int no_size = 0xFFFFFFFF; // for a folder, and for a file of 4 GiB and more
 
 [[noreturn]] void fail(std::string const & message) { throw std::runtime_error(message); }
 
@@ -46,14 +46,14 @@ std::string reason()
     return text;
 }
 
-/// The last component; a colon in a name is nothing special on the disk.
+/// The last component. A colon in a name has no special meaning on the disk.
 char const * name_of(zel::path const & entry)
 {
     char const * const separator = std::strrchr(entry.c_str(), '\\');
     return separator == nullptr ? entry.c_str() : separator + 1;
 }
 
-/// The place in `folder` of an entry that another folder has.
+/// The path in `folder` for an entry of another folder.
 zel::path counterpart(zel::path const & folder, zel::path const & entry)
 {
     zel::path result = folder;
@@ -64,7 +64,7 @@ zel::path counterpart(zel::path const & folder, zel::path const & entry)
     return result;
 }
 
-/// A link to a folder is no part of the tree.
+/// False for a link to a folder, which is not part of the tree.
 bool is_branch(zel::path const & place)
 {
     return place.is_directory() && !std::filesystem::is_symlink(shown(place));
@@ -128,7 +128,7 @@ bool find(zel::path const & folder, char const * pattern)
     return found;
 }
 
-/// One line on the terminal that tells how far a long copy is.
+/// One line on the terminal that shows the progress of a long copy.
 class progress {
 public:
     progress(zel::path const & source, unsigned int size)
@@ -157,10 +157,10 @@ private:
     std::chrono::steady_clock::time_point shown_{};
 };
 
-/// Copies piece by piece, so that there is something to tell meanwhile.
+/// Copies in pieces, so that the progress can be shown.
 void copy_with_progress(zel::path const & source, zel::path const & target)
 {
-    // Under another name until it is complete.
+    // The copy has another name until it is complete.
     zel::path part = target;
     if (!part.add_extension(".part")) {
         fail(shown(target) + ": the name is too long");

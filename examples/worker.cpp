@@ -3,7 +3,7 @@
 //     worker --log worker.log               counts the primes among four million numbers
 //     worker --log worker.log --numbers 50  among fifty million
 // One thread counts, one fails, one is suspended for a while and one is terminated. The exit status
-// is 0 when all of that came out as it should.
+// is 0 when all of that worked.
 #include "loggers/file_logger.h"
 #include "loggers/summing_logger.h"
 #include "loggers/terminal_logger.h"
@@ -65,7 +65,7 @@ options parse(int argc, char ** argv)
     return result;
 }
 
-// Hands every message to two others.
+// Passes every message to two other loggers.
 class both : public zel::logger {
 public:
     both(zel::auto_ptr<zel::logger> first, zel::auto_ptr<zel::logger> second)
@@ -86,7 +86,7 @@ private:
     zel::auto_ptr<zel::logger> second_;
 };
 
-// Counts for ever, and does nothing else: it may be stopped anywhere.
+// Counts for ever, and does nothing else, so it may be stopped anywhere.
 class counter : public zel::thread_obj {
 public:
     explicit counter(zel::auto_ptr<zel::logger> log)
@@ -110,7 +110,7 @@ private:
     std::atomic<bool> over_{false};
 };
 
-// Waits for what never comes.
+// Waits for ever.
 class stuck : public zel::thread_obj {
 public:
     explicit stuck(zel::auto_ptr<zel::logger> log)
@@ -138,7 +138,7 @@ protected:
     unsigned int run() override { return zel::convert::stringToUInt32("12 monkeys"); }
 };
 
-// Counts the primes below a limit, and tells a window how far it is.
+// Counts the primes below a limit, and reports its progress to a window.
 class primes : public zel::thread_obj_ex {
 public:
     static constexpr unsigned int progress = 0x0400; // a message: percent as wParam
@@ -155,7 +155,7 @@ public:
 protected:
     unsigned int run() override
     {
-        summing_logger report(log_, 3); // says at its end how many twins were held back
+        summing_logger report(log_, 3); // its destructor reports how many twins were not shown
         for (std::uint32_t percent = 1; percent <= 100; ++percent) {
             count(part(percent - 1), part(percent), report);
             platform::post_message(window_, progress, percent, 0);
@@ -227,7 +227,7 @@ std::intptr_t on_message(window_handle, unsigned int message, std::uintptr_t per
         std::fflush(stdout);
     }
     if (percent == 25) {
-        shown->counting->suspend(); // returns when it stands
+        shown->counting->suspend(); // returns when the thread has stopped
         shown->stopped_at = shown->counting->count();
     } else if (percent == 50) {
         shown->stood_still = shown->counting->count() == shown->stopped_at;
@@ -257,12 +257,12 @@ bool run(options const & wanted)
     work.wait_msg_loop(); // on_message is called in here
     tagMSG message;
     while (platform::peek_message(message, window, 0, 0, platform::peek_remove)) {
-        platform::dispatch_message_a(message); // what the thread's end has overtaken
+        platform::dispatch_message_a(message); // those that waited when the thread ended
     }
     broken->wait();
     here.waiting->wait();
     if (here.terminated) {
-        here.waiting->dec_ref(); // the thread's own, which it cannot give back any more
+        here.waiting->dec_ref(); // the reference of the terminated thread
     }
     here.counting->end();
     here.counting->wait();

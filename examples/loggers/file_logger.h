@@ -8,11 +8,11 @@
 #include <memory>
 #include <zel/zel.h>
 
-/// Appends messages to a file, one a line behind the local time.
+/// Appends messages to a file, one per line after the local time.
 ///
-/// Each line reaches the host at once and whole, so that several threads and processes may append
-/// to one file, and nothing is lost with a process that is killed. A line that the host refuses, as
-/// on a full disk, is counted instead of stopping the program that only wanted to log.
+/// Each line is passed to the host at once and as a whole, so several threads and processes may
+/// append to one file, and a process that is killed loses nothing. A line that the host refuses,
+/// for example on a full disk, is counted; the program is not stopped.
 class file_logger : public zel::logger {
 public:
     /// \throws zel::exception  the file cannot be opened.

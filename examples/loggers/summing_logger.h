@@ -4,16 +4,16 @@
 #include <map>
 #include <zel/zel.h>
 
-/// Hands messages on to another logger, only so many of each group, and in the end says of each
-/// group how many were held back.
+/// Passes messages on to another logger, a limited number of each group, and finally reports for
+/// each group how many were not passed on.
 ///
-/// A logger passes a group's messages on until its limit and then is silent. Here the limit of the
-/// base is out of the way, and the groups are counted again where their messages come out.
-/// `summarize` says what was held back since the last time; so do `clean` and the destruction.
-/// One thread at a time, as for all grouped messages.
+/// A logger passes a group's messages on up to its limit and then stops. Here the limit of the base
+/// class is raised so that it has no effect, and the output counts the groups itself. `summarize`
+/// reports what was not passed on since the last time; so do `clean` and the destructor. Use it in
+/// one thread at a time, as for all grouped messages.
 class summing_logger : public zel::logger {
 public:
-    /// \param allowance  messages of a group that come out.
+    /// \param allowance  how many messages of a group are passed on.
     summing_logger(zel::auto_ptr<zel::logger> next, std::uint32_t allowance)
         : next_(std::move(next))
         , allowance_(allowance)
@@ -26,7 +26,7 @@ public:
         try {
             summarize();
         } catch (...) {
-            // The other logger cannot take it, and there is nobody left to tell.
+            // A destructor can't report that the other logger failed.
         }
     }
 

@@ -7,8 +7,8 @@
 
 /// Shows messages on a stream, one a line: "error    disk is full  (config.cpp:12)".
 ///
-/// Any number of threads may write plain messages at once. On a terminal a line first wipes what
-/// stands in the present one, so that a progress bar below makes room for it.
+/// Any number of threads may write plain messages at once. On a terminal, each message first erases
+/// the current line, so that a progress bar below it makes room.
 class terminal_logger : public zel::logger {
 public:
     explicit terminal_logger(std::FILE * stream = stdout)
