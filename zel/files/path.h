@@ -109,7 +109,7 @@ public:
         : path(from_native(name.native()))
     {
     }
-    /// Normalised like any text, so a copy of the path `\` is `.\`.
+    /// Normalised like any text. So a copy of the root `\` is `.\`.
     path(path const & source);
     /// Joins `name` to `folder`. Components `.` and `..` are resolved. A `name` with a root of its
     /// own replaces `folder`; two empty texts give a single backslash, the root.
@@ -152,8 +152,8 @@ public:
     bool add_extension(char const * extension) noexcept;
     /// Removes one backslash at the end, also that of a root.
     void strip_final_slash() noexcept;
-    /// Resolves `.` and `..`. A relative path stays relative and keeps each leading `..`; a rooted
-    /// path never leaves its root.
+    /// Resolves the components of one dot and of two dots. A relative path stays relative and keeps
+    /// each leading `..`; a rooted path never leaves its root.
     bool canonicalize() noexcept;
     /// Joins `more`; its leading separator is ignored. A network path or one with a drive replaces
     /// the text.

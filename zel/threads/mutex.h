@@ -64,6 +64,7 @@ public:
     ///     case zel::platform::wait_abandoned: repair(); break;      // 128: ours, its owner died
     ///     default: return false;                                    // 258: not ours
     ///     }
+    /// \endcode
     /// If the wait fails, the result is **true** although nothing was locked. A wait fails when the
     /// mutex was opened without `synchronize`, and with last error 1450 (`wait_for_single_object`
     /// lists the cases); the layer then returns 0xFFFFFFFF.

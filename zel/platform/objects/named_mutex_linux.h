@@ -29,6 +29,8 @@ inline robust_mutex & lane_in(handle_slot & slot) noexcept
 /// \name Fast paths, of one exchange each
 /// \returns false when nothing was done: call the slow path, `wait_for_named_mutex` or
 ///          `release_named_mutex`.
+/// @{
+
 /// The calling thread, with the parts that it has not determined yet left null or 0.
 inline robust_caller known_caller() noexcept
 {
