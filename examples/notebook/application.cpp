@@ -83,7 +83,7 @@ bool application::run()
                 serve_input(block, static_cast<std::size_t>(count));
             } else {
                 on_quit("");
-                watched[0].fd = -1; // poll passes it over from now on
+                watched[0].fd = -1; // poll ignores it from now on
             }
         }
     }
@@ -94,7 +94,7 @@ bool application::run()
     return all_well_;
 }
 
-// Dispatches what waits.
+// Dispatches the waiting messages.
 // \returns false after the quit message.
 bool application::serve_queue()
 {
@@ -154,7 +154,7 @@ void application::come_to_front()
 {
     instance_.answer();
     bar_.end();
-    // Most terminals raise their window when they are told to; all have a bell.
+    // Most terminals can raise their window on request; all have a bell.
     std::printf("%sanother start has called\n", is_terminal_ ? "\033[5t\a\r" : "");
     try {
         zel::path const wanted = settings_.take_request();

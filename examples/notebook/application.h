@@ -10,27 +10,27 @@
 
 namespace notebook {
 
-/// The window and what the user can do with it: one loop serves standard input and the queue.
+/// The window and its commands: one loop serves standard input and the message queue.
 class application {
 public:
-    /// \param folder  where pages without a folder of their own are.
+    /// \param folder  the folder of pages that are named without a folder.
     application(settings & kept, instance & self, zel::path const & folder,
                 zel::auto_ptr<zel::logger> log);
     ~application();
     application(application const &) = delete;
     application & operator=(application const &) = delete;
 
-    /// The place of a page that the user names: as the host has it or with backslashes, in the
-    /// notebook's folder unless it says otherwise.
+    /// The path of a page that the user names: a name of the host or a text with backslashes, in
+    /// the notebook's folder unless it has a folder of its own.
     static zel::path place_of(zel::string const & name, zel::path const & folder);
 
     void open(zel::path const & place);
 
-    /// Serves the user until `quit` or the end of the input.
-    /// \returns whether everything that was asked for has worked.
+    /// Serves commands until `quit` or the end of the input.
+    /// \returns true if all commands have worked.
     bool run();
 
-    /// A line for each command.
+    /// Shows one line of help for each command.
     static void print_commands();
 
 private:

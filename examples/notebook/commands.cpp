@@ -120,8 +120,8 @@ void application::on_words(zel::string const &)
 {
     word_count work(log_, folder_, window_);
     work.start();
-    work.wait_msg_loop(); // the window goes on working in here
-    serve_queue(); // what the thread's end has overtaken
+    work.wait_msg_loop(); // the window keeps working meanwhile
+    serve_queue(); // messages that waited when the thread ended
     bar_.end();
     if (!work.failure().empty()) {
         throw zel::exception(work.failure());

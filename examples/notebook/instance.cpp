@@ -7,7 +7,7 @@ namespace platform = zel::platform;
 
 namespace {
 
-// Names of objects end at 260 bytes, and those of files may be as long as that.
+// Names of objects have at most 260 bytes, and file names may be as long as that.
 zel::string object_name(zel::string const & name, char const * what)
 {
     return (name + " " + what).truncate_hash(250);
@@ -31,7 +31,7 @@ instance::~instance()
 
 instance::outcome instance::enter(std::uint32_t patience)
 {
-    // `lock` would be false both for a time-out and for an owner that has died.
+    // `lock` would return false both for a timeout and for an owner that has died.
     switch (platform::wait_for_single_object(running_.get_handle(), patience)) {
     case platform::wait_object_0:
         entered_ = true;
@@ -48,7 +48,7 @@ instance::outcome instance::enter(std::uint32_t patience)
 
 bool instance::call()
 {
-    answered_.reset(); // of an answer that came too late
+    answered_.reset(); // discards an answer to an earlier call
     called_.set();
     return answered_.lock(1000);
 }

@@ -8,31 +8,31 @@
 
 namespace notebook {
 
-/// Lets one notebook run at a time for one file of settings: a mutex with a name says which process
-/// that is, and two events call it and tell that it has heard.
+/// Lets only one notebook run at a time for one file of settings. A named mutex tells which process
+/// runs; one event calls that process, and another one is its answer.
 ///
-/// The thread that makes the object has to use and destroy it, for it may own the mutex.
+/// The thread that creates the object has to use and destroy it, because it may own the mutex.
 class instance {
 public:
     enum outcome {
         first,
-        first_after_crash, ///< the other one ended without leaving
+        first_after_crash, ///< the previous one ended without releasing the mutex
         another_runs,
     };
 
-    /// \param name  as long as it may be.
+    /// \param name  of any length.
     explicit instance(zel::string const & name);
     ~instance();
     instance(instance const &) = delete;
     instance & operator=(instance const &) = delete;
 
-    /// \param patience  milliseconds to wait for the end of another one, `infinite` for no limit.
+    /// \param patience  milliseconds to wait for another notebook to end, `infinite` for no limit.
     outcome enter(std::uint32_t patience);
 
-    /// Calls the one that runs.
-    /// \returns false when it has not answered: it has just gone, or stands still.
+    /// Calls the notebook that runs.
+    /// \returns false when it has not answered: it has just ended, or it hangs.
     bool call();
-    /// What the one that runs says to that.
+    /// The answer of the notebook that runs.
     void answer() { answered_.set(); }
 
     zel::event & called() { return called_; }
@@ -44,7 +44,7 @@ private:
     bool entered_ = false;
 };
 
-/// Waits for the calls of other starts, and posts each to a window.
+/// Waits for calls of other processes, and posts each to a window.
 class call_listener : public zel::thread_obj {
 public:
     call_listener(zel::auto_ptr<zel::logger> log, zel::event & called, window_handle window);

@@ -29,7 +29,7 @@ zel::path absolute(zel::path const & place)
     return zel::path(zel::path(zel::path::current_folder).c_str(), place.c_str());
 }
 
-// \returns false for arguments that mean nothing.
+// \returns false for invalid arguments.
 bool parse(int argc, char ** argv, options & result)
 {
     for (int i = 1; i < argc; ++i) {
@@ -57,7 +57,7 @@ bool run(options & wanted)
         ? zel::path()
         : notebook::application::place_of(wanted.page, wanted.folder);
 
-    // The settings are what two notebooks would quarrel about, so their folder gives the name.
+    // Two notebooks would conflict over the settings, so the name contains their folder.
     notebook::instance self(zel::string("notebook ") + kept.folder().c_str());
     notebook::instance::outcome outcome = self.enter(0);
     if (wanted.wait && outcome == notebook::instance::another_runs) {

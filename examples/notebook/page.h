@@ -9,23 +9,23 @@ namespace notebook {
 
 /// A page: lines of text in a file.
 ///
-/// A line that is added goes at once to a draft, which is a file beside the page that holds the whole
-/// text; saving makes the draft the page. So a program that is killed loses no line, and the page is
-/// whole at every moment.
+/// A line that is added is written at once to a draft, a file beside the page that contains the
+/// whole text; saving replaces the page by the draft. So a program that is killed loses no line,
+/// and the page is complete at every moment.
 class page : public zel::file_obj {
 public:
-    /// Finds the text, in a draft that was left behind or else in the page, which need not exist yet.
+    /// Finds the text: in a draft that was left behind, else in the page, which need not exist yet.
     explicit page(zel::path const & file);
 
     zel::string const & text() const { return text_; }
-    /// Whether there is a draft.
+    /// True if there is a draft.
     bool is_changed() const { return changed_; }
-    /// The checksum of the text as it stands on the disk, without the draft.
+    /// The checksum of the text on the disk, without the draft.
     std::int32_t saved_sum() const { return saved_sum_; }
 
     /// \throws zel::exception  the draft cannot be written.
     void add(zel::string const & line);
-    /// Puts the draft in the place of the page, which is kept as NAME.bak.
+    /// Replaces the page by the draft, and keeps the old page as NAME.bak.
     /// \throws zel::exception  one of them cannot be written; the draft stays.
     void save();
 
@@ -36,7 +36,7 @@ private:
     std::int32_t saved_sum_ = 0;
 };
 
-/// All of a file.
+/// The content of a file.
 /// \throws zel::exception  it cannot be read.
 zel::buffer read_whole(zel::path const & file);
 

@@ -3,13 +3,13 @@
 
 #include <cstdint>
 
-// What a plug-in of the notebook is: a module named notebook_FORMAT.so beside the program, which
-// exports the one function below. Nothing but C goes to and fro, so that it may be made with another
-// compiler; no exception may leave it.
+// The interface of the notebook's plug-ins. A plug-in is a module named notebook_FORMAT.so beside
+// the program, which exports the function below. Only C types are passed, so that it may be
+// compiled with another compiler; no exception may leave it.
 
 extern "C" {
 
-/// Takes a part of the result.
+/// Receives a part of the result.
 using notebook_output = void (*)(void * context, char const * bytes, std::uint32_t count);
 
 struct notebook_plug_in {
@@ -21,7 +21,7 @@ struct notebook_plug_in {
                    notebook_output output, void * context);
 };
 
-/// \returns what lives as long as the module is loaded.
+/// \returns an object that exists as long as the module is loaded.
 using notebook_plug_in_function = notebook_plug_in const * (*)();
 
 } // extern "C"

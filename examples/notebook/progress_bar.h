@@ -10,7 +10,7 @@
 
 namespace notebook {
 
-/// A bar as wide as the terminal; on anything but a terminal it shows nothing.
+/// A progress bar as wide as the terminal. It shows nothing if the output is not a terminal.
 class progress_bar {
 public:
     void show(std::uint32_t percent)
@@ -27,7 +27,7 @@ public:
         shown_ = true;
     }
 
-    /// Wipes the line, for what comes next.
+    /// Erases the line, for the next output.
     void end()
     {
         if (shown_) {

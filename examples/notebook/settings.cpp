@@ -9,7 +9,7 @@ namespace notebook {
 window_place::window_place(store settings)
     : settings_(std::move(settings))
 {
-    // A block that has another size comes from another version.
+    // A block of another size was written by another version.
     if (settings_->get_binary_size("place", "frame") == sizeof(t_rect)) {
         t_rect frame;
         settings_->read_binary("place", "frame", &frame, sizeof frame);
@@ -107,7 +107,7 @@ settings::settings()
 
 void settings::save()
 {
-    // A write tells nothing by itself, but leaves its reason behind.
+    // A write returns nothing, but a failure leaves its reason in the last error.
     zel::platform::set_last_error(0);
     cache_->commit();
     if (zel::platform::last_error() != 0) {

@@ -10,7 +10,7 @@ namespace notebook {
 
 using store = zel::auto_ptr<zel::iprofile>;
 
-/// Where the window stands on the screen, in cells of the terminal.
+/// The window's position on the screen, in cells of the terminal.
 class window_place {
 public:
     explicit window_place(store settings);
@@ -32,7 +32,7 @@ public:
     explicit recent_pages(store settings);
 
     void add(zel::path const & page, std::int32_t sum);
-    /// \returns whether the page is one of them.
+    /// \returns true if the page is one of them.
     bool find_sum(zel::path const & page, std::int32_t & sum) const;
     std::list<zel::path> list() const;
 
@@ -61,10 +61,10 @@ public:
     /// \throws zel::exception  the file cannot be written.
     void save();
 
-    /// A second start leaves the page that it was given for the first one, past the cache: both look
-    /// at the file.
+    /// A second process stores here the page that the first one should open. Both bypass the cache
+    /// and use the file.
     void ask_for(zel::path const & page);
-    /// What was asked for last, which is forgotten; empty when nothing was.
+    /// The page that was requested last, which is then removed; empty when there is none.
     zel::path take_request();
 
 private:

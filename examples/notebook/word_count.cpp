@@ -29,7 +29,7 @@ unsigned int word_count::run()
         return 0;
     } catch (zel::exception & error) {
         failure_ = error.get_message();
-        throw; // the logger is told
+        throw; // it is reported to the logger
     }
 }
 
