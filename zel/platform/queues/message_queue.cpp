@@ -10,8 +10,8 @@
 namespace zel::platform {
 namespace {
 
-// Inside the lock, after something came. The caller wakes the owner if told to, behind the lock but
-// before it can be stopped itself.
+// Called with the lock held, after a message was added. If it returns true, the caller has to wake
+// the owner: after releasing the lock, but before the caller itself can be stopped.
 [[nodiscard]] bool announce(queue & it) noexcept
 {
     it.fresh = true;
@@ -28,11 +28,12 @@ std::uint32_t now_in_milliseconds() noexcept
     return static_cast<std::uint32_t>(monotonic_now() / 1'000'000);
 }
 
-// Posts if the receiver is still there, which shows inside the lock; `otherwise` is the error else.
+// Posts if the receiver still exists, which is checked with the lock held; otherwise sets the error
+// `otherwise`.
 template <typename Check>
 bool post(queue & to, tagMSG const & message, Check is_there, error otherwise) noexcept
 {
-    uninterrupted const guard; // the wake belongs to the post
+    uninterrupted const guard; // no stop between the post and its wake
     bool wake = false;
     {
         held const lock(to.lock);
@@ -61,7 +62,7 @@ bool post_to_thread(queue & to, std::uint32_t thread_id, tagMSG const & message)
         error_invalid_thread_id);
 }
 
-// Inside the lock, on the owner's thread.
+// Call it with the lock held, on the owner's thread.
 bool fetch(queue & from, message_filter const & filter, bool remove, tagMSG & message) noexcept
 {
     from.fresh = false;
@@ -157,7 +158,7 @@ void post_quit_message(int exit_code) noexcept
     held const lock(own->lock);
     own->quit = true;
     own->exit_code = exit_code;
-    static_cast<void>(announce(*own)); // the owner, who sleeps for nothing here
+    static_cast<void>(announce(*own)); // the owner is the calling thread, which is awake
 }
 
 bool peek_message(tagMSG & message, window_handle wanted, unsigned int first, unsigned int last,
@@ -202,7 +203,7 @@ std::uint32_t msg_wait_for_thread(void * thread, std::uint32_t milliseconds) noe
         fresh = own->fresh;
         own->sleeping.store(fresh ? 0 : 1, std::memory_order_relaxed);
     }
-    // With a word that differs already, this only looks whether the thread has ended.
+    // The word already differs from 1, so this only checks whether the thread has ended.
     std::uint32_t const result = wait_for_thread_or_change(thread, own->sleeping, 1, milliseconds);
     own->sleeping.store(0, std::memory_order_relaxed);
     return result;

@@ -7,12 +7,12 @@
 
 namespace zel::platform {
 
-// Never empty while it is in the list, unless it is the only one.
+// A block in the list is never empty, unless it is the only one.
 struct message_store::block {
     static constexpr std::uint32_t capacity = 84; // a page with the heap's own bytes
 
     block * next;
-    std::uint32_t first; // messages lie at first to last - 1
+    std::uint32_t first; // messages are at first to last - 1
     std::uint32_t last;
     tagMSG messages[capacity];
 };

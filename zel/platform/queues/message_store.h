@@ -6,7 +6,7 @@
 
 namespace zel::platform {
 
-/// Which of the waiting messages are asked for.
+/// Which of the waiting messages a caller asks for.
 struct message_filter {
     window_handle window; // null for all, thread_messages_only() for those without a window
     unsigned int first; // the range of numbers; 0 and 0 for all
@@ -16,10 +16,11 @@ struct message_filter {
     bool takes(tagMSG const & message) const noexcept;
 };
 
-/// Waiting messages in the order of their arrival. It has no lock and no limit of its own.
+/// Waiting messages in the order of their arrival. The caller provides locking and any limit.
 ///
-/// Messages lie in blocks of a fixed size, so that nothing is ever moved to make room. One empty
-/// block is kept: a queue that swings between empty and a block's worth asks for no memory.
+/// Messages are stored in blocks of a fixed size, so that none is ever moved to make room. One
+/// empty block is kept: a queue that alternates between empty and one block of messages allocates
+/// nothing.
 class message_store {
 public:
     constexpr message_store() noexcept = default;
@@ -29,15 +30,15 @@ public:
     /// \returns false, with nothing changed, when memory is exhausted.
     bool push(tagMSG const & message) noexcept;
 
-    /// Copies the first message that the filter takes, and takes it out if `remove` says so.
-    /// \returns whether there is one.
+    /// Copies the first message that the filter takes, and removes it if `remove` is true.
+    /// \returns true if there is one.
     bool fetch(message_filter const & filter, bool remove, tagMSG & message) noexcept;
 
-    /// Drops the messages of a window.
+    /// Discards the messages of a window.
     void drop(window_handle window) noexcept;
 
-    /// Drops everything and gives all memory back. There is no destructor that would do so: a store
-    /// may lie in static memory, where one would have to run at the end of the process.
+    /// Discards all messages and frees all memory. There is no destructor for this: a store may be
+    /// in static memory, where a destructor would have to run at the end of the process.
     void clear() noexcept;
 
     std::uint32_t size() const noexcept { return size_; }
@@ -45,7 +46,7 @@ public:
 private:
     struct block;
 
-    // Takes out the message at `index` of `in`, whose predecessor is `before`.
+    // Removes the message at `index` of `in`, whose predecessor is `before`.
     void remove_at(block * before, block & in, std::uint32_t index) noexcept;
     void unlink(block * before, block & empty) noexcept;
 

@@ -11,13 +11,13 @@
 namespace zel::platform {
 
 struct window {
-    window_procedure procedure; // null: the place is free
-    std::uint32_t serial; // of a free place: the next free one, counted from 1
+    window_procedure procedure; // null: the entry is free
+    std::uint32_t serial; // in a free entry: the next free entry, counted from 1
     bool unicode;
 };
 
-/// What a window handle says: the window's queue and its place there, and a serial number by which
-/// a later window at that place is told apart. No handle is null or all ones.
+/// The content of a window handle: the window's queue, its entry there, and a serial number, which
+/// differs for a later window in the same entry. No handle is null or all ones.
 struct window_name {
     std::uint16_t index;
     std::uint16_t queue;
@@ -30,31 +30,32 @@ inline window_name name_of(window_handle handle) noexcept
     return std::bit_cast<window_name>(handle);
 }
 
-/// The queue of one thread. It stays where it is for ever, so that a sender may lock it without
-/// knowing whether the thread still lives; when it does not, the next new thread gets it.
+/// The queue of one thread. Its memory is never freed, so a sender may lock it without knowing
+/// whether the thread still lives. When the thread has ended, the next new thread gets the queue.
 ///
-/// Only the owner changes the windows: it reads them without the lock, others with it. All the rest
-/// but the atomic word is behind the lock.
+/// Only the owner changes the windows; it reads them without the lock, other threads with it.
+/// Everything else except the atomic word is protected by the lock.
 struct alignas(64) queue {
     brief_lock lock;
-    /// 1 while the owner sleeps, or is about to, until a message comes. Whoever makes it 0 wakes it.
+    /// 1 while the owner sleeps for a message or is about to. The thread that sets it to 0 wakes
+    /// the owner.
     atomic<std::uint32_t> sleeping{0};
     message_store messages;
-    bool fresh = false; // something came since the owner last looked
+    bool fresh = false; // a message came since the owner last read the queue
     bool quit = false;
-    bool readable = false; // what the descriptor is
+    bool readable = false; // the state of the descriptor
     int exit_code = 0;
-    int descriptor = -1; // an eventfd once the owner has asked for it
-    std::uint16_t number = 0; // of the queue itself; fixed
-    std::uint32_t window_count = 0; // places in use or free again
+    int descriptor = -1; // an eventfd; made when the owner first asks for it
+    std::uint16_t number = 0; // of this queue; never changes
+    std::uint32_t window_count = 0; // entries in use or free again
     std::uint32_t window_room = 0;
     std::uint32_t free_window = 0; // counted from 1
-    std::uint32_t next_serial = 1; // goes on from one owner to the next
+    std::uint32_t next_serial = 1; // not reset for a new owner
     window * windows = nullptr;
-    std::uint64_t claims = 0; // how often it got an owner
+    std::uint64_t claims = 0; // how many owners it has had
 };
 
-/// A lock that is held where the thread can neither be suspended nor be terminated.
+/// Holds a lock inside `uninterrupted`, so that the thread is neither suspended nor terminated.
 class held {
 public:
     explicit held(brief_lock & lock) noexcept
@@ -74,20 +75,21 @@ private:
 /// The calling thread's queue; null when it has none yet.
 extern constinit thread_local queue * current_queue;
 
-/// The same, made when there is none; null with the last error set.
+/// The same; it is created when there is none. Null with the last error set.
 queue * own_queue() noexcept;
 
-/// The queue that a window's handle names, whoever has it now; null when there never was one.
+/// The queue in a window's handle, which may have another owner by now; null when that queue never
+/// existed.
 queue * queue_of(window_name name) noexcept;
 
-/// The id of the queue's thread; 0 when it has none.
+/// The id of the queue's thread; 0 when the queue is free.
 atomic<std::uint32_t> & owner_of(queue const & it) noexcept;
 
 /// The queue of a thread by its id; null when it has none.
 queue * queue_of_thread(std::uint32_t thread_id) noexcept;
 
-/// Inside the queue's lock, or on its owner's thread.
-/// \returns null when it is no window of that queue.
+/// The window with this handle. Call it with the queue's lock, or on the owner's thread.
+/// \returns null when it is not a window of that queue.
 inline window * window_in(queue & owner, window_name name) noexcept
 {
     if (name.queue != owner.number || name.index >= owner.window_count) {
@@ -97,13 +99,12 @@ inline window * window_in(queue & owner, window_name name) noexcept
     return found.procedure != nullptr && found.serial == name.serial ? &found : nullptr;
 }
 
-/// \name The queue's descriptor, inside the lock
-/// @{
-/// Makes it readable or not, as the queue is.
+/// \name The queue's descriptor, with the lock held
+/// Makes it readable if messages wait, else not readable.
 void update_descriptor(queue & it) noexcept;
 void close_descriptor(queue & it) noexcept;
-/// In the child after a fork: a copy of the parent's would be the parent's own, and what one reads
-/// the other misses.
+/// In the child after a fork, makes a new one: an inherited descriptor is shared with the parent,
+/// and what one process reads the other misses.
 void renew_descriptor(queue & it) noexcept;
 /// @}
 

@@ -8,8 +8,8 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
-// The bare system calls are no points where the host would cancel the calling thread, which the
-// C library's write, read and close are: nothing here may be left half done.
+// The bare system calls are used because the C library's write, read and close are cancellation
+// points: nothing here may be interrupted midway.
 namespace zel::platform {
 
 void update_descriptor(queue & it) noexcept
@@ -18,7 +18,7 @@ void update_descriptor(queue & it) noexcept
     if (it.descriptor < 0 || it.readable == waiting) {
         return;
     }
-    // Neither can block: the counter goes from 0 to 1 and back.
+    // Neither call can block: the counter alternates between 0 and 1.
     std::uint64_t count = 1;
     if (::syscall(waiting ? SYS_write : SYS_read, it.descriptor, &count, sizeof count)
         == sizeof count) {

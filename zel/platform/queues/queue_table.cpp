@@ -8,15 +8,15 @@
 #include <iterator>
 #include <new>
 
-// Who has which queue.
+// The table of all queues: which thread owns which queue.
 namespace zel::platform {
 
 constinit thread_local queue * current_queue = nullptr;
 
 namespace {
 
-// Queues in groups that are made as they are needed and then kept; the first one costs nothing.
-// The ids of the owners stand apart, for a search to pass quickly.
+// Queues are allocated in groups when they are needed, and never freed; the first group is static.
+// The ids of the owners are stored separately, so that a search reads little memory.
 struct queue_group {
     static constexpr std::size_t size = 64;
 
@@ -36,7 +36,7 @@ constexpr std::size_t group_limit = 65'536 / queue_group::size; // a queue's num
 
 constinit queue_group first_group{0};
 constinit atomic<queue_group *> groups[group_limit]{&first_group};
-constinit brief_lock groups_lock; // whoever makes a group or takes a free queue
+constinit brief_lock groups_lock; // held to make a group or to take a free queue
 
 template <typename Visit> void for_each_queue(Visit visit)
 {
@@ -58,7 +58,7 @@ queue & queue_numbered(std::size_t number) noexcept
         ->queues[number % queue_group::size];
 }
 
-// Inside the lock, or where nobody else can be.
+// Call it with the lock held, or where no other thread can access the queue.
 void empty(queue & it) noexcept
 {
     it.messages.clear();
@@ -72,9 +72,9 @@ void empty(queue & it) noexcept
     close_descriptor(it);
 }
 
-// What a thread's teardown is told: which queue it has, by what claim. The teardown of a terminated
-// thread is called on another thread, and may come when the next thread of its number has claimed
-// the queue already.
+// The argument of a thread's teardown: the queue and the number of its claim. A terminated thread's
+// teardown runs on another thread, possibly after a new thread with the same number has claimed the
+// queue.
 void * name_of_claim(queue const & it) noexcept
 {
     return reinterpret_cast<void *>(it.claims << 16 | it.number);
@@ -96,14 +96,14 @@ void release(void * data)
     owner_of(it).store(0, std::memory_order_release);
 }
 
-// A fork waits until no thread is in the middle of a queue, so that the child finds them whole.
+// A fork waits until no thread is changing a queue, so that the child finds all queues consistent.
 alignas(uninterrupted) constinit std::byte fork_guard[sizeof(uninterrupted)]{};
 
 void before_fork() noexcept
 {
     uninterrupted const guard;
     groups_lock.lock();
-    ::new (static_cast<void *>(fork_guard)) uninterrupted; // of all forks one is here at a time
+    ::new (static_cast<void *>(fork_guard)) uninterrupted; // groups_lock: one fork at a time
     for_each_queue([](queue & it, auto &) { it.lock.lock(); });
 }
 
@@ -126,7 +126,7 @@ void after_fork_in_child() noexcept
     for_each_queue([](queue & it, atomic<std::uint32_t> & owner) {
         it.lock.reset();
         if (&it != current_queue) {
-            empty(it); // its thread is the parent's
+            empty(it); // its thread exists only in the parent
             owner.store(0, std::memory_order_relaxed);
             return;
         }
@@ -139,8 +139,8 @@ void after_fork_in_child() noexcept
 
 constexpr fork_handlers around_forks{before_fork, after_fork_in_parent, after_fork_in_child};
 
-// Inside `groups_lock`. Finds a queue that is free, or was this thread's already: a destructor of
-// the thread that ran after the teardown has made it.
+// Call it with `groups_lock`. Finds a free queue, or one that already belongs to this thread: a
+// destructor of the thread that ran after the teardown has made it.
 queue * find_free_queue(std::uint32_t id) noexcept
 {
     queue * free = nullptr;
@@ -194,7 +194,7 @@ queue * make_own_queue() noexcept
     if (!add_fork_handlers(fork_place::queues, around_forks)) {
         return fail_with_null(error_not_enough_memory);
     }
-    uninterrupted const guard; // or the queue of a terminated thread stays taken
+    uninterrupted const guard; // a termination in between would leave the queue taken
     reap_threads(); // one of them may have had this thread's number
     queue * const it = claim_queue();
     if (it == nullptr) {

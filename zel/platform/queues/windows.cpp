@@ -9,9 +9,9 @@
 namespace zel::platform {
 namespace {
 
-constexpr std::uint32_t window_limit = 65'535; // of one thread: an index has 16 bits
+constexpr std::uint32_t window_limit = 65'535; // for one thread: an index has 16 bits
 
-// What a handle leads to, for any thread.
+// The window with this handle; any thread may call it.
 std::optional<window> find_window(window_handle handle) noexcept
 {
     window_name const name = name_of(handle);
@@ -24,7 +24,7 @@ std::optional<window> find_window(window_handle handle) noexcept
     return found == nullptr ? std::nullopt : std::optional<window>(*found);
 }
 
-// For a handle that is no window of the calling thread.
+// Sets the last error for a handle that is not a window of the calling thread.
 void refuse(window_handle handle) noexcept
 {
     set_last_error(find_window(handle) ? error_access_denied : error_invalid_window_handle);
@@ -100,7 +100,7 @@ bool destroy_window(window_handle handle) noexcept
 
 bool is_window_unicode(window_handle handle) noexcept
 {
-    // The owner alone changes its windows: it needs no lock to read them.
+    // Only the owner changes its windows, so it reads them without a lock.
     queue * const own = current_queue;
     if (window const * const found = own == nullptr ? nullptr : window_in(*own, name_of(handle));
         found != nullptr) {

@@ -25,7 +25,7 @@ struct code_range {
     bool holds(std::uintptr_t address) const { return address >= begin && address < end; }
 };
 
-// Everything here is filled in before the first thread starts.
+// All of this is set before the first thread starts.
 
 // The code of the C library, the dynamic linker and a heap that took the C library's place.
 constinit code_range library_code[8]{};
@@ -78,8 +78,8 @@ constexpr char const * lockless_names[] = {"accept",
                                            "writev"};
 constinit code_range lockless_functions[std::size(lockless_names)]{};
 
-// The two locks of the dynamic linker: whoever loads or unloads a module holds the first, also while
-// constructors and destructors of the module run. Null when they were not found.
+// The two locks of the dynamic linker. A thread that loads or unloads a module holds the first,
+// also while constructors and destructors of the module run. Null when they were not found.
 constinit pthread_mutex_t const * loader_locks[2]{};
 
 constinit std::size_t stack_size = 0; // of new threads
@@ -96,7 +96,7 @@ bool holds(dl_phdr_info const & object, std::uintptr_t address)
 int add_library_code(dl_phdr_info * object, std::size_t, void * marks)
 {
     auto const * const addresses = static_cast<std::uintptr_t const *>(marks);
-    // A program that is linked statically holds everything: no telling what is the C library's.
+    // In a statically linked program the C library's code can't be told from the rest.
     bool const is_program = object->dlpi_name == nullptr || *object->dlpi_name == '\0';
     bool const is_of_interest = std::any_of(addresses, addresses + 3, [&](std::uintptr_t mark) {
         return mark != 0 && holds(*object, mark);
@@ -117,11 +117,12 @@ int add_library_code(dl_phdr_info * object, std::size_t, void * marks)
 
 std::uintptr_t address_of_function(char const * name)
 {
-    // By name: the address in the program's own code may be that of its linkage table.
+    // Look it up by name: the function's address as the program sees it may lie in its linkage
+    // table.
     return reinterpret_cast<std::uintptr_t>(::dlsym(RTLD_DEFAULT, name));
 }
 
-// The memory of a function or a variable by its address; empty when its size is not told.
+// The memory of the function or variable at an address; empty when its size is unknown.
 code_range extent_of(void * address)
 {
     Dl_info info{};
@@ -139,8 +140,8 @@ bool is_lock_of_loader(pthread_mutex_t const & lock)
     return lock.__data.__kind == PTHREAD_MUTEX_RECURSIVE_NP;
 }
 
-// The host calls this with its second lock held, which shows where in the dynamic linker's data the
-// two lie: the one that has the caller for its owner, and the one in front of it.
+// The host calls this while it holds its second lock. That reveals where both locks are in the
+// dynamic linker's data: the second is the one that the caller owns, the first precedes it.
 int find_loader_locks(dl_phdr_info *, std::size_t, void * data)
 {
     auto const & range = *static_cast<code_range const *>(data);
@@ -156,7 +157,7 @@ int find_loader_locks(dl_phdr_info *, std::size_t, void * data)
             break;
         }
     }
-    return 1; // enough with one module
+    return 1; // one module is enough
 }
 
 bool holds_loader_lock()
@@ -182,8 +183,8 @@ bool is_return_into_library(std::uintptr_t word)
                *reinterpret_cast<unsigned char const(*)[longest_call]>(word - longest_call));
 }
 
-// Whether a word on the stack is a return address into code that is not the library's. It may be
-// anything, so the host finds the module, without a lock, and reads the code.
+// True if a word on the stack is a return address into code that is not the library's. The word may
+// be anything: the host finds its module, without a lock, and then the code is read.
 bool is_return_elsewhere(std::uintptr_t word)
 {
 #if __GLIBC_PREREQ(2, 35)
@@ -205,15 +206,15 @@ bool is_return_elsewhere(std::uintptr_t word)
 }
 
 struct stack_content {
-    std::uintptr_t entry = 0; // in the function of the library that the thread called last; or 0
+    std::uintptr_t entry = 0; // in the library function that the thread called last; or 0
     bool has_inner_frames = false; // that function has called others of the library
     bool has_caller = false; // the frame that called it was found
     bool has_outer_frames = false; // the library has called the caller
-    bool has_interrupted_library = false; // a signal handler came upon the library's code
+    bool has_interrupted_library = false; // a signal handler interrupted the library's code
 };
 
-// Frames lie between the stack pointer and the stack's end. On another stack, of a signal or of a
-// program's own switching, only as much is looked at as is certainly there.
+// Frames are between the stack pointer and the stack's end. On another stack (of a signal, or of
+// the program's own stack switching) only the part that certainly exists is read.
 [[gnu::no_sanitize_address]] stack_content
 look_at_stack(stopped_thread const & at, std::uintptr_t end, std::uintptr_t restorer)
 {
@@ -266,8 +267,8 @@ library_work judge(stopped_thread const & at, stack_content const & stack)
         return outer; // in a bare system call
     }
     if (at.call == SYS_futex) {
-        // The library's own locks are waited for in this way alone; condition variables, joins and
-        // the like in others, where a thread has no such lock.
+        // Only the library's own locks are waited for in this way. Condition variables, joins and
+        // the like use other operations, and a thread in one of them holds no such lock.
         bool const is_for_lock = (static_cast<int>(at.arguments[1]) & FUTEX_CMD_MASK) == FUTEX_WAIT;
         return is_for_lock ? library_work::certainly : outer;
     }
@@ -286,7 +287,7 @@ void prepare_library_work() noexcept
     code_range loader = extent_of(::dlsym(RTLD_DEFAULT, "_rtld_global"));
     ::dl_iterate_phdr(find_loader_locks, &loader);
 
-    // What the unwinder does once, it must not do in a signal handler.
+    // The unwinder's initialisation must not happen in a signal handler.
     ::_Unwind_Backtrace([](_Unwind_Context *, void *) { return _URC_NORMAL_STOP; }, nullptr);
 
     pthread_attr_t attributes;
@@ -307,7 +308,7 @@ library_work library_work_below(stopped_thread const & at, std::uintptr_t stack_
                                 std::uintptr_t restorer) noexcept
 {
     stopped_thread here = at;
-    here.place = 0; // the call that stopped it
+    here.place = 0; // ignore the call in which it stopped
     return holds_loader_lock() || look_at_stack(here, stack_end, restorer).has_interrupted_library
         ? library_work::certainly
         : library_work::none;

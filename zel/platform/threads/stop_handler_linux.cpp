@@ -1,14 +1,15 @@
 // SPDX-License-Identifier: MIT
 //
-// The side of the thread that is stopped.
+// The handler of the stop signal: the side of the thread that is stopped. thread_stops_linux.cpp is
+// the other side.
 //
-// A thread is stopped by a signal. Its handler, with all other signals blocked, sleeps until the
-// thread is resumed, or ends the thread by the bare system call, so that nothing of the thread runs
-// any more. Inside `uninterrupted` the handler only breaks off a sleep; the thread then stops by
-// sending itself the signal when it comes out.
+// A thread is stopped by a signal. The handler blocks all other signals. It sleeps until the thread
+// is resumed, or ends the thread by the bare system call, so that no more code of the thread runs.
+// Inside `uninterrupted` the handler only interrupts a sleep; when the thread leaves
+// `uninterrupted`, it stops by sending the signal to itself.
 //
-// A thread that is to be terminated while it may hold a lock of the C library goes on, and the
-// signal is sent again, until it has left the library or has had its time.
+// A thread that is to be terminated while it may hold a lock of the C library continues, and the
+// signal is sent again, until it has left the library or its grace period is over.
 
 #include "zel/platform/threads/stop_handler_linux.h"
 
@@ -41,12 +42,12 @@ std::int64_t own_processor_time()
     return time.tv_sec * std::int64_t{1'000'000'000} + time.tv_nsec;
 }
 
-// How long a thread that is to be terminated may go on to leave the C library. While it runs, its
-// own processor time counts, so that a busy machine takes none of it; while it sleeps, and as long
-// as that is one sleep, the monotonic clock does.
+// How long a thread that is to be terminated may continue in order to leave the C library. While it
+// runs, its own processor time counts, so that a busy machine does not shorten the time. While it
+// sleeps in one call, the monotonic clock counts.
 class grace_period {
 public:
-    /// For each time that the thread is stopped.
+    /// Call it each time that the thread is stopped.
     bool is_over(library_work work, stopped_thread const & at)
     {
         std::int64_t const limit = work == library_work::certainly ? long_grace : short_grace;
@@ -72,10 +73,10 @@ public:
 private:
     static constexpr std::int64_t short_grace = 20 * nanoseconds_a_millisecond;
     static constexpr std::int64_t long_grace = 1'000 * nanoseconds_a_millisecond;
-    static constexpr int most_looks = 30'000; // for one that sleeps and wakes without an end
+    static constexpr int most_looks = 30'000; // for a thread that sleeps and wakes for ever
 
     int looks_ = 0;
-    std::int64_t running_since_ = 0; // the thread's processor time at the first look at it
+    std::int64_t running_since_ = 0; // the thread's processor time at the first check
     std::int64_t asleep_since_ = 0;
     stopped_thread asleep_at_{};
 };
@@ -85,13 +86,14 @@ private:
 /// \name A thread that is to be terminated and comes out of the C library
 /// @{
 struct way_out {
-    std::uintptr_t goes_on_at; // 0 when nothing is caught
-    std::uintptr_t * frame; // the place on the stack where that address stood
+    std::uintptr_t goes_on_at; // the replaced return address; 0 when there is none
+    std::uintptr_t * frame; // the place on the stack that contained that address
     bool has_come_out;
 };
 [[gnu::tls_model("initial-exec")]] constinit thread_local way_out out{0, nullptr, false};
 
-// The thread has returned from the library: it stops here, and goes on if it may not end.
+// Called when the thread has returned from the library: it stops here, and continues if it may not
+// end yet.
 std::uintptr_t come_out(std::uintptr_t * frame) noexcept
 {
     out.frame = frame;
@@ -121,14 +123,16 @@ void pass_by() noexcept
 {
     abandon_holds(false);
 
-    // The next thread on this stack gets the C library's descriptor as it is: it must not find the
-    // values of this one under its keys, or call destructors with them. No lock and no heap here.
+    // The next thread on this stack gets the C library's thread descriptor unchanged: it must not
+    // find this thread's values under its keys, or call destructors with them. This takes no lock
+    // and no heap memory.
     for (pthread_key_t key = 0; key < PTHREAD_KEYS_MAX; ++key) {
         ::pthread_setspecific(key, nullptr);
     }
     hand_to_reaper(slot);
     for (;;) {
-        // Of this thread alone; the kernel tells the C library's thread descriptor.
+        // Ends only this thread; the kernel then clears the word in the C library's thread
+        // descriptor.
         ::syscall(SYS_exit, 0);
     }
 }
@@ -162,7 +166,7 @@ bool may_end_here(thread_record const & record, std::uint32_t control, void cons
     return false;
 }
 
-// On the signal's stack frame of the thread that is told to stop.
+// Runs in the signal handler of the thread that is to stop.
 void park(handle_slot & slot, void const * context, std::uintptr_t restorer)
 {
     thread_record & record = record_of(slot);
@@ -173,13 +177,14 @@ void park(handle_slot & slot, void const * context, std::uintptr_t restorer)
             if (may_end_here(record, now, context, restorer)) {
                 leave_for_good(slot);
             }
-            // It goes on; whoever terminates it sees that and sends the signal again.
+            // It continues; the terminating thread sees that and sends the signal again.
             while (!control.compare_exchange_weak(now, (now & ~parked) + postponement)) { }
             wake_address(control, INT_MAX, false);
             return;
         }
         if ((now & suspensions_mask) == 0) {
-            // One step: whoever suspends sees the thread parked, or not and then signals again.
+            // In one step: a suspending thread either sees this thread parked, or does not and
+            // sends the signal again.
             if (control.compare_exchange_weak(now, now & ~parked)) {
                 return;
             }
@@ -195,8 +200,8 @@ void park(handle_slot & slot, void const * context, std::uintptr_t restorer)
     }
 }
 
-// Whose signal it was before: another copy of this library, in a plug-in, takes the same one for its
-// own threads. Set before the handler is.
+// The handler that was installed before: another copy of this library, in a plug-in, uses the same
+// signal for its own threads. Set before this copy's handler is installed.
 using signal_handler = void (*)(int, siginfo_t *, void *);
 constinit signal_handler previous_handler = nullptr;
 
@@ -226,7 +231,7 @@ void prepare_stops() noexcept
 {
     prepare_library_work();
 
-    // System calls of the stopped thread go on after its resume where the host can do that.
+    // System calls of the stopped thread continue after its resume where the host supports that.
     struct sigaction action { };
     action.sa_sigaction = on_stop_signal;
     action.sa_flags = SA_SIGINFO | SA_RESTART;
@@ -267,7 +272,7 @@ uninterrupted::~uninterrupted()
     std::uint32_t const left = depth.load(std::memory_order_relaxed) - 1;
     depth.store(left, std::memory_order_relaxed);
     signal_fence();
-    // A wish that comes after this look finds the depth at 0.
+    // A request that comes after this check finds the depth at 0.
     if (left == 0) {
         stop_here();
     }

@@ -5,11 +5,13 @@
 
 namespace zel::platform {
 
-/// Makes ready what stopping a thread needs, and takes the signal. Before the first thread starts.
+/// Prepares stopping threads, and installs the signal's handler. Call it before the first thread
+/// starts.
 void prepare_stops() noexcept;
 
-/// Stops the calling thread, outside of `uninterrupted`, as long as it is told to. One that is to be
-/// terminated may come back from here to leave the C library first, and is then stopped again.
+/// Stops the calling thread as long as it is requested; call it outside of `uninterrupted`. A
+/// thread that is to be terminated may return from here to leave the C library first; it is then
+/// stopped again.
 void stop_here() noexcept;
 
 } // namespace zel::platform

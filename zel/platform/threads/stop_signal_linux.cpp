@@ -17,15 +17,15 @@ namespace zel::platform {
 namespace {
 
 constexpr std::int64_t nanoseconds_a_millisecond = 1'000'000;
-constexpr std::int64_t between_looks = 10 * nanoseconds_a_millisecond;
+constexpr std::int64_t check_interval = 10 * nanoseconds_a_millisecond;
 constexpr int looks_until_refused = 5;
 constexpr int tries_to_send = 100;
 
-// The processor time that a thread cannot have used just for the library's own signal handler.
+// More processor time than the library's own signal handler can have used.
 constexpr std::int64_t more_than_a_handler = 3 * nanoseconds_a_millisecond;
 
-// Nanoseconds of processor time that the thread has used; 0 when it has ended. The number of the
-// clock is made of the thread's: all bits inverted, above three that tell the sort of clock.
+// The processor time of a thread in nanoseconds; 0 when it has ended. The number of the clock is
+// computed from the thread's: all bits inverted, above three bits for the kind of clock.
 std::int64_t processor_time_of(std::uint32_t id)
 {
     constexpr std::uint32_t of_a_thread = 6;
@@ -39,9 +39,9 @@ struct thread_status {
     bool blocks_signal = false;
 };
 
-// proc(5): lines of a name, a colon, a tab and a value. SigBlk is a mask in hexadecimal, signal 1 in
-// its lowest bit. It stands behind the groups, which may be thousands. Nothing here allocates, and
-// nothing is a point where the host would cancel the calling thread.
+// proc(5): each line has a name, a colon, a tab and a value. SigBlk is a mask in hexadecimal, with
+// signal 1 in its lowest bit. It comes after the groups, which may be thousands. Nothing here
+// allocates, and there is no cancellation point.
 class status_reader {
 public:
     thread_status result;
@@ -76,7 +76,7 @@ private:
         }
     }
 
-    char line_[64]; // of a longer line, its beginning
+    char line_[64]; // the beginning of a longer line
     std::size_t length_ = 0;
 };
 
@@ -110,20 +110,20 @@ thread_status status_of(std::uint32_t id)
 
 } // namespace
 
-// A real-time signal: no other of its number is merged with it, and the C library keeps the two
-// below SIGRTMIN for itself.
+// A real-time signal: signals with one number are not merged. The C library reserves the two below
+// SIGRTMIN.
 int stop_signal() noexcept { return SIGRTMIN + ZEL_STOP_SIGNAL; }
 
 bool send_stop_signal(std::uint32_t id) noexcept
 {
-    // The number of a thread that has ended is free for others, but the host hands numbers out in
-    // turn: not before all of them were used. A thread that is not told to stop ignores the signal.
+    // The number of an ended thread may be reused, but the host assigns numbers in turn, so not
+    // before all others were used. A thread for which no stop is requested ignores the signal.
     int const saved = errno;
     pid_t const process = ::getpid();
     bool sent = ::syscall(SYS_tgkill, process, id, stop_signal()) == 0 || errno != EAGAIN;
     if (!sent && id == this_thread.id) {
-        // Too many signals of the user wait. As one from kill(2) it goes through, but the host
-        // lets a thread make such a one for itself alone.
+        // Too many signals of the user are queued. A signal of the kind that kill(2) sends is
+        // always accepted, but the host lets a thread send that kind only to itself.
         siginfo_t info{};
         info.si_code = SI_USER;
         sent = ::syscall(SYS_rt_tgsigqueueinfo, process, id, stop_signal(), &info) == 0;
@@ -149,7 +149,7 @@ void stop_request::send() noexcept
 bool stop_request::wait(std::uint32_t now) noexcept
 {
     wake_reason const reason
-        = wait_interruptibly(record_.control, now, monotonic_now() + between_looks, false);
+        = wait_interruptibly(record_.control, now, monotonic_now() + check_interval, false);
     return reason != wake_reason::timed_out || !is_refused();
 }
 
@@ -165,8 +165,8 @@ bool stop_request::is_refused() noexcept
         blocked_ = 0;
         return false;
     }
-    // All signals are blocked in the library's own handler too, where a thread may be kept waiting
-    // for a processor as long as the machine likes. It does not sleep there unless it is stopped.
+    // The library's own handler blocks all signals too, and a thread in it may have to wait for a
+    // processor for any time. It sleeps there only when it is stopped.
     std::int64_t const time = processor_time_of(id);
     if (blocked_ == 0) {
         asleep_ = 0;

@@ -9,14 +9,14 @@ namespace zel::platform {
 /// The number of the signal that stops threads.
 int stop_signal() noexcept;
 
-/// Sends it to a thread of this process, which ignores it unless it is told to stop.
-/// \returns false when the host has no room for another signal.
+/// Sends it to a thread of this process. The thread ignores it unless a stop is requested.
+/// \returns false when the host can't queue another signal.
 bool send_stop_signal(std::uint32_t id) noexcept;
 
-/// Lets the stop signal in, whatever the mask that the calling thread has inherited.
+/// Unblocks the stop signal on the calling thread, whatever mask it has inherited.
 void admit_stop_signal() noexcept;
 
-/// One wish to stop another thread, as long as it is waited for.
+/// One request to stop another thread, as long as it is waited for.
 class stop_request {
 public:
     explicit stop_request(thread_record & record) noexcept
@@ -26,10 +26,10 @@ public:
 
     void send() noexcept;
 
-    /// Sleeps until `record.control` is not `now` any more, or the calling thread is told to stop
-    /// itself; looks after the thread now and then.
-    /// \returns false when the thread cannot be stopped: it runs or sleeps with the signal blocked,
-    ///          seen at five looks in a row, or the host takes no signal for it.
+    /// Sleeps until `record.control` differs from `now`, or the calling thread itself is told to
+    /// stop; checks the thread from time to time.
+    /// \returns false when the thread cannot be stopped: the host can't queue the signal, or five
+    ///          checks in a row found the thread running or sleeping with the signal blocked.
     bool wait(std::uint32_t now) noexcept;
 
 private:
@@ -37,9 +37,9 @@ private:
 
     thread_record & record_;
     int unsent_ = 0;
-    int blocked_ = 0; // looks in a row that found the signal blocked
+    int blocked_ = 0; // checks in a row that found the signal blocked
     int asleep_ = 0; // of these, those that found the thread asleep
-    std::int64_t time_at_first_ = 0; // the thread's processor time at the first of these
+    std::int64_t time_at_first_ = 0; // the thread's processor time at the first of these checks
 };
 
 } // namespace zel::platform

@@ -18,12 +18,13 @@ constinit std::atomic<void (*)() noexcept> passed_return{nullptr};
 } // namespace
 } // namespace zel::platform
 
-// A function returns here instead of to its caller: saves what it returns, asks zel_caught_return
-// where to go on, and goes on there. Nothing else has to survive a call.
+// A function returns here instead of to its caller. This code saves the function's result, asks
+// zel_caught_return for the address at which to continue, and continues there. No other register
+// has to survive a call.
 //
-// For the unwinder this is a frame of no size, whose return address stands where the function's did.
-// The unwinder looks one byte in front of an address for its description, hence the `nop`. An
-// exception that comes by calls zel_pass_return_trap first, which puts the true address back.
+// For the unwinder this is a frame of size 0, whose return address is where that of the function
+// was. The unwinder searches its description for the byte before an address, hence the `nop`. An
+// exception that passes first calls zel_pass_return_trap, which restores the true address.
 extern "C" {
 [[gnu::visibility("hidden")]] extern char const zel_return_trap[];
 using caught_return = std::uintptr_t (*)(std::uintptr_t *) noexcept;
@@ -84,7 +85,7 @@ zel_return_trap:
 namespace zel::platform {
 namespace {
 
-// A shadow stack would notice another return address; the instruction does nothing without one.
+// A shadow stack would detect a changed return address. Without one the instruction does nothing.
 bool has_shadow_stack()
 {
     std::uintptr_t pointer = 0;
@@ -100,8 +101,8 @@ bool is_system_call(std::uintptr_t address)
         == 0;
 }
 
-// The length of `call` with a register or memory as its operand, by its ModRM byte, without
-// prefixes; 0 when the byte is that of another instruction.
+// The length of a `call` instruction with a register or memory operand, from its ModRM byte,
+// without prefixes; 0 when the byte belongs to another instruction.
 int length_of_indirect_call(unsigned char mod_rm)
 {
     if ((mod_rm >> 3 & 7) != 2) {
@@ -132,8 +133,9 @@ stopped_thread stopped_thread_of(void const * context, bool (*can_be_read)(std::
         }
     } else if (is_system_call(result.place)
                && value(REG_RCX) == result.place + sizeof system_call) {
-        // The instruction leaves the address behind it in RCX: it was there, and the kernel has set
-        // the thread back to it. Without that trace the call has not been made yet.
+        // The instruction stores the address behind it in RCX. RCX has that value, so the call was
+        // made and the kernel has set the thread back to it. Otherwise the call has not been made
+        // yet.
         result.sleep = stopped_thread::call_to_be_repeated;
         result.call = value(REG_RAX);
         result.arguments[0] = value(REG_RDI);
@@ -190,7 +192,7 @@ bool is_caught_return(std::uintptr_t address) noexcept
 
 std::uintptr_t place_below_handler(std::uintptr_t const * frame, std::uintptr_t) noexcept
 {
-    // The kernel puts the saved context right above the return address.
+    // The kernel stores the saved context directly above the return address.
     auto const * const context = reinterpret_cast<ucontext_t const *>(frame + 1);
     return static_cast<std::uintptr_t>(context->uc_mcontext.gregs[REG_RIP]);
 }

@@ -16,16 +16,16 @@
 namespace zel::platform {
 namespace {
 
-// Nanoseconds between two looks where the host does not tell.
+// Nanoseconds between two checks where the host does not wake a waiter.
 constexpr std::int64_t slice = 5'000'000;
 constexpr std::int64_t short_slice = 100'000;
 
-// How far behind a thread's handle the host keeps the word that it clears, and wakes, when nothing
-// of the thread is left; 0 when it does not say.
+// The distance from a thread's handle to the word that the host clears and wakes when the thread
+// has completely ended; 0 when it is unknown.
 constinit std::ptrdiff_t host_word_distance = 0;
 
-// One more than the number of the slot of the thread that was terminated last and is not reaped;
-// `next_free` of its slot leads to the one before it.
+// The reap list of terminated threads. It holds one more than the number of the first slot, that of
+// the thread terminated last; `next_free` of each slot leads to the one terminated before it.
 constinit atomic<std::uint32_t> reap_list{0};
 
 atomic<std::uint32_t> const & host_word_of(thread_record const & record)
@@ -41,11 +41,11 @@ void tell_end(thread_record & record, end_state state)
     wake_address(record.end, INT_MAX, false);
 }
 
-// By the one who has made the end `being_reaped`.
+// Only the thread that has set the end to `being_reaped` calls this.
 std::uint32_t reap_if_gone(thread_record & record)
 {
     if (::pthread_tryjoin_np(record.thread, nullptr) != 0) {
-        tell_end(record, leaving); // another waiter may go on
+        tell_end(record, leaving); // another waiter may try
         return leaving;
     }
     if ((record.control.load(std::memory_order_acquire) & gone) != 0) {
@@ -82,7 +82,7 @@ void prepare_ends() noexcept
         || *word != static_cast<std::uint32_t>(::gettid())) {
         return;
     }
-    constexpr std::uintptr_t descriptor_size = 8192; // more than the C library's
+    constexpr std::uintptr_t descriptor_size = 8192; // more than the size of the C library's
     std::uintptr_t const distance
         = reinterpret_cast<std::uintptr_t>(word) - static_cast<std::uintptr_t>(::pthread_self());
     if (distance < descriptor_size) {
@@ -100,8 +100,8 @@ void end_own_thread(handle_slot & slot) noexcept
             record.teardown.function = nullptr;
         }
     }
-    // From one step on nobody stops this thread any more. Nobody sleeps on `control` then: whoever
-    // suspended it was woken by the resume.
+    // After this exchange no thread can stop this one any more. No thread sleeps on `control` then:
+    // a thread that suspended this one was woken by the resume.
     std::uint32_t now = record.control.load(std::memory_order_acquire);
     while ((now & stop_mask) != 0 || !record.control.compare_exchange_weak(now, now | past_stops)) {
         if ((now & stop_mask) != 0) {
@@ -120,8 +120,8 @@ void end_own_thread(handle_slot & slot) noexcept
 void hand_to_reaper(handle_slot & slot) noexcept
 {
     thread_record & record = record_of(slot);
-    // The record stays until somebody has seen the host clear this thread away: the list has the
-    // thread's own reference.
+    // The record stays until a thread has seen that the host has cleaned up after this one: the
+    // reap list takes over the thread's own reference.
     record.end.store(leaving, std::memory_order_release);
     record.control.fetch_or(gone, std::memory_order_acq_rel);
     push_on_reap_list(slot);
@@ -180,9 +180,9 @@ wake_reason wait_for_end(thread_record & record, std::uint32_t end, std::int64_t
 
 std::uint32_t wait_for_thread(void * handle, std::int64_t until) noexcept
 {
-    // The reference stays from one look to the next, so that a wait outlives the handle: it is given
-    // back where the caller may be terminated.
-    for (bool late = until == 0;;) {
+    // The reference is kept from one check to the next, so that a wait outlives the handle. It is
+    // released wherever the caller may be terminated.
+    for (bool timed_out = until == 0;;) {
         uninterrupted const guard;
         handle_slot * const slot = pinned_thread(handle);
         if (slot == nullptr) {
@@ -190,12 +190,12 @@ std::uint32_t wait_for_thread(void * handle, std::int64_t until) noexcept
         }
         thread_record & record = record_of(*slot);
         std::uint32_t end = look_at_end(record);
-        while (end != ended && !late && !told_to_stop()) {
-            late = wait_for_end(record, end, until) == wake_reason::timed_out;
+        while (end != ended && !timed_out && !told_to_stop()) {
+            timed_out = wait_for_end(record, end, until) == wake_reason::timed_out;
             end = look_at_end(record);
         }
         release_thread(*slot);
-        if (end == ended || late) {
+        if (end == ended || timed_out) {
             return end == ended ? 0 : 258;
         }
         stop_if_told();
@@ -228,7 +228,8 @@ std::uint32_t wait_for_thread_or_change(void * handle, atomic<std::uint32_t> con
             : end != leaving
                 && wait_for_either_interruptibly(record.end, end, false, word, expected, until);
         if (!waited) {
-            // Linux before 5.16: sleep for a change, and look for the end now and then.
+            // Linux before 5.16: sleep until the word changes, and check for the end from time to
+            // time.
             std::int64_t const next_look = monotonic_now() + slice;
             wait_interruptibly(word, expected, until < 0 ? next_look : std::min(next_look, until),
                                false);

@@ -22,7 +22,7 @@ struct priority_row {
 constexpr priority_row priorities[]
     = {{-15, 19}, {-2, 10}, {-1, 5}, {0, 0}, {1, -5}, {2, -10}, {15, -20}};
 
-// The nice value of one thread; the host keeps it for each.
+// The nice value of one thread; the host has one for each thread.
 bool read_nice_value(std::uint32_t id, int & value)
 {
     errno = 0;
@@ -37,7 +37,8 @@ void begin_at_normal_priority() noexcept
     int const saved = errno;
     int inherited = 0;
     if (read_nice_value(0, inherited) && inherited != 0 && ::setpriority(PRIO_PROCESS, 0, 0) != 0) {
-        // As high as this user may go: getrlimit(2) has the limit as 20 less the nice value.
+        // The highest priority that this user may set: getrlimit(2) reports the limit as 20 minus
+        // the nice value.
         rlimit limit{};
         if (::getrlimit(RLIMIT_NICE, &limit) == 0 && limit.rlim_cur <= 40) {
             int const lowest = 20 - static_cast<int>(limit.rlim_cur);
@@ -65,7 +66,7 @@ std::int32_t get_thread_priority(void * handle) noexcept
         set_last_error(error_access_denied);
         return priority_error;
     }
-    // Somebody else may have set a value in between: the nearest counts.
+    // Another program may have set a different value: the nearest one counts.
     auto const * const nearest
         = std::min_element(std::begin(priorities), std::end(priorities),
                            [=](priority_row const & one, priority_row const & other) {

@@ -3,8 +3,8 @@
 
 namespace zel::platform {
 
-/// Gives the calling thread, which is new, the normal priority whatever its maker's is, as far as
-/// the host lets it be raised.
+/// Gives the calling thread, a new one, the normal priority whatever the priority of its creator,
+/// if the host permits raising it to that.
 void begin_at_normal_priority() noexcept;
 
 } // namespace zel::platform

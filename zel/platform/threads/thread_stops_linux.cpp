@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
-// The side of those who suspend, resume and terminate; stop_handler_linux.cpp has the other one.
+// The side of the threads that suspend, resume and terminate others; stop_handler_linux.cpp is the
+// side of the thread that is stopped.
 
 #include "zel/platform/last_error.h"
 #include "zel/platform/threads/stop_handler_linux.h"
@@ -14,8 +15,9 @@
 namespace zel::platform {
 namespace {
 
-// Nanoseconds until the signal is sent again to a thread that goes on to leave the C library: first
-// little, for it is soon out; then more and more, for it to get on.
+// Nanoseconds until the signal is sent again to a thread that continues in order to leave the C
+// library. The pause is short at first, because most threads leave soon, and then grows, so that
+// the signal does not slow the thread down.
 constexpr std::int64_t first_pause = 10'000;
 constexpr std::int64_t longest_pause = 200'000;
 
@@ -30,7 +32,7 @@ outcome wait_until_parked(thread_record & record, bool signal)
     for (;;) {
         std::uint32_t now = record.control.load(std::memory_order_acquire);
         if ((now & (parked | gone | past_stops)) != 0 || (now & suspensions_mask) == 0) {
-            return outcome::done; // stopped; or ended or resumed by another thread since
+            return outcome::done; // stopped; or it has ended, or another thread has resumed it
         }
         if (told_to_stop()) {
             return outcome::told_to_stop_oneself;
@@ -45,7 +47,7 @@ outcome wait_until_parked(thread_record & record, bool signal)
     }
 }
 
-// Returns false when the thread has ended by itself, or is about to.
+// Requests the end. Returns false when the thread has ended by itself, or is about to.
 bool want_end(thread_record & record, std::uint32_t exit_code, bool is_own)
 {
     std::uint32_t const wish = is_own ? end_wanted | end_forced : end_wanted;
@@ -63,7 +65,7 @@ bool want_end(thread_record & record, std::uint32_t exit_code, bool is_own)
     return true;
 }
 
-// Takes the wish back. Returns false when the thread has ended meanwhile.
+// Withdraws the request. Returns false when the thread has ended meanwhile.
 bool give_up_end(thread_record & record)
 {
     std::uint32_t now = record.control.load(std::memory_order_acquire);
@@ -80,12 +82,12 @@ outcome wait_until_gone(thread_record & record)
 {
     stop_request request(record);
     std::uint32_t const at_first = record.control.load(std::memory_order_acquire);
-    if ((at_first & parked) == 0) { // else it was woken
+    if ((at_first & parked) == 0) { // a parked thread was woken
         request.send();
     }
     std::uint32_t postponed = at_first / postponement;
     std::int64_t pause = first_pause;
-    bool runs_on = false; // it was stopped, and goes on just to leave the C library
+    bool runs_on = false; // it was stopped, and continues only to leave the C library
     for (;;) {
         std::uint32_t const now = record.control.load(std::memory_order_acquire);
         if ((now & gone) != 0) {
@@ -109,8 +111,8 @@ outcome wait_until_gone(thread_record & record)
     }
 }
 
-// The host's own work at the end of a terminated thread. It cannot be waited for while the caller is
-// to stop.
+// Waits until the host has cleaned up after a terminated thread. It must not wait while the caller
+// is told to stop.
 outcome wait_until_cleared_away(thread_record & record)
 {
     for (std::uint32_t end = 0; (end = look_at_end(record)) != ended;) {
@@ -132,7 +134,7 @@ std::uint32_t suspend_thread(void * handle) noexcept
         uninterrupted const guard;
         handle_slot * const slot = counted ? pin_thread(handle) : pinned_thread(handle);
         if (slot == nullptr) {
-            return before; // closed since, if it was counted
+            return before; // the handle was closed meanwhile
         }
         thread_record & record = record_of(*slot);
         if (!counted) {
@@ -189,7 +191,7 @@ bool terminate_thread(void * handle, std::uint32_t exit_code) noexcept
         uninterrupted const guard;
         handle_slot * const slot = asked ? pin_thread(handle) : pinned_thread(handle);
         if (slot == nullptr) {
-            return asked; // closed since: nobody can tell any more
+            return asked; // the handle was closed meanwhile, so the outcome is unknown
         }
         thread_record & record = record_of(*slot);
         bool const is_own = slot == this_thread.slot;
@@ -200,7 +202,7 @@ bool terminate_thread(void * handle, std::uint32_t exit_code) noexcept
         if (is_own) {
             admit_stop_signal();
             release_thread(*slot);
-            return true; // never seen: the end of `guard` does not come back
+            return true; // not reached: the destructor of `guard` does not return
         }
         outcome result = wait_until_gone(record);
         if (result == outcome::done) {

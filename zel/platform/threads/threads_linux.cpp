@@ -23,17 +23,17 @@ namespace {
 
 constexpr std::uint32_t thread_all_access = 0x1FFFFF;
 
-constinit brief_lock preparation; // only taken behind prepare_forks()
+constinit brief_lock preparation; // only taken after prepare_forks()
 constinit atomic<bool> ends_prepared{false};
 constinit atomic<bool> starts_prepared{false};
 
 constinit atomic<void (*)(bool) noexcept> abandon_what_is_held{nullptr};
 
 constinit pthread_key_t end_key{}; // its destructor runs at the end of a thread
-constinit bool tells_ids = false; // whether id_of gives the host's numbers
+constinit bool tells_ids = false; // true if id_of returns the host's numbers
 
-// The C library gives no thread's number away, but the clock of its processor time is made of it:
-// all bits inverted, above three that tell the sort of clock.
+// The C library does not reveal a thread's number, but the clock of the thread's processor time is
+// computed from it: all bits inverted, above three bits for the kind of clock.
 std::uint32_t id_of(pthread_t thread)
 {
     clockid_t clock = 0;
@@ -57,7 +57,8 @@ void forget_thread_of_parent(handle_slot & slot)
     slot.references.store((references & ~word_mask) | 1, std::memory_order_relaxed);
 }
 
-// Of all threads only the forking one lives in the child; the C library has taken their stacks.
+// Only the forking thread exists in the child; the C library has reclaimed the stacks of the
+// others.
 void after_fork_in_child() noexcept
 {
     this_thread.id = 0;
@@ -69,7 +70,7 @@ void after_fork_in_child() noexcept
     if (handle_slot * const slot = this_thread.slot) {
         thread_record & record = record_of(*slot);
         record.id.store(static_cast<std::uint32_t>(::gettid()), std::memory_order_relaxed);
-        record.control.store(0, std::memory_order_relaxed); // nobody is left who would resume it
+        record.control.store(0, std::memory_order_relaxed); // no thread is left to resume it
         std::uint64_t const tag = slot->references.load(std::memory_order_relaxed) & ~word_mask;
         slot->references.store(tag | (tag == 0 ? 1 : 2), std::memory_order_relaxed);
     }
@@ -78,8 +79,8 @@ void after_fork_in_child() noexcept
 void at_end(void * value)
 {
     if (!this_thread.last_round) {
-        // The others' destructors come first: they are called in any order, and again as long as
-        // one of them has set its key.
+        // Destructors of other keys have to run first. The host calls them in any order, and again
+        // as long as one of them has set its key.
         this_thread.last_round = true;
         if (::pthread_setspecific(end_key, value) == 0) {
             return;
@@ -115,7 +116,7 @@ bool prepare_starts_once()
     return true;
 }
 
-// Has `step` done once in the process; it is tried again when it failed for want of memory.
+// Performs `step` once in the process; tries again if it failed for lack of memory.
 bool prepare(atomic<bool> & done, bool (*step)())
 {
     if (done.load(std::memory_order_acquire)) {
@@ -151,7 +152,7 @@ void * run(void * argument)
     begin_at_normal_priority();
     admit_stop_signal();
     record.start.store(stoppable, std::memory_order_release);
-    stop_here(); // a signal that came before `this_thread` was filled in did nothing
+    stop_here(); // a signal that came before `this_thread` was set had no effect
 
     bool const is_told_of_end = ::pthread_setspecific(end_key, &slot) == 0;
     record.exit_code.store(record.proc(record.argument), std::memory_order_relaxed);
@@ -211,7 +212,7 @@ void * begin_thread(unsigned int (*proc)(void *), void * argument, atomic<std::u
     if (handle != nullptr) {
         *handle = result;
     }
-    // With this the thread runs, and may be over and its slot another's at once.
+    // After this the thread runs. It may end at once, and its slot may be reused.
     atomic<std::uint32_t> & start = record.start;
     if (start.exchange(settled, std::memory_order_acq_rel) == awaited) {
         wake_address(start, 1, false);
@@ -231,7 +232,7 @@ std::uint32_t current_thread_id() noexcept
     if (this_thread.id == 0) {
         auto const id = static_cast<std::uint32_t>(::gettid());
         if (!prepare_forks()) {
-            return id; // not kept: a forked child could not be told that it has another
+            return id; // not stored: it could not be updated in a forked child
         }
         this_thread.id = id;
     }
@@ -253,10 +254,10 @@ bool watch_owner(void (*abandon)(bool) noexcept) noexcept
 
 void abandon_holds(bool is_orderly) noexcept
 {
-    // What a destructor takes after this has the end watched anew.
+    // If a destructor takes a mutex after this, the thread's end is watched again.
     bool const was_owner = this_thread.owner_number != 0;
     this_thread.owner_number = 0;
-    // A terminated thread may have taken one that it has not counted yet.
+    // A terminated thread may have taken a mutex that it has not counted yet.
     if (was_owner && (!is_orderly || this_thread.holds.load(std::memory_order_relaxed) != 0)) {
         abandon_what_is_held.load(std::memory_order_relaxed)(is_orderly);
         this_thread.holds.store(0, std::memory_order_relaxed);
