@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What a debugger has to know of the classes that its printers show.
+// Describes the classes of the library to a debugger, for its printers.
 //
 // A compiler describes a class with virtual members in one place, beside its table of virtual
 // members, which is in the library. A release has no descriptions, and all that a program's

@@ -8,7 +8,7 @@
 
 namespace zel {
 
-/// A number as it stands in a text: digits up to the first other byte.
+/// A number at the start of a text: digits up to the first other byte.
 struct digit_run {
     std::uint64_t value; ///< modulo 2^64
     std::size_t count; ///< of the digits, leading zeros included

@@ -7,7 +7,7 @@ namespace zel::platform {
 /// where there is nothing to do.
 struct fork_handlers {
     void (*before)() noexcept; // takes the locks that the child must find free
-    void (*in_parent)() noexcept; // gives them back
+    void (*in_parent)() noexcept; // releases them
     void (*in_child)() noexcept; // resets them, and forgets the other threads
 };
 

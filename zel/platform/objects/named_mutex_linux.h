@@ -44,7 +44,7 @@ inline bool is_known(robust_caller const & caller) noexcept
 }
 
 /// \param slot  of a handle that was alive.
-/// \returns true also when another namespace has come in this moment: see `crossed`.
+/// \returns true even if another namespace has just started to use the mutex: check `crossed`.
 [[gnu::always_inline]] inline bool take_free_named_mutex(handle_slot & slot) noexcept
 {
     robust_caller const caller = known_caller();
@@ -81,10 +81,11 @@ inline bool is_known(robust_caller const & caller) noexcept
 }
 /// @}
 
-/// What a creation puts into the block; the creator has it before anybody else can find it.
+/// Initialises the block in a creation. If it is initially owned, the creator owns it before other
+/// processes can find it.
 /// \param initially_owned  a `bool`.
 void initialize_named_mutex(void * block, void const * initially_owned) noexcept;
-/// The opposite, when another process was quicker.
+/// Undoes that when another process created the name first.
 void withdraw_named_mutex(void * block, void const * initially_owned) noexcept;
 
 /// Finds the lane for a new mapping in the slot, or in a forked child for an old one.
@@ -98,15 +99,15 @@ std::uint32_t wait_for_named_mutex(handle_slot & slot, void * handle,
 std::uint32_t wait_across(handle_slot & slot, void * handle, std::uint32_t milliseconds) noexcept;
 bool release_named_mutex(handle_slot & slot, void * handle) noexcept;
 
-/// A mutex that a thread of this process owns keeps its memory until that has released it or ended:
-/// the kernel follows the owner's list into it. Its name is given back at once.
+/// If a thread of this process owns the mutex, its memory is kept until the thread has released it
+/// or ended, because the kernel follows the owner's list into it. The name is given up at once.
 bool close_named_mutex(handle_slot & slot, void * handle) noexcept;
 
-/// Frees what `close_named_mutex` had to keep and nobody needs any more.
+/// Frees the memory that `close_named_mutex` had to keep, once no thread needs it.
 void free_closed_mutexes() noexcept;
 
-/// At the calling thread's end: abandons what it owns, for one that owns more than the kernel would
-/// tell of.
+/// At the calling thread's end: abandons the named mutexes that it owns, if they are more than the
+/// kernel reports.
 void abandon_named_mutexes() noexcept;
 
 /// In the child after a fork, where no thread owns one.
