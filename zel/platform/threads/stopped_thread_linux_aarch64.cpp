@@ -19,12 +19,14 @@ constinit std::atomic<void (*)() noexcept> passed_return{nullptr};
 } // namespace
 } // namespace zel::platform
 
-// A function returns here instead of to its caller: saves what it returns, asks zel_caught_return
-// where to go on, and goes on there. Nothing else has to survive a call.
+// A function returns here instead of to its caller. This code saves the function's result, asks
+// zel_caught_return for the address at which to continue, and continues there. No other register
+// has to survive a call.
 //
-// For the unwinder this is a frame of no size, whose return address (X30) is where the function's was.
-// The unwinder looks in front of an address for its description, hence the `nop`. An exception that
-// comes by calls zel_pass_return_trap first, which puts the true address back.
+// For the unwinder this is a frame of size 0, whose return address (X30) is where that of the
+// function was. The unwinder searches its description for the byte before an address, hence the
+// `nop`. An exception that passes first calls zel_pass_return_trap, which restores the true
+// address.
 extern "C" {
 [[gnu::visibility("hidden")]] extern char const zel_return_trap[];
 using caught_return = std::uintptr_t (*)(std::uintptr_t *) noexcept;
