@@ -412,7 +412,7 @@ void in_place(std::string const & text, std::string const & other)
     require(change(text,
                    [&](char * t) { require(path_make_pretty(t) == (!is_pretty && lower != text)); })
             == (is_pretty ? text : lower));
-    int const drive = static_cast<int>(other.size());
+    int const drive = static_cast<int>(other.size() % 28);
     require(change("old", [&](char * t) { path_build_root(t, drive); })
             == (drive < 26 ? std::string(1, static_cast<char>('A' + drive)) + ":\\" : "old"));
 }

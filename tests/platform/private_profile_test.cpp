@@ -192,19 +192,20 @@ TEST_F(private_profile, ends_every_text_at_its_first_nul)
 
 TEST(profile_grammar, is_that_of_a_plain_reader_and_writer)
 {
-    expect_for_any(private_profile_property, 3000, [](auto & random) {
+    expect_for_any(private_profile_property, 5000, [](auto & random) {
         std::string input(1, static_cast<char>(random()));
         for (auto const & names : {std::array{"a", "A", "b ", "c]", "x", "\td", ""},
-                                   std::array{"x", "X", " y", "z\v", "", ";", "a=b"}}) {
+                                   std::array{"x", "X", " y", "z\v", "[x", ";", ""}}) {
             input += names[random() % names.size()] + std::string("\xFF");
         }
         input += any_words(random, 2, {"1", "'", "\"", " 3 ", "\t", "00", "01FF00", "\n", "\r"})
             + "\xFF" + any_words(random, 1, {"\xEF\xBB\xBF", "\xEF\xBB"});
         for (auto lines = random() % 10; lines > 0; --lines) {
             input += any_words(random, 1,
-                               {"[a]", "\v[ B ]", "[c", "[[a", "[a]b]", "x=1", " Y =\t'2\" ", ";c",
-                                ";x=1", "noise", "=\"3\"", "a[b]", "x='01'", "y= 01FF00 ",
-                                "X = '00'", "z=010", "[]", "['b'] x=1"})
+                               {"[a]",        "\v[ B ]",     "[c",      "[[a",     "[a]b]",
+                                "x=1",        " Y =\t'2\" ", ";c",      ";x=1",    "noise",
+                                "=\"3\"",     "x[a]",        "x=01 01", "X='0101", "z\v=1",
+                                "y= 01FF00 ", "X = '00'",    "X=000",   "[]",      "['b'] x=1"})
                 + std::string(any_words(random, 1, {"", "", "\r"})) + "\n";
         }
         return input + any_words(random, 1, {"z=4", "[b]", "x=", "\r", " "});

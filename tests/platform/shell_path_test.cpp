@@ -83,6 +83,10 @@ TEST(shell_path, is_what_a_plain_model_of_it_says)
                               "a",  "b",       "A",    "?",  "*",  " ",    "\"",  ";",  "UNC\\",
                               "s",  "\\\\?\\", "\\\\", ":",  "/",  "x.y",  "\t",  "1",  longer});
         };
+        if (random() % 4 == 0) { // names and patterns
+            return any_words(random, 4, {"a", "b", "."}) + "\n"
+                + any_words(random, 6, {"a", "B", ".", "*", "?", "; "});
+        }
         std::string const front = piece(5);
         return front + piece(4) + "\n" + (random() % 2 == 0 ? front : "") + piece(5);
     });
