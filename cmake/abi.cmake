@@ -39,6 +39,8 @@ execute_process(
 
 if(MODE STREQUAL "dump")
   file(READ ${WORK}/libzel.abi text)
+  # Sources by their place in the tree, wherever it lies on the machine.
+  string(REGEX REPLACE " path='[^']*/(zel/[^']*)'" " path='\\1'" text "${text}")
   string(FIND "${text}" "\n" end)
   string(SUBSTRING "${text}" 0 ${end} first)
   string(SUBSTRING "${text}" ${end} -1 rest)
