@@ -34,8 +34,8 @@ void recent_pages::add(zel::path const & page, std::int32_t sum)
 {
     // A page that is in the list keeps its number; a new one takes the oldest's, or a free one.
     auto const has = [&](std::int32_t number) {
-        return std::ranges::any_of(pages_,
-                                   [&](auto const & entry) { return entry.first == number; });
+        return std::any_of(pages_.begin(), pages_.end(),
+                           [&](auto const & entry) { return entry.first == number; });
     };
     auto const known = find(page);
     std::int32_t number = known != pages_.end() ? known->first : 1;
@@ -70,8 +70,8 @@ bool recent_pages::find_sum(zel::path const & page, std::int32_t & sum) const
 
 recent_pages::entries::const_iterator recent_pages::find(zel::path const & page) const
 {
-    return std::ranges::find_if(pages_,
-                                [&](auto const & entry) { return page == entry.second.c_str(); });
+    return std::find_if(pages_.begin(), pages_.end(),
+                        [&](auto const & entry) { return page == entry.second.c_str(); });
 }
 
 std::list<zel::path> recent_pages::list() const
