@@ -79,7 +79,7 @@ unsigned long long * size_of(user_regs_struct & registers)
 /// A wake-up never fails, and nor does a number that a descriptor is asked for.
 bool can_fail(user_regs_struct const & registers)
 {
-    auto const operation = registers.rsi & FUTEX_CMD_MASK;
+    int const operation = static_cast<int>(registers.rsi) & FUTEX_CMD_MASK;
     return registers.orig_rax != SYS_futex || operation == FUTEX_WAIT
         || operation == FUTEX_WAIT_BITSET;
 }
