@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "zel/platform/threads/library_work_linux.h"
 
+#include "zel/platform/threads/return_trap_linux.h"
 #include "zel/platform/waits/this_thread_linux.h"
 #include <algorithm>
 #include <cstddef>

@@ -14,6 +14,7 @@
 #include "zel/platform/threads/stop_handler_linux.h"
 
 #include "zel/platform/threads/library_work_linux.h"
+#include "zel/platform/threads/return_trap_linux.h"
 #include "zel/platform/threads/stop_signal_linux.h"
 #include "zel/platform/threads/thread_ends_linux.h"
 #include "zel/platform/threads/threads.h"

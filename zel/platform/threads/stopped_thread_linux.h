@@ -52,20 +52,7 @@ std::uintptr_t * place_of_return(std::uintptr_t address, std::uintptr_t begin,
 /// \returns 0 when it is unknown.
 std::uintptr_t place_below_handler(std::uintptr_t const * frame, std::uintptr_t end) noexcept;
 
-/// Makes a function of the calling thread return to `on_return` instead of its caller. The result
-/// of `on_return` is the address at which the thread continues. Its argument is the place, directly
-/// below the caller's frame, from which the unwinder takes the return address.
-/// \param frame         the place on the stack that contains the function's return address.
-/// \param on_exception  restores that address. Called when an exception, or the end of the thread
-///                      by the host's library, is about to leave the function.
-/// \returns the replaced return address; 0, with nothing done, when the host checks return
-///          addresses.
-std::uintptr_t catch_return(std::uintptr_t * frame,
-                            std::uintptr_t (*on_return)(std::uintptr_t *) noexcept,
-                            void (*on_exception)() noexcept) noexcept;
-
-/// True if the unwinder has reached such a replaced return address, from which it finds no further
-/// frames.
-bool is_caught_return(std::uintptr_t address) noexcept;
+/// Whether the processor checks that functions return to where they were called from.
+bool has_shadow_stack() noexcept;
 
 } // namespace zel::platform

@@ -2,22 +2,12 @@
 #include "zel/platform/threads/stopped_thread_linux.h"
 
 #include <algorithm>
-#include <atomic>
 #include <cerrno>
 #include <cstddef>
 #include <cstring>
 
 #include <asm/sigcontext.h>
 #include <ucontext.h>
-#include <unwind.h>
-
-namespace zel::platform {
-namespace {
-
-constinit std::atomic<void (*)() noexcept> passed_return{nullptr};
-
-} // namespace
-} // namespace zel::platform
 
 // A function returns here instead of to its caller. This code saves the function's result, asks
 // zel_caught_return for the address at which to continue, and continues there. No other register
@@ -27,22 +17,6 @@ constinit std::atomic<void (*)() noexcept> passed_return{nullptr};
 // function was. The unwinder searches its description for the byte before an address, hence the
 // `nop`. An exception that passes first calls zel_pass_return_trap, which restores the true
 // address.
-extern "C" {
-[[gnu::visibility("hidden")]] extern char const zel_return_trap[];
-using caught_return = std::uintptr_t (*)(std::uintptr_t *) noexcept;
-[[gnu::visibility("hidden")]] constinit std::atomic<caught_return> zel_caught_return{nullptr};
-
-[[gnu::visibility("hidden"), gnu::used]] _Unwind_Reason_Code
-zel_pass_return_trap(int, _Unwind_Action, _Unwind_Exception_Class, _Unwind_Exception *,
-                     _Unwind_Context *)
-{
-    if (auto const pass = zel::platform::passed_return.load(std::memory_order_relaxed)) {
-        pass();
-    }
-    return _URC_CONTINUE_UNWIND;
-}
-}
-
 asm(R"(
     .text
     .p2align 4
@@ -87,15 +61,6 @@ namespace {
 
 using instruction = std::uint32_t;
 constexpr instruction system_call = 0xD4000001; // svc #0
-
-// A guarded stack of return addresses would notice another one. The instruction clears the bit of
-// what is on, and does nothing on a processor that does not know it.
-bool has_shadow_stack()
-{
-    register std::uint64_t asked asm("x16") = 1;
-    asm volatile("hint #40" : "+r"(asked)); // chkfeat x16
-    return asked == 0;
-}
 
 bool is_system_call(std::uintptr_t address)
 {
@@ -161,24 +126,13 @@ std::uintptr_t * place_of_return(std::uintptr_t address, std::uintptr_t begin,
     return found;
 }
 
-std::uintptr_t catch_return(std::uintptr_t * frame,
-                            std::uintptr_t (*on_return)(std::uintptr_t *) noexcept,
-                            void (*on_exception)() noexcept) noexcept
+// A guarded stack of return addresses would notice another one. The instruction clears the bit of
+// what is on, and does nothing on a processor that does not know it.
+bool has_shadow_stack() noexcept
 {
-    auto const trap = reinterpret_cast<std::uintptr_t>(zel_return_trap);
-    if (has_shadow_stack() || *frame == trap) {
-        return 0;
-    }
-    passed_return.store(on_exception, std::memory_order_relaxed);
-    zel_caught_return.store(on_return, std::memory_order_relaxed);
-    std::uintptr_t const before = *frame;
-    *frame = trap;
-    return before;
-}
-
-bool is_caught_return(std::uintptr_t address) noexcept
-{
-    return address == reinterpret_cast<std::uintptr_t>(zel_return_trap);
+    register std::uint64_t asked asm("x16") = 1;
+    asm volatile("hint #40" : "+r"(asked)); // chkfeat x16
+    return asked == 0;
 }
 
 std::uintptr_t place_below_handler(std::uintptr_t const * frame, std::uintptr_t end) noexcept

@@ -1,22 +1,12 @@
 // SPDX-License-Identifier: MIT
 #include "zel/platform/threads/stopped_thread_linux.h"
 
-#include <atomic>
 #include <cerrno>
 #include <cstring>
 #include <initializer_list>
 #include <iterator>
 
 #include <ucontext.h>
-#include <unwind.h>
-
-namespace zel::platform {
-namespace {
-
-constinit std::atomic<void (*)() noexcept> passed_return{nullptr};
-
-} // namespace
-} // namespace zel::platform
 
 // A function returns here instead of to its caller. This code saves the function's result, asks
 // zel_caught_return for the address at which to continue, and continues there. No other register
@@ -25,22 +15,6 @@ constinit std::atomic<void (*)() noexcept> passed_return{nullptr};
 // For the unwinder this is a frame of size 0, whose return address is where that of the function
 // was. The unwinder searches its description for the byte before an address, hence the `nop`. An
 // exception that passes first calls zel_pass_return_trap, which restores the true address.
-extern "C" {
-[[gnu::visibility("hidden")]] extern char const zel_return_trap[];
-using caught_return = std::uintptr_t (*)(std::uintptr_t *) noexcept;
-[[gnu::visibility("hidden")]] constinit std::atomic<caught_return> zel_caught_return{nullptr};
-
-[[gnu::visibility("hidden"), gnu::used]] _Unwind_Reason_Code
-zel_pass_return_trap(int, _Unwind_Action, _Unwind_Exception_Class, _Unwind_Exception *,
-                     _Unwind_Context *)
-{
-    if (auto const pass = zel::platform::passed_return.load(std::memory_order_relaxed)) {
-        pass();
-    }
-    return _URC_CONTINUE_UNWIND;
-}
-}
-
 asm(R"(
     .text
     .p2align 4
@@ -84,14 +58,6 @@ zel_return_trap:
 
 namespace zel::platform {
 namespace {
-
-// A shadow stack would detect a changed return address. Without one the instruction does nothing.
-bool has_shadow_stack()
-{
-    std::uintptr_t pointer = 0;
-    asm volatile("rdsspq %0" : "+r"(pointer));
-    return pointer != 0;
-}
 
 constexpr unsigned char system_call[] = {0x0F, 0x05};
 
@@ -170,24 +136,12 @@ std::uintptr_t * place_of_return(std::uintptr_t address, std::uintptr_t,
     return *place == address ? place : nullptr;
 }
 
-std::uintptr_t catch_return(std::uintptr_t * frame,
-                            std::uintptr_t (*on_return)(std::uintptr_t *) noexcept,
-                            void (*on_exception)() noexcept) noexcept
+// A shadow stack would detect a changed return address. Without one the instruction does nothing.
+bool has_shadow_stack() noexcept
 {
-    auto const trap = reinterpret_cast<std::uintptr_t>(zel_return_trap);
-    if (has_shadow_stack() || *frame == trap) {
-        return 0;
-    }
-    passed_return.store(on_exception, std::memory_order_relaxed);
-    zel_caught_return.store(on_return, std::memory_order_relaxed);
-    std::uintptr_t const before = *frame;
-    *frame = trap;
-    return before;
-}
-
-bool is_caught_return(std::uintptr_t address) noexcept
-{
-    return address == reinterpret_cast<std::uintptr_t>(zel_return_trap);
+    std::uintptr_t pointer = 0;
+    asm volatile("rdsspq %0" : "+r"(pointer));
+    return pointer != 0;
 }
 
 std::uintptr_t place_below_handler(std::uintptr_t const * frame, std::uintptr_t) noexcept
