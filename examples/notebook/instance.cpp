@@ -50,7 +50,11 @@ bool instance::call()
 {
     answered_.reset(); // discards an answer to an earlier call
     called_.set();
-    return answered_.lock(1000);
+    bool const answered = answered_.lock(1000);
+    if (!answered) {
+        called_.reset(); // or the notebook after this one would take the call for its own
+    }
+    return answered;
 }
 
 call_listener::call_listener(zel::auto_ptr<zel::logger> log, zel::event & called,
