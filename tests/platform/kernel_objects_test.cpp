@@ -4,23 +4,13 @@
 #include "tests/platform/waited_object.h"
 #include "tests/support/processes.h"
 #include "tests/support/sanitizers.h"
-#include "zel/platform/last_error.h"
 #include "zel/platform/objects/critical_section.h"
-#include "zel/platform/threads/threads.h"
 #include "zel/platform/waits/address_wait.h"
-#include <atomic>
+#include "zel/platform/waits/handles.h"
 #include <cerrno>
-#include <chrono>
-#include <cstdint>
-#include <cstring>
-#include <functional>
-#include <gtest/gtest.h>
-#include <initializer_list>
-#include <memory>
-#include <mutex>
-#include <string>
+#include <deque>
+#include <random>
 #include <string_view>
-#include <thread>
 #include <vector>
 
 #include <pthread.h>
@@ -32,38 +22,54 @@ namespace {
 using namespace zel::platform;
 using namespace std::chrono_literals;
 
-TEST(unnamed_mutex, belongs_to_one_thread_as_often_as_it_takes_it)
+class mutexes : public testing::TestWithParam<bool> {
+protected:
+    static bool is_named() { return GetParam(); }
+    static void * create(bool owned = false)
+    {
+        return create_mutex(owned, is_named() ? fresh_name().c_str() : nullptr);
+    }
+    time_limit const limit_{20};
+};
+
+INSTANTIATE_TEST_SUITE_P(of, mutexes, testing::Bool(),
+                         [](auto const & row) { return row.param ? "named" : "unnamed"; });
+
+TEST_P(mutexes, belong_to_one_thread_as_often_as_it_takes_them)
 {
-    time_limit const seconds(20);
-    object const mutex(create_mutex(true, nullptr));
+    object const mutex(create(true));
     EXPECT_EQ(mutex.wait(), wait_object_0);
-    std::thread([&] {
-        EXPECT_EQ(mutex.wait(0), wait_timeout);
-        EXPECT_EQ(mutex.wait(5), wait_timeout);
-        EXPECT_FALSE(release_mutex(mutex));
-        EXPECT_EQ(last_error(), 288U);
-    }).join();
-    EXPECT_TRUE(release_mutex(mutex));
-    std::thread([&] { EXPECT_EQ(mutex.wait(0), wait_timeout); }).join();
-    EXPECT_TRUE(release_mutex(mutex));
-    EXPECT_FALSE(release_mutex(mutex));
-    std::thread([&] {
-        EXPECT_TRUE(mutex.wait(0) == wait_object_0 && release_mutex(mutex));
-    }).join();
+    auto const holds_elsewhere = [&](auto const & check) {
+        if (is_named()) {
+            return holds_in_child(check);
+        }
+        bool result = false;
+        std::thread([&] { result = check(); }).join();
+        return result;
+    };
+    auto const is_refused = [&] {
+        return mutex.wait(0) == wait_timeout && mutex.wait(5) == wait_timeout
+            && !release_mutex(mutex) && last_error() == 288U;
+    };
+    for (int holds = 2; holds > 0; --holds) {
+        EXPECT_TRUE(holds_elsewhere(is_refused)) << holds;
+        EXPECT_TRUE(release_mutex(mutex));
+    }
+    EXPECT_TRUE(!release_mutex(mutex) && last_error() == 288U);
+    EXPECT_TRUE(
+        holds_elsewhere([&] { return mutex.wait(0) == wait_object_0 && release_mutex(mutex); }));
 }
 
-TEST(unnamed_mutex, tells_one_waiter_that_its_owner_ended)
+TEST_P(mutexes, tell_one_waiter_that_their_owner_ended)
 {
-    time_limit const seconds(20);
     // Ends of a thread that nothing of this library or of the C library sees, too.
     for (bool const bare : {false, true}) {
         if (bare && under_thread_sanitizer) {
             continue;
         }
         SCOPED_TRACE(bare);
-        object const mutex(create_mutex(false, nullptr));
-        object const others[]
-            = {object(create_mutex(false, nullptr)), object(create_mutex(false, nullptr))};
+        object const mutex(create());
+        object const others[] = {object(create()), object(create())};
         object const go(create_event(false, false, nullptr));
         sleeper owner([&] {
             mutex.wait();
@@ -78,18 +84,15 @@ TEST(unnamed_mutex, tells_one_waiter_that_its_owner_ended)
         });
         std::atomic<int> abandoned{0};
         std::atomic<int> taken{0};
-        std::vector<std::unique_ptr<sleeper>> waiters;
-        for (int i = 0; i < 3; ++i) {
-            waiters.push_back(std::make_unique<sleeper>([&] {
-                std::uint32_t const result = mutex.wait(10'000);
-                (result == wait_abandoned ? abandoned : taken) += 1;
-                EXPECT_TRUE(release_mutex(mutex)) << result;
-            }));
-        }
-        EXPECT_EQ(abandoned + taken, 0);
-        set_event(go);
-        for (auto const & waiter : waiters) {
-            (**waiter).join();
+        {
+            std::deque<sleeper> waiters;
+            for (int i = 0; i < 3; ++i) {
+                waiters.emplace_back([&] {
+                    (mutex.wait(10'000) == wait_abandoned ? abandoned : taken) += 1;
+                    EXPECT_TRUE(release_mutex(mutex));
+                });
+            }
+            set_event(go);
         }
         EXPECT_EQ(abandoned, 1);
         EXPECT_EQ(taken, 2);
@@ -103,92 +106,139 @@ TEST(unnamed_mutex, tells_one_waiter_that_its_owner_ended)
 }
 
 // The host keeps one list of a thread's locks, with one place for the lock in work.
-TEST(unnamed_mutex, shares_the_hosts_list_with_the_c_librarys_locks)
+TEST_P(mutexes, share_the_hosts_list_with_the_c_librarys_locks)
 {
-    time_limit const seconds(20);
+    pthread_mutex_t hosts;
+    pthread_mutexattr_t wishes;
+    ::pthread_mutexattr_init(&wishes);
+    ::pthread_mutexattr_setrobust(&wishes, PTHREAD_MUTEX_ROBUST);
+    ::pthread_mutex_init(&hosts, &wishes);
     // In turn: a, b and the C library's p are taken, A, B and P given back; then the owner ends.
-    char const * const lives[] = {"a", "apP", "apPA", "ap", "pab", "abA", "abB", "apbPA", "paPAb"};
-    for (char const * const life : lives) {
+    for (std::string const life :
+         {"a", "apP", "apPA", "ap", "pab", "abA", "abB", "apbPA", "paPAb"}) {
         SCOPED_TRACE(life);
-        object const mutexes[]
-            = {object(create_mutex(false, nullptr)), object(create_mutex(false, nullptr))};
-        pthread_mutex_t hosts;
-        pthread_mutexattr_t wishes;
-        ::pthread_mutexattr_init(&wishes);
-        ::pthread_mutexattr_setrobust(&wishes, PTHREAD_MUTEX_ROBUST);
-        ::pthread_mutex_init(&hosts, &wishes);
+        object const locks[] = {object(create()), object(create())};
         std::thread([&] {
-            for (char const * step = life; *step != '\0'; ++step) {
-                if (*step == 'p' || *step == 'P') {
-                    (*step == 'p' ? ::pthread_mutex_lock : ::pthread_mutex_unlock)(&hosts);
-                } else if (*step >= 'a') {
-                    EXPECT_EQ(mutexes[*step - 'a'].wait(0), wait_object_0);
+            for (char const step : life) {
+                if (step == 'p' || step == 'P') {
+                    (step == 'p' ? ::pthread_mutex_lock : ::pthread_mutex_unlock)(&hosts);
+                } else if (step >= 'a') {
+                    EXPECT_EQ(locks[step - 'a'].wait(0), wait_object_0);
                 } else {
-                    EXPECT_TRUE(release_mutex(mutexes[*step - 'A']));
+                    EXPECT_TRUE(release_mutex(locks[step - 'A']));
                 }
             }
         }).join();
         auto const is_held = [&](char taken, char given) {
-            return std::strchr(life, taken) != nullptr && std::strchr(life, given) == nullptr;
+            return life.find(taken) != life.npos && life.find(given) == life.npos;
         };
-        EXPECT_EQ(mutexes[0].wait(0), is_held('a', 'A') ? wait_abandoned : wait_object_0);
-        EXPECT_EQ(mutexes[1].wait(0), is_held('b', 'B') ? wait_abandoned : wait_object_0);
+        EXPECT_EQ(locks[0].wait(0), is_held('a', 'A') ? wait_abandoned : wait_object_0);
+        EXPECT_EQ(locks[1].wait(0), is_held('b', 'B') ? wait_abandoned : wait_object_0);
         EXPECT_EQ(::pthread_mutex_trylock(&hosts), is_held('p', 'P') ? EOWNERDEAD : 0);
-        EXPECT_TRUE(release_mutex(mutexes[0]) && release_mutex(mutexes[1]));
+        EXPECT_TRUE(release_mutex(locks[0]) && release_mutex(locks[1]));
         ::pthread_mutex_consistent(&hosts);
         ::pthread_mutex_unlock(&hosts);
-        ::pthread_mutex_destroy(&hosts);
-        ::pthread_mutexattr_destroy(&wishes);
     }
 }
 
-TEST(unnamed_mutex, stays_owned_when_its_handle_is_closed)
+TEST_P(mutexes, stay_owned_when_their_owner_closes_its_handle)
 {
-    time_limit const seconds(20);
-    void * const mutex = create_mutex(false, nullptr);
-    object const go(create_event(false, false, nullptr));
-    std::atomic<bool> looked{false};
+    std::string const name = is_named() ? fresh_name() : "";
+    void * const mutex = create_mutex(false, name.c_str());
+    void * const own = is_named() ? open_mutex(mutex_all_access, false, name.c_str()) : mutex;
+    object const go(create_semaphore(0, 2, nullptr));
     sleeper owner([&] {
-        wait_for_single_object(mutex, infinite);
+        wait_for_single_object(own, infinite);
         go.wait();
-        object const another(create_mutex(false, nullptr));
-        looked = true;
+        EXPECT_TRUE(close_handle(own));
+        EXPECT_TRUE(!close_handle(own) && last_error() == 6U);
+        EXPECT_EQ(wait_for_single_object(own, 0), wait_failed);
+        object const another(create());
         go.wait();
     });
-    zel::atomic<std::uint32_t> result{wait_failed};
+    std::atomic<std::uint32_t> result{wait_failed};
     sleeper waiter([&] { result = wait_for_single_object(mutex, infinite); });
-    EXPECT_TRUE(close_handle(mutex));
-    EXPECT_FALSE(close_handle(mutex));
-    EXPECT_EQ(last_error(), 6U);
-    EXPECT_EQ(wait_for_single_object(mutex, 0), wait_failed);
-    set_event(go);
-    while (!looked) {
-        std::this_thread::yield();
-    }
+    release_semaphore(go, 1, nullptr);
+    std::this_thread::sleep_for(20ms);
     EXPECT_EQ(result, wait_failed) << "the owner lives";
-    set_event(go);
+    release_semaphore(go, 1, nullptr);
     (*owner).join();
     (*waiter).join();
     EXPECT_EQ(result, wait_abandoned);
-    object const later(create_mutex(true, nullptr)); // the slot may serve again
-    EXPECT_TRUE(release_mutex(later));
+    EXPECT_EQ(close_handle(mutex), is_named());
+    void * const later = create_mutex(true, name.c_str()); // the slot may serve again
+    EXPECT_EQ(last_error(), 0U);
+    EXPECT_TRUE(close_handle(later));
+    EXPECT_EQ(open_mutex(mutex_all_access, false, name.c_str()), nullptr)
+        << "an owner without a handle does not keep the name";
+}
+
+TEST_P(mutexes, are_abandoned_by_a_terminated_thread_which_waits_for_nothing_any_more)
+{
+    SKIP_IF_THREADS_CANNOT_BE_STOPPED();
+    std::string const name = is_named() ? fresh_name() : "";
+    object const mutex(create());
+    struct {
+        void * mutex;
+        void * awaited;
+        std::atomic<std::uint32_t> id;
+    } shared{mutex, create_semaphore(0, 1, name.c_str()), {0}};
+    auto const body = [](void * argument) {
+        auto & objects = *static_cast<decltype(shared) *>(argument);
+        wait_for_single_object(objects.mutex, infinite);
+        objects.id = current_thread_id();
+        return wait_for_single_object(objects.awaited, infinite);
+    };
+    object const victim(begin_thread(body, &shared, nullptr));
+    while (shared.id == 0) {
+        std::this_thread::yield();
+    }
+    until_asleep(static_cast<int>(shared.id));
+    {
+        sleeper const heir([&] { EXPECT_EQ(mutex.wait(10'000), wait_abandoned); });
+        EXPECT_TRUE(terminate_thread(victim, 3));
+    }
+    EXPECT_TRUE(release_semaphore(shared.awaited, 1, nullptr));
+    EXPECT_EQ(wait_for_single_object(shared.awaited, 0), wait_object_0) << "nobody waits there";
+    EXPECT_TRUE(close_handle(shared.awaited));
+    EXPECT_EQ(open_semaphore(synchronize, false, name.c_str()), nullptr);
 }
 
 TEST(handles_of_objects, are_refused_where_they_do_not_belong)
 {
-    object const event(create_event(false, false, nullptr));
+    object const event(create_event(false, true, nullptr));
     object const mutex(create_mutex(false, nullptr));
     object const semaphore(create_semaphore(0, 1, nullptr));
-    set_last_error(0);
     int nothing = 0;
-    void * const wrongs[] = {nullptr, mutex, semaphore, &nothing};
+    auto const value = reinterpret_cast<std::uintptr_t>(static_cast<void *>(event));
+    std::uintptr_t const no_handles[] = {
+        0,
+        1,
+        ~std::uintptr_t{0},
+        value + 1,
+        value + 500 * slots_a_block * sizeof(handle_slot), // of a block that is not there
+        value ^ (std::uintptr_t{1} << 32), // another kind
+        value ^ (std::uintptr_t{1} << 63), // another generation
+        value & word_mask,
+        value | 0x80000000,
+        reinterpret_cast<std::uintptr_t>(&nothing),
+        reinterpret_cast<std::uintptr_t>(slot_of(event)),
+    };
+    std::vector<void *> wrongs{mutex, semaphore};
+    for (std::uintptr_t const none : no_handles) {
+        SCOPED_TRACE(none);
+        void * const handle = reinterpret_cast<void *>(none);
+        EXPECT_FALSE(close_handle(handle) || release_mutex(handle));
+        EXPECT_EQ(wait_for_single_object(handle, 0), wait_failed);
+        wrongs.push_back(handle);
+    }
     for (void * const wrong : wrongs) {
+        set_last_error(0);
         EXPECT_FALSE(set_event(wrong) || reset_event(wrong) || pulse_event(wrong));
         EXPECT_EQ(last_error(), 6U);
     }
     EXPECT_FALSE(release_mutex(event) || release_semaphore(event, 1, nullptr));
-    EXPECT_EQ(wait_for_single_object(nullptr, 0), wait_failed);
-    EXPECT_FALSE(close_handle(nullptr));
+    EXPECT_EQ(event.wait(0), wait_object_0);
 }
 
 TEST(unnamed_objects, are_the_childs_own_after_a_fork)
@@ -205,23 +255,19 @@ TEST(unnamed_objects, are_the_childs_own_after_a_fork)
         go.wait();
         release_mutex(theirs);
     });
-    EXPECT_EQ(in_child([&] {
-                  if (release_mutex(mutex) || last_error() != 288U) {
-                      return 1; // the parent's thread owns it, not the child's
-                  }
-                  if (mutex.wait(0) != wait_abandoned || !release_mutex(mutex)) {
-                      return 2;
-                  }
-                  if (theirs.wait(0) != wait_abandoned || !release_mutex(theirs)) {
-                      return 3;
-                  }
-                  // The parent's waiter is not here.
-                  if (!set_event(event) || event.wait(0) != 0 || event.wait(1) != wait_timeout) {
-                      return 4;
-                  }
-                  return release_semaphore(semaphore, 3, nullptr) && semaphore.wait(0) == 0 ? 0 : 5;
-              }),
-              0);
+    critical_section section;
+    initialize_critical_section(section);
+    enter_critical_section(section);
+    EXPECT_TRUE(holds_in_child([&] {
+        // Both mutexes belong to the parent's threads, and the waiter is not here.
+        bool const is_new = !release_mutex(mutex) && last_error() == 288U
+            && mutex.wait(0) == wait_abandoned && theirs.wait(0) == wait_abandoned
+            && set_event(event) && event.wait(0) == wait_object_0 && event.wait(1) == wait_timeout
+            && release_semaphore(semaphore, 3, nullptr) && semaphore.wait(0) == wait_object_0;
+        leave_critical_section(section); // the child's one thread holds it
+        return is_new && try_enter_critical_section(section);
+    }));
+    leave_critical_section(section);
     EXPECT_EQ(semaphore.wait(0), wait_timeout);
     EXPECT_TRUE(release_mutex(mutex)) << "the parent still owns it";
     set_event(event);
@@ -248,11 +294,6 @@ TEST(critical_section, excludes_and_counts)
         enter_critical_section(section);
         leave_critical_section(section);
     });
-    EXPECT_EQ(in_child([&] {
-                  leave_critical_section(section); // the child's one thread holds it
-                  return try_enter_critical_section(section) ? 0 : 1;
-              }),
-              0);
     leave_critical_section(section);
     (*waiter).join();
     EXPECT_TRUE(try_enter_critical_section(section));
@@ -260,129 +301,77 @@ TEST(critical_section, excludes_and_counts)
     delete_critical_section(section);
 }
 
-TEST(terminated_threads, leave_the_waiters_and_abandon_what_they_own)
-{
-    SKIP_IF_THREADS_CANNOT_BE_STOPPED();
-    time_limit const seconds(20);
-    std::string const name = "zel test victim " + std::to_string(::getpid());
-    for (char const * const which : {"", name.c_str()}) {
-        SCOPED_TRACE(which);
-        void * const awaited = create_semaphore(0, 1, which);
-        object const mutex(create_mutex(false, (which + std::string(*which ? "m" : "")).c_str()));
-        struct {
-            void * mutex;
-            void * awaited;
-            zel::atomic<std::uint32_t> id;
-        } shared{mutex, awaited, {0}};
-        auto const body = [](void * argument) {
-            auto & objects = *static_cast<decltype(shared) *>(argument);
-            wait_for_single_object(objects.mutex, infinite);
-            objects.id = current_thread_id();
-            wait_for_single_object(objects.awaited, infinite);
-            return 0U;
-        };
-        object const victim(begin_thread(body, &shared, nullptr));
-        while (shared.id == 0) {
-            std::this_thread::yield();
-        }
-        until_asleep(static_cast<int>(shared.id));
-        sleeper heir([&] { EXPECT_EQ(mutex.wait(10'000), wait_abandoned); });
-        EXPECT_TRUE(terminate_thread(victim, 3));
-        (*heir).join();
-        EXPECT_TRUE(release_semaphore(awaited, 1, nullptr));
-        EXPECT_EQ(wait_for_single_object(awaited, 0), wait_object_0) << "nobody waits there";
-        EXPECT_TRUE(close_handle(awaited));
-        if (*which != '\0') {
-            EXPECT_EQ(open_semaphore(synchronize, false, which), nullptr);
-        }
-    }
-}
-
-// What a wake-up is raced against a suspension over.
-struct contender {
+// What a wake-up is raced against a suspension over: one unit, which whoever takes it gives back.
+struct contended {
     char const * kind;
-    bool is_lock; // given back by whoever took it; else one is let through for each `give`
-    void * (*create)();
+    void * (*create)(char const * name); // the caller has the unit
+    bool (*give)(void *);
+    bool (*take)(void *, std::uint32_t milliseconds);
 };
 
-void * create_section()
+void * make_event(char const * name) { return create_event(false, false, name); }
+void * make_semaphore(char const * name) { return create_semaphore(0, 2, name); }
+void * make_mutex(char const * name) { return create_mutex(true, name); }
+bool release_one(void * semaphore) { return release_semaphore(semaphore, 1, nullptr); }
+bool take_object(void * object, std::uint32_t milliseconds)
 {
-    static critical_section section;
-    initialize_critical_section(section);
-    return &section;
+    return wait_for_single_object(object, milliseconds) == wait_object_0;
 }
 
-std::string name_of_race() { return "zel test race " + std::to_string(::getpid()); }
+critical_section section;
+void * make_section(char const *)
+{
+    initialize_critical_section(section);
+    enter_critical_section(section);
+    return create_event(false, false, nullptr); // a handle that can be closed
+}
+bool leave_section(void *)
+{
+    leave_critical_section(section);
+    return true;
+}
+bool take_section(void *, std::uint32_t milliseconds)
+{
+    bool const entered = try_enter_critical_section(section);
+    if (!entered && milliseconds != 0) {
+        enter_critical_section(section);
+    }
+    return entered || milliseconds != 0;
+}
 
-contender const contenders[] = {
-    {"event", false, [] { return create_event(false, false, nullptr); }},
-    {"semaphore", false, [] { return create_semaphore(0, 2, nullptr); }},
-    {"mutex", true, [] { return create_mutex(false, nullptr); }},
-    {"section", true, create_section},
-    {"named_event", false, [] { return create_event(false, false, name_of_race().c_str()); }},
-    {"named_semaphore", false, [] { return create_semaphore(0, 2, name_of_race().c_str()); }},
-    {"named_mutex", true, [] { return create_mutex(false, name_of_race().c_str()); }},
+contended const all_contended[] = {
+    {"event", make_event, set_event, take_object},
+    {"semaphore", make_semaphore, release_one, take_object},
+    {"mutex", make_mutex, release_mutex, take_object},
+    {"section", make_section, leave_section, take_section},
+    {"named_event", make_event, set_event, take_object},
+    {"named_semaphore", make_semaphore, release_one, take_object},
+    {"named_mutex", make_mutex, release_mutex, take_object},
 };
 
-class suspended_waiters : public testing::TestWithParam<contender> {
+class suspended_waiters : public testing::TestWithParam<contended> {
 protected:
-    bool is(char const * kind) const { return std::string_view(GetParam().kind).ends_with(kind); }
+    bool take(std::uint32_t milliseconds) { return GetParam().take(object_, milliseconds); }
+    void give() { EXPECT_TRUE(GetParam().give(object_)); }
 
-    bool take(std::uint32_t milliseconds)
+    // Takes and gives back once a round.
+    static unsigned work(void * argument)
     {
-        if (!is("section")) {
-            return wait_for_single_object(object_, milliseconds) == wait_object_0;
-        }
-        auto & section = *static_cast<critical_section *>(object_);
-        if (milliseconds == 0) {
-            return try_enter_critical_section(section);
-        }
-        enter_critical_section(section);
-        return true;
-    }
-
-    void give()
-    {
-        if (is("section")) {
-            leave_critical_section(*static_cast<critical_section *>(object_));
-        } else {
-            EXPECT_TRUE(is("event")           ? set_event(object_)
-                            : is("semaphore") ? release_semaphore(object_, 1, nullptr)
-                                              : release_mutex(object_));
-        }
-    }
-
-    static unsigned call(void * self) { return static_cast<suspended_waiters *>(self)->work(); }
-
-    // Takes once a round, or keeps waiting into the next.
-    unsigned work()
-    {
-        for (std::uint32_t round = 0;;) {
-            await(round_, round);
-            round = round_;
-            if (done_ || !take(infinite) || done_) {
+        auto & self = *static_cast<suspended_waiters *>(argument);
+        for (std::uint32_t round = 0;; ++round) {
+            while (self.round_ == round) {
+                wait_on_address(self.round_, round, -1, false);
+            }
+            if (self.round_ == last_round) {
                 return 0;
             }
-            if (GetParam().is_lock) {
-                give();
-            }
-            passed_ += 1;
+            self.take(infinite);
+            self.give();
+            self.passed_ += 1;
         }
     }
 
-    static void await(zel::atomic<std::uint32_t> const & word, std::uint32_t old)
-    {
-        while (word == old) {
-            wait_on_address(word, old, -1, false);
-        }
-    }
-    static void advance(zel::atomic<std::uint32_t> & word)
-    {
-        word += 1;
-        wake_address(word, 9, false);
-    }
-
-    bool has_passed(std::uint32_t count, std::chrono::microseconds time) const
+    bool has_passed(std::uint32_t count, std::chrono::nanoseconds time) const
     {
         auto const end = std::chrono::steady_clock::now() + time;
         while (passed_ < count && std::chrono::steady_clock::now() < end) {
@@ -391,92 +380,54 @@ protected:
         return passed_ >= count;
     }
 
-    static void dawdle(unsigned steps)
-    {
-        for (; steps != 0; --steps) {
-            std::atomic_signal_fence(std::memory_order_seq_cst);
-        }
-    }
-
+    static constexpr std::uint32_t last_round = 0xFFFFFFFF;
     void * object_ = nullptr;
     zel::atomic<std::uint32_t> round_{0};
-    zel::atomic<std::uint32_t> go_{0};
-    zel::atomic<std::uint32_t> taken_{0};
-    zel::atomic<std::uint32_t> given_{0};
-    zel::atomic<std::uint32_t> over_{0};
     zel::atomic<std::uint32_t> passed_{0};
-    std::atomic<bool> done_{false};
 };
 
-// One waiter is suspended while the object is given away. The other, which runs, must be let
+// One waiter is suspended about when the object is given away. The other, which runs, must be let
 // through as long as the first is suspended, unless the first had the object in its hands before.
 TEST_P(suspended_waiters, leave_no_other_asleep_beside_a_free_object)
 {
     SKIP_IF_THREADS_CANNOT_BE_STOPPED();
     time_limit const seconds(110);
-    constexpr std::uint32_t rounds = 100'000;
-    bool const is_lock = GetParam().is_lock;
-    object_ = GetParam().create();
+    bool const is_named = std::string_view(GetParam().kind).starts_with("named");
+    object_ = GetParam().create(is_named ? fresh_name().c_str() : nullptr);
     ASSERT_NE(object_, nullptr);
-
-    std::thread giver([&] {
-        for (std::uint32_t round = 0; round < rounds; ++round) {
-            if (is_lock) {
-                take(infinite);
-                advance(taken_);
-            }
-            await(go_, round);
+    void * const victim = begin_thread(work, this, nullptr);
+    std::thread other(work, this);
+    std::minstd_rand random(1);
+    for (std::uint32_t round = 1; round < 20'000; ++round) {
+        round_ = round;
+        wake_address(round_, 2, false);
+        has_passed(last_round, random() % 8192 * 1ns);
+        bool const comes_late = random() % 4 != 0;
+        if (comes_late) {
             give();
-            advance(given_);
-            await(over_, round);
+            has_passed(last_round, random() % 4096 * 1ns);
         }
-    });
-    void * const victim = begin_thread(call, this, nullptr);
-    std::thread other([&] { work(); });
-
-    std::uint32_t expected = 0;
-    unsigned seed = 1;
-    for (std::uint32_t round = 0; round < rounds; ++round) {
-        if (is_lock) {
-            await(taken_, round);
-        }
-        expected += is_lock ? 2 : 1;
-        seed = seed * 1103515245 + 12345;
-        advance(round_);
-        dawdle(seed / 65536 % 4096);
-        advance(go_);
-        dawdle(seed / 65536 % 61 * 8);
         ASSERT_NE(suspend_thread(victim), 0xFFFFFFFF);
-        await(given_, round);
-        // Both pass a lock, one passes on a unit.
-        if (!has_passed(expected - (is_lock ? 1 : 0), 1'000us)) {
-            if (take(0)) { // the other has not come yet
-                give();
-                ASSERT_TRUE(has_passed(expected - (is_lock ? 1 : 0), 10s)) << round;
-            } else if (!is_lock) { // the first has it, and a second one is for the other
-                give();
-                expected += 1;
-                ASSERT_TRUE(has_passed(expected - 1, 10s)) << round;
-            }
+        if (!comes_late) {
+            give();
+        }
+        if (!has_passed(2 * round - 1, 1'000us) && take(0)) { // the other has not come yet
+            give();
+            ASSERT_TRUE(has_passed(2 * round - 1, 10s)) << round;
         }
         ASSERT_EQ(resume_thread(victim), 1U);
-        ASSERT_TRUE(has_passed(expected, 10s)) << round;
-        advance(over_);
+        ASSERT_TRUE(has_passed(2 * round, 10s)) << round;
+        ASSERT_TRUE(take(infinite));
     }
-    done_ = true;
-    advance(round_);
-    for (int i = 0; i < 2 && !is_lock; ++i) {
-        give();
-        std::this_thread::sleep_for(1ms);
-    }
-    giver.join();
+    round_ = last_round;
+    wake_address(round_, 2, false);
     other.join();
     EXPECT_EQ(wait_for_single_object(victim, 10'000), wait_object_0);
     EXPECT_TRUE(close_handle(victim));
-    EXPECT_TRUE(is("section") || close_handle(object_));
+    EXPECT_TRUE(close_handle(object_));
 }
 
-INSTANTIATE_TEST_SUITE_P(over, suspended_waiters, testing::ValuesIn(contenders),
+INSTANTIATE_TEST_SUITE_P(over, suspended_waiters, testing::ValuesIn(all_contended),
                          [](auto const & row) { return std::string(row.param.kind); });
 
 } // namespace
