@@ -104,62 +104,31 @@ protected:
     std::string const file = folder.file("f");
 };
 
-TEST_F(private_profile, reads_what_the_grammar_says)
+TEST_F(private_profile, reads_lines_of_any_length)
 {
-    std::string const nul(1, '\0');
+    std::string const nul(1, '\0'), end(nul + "]=\n"); // of a text, whatever follows
+    std::string const x(100'000, 'x'), blanks(70'000, ' '), name(40'000, 'K');
     // clang-format off
     struct { std::string text, section, name, value; } const rows[] = {
-        {"[S]\r\nKey=V\r\nl=w", "s", "kEY", "V"}, {"[\xC4]\nk=v", "\xE4", "k", missing}, // letters of ASCII only
-        {"\xEF\xBB\xBF \t[s \t]x\n k\v=' v '\t\r", " s ", "k", " v "}, {"[s]\n;k=1\nk=2;3", "s", "k", "2;3"},
         {nul + "\n[s]" + nul + "\nk=v" + nul + "w", "s", "k", "v" + nul + "w"},
-        // beyond a block of what is read
-        {std::string("[s]\n").append(100'000, 'x') + "=1\nk=" + std::string(100'000, ' ') + "v", "s", "k", "v"},
-        {std::string("[").append(70'000, ' ') + "s]\n" + std::string(70'000, '[') + "\nk=v", "s", "k", missing},
-        {std::string("[s]\n").append(40'000, 'K') + " =v", "s", std::string(40'000, 'k'), "v"},
+        {"[s]\n" + x + "=1\nk=" + blanks + "v", "s" + end, "k" + end, "v"},
+        {"[" + blanks + "s]\n[" + x + "\nk=v", "s", "k", missing}, {"[s]\n" + name + " =v", "s", name, "v"},
     };
     // clang-format on
     for (auto const & row : rows) {
         put(file, row.text);
         EXPECT_EQ(read(file, row.section, row.name), row.value) << row.text.substr(0, 60);
+        EXPECT_EQ(read(file, row.section, row.name, 2), row.value.substr(0, 1));
     }
-}
-
-TEST_F(private_profile, cuts_values_and_defaults_to_the_buffer)
-{
-    put(file, "[s]\nq='12345'\n");
-    EXPECT_EQ(read(file, "s", "q", 5) + read(file, "s", "none", 5), "1234<mis");
-    EXPECT_EQ(read(file, "s", "q", 1) + read(file, "s", "none", 1), "");
-    char untouched = 'x';
-    EXPECT_EQ(get_private_profile_string("s", "k", "", &untouched, 0, file.c_str()), 0U);
-    EXPECT_EQ(untouched, 'x');
-}
-
-TEST_F(private_profile, writes_one_line_and_leaves_every_other_byte)
-{
-    // clang-format off
-    struct { std::string before; char const * section, * name, *value; std::string after; } const rows[] = {
-        {"", "s", "k", "v", "[s]\nk=v\n"}, {"[s]\nKey=old\n", "S", "KEY", "new", "[s]\nKey=new\n"}, // its spelling stays
-        {"\t[ s ] x\n k =\t'old' \nj\n", "s", "k", "new", "\t[ s ] x\n k =\tnew\nj\n"}, {"[s]\nk =\t 1 \n", "s", "k", " 2 ", "[s]\nk = 2 \n"},
-        {"[s]\na=1\n\n;c\n[t]\nb=2\n", "s", "k", "v", "[s]\na=1\nk=v\n\n;c\n[t]\nb=2\n"}, // behind the last entry
-        {"\xEF\xBB\xBF[s]\r\na=1", "t", "k", "v", "\xEF\xBB\xBF[s]\r\na=1\r\n[t]\r\nk=v\r\n"}, // the end of the line in front
-        {"[]\r", "t", "k", "v", "[]\r[t]\rk=v\r"}, {"", "", "", "", "[]\n=\n"},
-    };
-    // clang-format on
-    for (auto const & row : rows) {
-        SCOPED_TRACE(testing::PrintToString(row.before));
-        put(file, row.before);
-        EXPECT_TRUE(write(file, row.section, row.name, row.value));
-        EXPECT_EQ(get(file), row.after);
-        EXPECT_EQ(folder.entries(), 1);
-    }
-    put(file, "[s]\na=1\nb=2\nB=3\n");
-    EXPECT_TRUE(write_private_profile_struct("s", "b", nullptr, 1, file.c_str()));
-    EXPECT_TRUE(write_private_profile_struct("s", "none", nullptr, 1, file.c_str()));
-    EXPECT_EQ(get(file), "[s]\na=1\nB=3\n");
+    char buffer[] = "xyz"; // of no size at first
+    EXPECT_EQ(get_private_profile_string("s", "none", "d", buffer, 0, file.c_str()), 0U);
+    EXPECT_STREQ(buffer, "xyz");
+    EXPECT_EQ(get_private_profile_string("s", "none", "d" + end, buffer, 3, file.c_str()), 1U);
 }
 
 TEST_F(private_profile, refuses_what_would_be_another_entry)
 {
+    std::string const end("\0]=\n", 4); // what is behind a NUL never matters
     // clang-format off
     struct { std::string section, name, value; } const rows[] = {
         {"a]", "k", "v"}, {"s", "a=b", "v"}, {"s", "k", "a\nb"},
@@ -168,34 +137,28 @@ TEST_F(private_profile, refuses_what_would_be_another_entry)
     for (auto const & row : rows) {
         SCOPED_TRACE(testing::PrintToString(row.section + "/" + row.name + "/" + row.value));
         EXPECT_FALSE(write(file, row.section, row.name, row.value));
+        EXPECT_EQ(last_error(), error_invalid_parameter);
         EXPECT_EQ(folder.entries(), 0);
         private_profile_entry const both[] = {{row.section, row.name, row.value}, {"s", "k", "1"}};
         EXPECT_FALSE(write_private_profile_entries(both, file.c_str()));
         EXPECT_EQ(get(file), "[s]\nk=1\n"); // the sound one
+        EXPECT_TRUE(write(file, "s" + end, "K" + end, "v" + end));
+        EXPECT_TRUE(write_private_profile_struct("s", "b" + end, "A", 1, file.c_str()));
+        EXPECT_EQ(get(file), "[s]\nk=v\nb=4141\n");
+        for (char const * name : {"b", "none"}) { // no block at all removes
+            EXPECT_TRUE(write_private_profile_struct("s", name, nullptr, 1, file.c_str()));
+            EXPECT_EQ(get(file), "[s]\nk=v\n");
+        }
         std::filesystem::remove(file);
     }
-}
-
-// What is behind a NUL never matters.
-TEST_F(private_profile, ends_every_text_at_its_first_nul)
-{
-    std::string const tail("\0]=\n", 4);
-    EXPECT_TRUE(write(file, "s" + tail, "k" + tail, "v" + tail));
-    EXPECT_EQ(get(file), "[s]\nk=v\n");
-    EXPECT_EQ(read(file, "S" + tail, "K" + tail), "v");
-    char buffer[9];
-    EXPECT_EQ(get_private_profile_string("s", "none", "d" + tail, buffer, 9, ""), 1U);
-    unsigned char const block[] = {0};
-    EXPECT_TRUE(write_private_profile_struct("s", "k" + tail, block, 1, file.c_str()));
-    EXPECT_EQ(get(file), "[s]\nk=0000\n");
 }
 
 TEST(profile_grammar, is_that_of_a_plain_reader_and_writer)
 {
     expect_for_any(private_profile_property, 5000, [](auto & random) {
         std::string input(1, static_cast<char>(random()));
-        for (auto const & names : {std::array{"a", "A", "b ", "c]", "x", "\td", ""},
-                                   std::array{"x", "X", " y", "z\v", "[x", ";", ""}}) {
+        for (auto const & names : {std::array{"a", "A", "b ", "c]", "x", "\td", "", "\xC4"},
+                                   std::array{"x", "X", " y", "z\v", "[x", ";", "", "\xE4"}}) {
             input += names[random() % names.size()] + std::string("\xFF");
         }
         input += any_words(random, 2, {"1", "'", "\"", " 3 ", "\t", "00", "01FF00", "\n", "\r"})
@@ -205,38 +168,31 @@ TEST(profile_grammar, is_that_of_a_plain_reader_and_writer)
                                {"[a]",        "\v[ B ]",     "[c",      "[[a",     "[a]b]",
                                 "x=1",        " Y =\t'2\" ", ";c",      ";x=1",    "noise",
                                 "=\"3\"",     "x[a]",        "x=01 01", "X='0101", "z\v=1",
-                                "y= 01FF00 ", "X = '00'",    "X=000",   "[]",      "['b'] x=1"})
+                                "y= 01FF00 ", "X = '00'",    "X=000",   "[]",      "['b'] x=1",
+                                "[\xE4]",     "\xC4=1"})
                 + std::string(any_words(random, 1, {"", "", "\r"})) + "\n";
         }
         return input + any_words(random, 1, {"z=4", "[b]", "x=", "\r", " "});
     });
 }
 
-TEST_F(private_profile, tells_blocks_from_other_texts)
+TEST_F(private_profile, gives_blocks_of_the_right_size_only)
 {
-    // clang-format off
-    struct { char const * value; bool sound; std::uint32_t size; } const rows[] = {
-        {"00", true, 0}, {"0102", false, 0}, {" \"01ff00\"\t", true, 2},
-    };
-    // clang-format on
-    for (auto const & row : rows) {
-        SCOPED_TRACE(row.value);
-        put(file, std::string("[s]\nk=") + row.value);
-        std::uint32_t size = 99;
-        EXPECT_EQ(get_private_profile_struct_size("s", "k", size, file.c_str()), row.sound);
-        EXPECT_EQ(size, row.size);
-        for (std::uint32_t wanted = 0; wanted < 4; ++wanted) {
-            std::string bytes(4, 'x');
-            set_last_error(0);
-            bool const got
-                = get_private_profile_struct("s", "k", bytes.data(), wanted, file.c_str());
-            EXPECT_EQ(got, row.sound && wanted == row.size);
-            EXPECT_EQ(last_error() == error_bad_length, row.sound && wanted != row.size);
-            EXPECT_EQ(bytes == "xxxx", !got || wanted == 0);
-        }
+    put(file, "[s]\nk=\"01ff00\"\nother=0102\n");
+    std::uint32_t size = 99;
+    EXPECT_FALSE(get_private_profile_struct_size("s", "other", size, file.c_str()));
+    EXPECT_EQ(size, 0U);
+    EXPECT_TRUE(get_private_profile_struct_size("s", "k", size, file.c_str()));
+    EXPECT_EQ(size, 2U);
+    for (std::uint32_t const wanted : {0U, 1U, 2U, 3U, 0xFFFFFFFFU}) {
+        std::string bytes(4, 'x');
+        EXPECT_FALSE(get_private_profile_struct("s", "other", bytes.data(), wanted, file.c_str()));
+        EXPECT_EQ(last_error(), error_invalid_parameter);
+        EXPECT_EQ(get_private_profile_struct("s", "k", bytes.data(), wanted, file.c_str()),
+                  wanted == 2);
+        EXPECT_TRUE(wanted == 2 || last_error() == error_bad_length);
+        EXPECT_EQ(bytes, wanted == 2 ? "\1\xFFxx" : "xxxx");
     }
-    EXPECT_FALSE(get_private_profile_struct("s", "k", nullptr, 0xFFFFFFFF, file.c_str()));
-    EXPECT_EQ(last_error(), error_bad_length);
 }
 
 TEST_F(private_profile, takes_what_is_no_file_of_settings_for_missing)

