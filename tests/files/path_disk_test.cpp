@@ -2,8 +2,13 @@
 #include "zel/files/path.h"
 
 #include "scratch.h"
+#include "tests/support/threads_at_once.h"
+#include <atomic>
 #include <set>
+#include <thread>
 
+#include <fcntl.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 
 namespace {
@@ -253,23 +258,26 @@ TEST_F(path_disk, creates_a_new_temporary_file_each_time)
 
 TEST_F(path_disk, compares_content)
 {
-    std::string const content(300'000, 'c');
-    // clang-format off
-    std::pair<char const *, std::string> const files[] = {
-        {"a", content}, {"same", content}, {"longer", content + "c"}, {"last differs", content.substr(1) + "d"},
-        {"512", content.substr(0, 512)}, {"512 too", content.substr(0, 512)}, {"empty", ""},
-    };
-    struct { char const * first, * second; bool equal; } const rows[] = {
-        {"a", "same", true}, {"a", "a", true}, {"512", "512 too", true}, {"empty", "empty", true}, {"a", "longer", false},
-        {"longer", "a", false}, {"a", "last differs", false}, {"missing", "missing", false}, {"/", "/", false}, {"a", "missing", false},
-    };
-    // clang-format on
+    std::string const content(300'000, 'c'), block = content.substr(0, 512);
+    std::pair<char const *, std::string> const files[] = {{"a", content},
+                                                          {"b", content},
+                                                          {"longer", content + "c"},
+                                                          {"last differs", content.substr(1) + "d"},
+                                                          {"512", block},
+                                                          {"512 too", block},
+                                                          {"empty", ""}};
     for (auto const & [name, text] : files) {
         area.write(name, text);
     }
-    for (auto const & row : rows) {
-        EXPECT_EQ(path::compare_files(area.path(row.first), area.path(row.second)), row.equal)
-            << row.first << ", " << row.second;
+    for (auto const & [name, text] : files) {
+        for (auto const & [other, other_text] : files) {
+            EXPECT_EQ(path::compare_files(area.path(name), area.path(other)), text == other_text)
+                << name << ", " << other;
+        }
+        for (char const * no_file : {"missing", "/"}) {
+            EXPECT_FALSE(path::compare_files(area.path(name), area.path(no_file))
+                         || path::compare_files(area.path(no_file), area.path(no_file)));
+        }
     }
     EXPECT_FALSE(path::compare_files(path("C:\\dev\\zero"), path("C:\\dev\\zero")));
 }
@@ -317,6 +325,89 @@ TEST_F(path_disk, leaves_what_no_path_can_name)
         EXPECT_EQ(area.path("t").remove(), !beyond);
         EXPECT_EQ(fs::exists(host), beyond);
     }
+}
+
+// The host's refusals of each call are among the tests of its calls.
+TEST_F(path_disk, removes_an_empty_folder_that_it_may_not_read)
+{
+    fs::permissions(area.host(""), fs::perms(0777));
+    EXPECT_TRUE(holds_for_ordinary_user([&] {
+        fs::create_directories(area.host("tree/unreadable"));
+        fs::permissions(area.host("tree/unreadable"), fs::perms::none);
+        return area.path("tree").remove();
+    }));
+}
+
+// With fs.protected_symlinks the host follows a link in a sticky folder only for its own planter.
+TEST_F(path_disk, a_planted_link_is_followed_where_the_host_follows_it)
+{
+    if (::geteuid() != 0 || get("/proc/sys/fs/protected_symlinks") != "1\n") {
+        GTEST_SKIP() << "needs two users and fs.protected_symlinks";
+    }
+    area.write("source", "new");
+    area.write("victim", "old");
+    fs::create_directory(area.host("shared"));
+    fs::permissions(area.host("shared"), fs::perms(01777));
+    for (auto const & [link, target] : {std::pair{"planted", "victim"}, {"dangling", "made"}}) {
+        fs::create_symlink(area.host(target), area.host("shared") / link);
+        ASSERT_EQ(::lchown((area.host("shared") / link).c_str(), 1234, 1234), 0);
+        EXPECT_FALSE(area.path("source").copy(area.path(std::string("shared/") + link))) << link;
+    }
+    EXPECT_EQ(area.read("victim"), "old");
+    EXPECT_FALSE(area.exists("made"));
+}
+
+TEST_F(path_disk, a_tree_goes_with_few_descriptors)
+{
+    for (std::string name = "t"; area.path(name).size() + 4 < 260; name += "/d") {
+        area.write(name + "/e/f", "");
+    }
+    EXPECT_TRUE(holds_in_child([&] {
+        auto const last = static_cast<::rlim_t>(::open("/", O_RDONLY | O_CLOEXEC));
+        ::rlimit const limit{last + 3, last + 3};
+        return ::setrlimit(RLIMIT_NOFILE, &limit) == 0 && area.path("t").remove();
+    }));
+    EXPECT_FALSE(area.exists("t"));
+}
+
+TEST_F(path_disk, one_of_two_that_race_for_a_name_gets_it)
+{
+    for (int round = 0; round < 300; ++round) {
+        std::string const sources[] = {"0", "1"}, target = "target" + std::to_string(round);
+        bool won[2];
+        area.write("0", "0");
+        area.write("1", "1");
+        run_at_once(2, [&](int i) { won[i] = area.path(sources[i]).rename(area.path(target)); });
+        EXPECT_NE(won[0], won[1]);
+        EXPECT_EQ(area.read(target), sources[won[1]]);
+        EXPECT_TRUE(area.exists(sources[won[0]]));
+    }
+}
+
+TEST_F(path_disk, a_folder_exchanged_for_a_link_leads_nowhere)
+{
+    area.write("outside/kept", "");
+    fs::create_directory_symlink(area.host("outside"), area.host("link"));
+    std::string const inner = area.file("tree/inner"), link = area.file("link");
+    std::atomic<bool> done = false;
+    std::thread swapper([&] {
+        while (!done) {
+            ::renameat2(AT_FDCWD, inner.c_str(), AT_FDCWD, link.c_str(), RENAME_EXCHANGE);
+        }
+    });
+    for (int i = 0; i < 600; ++i) {
+        std::error_code ignored;
+        fs::create_directories(inner, ignored);
+        ::close(::open((inner + "/" + std::to_string(i)).c_str(),
+                       O_CREAT | O_NOFOLLOW | O_WRONLY | O_CLOEXEC, 0600));
+        if (i % 10 == 9) {
+            area.path("tree").remove();
+            fs::create_directory_symlink(area.host("outside"), link, ignored);
+        }
+    }
+    done = true;
+    swapper.join();
+    EXPECT_TRUE(area.exists("outside/kept"));
 }
 
 } // namespace
