@@ -2,6 +2,8 @@
 #include "tests/faults/traced_calls.h"
 
 #include "tests/support/processes.h"
+#include <algorithm>
+#include <cerrno>
 #include <csignal>
 #include <cstddef>
 #include <iterator>
@@ -19,25 +21,33 @@
 #include <sys/user.h>
 
 namespace traced_calls {
+
+// clang-format off
+std::vector<refusals> const documented = {
+    {{SYS_open, SYS_openat}, {EACCES, EINTR, EIO, EMFILE, ENFILE, ENOMEM, ENOSPC, EPERM, EROFS}},
+    {{SYS_read, SYS_pread64}, {EINTR, EIO, falls_short}},
+    {{SYS_write, SYS_pwrite64}, {EDQUOT, EFBIG, EINTR, EIO, ENOSPC, EPERM, falls_short}},
+    {{SYS_copy_file_range}, {EIO, ENOMEM, ENOSPC, EOPNOTSUPP, EXDEV, falls_short}},
+    {{SYS_fsync, SYS_fdatasync}, {EDQUOT, EINTR, EIO, EINVAL, ENOSPC, EROFS}},
+    {{SYS_rename, SYS_renameat, SYS_link, SYS_linkat, SYS_symlinkat}, {EACCES, EBUSY, EDQUOT, EIO, ENOMEM, ENOSPC, EPERM, EROFS}},
+    {{SYS_renameat2}, {EACCES, EBUSY, EDQUOT, EINVAL, EIO, ENOMEM, ENOSPC, ENOSYS, EPERM, EROFS, EXDEV}},
+    {{SYS_unlink, SYS_unlinkat, SYS_rmdir, SYS_mkdir, SYS_mkdirat}, {EACCES, EBUSY, EIO, ENOMEM, ENOSPC, EPERM, EROFS}},
+    {{SYS_fallocate}, {EINTR, EIO, ENOSPC, EOPNOTSUPP}},
+    {{SYS_ftruncate}, {EFBIG, EINTR, EINVAL, EIO, ENOSPC, EPERM}},
+    {{SYS_fchmod, SYS_fchown, SYS_utimensat}, {EIO, ENOSYS, EPERM, EROFS}},
+    {{SYS_flock, SYS_fcntl}, {EINTR, EIO, ENOLCK, ENOSYS}},
+    {{SYS_mmap, SYS_munmap}, {ENFILE, ENOMEM}},
+    {{SYS_futex}, {EAGAIN, EINTR}},
+    {{SYS_clone, SYS_clone3}, {EAGAIN, ENOMEM, EPERM}},
+    {{SYS_getrandom}, {EAGAIN, EINTR, ENOSYS, falls_short}},
+    {{SYS_poll, SYS_epoll_wait}, {EINTR, ENOMEM}},
+    {{SYS_epoll_create1, SYS_epoll_ctl, SYS_eventfd2}, {EMFILE, ENFILE, ENOMEM, ENOSPC}},
+    {{SYS_newfstatat, SYS_fstat, SYS_lseek, SYS_readlink, SYS_readlinkat, SYS_getdents64}, {EACCES, EIO, ENOMEM}},
+};
+// clang-format on
+
 namespace {
 
-constexpr int calls[] = {
-    SYS_open,          SYS_openat,     SYS_read,
-    SYS_pread64,       SYS_write,      SYS_pwrite64,
-    SYS_fsync,         SYS_fdatasync,  SYS_rename,
-    SYS_renameat,      SYS_renameat2,  SYS_link,
-    SYS_linkat,        SYS_symlinkat,  SYS_unlink,
-    SYS_unlinkat,      SYS_ftruncate,  SYS_fchmod,
-    SYS_fchown,        SYS_flock,      SYS_fcntl,
-    SYS_mmap,          SYS_munmap,     SYS_futex,
-    SYS_clone,         SYS_clone3,     SYS_getrandom,
-    SYS_poll,          SYS_epoll_wait, SYS_epoll_ctl,
-    SYS_epoll_create1, SYS_eventfd2,   SYS_newfstatat,
-    SYS_fstat,         SYS_mkdir,      SYS_mkdirat,
-    SYS_rmdir,         SYS_getdents64, SYS_lseek,
-    SYS_readlink,      SYS_readlinkat, SYS_copy_file_range,
-    SYS_utimensat,     SYS_fallocate,
-};
 constexpr int marking = SYS_personality;
 
 /// In the child: stops at each of the calls.
@@ -48,8 +58,8 @@ void stop_at_calls()
         filter.push_back(BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, static_cast<unsigned>(call), 0, 1));
         filter.push_back(BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_TRACE));
     };
-    for (int const call : calls) {
-        stop_at(call);
+    for (auto const & row : documented) {
+        std::for_each(row.calls.begin(), row.calls.end(), stop_at);
     }
     stop_at(marking);
     filter.push_back(BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW));

@@ -3,6 +3,7 @@
 
 #include <functional>
 #include <map>
+#include <vector>
 
 /// Runs code in a traced child, and has the host refuse one of its calls. The calls are met at the
 /// border of the kernel (seccomp(2), ptrace(2)): also those of the C library's own, and those that
@@ -22,6 +23,13 @@ struct outcome {
     bool hit; // the call was made
     std::map<int, int> calls; // that could have failed, by number
 };
+
+/// What can go wrong with each call whatever the state of things is: an error that would be a lie,
+/// such as ENOENT for what is there, is not among them.
+struct refusals {
+    std::vector<int> calls, errors;
+};
+extern std::vector<refusals> const documented;
 
 /// \returns whether this machine lets a process trace its children.
 bool are_possible();
