@@ -417,10 +417,12 @@ struct moment {
     std::string bytes; // without the bounds
     bounds left;
     std::size_t path_size;
+    options may;
     int next; // choice to follow on the next visit
 
-    void keep()
+    void keep(options const & what_may_come)
     {
+        may = what_may_come;
         left = std::exchange(now.left, {});
         path_size = path.size();
         next = 1;
@@ -511,7 +513,7 @@ bool search(entry const & what, figures & sum)
         bool is_over = may.count == 0;
         if (may.count > 1) {
             moments.resize(std::max(moments.size(), open + 1));
-            moments[open].keep();
+            moments[open].keep(may);
             is_over = !seen.add(moments[open]);
             open += is_over ? 0 : 1;
             sum.states += is_over ? 0 : 1;
@@ -523,7 +525,7 @@ bool search(entry const & what, figures & sum)
             }
             moment & last = moments[open - 1];
             last.go_back();
-            may = what_may_come();
+            may = last.may;
             choice = last.next++;
             is_over = choice >= may.count;
             open -= is_over ? 1 : 0;
@@ -542,8 +544,7 @@ void step(char const * what, void const * word, std::size_t size, char const * f
     if (!on_thread) {
         return;
     }
-    // Sleeping and waking concern more than the word.
-    bool const is_plain = std::strcmp(file, "address_wait") != 0;
+    bool const is_plain = line != 0; // the kernel's steps concern more than the word
     bool const alone = is_alone(word, *what != 'l') && is_plain;
     thread_state & self = now.threads[now.current];
     bool const can_be_disturbed

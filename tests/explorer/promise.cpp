@@ -11,24 +11,11 @@ namespace {
 constexpr int most_states = 256;
 state possible[most_states];
 
-auto bits(state const & s) { return std::bit_cast<std::array<std::uint64_t, 2>>(s); }
+// As one number: this is done very often.
+__extension__ using number = unsigned __int128;
+number bits(state const & s) { return std::bit_cast<number>(s); }
 
 } // namespace
-
-void state::leave_queue(int thread)
-{
-    auto * const end = queue.begin() + length;
-    auto * const rest = std::remove(queue.begin(), end, thread);
-    length = static_cast<std::int8_t>(rest - queue.begin());
-    std::fill(rest, end, std::int8_t{0});
-}
-
-state state::with(int thread, progress now) const
-{
-    state after = *this;
-    after.what[static_cast<std::size_t>(thread)] = now;
-    return after;
-}
 
 state * promise::states() noexcept { return possible; }
 
@@ -42,7 +29,8 @@ void promise::called(int thread, char operation)
 {
     operations_[static_cast<std::size_t>(thread)] = operation;
     disturbed_[static_cast<std::size_t>(thread)] = false;
-    change_all([=](state & s) { s = s.with(thread, pending); });
+    std::for_each(possible, possible + count_, [=](state & s) { s.set(thread, pending); });
+    close();
 }
 
 void promise::returned(int thread, progress result)
@@ -54,7 +42,9 @@ void promise::returned(int thread, progress result)
     keep([=](state const & s) { return s.what[at] == result; },
          "came back with what no order of the operations allows");
     operations_[at] = 0;
-    change_all([=](state & s) { s = s.with(thread, idle); });
+    // What may have happened meanwhile is there already: the others do not look at this one.
+    std::for_each(possible, possible + count_, [=](state & s) { s.set(thread, idle); });
+    sort();
 }
 
 void promise::fell_asleep(int thread)
@@ -66,6 +56,7 @@ void promise::fell_asleep(int thread)
     if (operations_[at] != 0) {
         keep([=](state const & s) { return s.what[at] == waiting || s.what[at] >= done; },
              "asleep although it need not wait");
+        close();
     }
 }
 
@@ -78,7 +69,7 @@ void promise::disturbed(int thread)
 // What it was doing has taken effect by now, or never will.
 void promise::killed(int thread)
 {
-    change_all([=](state & s) { s.leave_queue(thread); });
+    std::for_each(possible, possible + count_, [=](state & s) { s.leave_queue(thread); });
     called(thread, 'k');
 }
 
@@ -97,26 +88,17 @@ void promise::quiet()
                  "waits although it is stopped");
         }
     }
+    close(); // what did not happen before may happen now
 }
 
 template <class Condition> void promise::keep(Condition condition, char const * otherwise)
 {
     auto * const end = std::remove_if(possible, possible + count_,
                                       [&](state const & s) { return !condition(s); });
-    bool const changed = end != possible + count_;
     count_ = static_cast<int>(end - possible);
     if (count_ == 0) {
         fail(otherwise);
     }
-    if (changed) {
-        close(); // what did not happen before may happen now
-    }
-}
-
-template <class Change> void promise::change_all(Change change)
-{
-    std::for_each(possible, possible + count_, change);
-    close();
 }
 
 void promise::add(state const & s)
@@ -131,15 +113,21 @@ void promise::add(state const & s)
     }
 }
 
-// Adds whatever may have happened in the meantime. Sorted, so that equal sets are equal bytes.
+// So that equal sets are equal bytes.
+void promise::sort()
+{
+    std::sort(possible, possible + count_,
+              [](state const & one, state const & other) { return bits(one) < bits(other); });
+    count_ = static_cast<int>(
+        std::unique(possible, possible + count_,
+                    [](state const & one, state const & other) { return bits(one) == bits(other); })
+        - possible);
+}
+
+// Adds whatever may have happened in the meantime.
 void promise::close()
 {
-    auto const before
-        = [](state const & one, state const & other) { return bits(one) < bits(other); };
-    auto const same
-        = [](state const & one, state const & other) { return bits(one) == bits(other); };
-    std::sort(possible, possible + count_, before);
-    count_ = static_cast<int>(std::unique(possible, possible + count_, same) - possible);
+    sort();
     for (int i = 0; i < count_; ++i) {
         for (int thread = 0; thread < most_threads; ++thread) {
             auto const at = static_cast<std::size_t>(thread);
@@ -157,7 +145,7 @@ void promise::close()
             }
         }
     }
-    std::sort(possible, possible + count_, before);
+    sort();
 }
 
 } // namespace zel::explorer

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "tests/explorer/explorer.h"
+#include <algorithm>
 #include <array>
 #include <cstdint>
 
@@ -15,7 +16,7 @@ namespace zel::explorer {
 enum progress : std::int8_t { idle, pending, waiting, partly, done, refused, abandoned, failed };
 
 /// Each kind of thing uses of it what it needs. Plain bytes: equal states are equal bytes.
-struct alignas(8) state {
+struct alignas(16) state {
     std::int8_t units = 0; // that are free; of a mutex: the owner's holds
     std::int8_t owner = 0; // the thread's number and one
     std::int8_t died = 0; // an owner did, and nobody was told
@@ -25,9 +26,20 @@ struct alignas(8) state {
     std::array<std::int8_t, most_threads> what{}; // a `progress`
     std::array<std::int8_t, most_threads> given{}; // by an operation that has been done in part
 
-    void leave_queue(int thread);
-    /// \returns with the thread's operation at this point.
-    state with(int thread, progress now) const;
+    void leave_queue(int thread)
+    {
+        auto * const end = queue.begin() + length;
+        auto * const rest = std::remove(queue.begin(), end, thread);
+        length = static_cast<std::int8_t>(rest - queue.begin());
+        std::fill(rest, end, std::int8_t{0});
+    }
+    void set(int thread, progress now) { what[static_cast<std::size_t>(thread)] = now; }
+    state with(int thread, progress now) const
+    {
+        state after = *this;
+        after.set(thread, now);
+        return after;
+    }
 };
 static_assert(sizeof(state) == 16);
 
@@ -62,7 +74,7 @@ protected:
 
 private:
     template <class Condition> void keep(Condition condition, char const * otherwise);
-    template <class Change> void change_all(Change change);
+    void sort();
     void close();
 
     std::array<char, most_threads> operations_{};
