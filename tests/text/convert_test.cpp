@@ -2,15 +2,16 @@
 #include "zel/text/convert.h"
 
 #include "tests/support/property.h"
+#include "tests/support/raised.h"
 #include <bit>
 #include <cmath>
 #include <cstdint>
+#include <cstdio>
 #include <cstring>
 #include <gtest/gtest.h>
 #include <limits>
 #include <string>
 #include <sys/mman.h>
-#include <type_traits>
 #include <vector>
 
 extern "C" property convert_property;
@@ -20,69 +21,29 @@ namespace {
 using zel::convert;
 using refusal = convert::exception;
 
-/// What a parser makes of a text: the reason of its refusal, or 0 and the value.
-template <typename number> struct outcome {
-    std::uint32_t reason;
-    number value;
-};
-
-template <typename function> auto run(function && call) -> outcome<decltype(call())>
-{
-    try {
-        return {0, call()};
-    } catch (refusal & raised) {
-        return {raised.get_type(), {}};
-    }
-}
-
-template <typename T> T parse(char const * text)
-{
-    // clang-format off
-    if constexpr (std::is_same_v<T, signed char>) return convert::stringToInt8(text);
-    else if constexpr (std::is_same_v<T, unsigned char>) return convert::stringToUInt8(text);
-    else if constexpr (std::is_same_v<T, std::uint64_t>) return convert::stringToUInt64(text);
-    else if constexpr (std::is_same_v<T, float>) return convert::stringToFloat(text);
-    else return convert::stringToDouble(text);
-    // clang-format on
-}
-
-template <typename T> void expect_refused(std::uint32_t reason, std::vector<std::string> texts)
+template <typename parser>
+void expect_refused(parser parse, std::uint32_t reason, std::vector<std::string> texts)
 {
     for (auto const & text : texts) {
-        EXPECT_EQ(run([&] { return parse<T>(text.c_str()); }).reason, reason) << text;
+        EXPECT_EQ(type_raised<refusal>([&] { return parse(text.c_str()); }), reason) << text;
     }
 }
 
-TEST(convert_signed, refuses_what_is_not_one_whole_number)
+TEST(convert_integers, refuse_what_is_not_one_whole_number)
 {
-    expect_refused<signed char>(refusal::unexpected_end, {"", "-", "+"});
-    expect_refused<signed char>(refusal::wrong_symbol, {" 7", "7 ", "0x10", "--1", "+-1", "12x8"});
+    auto const number = convert::stringToInt8;
+    expect_refused(number, refusal::unexpected_end, {"", "-", "+"});
+    expect_refused(number, refusal::wrong_symbol, {" 7", "7 ", "0x10", "--1", "+-1", "12x8"});
     // The overflow lies in front of what is wrong behind it.
-    expect_refused<signed char>(refusal::out_of_range, {"128x", "-129", "1271x"});
-}
-
-TEST(convert_unsigned, takes_a_letter_for_hexadecimal)
-{
-    // clang-format off
-    struct { char const * text; std::uint64_t value; } const rows[] = {
-        {"0XfF", 255}, {"00000000000000000000fe", 254}, {"0x00000000000000000001", 1},
-        {"1F", 31}, // the letter counts for the digit before it too
-        {"FFFFFFFFFFFFFFFF", UINT64_MAX}, {"0xFFFFFFFFFFFFFFFF", UINT64_MAX},
-    };
-    // clang-format on
-    for (auto const & row : rows) {
-        EXPECT_EQ(convert::stringToUInt64(row.text), row.value) << row.text;
-    }
-    using byte = unsigned char;
-    expect_refused<byte>(refusal::unexpected_end, {"", "0x", "0X"});
-    expect_refused<byte>(refusal::wrong_symbol, {"00x1", "x1", "-1", "+1", "1g"});
+    expect_refused(number, refusal::out_of_range, {"128x", "-129", "1271x"});
+    auto const byte = convert::stringToUInt8;
+    expect_refused(byte, refusal::unexpected_end, {"", "0x", "0X"});
+    expect_refused(byte, refusal::wrong_symbol, {"00x1", "x1", "-1", "+1", "1g"});
     // 300 fails before the letter is reached.
-    expect_refused<byte>(refusal::out_of_range, {"100F", "0x100", "300A"});
+    expect_refused(byte, refusal::out_of_range, {"100F", "0x100", "300A"});
     // Of the last one 20 decimal digits fit; as hexadecimal ones they have wrapped.
-    expect_refused<std::uint64_t>(refusal::out_of_range,
-                                  {"18446744073709551616", "0x10000000000000000",
-                                   "1844674407370955161A", "1000000000000000F",
-                                   "10000000000000000001A"});
+    expect_refused(convert::stringToUInt64, refusal::out_of_range,
+                   {"18446744073709551616", "0x10000000000000000", "10000000000000000001A"});
 }
 
 TEST(convert_fractional, composes_the_pieces)
@@ -113,7 +74,6 @@ TEST(convert_fractional, composes_the_pieces)
     std::string const zeros(300, '0');
     EXPECT_EQ(convert::stringToDouble((zeros + "12").c_str()), 12.0);
     EXPECT_EQ(convert::stringToDouble((zeros + "1." + zeros + "e" + zeros + "2").c_str()), 100.0);
-    EXPECT_EQ(convert::stringToUInt64("18446744073709551615"), UINT64_MAX);
     EXPECT_EQ(convert::stringToFloat("3.4e38"), 3.4e38F);
     EXPECT_EQ(convert::stringToFloat("1.2e-38"), 1.2e-38F);
 }
@@ -121,17 +81,18 @@ TEST(convert_fractional, composes_the_pieces)
 TEST(convert_fractional, refuses_the_first_bad_piece)
 {
     std::string const zeros(255, '0');
-    expect_refused<double>(refusal::unexpected_end, {"", "-", ".", "5.", "-.5", "1e"});
-    expect_refused<double>(refusal::wrong_symbol,
-                           {"1.2.3", "1e2e3", "1e3.4", "1.-5", "0x10", "inf", "1,5",
-                            "1e" + zeros + ".5", zeros + "xyz.0", zeros + "xyz", "1." + zeros + "x",
-                            "1." + zeros + "xe5", "1e" + zeros + "x", "xe1.5"});
-    expect_refused<double>(refusal::out_of_range,
-                           {"12345678901234567890.x", "1.12345678901234567890ex", "1e309",
-                            "1.8e308", "1e-308", "1e-309", "1e999999999999", "-1e-2147483648",
-                            "1e4294967297", "1e-4294967295", "0e9223372036854775808",
-                            "1e" + zeros + "9223372036854775808"});
-    expect_refused<float>(refusal::out_of_range, {"3.5e38", "1e39", "1e-38"});
+    expect_refused(convert::stringToDouble, refusal::unexpected_end,
+                   {"", "-", ".", "5.", "-.5", "1e"});
+    expect_refused(convert::stringToDouble, refusal::wrong_symbol,
+                   {"1.2.3", "1e2e3", "1e3.4", "1.-5", "0x10", "inf", "1,5", "1e" + zeros + ".5",
+                    zeros + "xyz.0", zeros + "xyz", "1." + zeros + "x", "1." + zeros + "xe5",
+                    "1e" + zeros + "x", "xe1.5"});
+    expect_refused(convert::stringToDouble, refusal::out_of_range,
+                   {"12345678901234567890.x", "1.12345678901234567890ex", "1e309", "1.8e308",
+                    "1e-308", "1e-309", "1e999999999999", "-1e-2147483648", "1e4294967297",
+                    "1e-4294967295", "0e9223372036854775808",
+                    "1e" + zeros + "9223372036854775808"});
+    expect_refused(convert::stringToFloat, refusal::out_of_range, {"3.5e38", "1e39", "1e-38"});
 }
 
 // Numbers of any length with a few bytes changed.
@@ -140,8 +101,15 @@ TEST(convert, takes_the_texts_of_numbers_and_no_others)
     expect_for_any(convert_property, 40'000, [](auto & random) {
         // Around all powers of two, which the limits are.
         std::uint64_t const number = (std::uint64_t{1} << random() % 64) + random() % 4 - 2;
+        std::uint64_t const any = random() % 2 == 0 ? number : random() >> random() % 64;
         std::string text = random() % 2 == 0 ? "-" : std::string(random() % 3 * 12, '0');
-        text += std::to_string(random() % 2 == 0 ? number : random() >> random() % 64);
+        if (random() % 3 == 0) {
+            char digits[20];
+            std::snprintf(digits, sizeof digits, random() % 2 == 0 ? "0x%llX" : "%llx", any + 0ULL);
+            text += digits;
+        } else {
+            text += std::to_string(any);
+        }
         if (random() % 4 == 0) {
             text += '.' + std::to_string(random() % 1'000'000'000'000'000 >> random() % 50);
         }
@@ -185,7 +153,7 @@ TEST(convert_pieces, are_cut_from_a_text)
     EXPECT_EQ(convert::getIntFromString("x", 1, 1), 0);
     EXPECT_EQ(convert::getIntFromString(long_text.c_str(), 0, -1), 1);
     EXPECT_EQ(convert::getIntFromString(long_text.c_str(), 0, 256), 1);
-    EXPECT_EQ(run([] { return convert::getIntFromString("12", 1, 0); }).reason,
+    EXPECT_EQ(type_raised<refusal>([] { return convert::getIntFromString("12", 1, 0); }),
               refusal::unexpected_end);
 }
 
@@ -217,7 +185,9 @@ TEST(convert_limits, raise_for_what_is_no_normal_number)
     for (auto const & row : rows) {
         SCOPED_TRACE(testing::PrintToString(&row - rows));
         auto const passes = [&](auto check) {
-            return run([&] { return check(row.whole, row.fraction, row.exponent), 0; }).reason == 0;
+            return type_raised<refusal>(
+                       [&] { return check(row.whole, row.fraction, row.exponent), 0; })
+                == 0;
         };
         EXPECT_EQ(passes(convert::checkFloatLimits), row.in_float);
         EXPECT_EQ(passes(convert::composeFloat), row.in_float);
