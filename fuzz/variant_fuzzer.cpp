@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <bit>
+#include <cerrno>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -50,6 +51,15 @@ template <typename T> std::optional<T> read(variant const & source, variant::vt_
     return result;
 }
 
+/// Of what `strtol` reads, the numbers of the type.
+template <typename T>
+void read_narrow(variant const & source, variant::vt_type type, bool is_number, std::int64_t number)
+{
+    std::optional<T> const result = read<T>(source, type);
+    require(result.has_value() == (is_number && number == static_cast<T>(number)));
+    require(!result || *result == number);
+}
+
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(unsigned char const * data, std::size_t size)
@@ -63,15 +73,16 @@ extern "C" int LLVMFuzzerTestOneInput(unsigned char const * data, std::size_t si
     std::optional<double> const real = read<double>(source, variant::vt_double);
     require(real.has_value() == (end != characters));
     require(!real || std::bit_cast<std::uint64_t>(*real) == std::bit_cast<std::uint64_t>(number));
-    read<float>(source, variant::vt_float);
+    std::optional<float> const rounded = read<float>(source, variant::vt_float);
+    require(rounded.has_value() == real.has_value());
+    require(!rounded || *rounded == static_cast<float>(number) || *rounded != *rounded);
 
     std::int64_t const integer = std::strtol(characters, &end, 0);
-    std::optional<short> const narrow = read<short>(source, variant::vt_short);
-    require(narrow.has_value() == (end != characters && integer == static_cast<short>(integer)));
-    require(!narrow || *narrow == integer);
-    read<signed char>(source, variant::vt_char);
-    read<unsigned char>(source, variant::vt_uchar);
-    read<unsigned short>(source, variant::vt_ushort);
+    bool const is_number = end != characters;
+    read_narrow<signed char>(source, variant::vt_char, is_number, integer);
+    read_narrow<unsigned char>(source, variant::vt_uchar, is_number, integer);
+    read_narrow<short>(source, variant::vt_short, is_number, integer);
+    read_narrow<unsigned short>(source, variant::vt_ushort, is_number, integer);
 
     require(read<std::int32_t>(source, variant::vt_long)
             == unless_refused([&] { return zel::convert::stringToInt32(characters); }));
@@ -79,8 +90,18 @@ extern "C" int LLVMFuzzerTestOneInput(unsigned char const * data, std::size_t si
             == unless_refused([&] { return zel::convert::stringToUInt32(characters); }));
 
     std::optional<std::int64_t> const leading = read<std::int64_t>(source, variant::vt_int64);
-    require(!leading || *leading == std::strtoll(characters, nullptr, 10));
-    read<bool>(source, variant::vt_bool);
+    errno = 0;
+    std::int64_t const digits = std::strtoll(characters, nullptr, 10);
+    bool const has_digits = *characters >= '0' && *characters <= '9';
+    require(leading.has_value() == (has_digits && errno == 0));
+    require(!leading || *leading == digits);
+
+    std::string word = characters;
+    std::transform(word.begin(), word.end(), word.begin(),
+                   [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c; });
+    std::optional<bool> const truth = read<bool>(source, variant::vt_bool);
+    require(truth.value_or(false) == (word == "true" || word == "1"));
+    require(truth.has_value() == (truth.value_or(false) || word == "false" || word == "0"));
 
     // The same bytes as a number.
     double value = 0;

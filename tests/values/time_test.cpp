@@ -56,15 +56,8 @@ TEST(time, gives_the_start_of_1601_for_what_is_no_date)
     EXPECT_EQ(last + timer(24'800), first); // beyond 64 bits
     EXPECT_EQ(first - timer(0, 0, 0, 0, 1), first);
 
-    // clang-format off
-    time const bad[] = {
-        date(1600, 12, 31), date(30828, 1, 1), date(2023, 2, 29), date(1900, 2, 29),
-        date(2023, 0, 1), date(2023, 13, 1), date(2023, 65537, 1), date(2023, 1, 0),
-        date(2023, 4, 31), date(2023, 1, 32), date(2023, 1, 1, 24), date(2023, 1, 1, 0, 60),
-        date(2023, 1, 1, 0, 0, 60), date(2023, 1, 1, 0, 0, 0, 1000),
-    };
-    // clang-format on
-    for (time const & value : bad) {
+    // The calendar's property says what is no date.
+    for (time const & value : {date(1600, 12, 31), date(2023, 1, 1, 0, 0, 0, 1000)}) {
         SCOPED_TRACE(value.to_string());
         zel::platform::set_last_error(0);
         EXPECT_EQ(value.to_100nanosecs(), 0);
