@@ -46,7 +46,8 @@ TEST(name_generator_words, end_where_a_capital_or_a_delimiter_begins)
     for (auto const & row : rows) {
         SCOPED_TRACE(row.name);
         std::vector<zel::string> words{"stale"};
-        EXPECT_EQ(row.by.findWords(row.name, words), static_cast<int>(words.size()));
+        int const count = row.by.findWords(row.name, words);
+        EXPECT_EQ(count, static_cast<int>(words.size()));
         EXPECT_EQ(joined(words), row.words);
     }
 }
