@@ -148,6 +148,10 @@ void stop_request::send() noexcept
 
 bool stop_request::wait(std::uint32_t now) noexcept
 {
+    if (now / postponement != postponed_) {
+        postponed_ = now / postponement;
+        blocked_ = 0;
+    }
     wake_reason const reason
         = wait_interruptibly(record_.control, now, monotonic_now() + check_interval, false);
     return reason != wake_reason::timed_out || !is_refused();

@@ -29,7 +29,8 @@ public:
     /// Sleeps until `record.control` differs from `now`, or the calling thread itself is told to
     /// stop; checks the thread from time to time.
     /// \returns false when the thread cannot be stopped: the host can't queue the signal, or five
-    ///          checks in a row found the thread running or sleeping with the signal blocked.
+    ///          checks in a row found the thread running or sleeping with the signal blocked. A
+    ///          postponement between two checks shows that it takes the signal.
     bool wait(std::uint32_t now) noexcept;
 
 private:
@@ -38,6 +39,7 @@ private:
     thread_record & record_;
     int unsent_ = 0;
     int blocked_ = 0; // checks in a row that found the signal blocked
+    std::uint32_t postponed_ = 0; // the count at the last check
     int asleep_ = 0; // of these, those that found the thread asleep
     std::int64_t time_at_first_ = 0; // the thread's processor time at the first of these checks
 };
