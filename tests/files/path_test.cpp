@@ -79,20 +79,14 @@ TEST(path, takes_no_text_that_it_can_not_hold)
 
 TEST(path, joins_and_walks)
 {
-    path joined("a");
+    path joined("a"), slashes("a\\\\");
     EXPECT_TRUE(joined.append("/b") && joined.append("..\\c", true) && joined == "a\\c"
                 && joined.add_extension(".txt") && joined.add_extension("x"));
     EXPECT_STREQ(joined.c_str(), "a\\c.txtx");
-    EXPECT_TRUE(path("C:\\x").find_first_component() == "C:\\"
-                && path("a\\").find_first_component() == "a\\"
-                && path("a\\\\\\b").find_next_component() == ".\\b"
-                && path("a").find_next_component().empty()
-                && path().find_first_component().empty());
-    path slashes("a\\\\");
     slashes.strip_final_slash();
     EXPECT_STREQ(slashes.c_str(), "a\\");
-    EXPECT_TRUE(path("c:\\d\\a.TXT").match_spec("*.txt")
-                && path("c:\\d\\;a.txt").match_spec(";A.txt") && !path("a.txt").match_spec("*.c"));
+    EXPECT_TRUE(path("a\\\\\\b").find_next_component() == ".\\b" && path("a").match_spec("b;A")
+                && path("C:\\;a").match_spec(";A") && !path("a").match_spec("b"));
 
     // Walking the components and joining them gives the canonical path back.
     char const * const pieces[] = {"\\", "..\\", ".\\", "a\\", "bb"};

@@ -5,7 +5,6 @@
 #include "tests/support/locale_for_a_test.h"
 #include "tests/support/property.h"
 #include "tests/support/raised.h"
-#include <charconv>
 #include <cmath>
 #include <cstdint>
 #include <gtest/gtest.h>
@@ -271,19 +270,11 @@ template <typename S> void expect_reads(variant const & source, S number)
 
 template <typename... S> void expect_reads_of(long double number)
 {
-    auto const of_one = [&](auto value) {
-        if (number < std::numeric_limits<decltype(value)>::lowest()
-            || number > std::numeric_limits<decltype(value)>::max()) {
-            return;
+    auto const of_one = [&]<typename T>(T) {
+        using limits = std::numeric_limits<T>;
+        if (number >= limits::lowest() && number <= limits::max()) {
+            expect_reads(static_cast<T>(number), static_cast<T>(number));
         }
-        value = static_cast<decltype(value)>(number);
-        char text[64];
-        auto const end = std::is_integral_v<decltype(value)>
-            ? std::to_chars(text, text + 64, static_cast<std::int64_t>(value))
-            : std::to_chars(text, text + 64, static_cast<double>(value), std::chars_format::general,
-                            6);
-        EXPECT_EQ(string(variant(value)), std::string(text, end.ptr));
-        expect_reads(value, value);
     };
     (of_one(S()), ...);
 }
@@ -307,6 +298,8 @@ TEST(variant_conversion, takes_numbers_as_far_as_they_fit_under_a_decimal_comma_
         expect_reads(color_ref(0x332211), 0x332211);
         expect_reads(color_ref(0xFFFFFFFF), 0xFFFFFFFF);
         EXPECT_TRUE(double(variant("1,5"_s)) == 1 && double(variant("1.5"_s)) == 1.5);
+        EXPECT_EQ(string(variant(0.1F)) + " " + variant(999999.5) + variant(INT64_MIN),
+                  "0.1 1e+06-9223372036854775808");
     }
 }
 
