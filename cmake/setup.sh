@@ -14,7 +14,8 @@ die() {
     exit 1
 }
 
-# need PACKAGE...: installs those that are missing and leaves the rest alone.
+# need PACKAGE...: installs those that are missing and leaves the rest alone. Where that cannot be done,
+# one line says why and what root has to type.
 need() {
     local missing=() package
     for package in "$@"; do
@@ -24,23 +25,29 @@ need() {
     [ "${#missing[@]}" -gt 0 ] || return 0
     command -v apt-get >/dev/null \
         || die "these packages are missing and there is no apt-get: ${missing[*]}"
-    local as_root=()
-    if [ "$(id -u)" -ne 0 ]; then
-        command -v sudo >/dev/null || die "run as root, or install sudo; missing: ${missing[*]}"
-        as_root=(sudo)
-    fi
-    printf 'Installing %s (a minute or two)\n' "${missing[*]}" >&2
-    local log
+    local log as_root=() reason=
     log=$(mktemp)
-    if ! { "${as_root[@]}" apt-get update -qq \
-        && "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive \
-            apt-get install -y -qq --no-install-recommends "${missing[@]}"; } >"$log" 2>&1 </dev/null; then
-        local reason
-        reason=$(grep -m 1 '^E:' "$log" || tail -n 1 "$log")
-        rm -f "$log"
-        die "cannot install ${missing[*]}: $reason"
+    if [ "$(id -u)" -ne 0 ]; then
+        as_root=(sudo)
+        if ! command -v sudo >/dev/null; then
+            reason='there is no sudo'
+        elif ! sudo true >"$log" 2>&1 </dev/null; then
+            reason=$(tail -n 1 "$log")
+        fi
+    fi
+    if [ -z "$reason" ]; then
+        printf 'Installing %s (a minute or two)\n' "${missing[*]}" >&2
+        if ! { "${as_root[@]}" apt-get update -qq \
+            && "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive \
+                apt-get install -y -qq --no-install-recommends "${missing[@]}"; } >"$log" 2>&1 </dev/null; then
+            # Without a network the first error is about a package; the warning before it tells why.
+            reason=$(sed -n '/^[EW]: Failed to fetch /{s/.* \{2\}//p;q}' "$log")
+            [ -n "$reason" ] || reason=$(grep -m 1 '^E:' "$log" || tail -n 1 "$log")
+        fi
     fi
     rm -f "$log"
+    [ -z "$reason" ] || die "cannot install what is missing ($reason); as root:" \
+        "apt-get update && apt-get install --no-install-recommends ${missing[*]}"
 }
 
 # build PRESET [TARGET...]: configures and builds. Tells how far it is on a terminal, else one line;
