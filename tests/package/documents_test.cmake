@@ -1,7 +1,7 @@
 # SPDX-License-Identifier: MIT
 # Compiles each complete program of README.md and the guide, runs it, and compares what it prints
 # with the block of text behind it. What the page about porting shows is in pieces, each of which is
-# compiled as the body of a function.
+# compiled as the body of a function. The tests that docs/security.md leans on are there.
 file(MAKE_DIRECTORY ${WORK})
 file(GLOB pages ${SOURCE}/README.md ${SOURCE}/docs/*.md ${SOURCE}/docs/guide/*.md)
 set(programs 0)
@@ -65,6 +65,28 @@ execute_process(COMMAND ${CXX} -std=c++20 -Wall -Wextra -Werror -fsyntax-only -I
 if(NOT result EQUAL 0)
   message(SEND_ERROR "docs/porting.md does not compile:\n${error}")
 endif()
+
+file(READ ${SOURCE}/docs/security.md text)
+file(GLOB_RECURSE tests ${SOURCE}/tests/*.cpp ${SOURCE}/tests/package/CMakeLists.txt)
+set(source "")
+foreach(test IN LISTS tests)
+  file(READ ${test} code)
+  string(APPEND source "${code}")
+endforeach()
+string(REGEX MATCHALL "`[a-z_]+\\.[a-z_*]+`" names "${text}")
+list(LENGTH names count)
+if(count LESS 7)
+  message(SEND_ERROR "only ${count} tests are named in docs/security.md")
+endif()
+foreach(name IN LISTS names)
+  string(REGEX REPLACE "[`*]" "" name ${name})
+  string(REPLACE "." ", " in_code ${name})
+  string(FIND "${source}" "(${in_code}" found)
+  string(FIND "${source}" "NAME ${name}" found_by_name)
+  if(found EQUAL -1 AND found_by_name EQUAL -1)
+    message(SEND_ERROR "docs/security.md names ${name}, which is no test")
+  endif()
+endforeach()
 
 # The one place besides zel/version.h that has the number, because its tool wants it so.
 file(READ ${SOURCE}/packaging/vcpkg/vcpkg.json text)
