@@ -12,6 +12,8 @@
 #include <string_view>
 #include <vector>
 
+void expect_like_printf(char const * format, ...);
+
 namespace {
 
 class input {
@@ -46,7 +48,12 @@ private:
     std::size_t size_;
 };
 
-void compare(char const * format, ...)
+std::string number(input & in) { return std::to_string(in.byte() * (in.byte() % 8 == 7 ? 9 : 1)); }
+
+} // namespace
+
+// The tests call it too.
+void expect_like_printf(char const * format, ...)
 {
     std::va_list first;
     va_start(first, format);
@@ -55,12 +62,12 @@ void compare(char const * format, ...)
     std::va_list third;
     va_copy(third, first);
     int const size = std::vsnprintf(nullptr, 0, format, first);
-    if (size > 0) {
+    if (size >= 0) {
         std::vector<char> expected(static_cast<std::size_t>(size) + 1);
         std::vsnprintf(expected.data(), expected.size(), format, second);
         zel::string text("old");
         text.format_v(format, third);
-        if (text != std::string_view(expected.data(), static_cast<std::size_t>(size))) {
+        if (text != (size == 0 ? "old" : std::string_view(expected.data(), expected.size() - 1))) {
             std::fprintf(stderr, "%s: \"%s\" instead of \"%s\"\n", format, text.c_str(),
                          expected.data());
             std::abort();
@@ -70,10 +77,6 @@ void compare(char const * format, ...)
     va_end(second);
     va_end(first);
 }
-
-std::string number(input & in) { return std::to_string(in.byte() * (in.byte() % 8 == 7 ? 9 : 1)); }
-
-} // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(unsigned char const * data, std::size_t size)
 {
@@ -100,25 +103,25 @@ extern "C" int LLVMFuzzerTestOneInput(unsigned char const * data, std::size_t si
         format += lengths[in.byte() % 8];
         format += in.one_of("diuxXo");
         format += "|%s|%g";
-        compare(format.c_str(), in.value<long long>(), "next", 2.5);
+        expect_like_printf(format.c_str(), in.value<long long>(), "next", 2.5);
         break;
     }
     case 1: {
         format += in.one_of("gGeEfFaA");
         format += "|%d|%c";
-        compare(format.c_str(), in.value<double>(), -7, 'c');
+        expect_like_printf(format.c_str(), in.value<double>(), -7, 'c');
         break;
     }
     case 2: {
         format += "s|%lld";
         std::string const text = in.text(in.byte() * 8);
-        compare(format.c_str(), text.c_str(), -1LL);
+        expect_like_printf(format.c_str(), text.c_str(), -1LL);
         break;
     }
     default:
         format += in.one_of("cp");
         format += "|%u";
-        compare(format.c_str(), in.value<long long>(), 3U);
+        expect_like_printf(format.c_str(), in.value<long long>(), 3U);
     }
     return 0;
 }
