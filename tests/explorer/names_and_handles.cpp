@@ -54,7 +54,7 @@ private:
         }
         if (operation == 'l') {
             --joined_[thread];
-            it.leave(places_[thread], false);
+            it.leave(mark_of(thread), places_[thread], false);
         }
         return it.close_if_dead(mark_of(thread), life) ? done : refused;
     }

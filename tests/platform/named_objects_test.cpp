@@ -83,7 +83,11 @@ TEST(named_objects, last_as_long_as_anybody_holds_them)
     EXPECT_EQ(ready.wait(10'000), wait_object_0);
     EXPECT_TRUE(close_handle(held));
     EXPECT_TRUE(is_there(name)) << "the child of a fork has it too";
+    void * const own = open_semaphore(synchronize, false, name.c_str());
+    EXPECT_TRUE(holds_in_child([&] { return close_handle(own); }));
     child.kill();
+    EXPECT_TRUE(is_there(name)) << "a child that closes its copy takes nothing from its parent";
+    EXPECT_TRUE(close_handle(own));
     EXPECT_FALSE(is_there(name));
     object const fresh(create_semaphore(0, 1, name.c_str()));
     EXPECT_EQ(last_error(), 0U);

@@ -59,18 +59,21 @@ name_holders::join_result name_holders::join(std::uint64_t mark, life_function l
     std::uint64_t gate = gate_.load();
     do {
         if ((gate & closed) != 0) {
-            leave(entry, false);
+            leave(mark, entry, false);
             return join_result::closed;
         }
     } while (!gate_.compare_exchange_weak(gate, gate + one_process));
     return join_result::joined;
 }
 
-void name_holders::leave(std::uint32_t entry, bool has_children) noexcept
+void name_holders::leave(std::uint64_t mark, std::uint32_t entry, bool has_children) noexcept
 {
     std::uint64_t now = entries_[entry].load();
     std::uint64_t after;
     do {
+        if (mark_of(now) != mark) {
+            return;
+        }
         after = handles_of(now) > 1 || has_children ? now - 1 : 0;
     } while (!entries_[entry].compare_exchange_weak(now, after));
 }

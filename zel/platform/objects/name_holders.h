@@ -52,10 +52,11 @@ public:
     /// \param entry  receives the number to pass to `leave`.
     join_result join(std::uint64_t mark, life_function life_of, std::uint32_t & entry) noexcept;
 
-    /// Removes one handle of the process.
+    /// Removes one handle of the process with that mark. Does nothing if the entry is another
+    /// process's: a forked child may give up a handle for which it has not joined yet.
     /// \param has_children  true if forked children may have the handle: the entry then stays for
     ///                      them.
-    void leave(std::uint32_t entry, bool has_children) noexcept;
+    void leave(std::uint64_t mark, std::uint32_t entry, bool has_children) noexcept;
 
     /// The `process_life` bits of all holders, combined.
     /// \param own  the mark of the calling process, which lives.

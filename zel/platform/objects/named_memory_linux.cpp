@@ -242,7 +242,7 @@ void leave_named_memory(named_memory const & memory) noexcept
     std::uint64_t const mark = known_process_mark.load(std::memory_order_relaxed);
     name_holders holders = file.holders();
     if (memory.entry != named_file::no_entry) {
-        holders.leave(memory.entry, has_forked_children());
+        holders.leave(mark, memory.entry, has_forked_children());
     }
     user_folder folder;
     if (holders.close_if_dead(mark, life_of_process) && folder.open(false)) {
