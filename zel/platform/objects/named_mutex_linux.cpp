@@ -174,9 +174,10 @@ void abandon_named_mutexes() noexcept
 {
     uninterrupted const guard;
     for_each_slot([](handle_slot & slot) {
-        std::uint64_t const references = slot.references.load(std::memory_order_relaxed);
-        void * const handle = handle_of(slot, tag_of(references));
-        if (kind_of(handle) != handle_kind::named_mutex || !pin(slot, handle)) {
+        // A slot that was just taken has no kind yet, and its number must not be read.
+        std::uint32_t const tag = tag_of(slot.references.load(std::memory_order_acquire));
+        if (static_cast<handle_kind>(tag & 15) != handle_kind::named_mutex
+            || !pin(slot, handle_of(slot, tag))) {
             return;
         }
         robust_mutex & lane = lane_in(slot);

@@ -31,11 +31,13 @@ inline robust_mutex & lane_in(handle_slot & slot) noexcept
 ///          `release_named_mutex`.
 /// @{
 
-/// The calling thread, with the parts that it has not determined yet left null or 0.
+/// The calling thread, with the parts that it has not determined yet left null or 0. In a forked
+/// child, another thread may just have determined the mark and chosen the lanes of all handles: the
+/// acquire keeps the caller from reading the lane of a handle before that.
 inline robust_caller known_caller() noexcept
 {
     return {robust_list::own_if_known(), this_thread.owner_number,
-            known_process_mark.load(std::memory_order_relaxed)};
+            known_process_mark.load(std::memory_order_acquire)};
 }
 
 inline bool is_known(robust_caller const & caller) noexcept
