@@ -33,7 +33,7 @@ constinit brief_lock registration;
 constinit life_lock own_lock{};
 constinit life_lock inherited_lock{}; // in a child: on the byte after its parent's mark
 constinit life_lock lock_of_fork{}; // during a fork: the lock that the child will inherit
-constinit atomic<bool> has_forked{false};
+constinit atomic<std::uint32_t> forks{0}; // since children with inherited handles were last seen
 constinit atomic<std::uint64_t> known_namespace{0};
 
 void add_to_depth(std::uint32_t number)
@@ -155,6 +155,8 @@ std::uint64_t register_process(user_folder const & folder,
             }
             release_lock(inherited_lock);
             inherited_lock.mark = 0;
+            // Pairs with the acquire in use_named_memory and known_caller: a thread that sees the
+            // mark sees the handles as `adopt` has left them.
             known_process_mark.store(own_lock.mark, std::memory_order_release);
         }
     }
@@ -203,17 +205,20 @@ std::uint64_t own_pid_namespace() noexcept
     return known;
 }
 
+// A fork that this load misses copies the table of handles later. So its child does not have the
+// handle that the caller has ended before: both steps are sequentially consistent.
 bool has_forked_children() noexcept
 {
-    if (!has_forked.load(std::memory_order_relaxed)) {
+    std::uint32_t seen = forks.load();
+    if (seen == 0) {
         return false;
     }
-    if ((life_of_process(known_process_mark.load(std::memory_order_relaxed)) & children_live)
-        != 0) {
+    std::uint64_t const mark = known_process_mark.load(std::memory_order_relaxed);
+    if ((life_of_process(mark) & children_live) != 0) {
         return true;
     }
-    has_forked.store(false, std::memory_order_relaxed);
-    return false;
+    // Fails if another thread has forked since: its child may not have had its lock yet.
+    return !forks.compare_exchange_strong(seen, 0);
 }
 
 // The child has the mapping, and with it the lock, from its first moment on.
@@ -227,7 +232,7 @@ void prepare_inheritance() noexcept
     std::uint32_t const before = last_error();
     without_cancellation const shield;
     if (mark != 0 && folder.open(false) && keep_lock(folder, mark + 1, true, true, lock_of_fork)) {
-        has_forked.store(true, std::memory_order_relaxed);
+        forks.fetch_add(1);
     }
     set_last_error(before);
 }
@@ -248,7 +253,7 @@ void inherit() noexcept
     own_lock.mapping = nullptr; // MADV_DONTFORK: a child does not have it
     known_process_mark.store(0, std::memory_order_relaxed);
     known_namespace.store(0, std::memory_order_relaxed);
-    has_forked.store(false, std::memory_order_relaxed);
+    forks.store(0, std::memory_order_relaxed);
     add_to_depth(0xFFFFFFFF);
 }
 
