@@ -5,7 +5,6 @@
 #include "zel/platform/paths/canonical_path.h"
 #include "zel/platform/paths/max_path.h"
 #include "zel/platform/paths/path_text.h"
-#include <algorithm>
 #include <cstring>
 
 namespace zel::platform {
@@ -19,6 +18,16 @@ bool ends_in_dot(std::string_view text) noexcept
     std::size_t const last = text.find_last_not_of("\\/");
     return last != text.npos && last > 0 && text[last] == '.'
         && (is_separator(text[last - 1]) || (last == 2 && begins_with_drive(text)));
+}
+
+/// Copies a text without NULs, each `from` as `to`, and ends the copy. Separators are rare, so a
+/// search for the next one takes less than a look at every byte.
+void copy_with_separators(std::string_view text, char from, char to, char * result) noexcept
+{
+    result[text.copy(result, text.size())] = '\0';
+    while ((result = std::strchr(result, from)) != nullptr) {
+        *result++ = to;
+    }
 }
 
 } // namespace
@@ -36,7 +45,7 @@ bool to_host_path(char * result, char const * text) noexcept
     // `..` removes the component before it in the text; the host would follow a link first.
     char resolved[max_path];
     if (rest.find("..") != rest.npos || ends_in_dot(rest)) {
-        *std::replace_copy(rest.begin(), rest.end(), resolved, '/', '\\') = '\0';
+        copy_with_separators(rest, '/', '\\', resolved);
         path_canonicalize(resolved, resolved); // does not lengthen it, except to `.\c:`
         rest = resolved;
     }
@@ -53,7 +62,7 @@ bool to_host_path(char * result, char const * text) noexcept
                || (rest.size() >= 2 && is_separator(rest[0]) && is_separator(rest[1]))) {
         return fail(error_path_not_found);
     }
-    *std::replace_copy(rest.begin(), rest.end(), result, '\\', '/') = '\0';
+    copy_with_separators(rest, '\\', '/', result);
     return true;
 }
 
@@ -70,7 +79,7 @@ bool from_host_path(char * result, std::string_view host) noexcept
         return fail(error_filename_exced_range);
     }
     result += front.copy(result, front.size());
-    *std::replace_copy(host.begin(), host.end(), result, '/', '\\') = '\0';
+    copy_with_separators(host, '/', '\\', result);
     return true;
 }
 

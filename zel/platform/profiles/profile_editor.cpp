@@ -2,26 +2,55 @@
 #include "zel/platform/profiles/profile_editor.h"
 
 #include "zel/base/ascii.h"
+#include "zel/base/load_word.h"
 #include "zel/platform/profiles/profile_text.h"
 #include <algorithm>
+#include <array>
+#include <cstdint>
 
 namespace zel::platform {
 namespace {
 
-/// True if the text contains a byte that would end it in the file: of a line end, or `other`.
-bool is_broken(std::string_view text) noexcept
+/// The bytes that end a name in the file, by their value: line ends and `other`.
+constexpr auto ends_of_name(char other)
 {
-    char const * const end = text.data() + text.size();
-    return find_line_end(text.data(), end) != end;
+    std::array<bool, 256> ends{};
+    ends['\r'] = ends['\n'] = ends[static_cast<unsigned char>(other)] = true;
+    return ends;
 }
-bool is_broken(std::string_view text, char other) noexcept
+constexpr auto ends_of_section_name = ends_of_name(']');
+constexpr auto ends_of_entry_name = ends_of_name('=');
+
+bool is_name(std::string_view text, std::array<bool, 256> const & ends) noexcept
 {
-    return is_broken(text) || text.find(other) != text.npos;
+    return trim_profile_blanks(text).size() == text.size()
+        && std::none_of(text.begin(), text.end(),
+                        [&](char c) { return ends[static_cast<unsigned char>(c)]; });
 }
 
-bool has_bare_ends(std::string_view name) noexcept
+bool is_value(std::string_view text) noexcept
 {
-    return trim_profile_blanks(name).size() == name.size();
+    char const * const end = text.data() + text.size();
+    return find_line_end(text.data(), end) == end;
+}
+
+/// Orders two names byte by byte without regard to case: below 0, 0 or above 0.
+int order_without_case(std::string_view a, std::string_view b) noexcept
+{
+    std::size_t const size = std::min(a.size(), b.size());
+    std::size_t i = 0;
+    while (size - i >= 8
+           && load_word<std::uint64_t>(a.data() + i) == load_word<std::uint64_t>(b.data() + i)) {
+        i += 8;
+    }
+    for (; i < size; ++i) {
+        auto const x = static_cast<unsigned char>(ascii::lower(a[i]));
+        auto const y = static_cast<unsigned char>(ascii::lower(b[i]));
+        if (x != y) {
+            return x - y;
+        }
+    }
+    return a.size() < b.size() ? -1 : a.size() > b.size() ? 1 : 0;
 }
 
 std::string_view leading_blanks(std::string_view text) noexcept
@@ -69,9 +98,9 @@ bool can_be_read_back(private_profile_entry const & entry) noexcept
 {
     std::string_view const section = trim_spaces(entry.section);
     std::string_view const name = trim_spaces(entry.name);
-    return !is_broken(section, ']') && has_bare_ends(section) && !is_broken(name, '=')
-        && has_bare_ends(name) && !name.starts_with(';') && !name.starts_with('[')
-        && (entry.kind != private_profile_entry::text || !is_broken(entry.value));
+    return is_name(section, ends_of_section_name) && is_name(name, ends_of_entry_name)
+        && !name.starts_with(';') && !name.starts_with('[')
+        && (entry.kind != private_profile_entry::text || is_value(entry.value));
 }
 
 profile_editor::profile_editor(std::string_view text, std::size_t size_limit)
@@ -139,18 +168,28 @@ std::string profile_editor::text() const
 {
     std::string result;
     result.reserve(size_);
+    std::string_view run; // pieces that follow each other in the old text too are copied as one
+    auto const add = [&](std::string_view piece) {
+        if (run.data() + run.size() == piece.data()) {
+            run = {run.data(), run.size() + piece.size()};
+        } else if (!piece.empty()) {
+            result += run;
+            run = piece;
+        }
+    };
     for (section const & part : sections_) {
         if (part.lines.empty()) {
-            result += part.text;
+            add(part.text);
             continue;
         }
         for (std::size_t i = 0; i != none; i = part.lines[i].next) {
             line const & each = part.lines[i];
-            result.append(each.lead).append(each.equals).append(each.blanks);
-            result.append(each.value).append(each.end);
+            for (auto const piece : {each.lead, each.equals, each.blanks, each.value, each.end}) {
+                add(piece);
+            }
         }
     }
-    return result;
+    return result += run;
 }
 
 profile_editor::section * profile_editor::find_section(std::string_view name)
@@ -246,6 +285,8 @@ void profile_editor::open(section & part)
     if (!part.lines.empty()) {
         return;
     }
+    part.lines.reserve(
+        static_cast<std::size_t>(std::count(part.text.begin(), part.text.end(), '\n') + 1));
     for (std::string_view rest = part.text; !rest.empty();) {
         char const * const stop = find_line_end(rest.data(), rest.data() + rest.size());
         auto const length = static_cast<std::size_t>(stop - rest.data());
@@ -264,6 +305,7 @@ void profile_editor::open(section & part)
             each.blanks = leading_blanks(behind);
             each.value = behind.substr(each.blanks.size());
             each.lead = each.lead.substr(0, equals + 1);
+            part.ascending = part.ascending && is_behind_last_entry(part, each.name);
             part.last_entry = part.lines.size();
         }
         each.previous = part.last;
@@ -294,14 +336,28 @@ bool profile_editor::set_value(line & entry, std::string_view value) noexcept
 std::size_t profile_editor::find_line(section & part, std::string_view name)
 {
     open(part);
+    if (part.ascending) {
+        // Without the index: entries are often written in the order that they have in the file.
+        std::size_t const next = part.lines[part.last_found].next;
+        if (next != none && part.lines[next].is_entry
+            && order_without_case(part.lines[next].name, name) == 0) {
+            part.last_found = next;
+            return next;
+        }
+        if (is_behind_last_entry(part, name)) {
+            return none;
+        }
+    }
     bool const build = part.entries.due();
     if (build) {
         part.entries.names.reserve(part.lines.size());
     }
-    if (part.entries.built() && !build) {
-        return part.entries.names.find(name);
-    }
     std::size_t found = none;
+    if (part.entries.built() && !build) {
+        found = part.entries.names.find(name);
+        part.last_found = found != none ? found : part.last_found;
+        return found;
+    }
     for (std::size_t i = 0; i != none && (build || found == none); i = part.lines[i].next) {
         line const & each = part.lines[i];
         if (!each.is_entry) {
@@ -314,7 +370,14 @@ std::size_t profile_editor::find_line(section & part, std::string_view name)
             found = i;
         }
     }
+    part.last_found = found != none ? found : part.last_found;
     return found;
+}
+
+/// True if the name is greater than that of the section's last entry, or there is none.
+bool profile_editor::is_behind_last_entry(section const & part, std::string_view name) noexcept
+{
+    return part.last_entry == 0 || order_without_case(part.lines[part.last_entry].name, name) < 0;
 }
 
 /// Inserts an entry behind the last one of its section.
@@ -324,6 +387,8 @@ void profile_editor::insert(section & part, line added)
     added.previous = behind;
     added.next = part.lines[behind].next;
     std::size_t const position = part.lines.size();
+    part.ascending = part.ascending && is_behind_last_entry(part, added.name);
+    part.last_found = position;
     if (part.entries.built()) {
         part.entries.names.add(added.name, position);
     }
@@ -358,6 +423,7 @@ void profile_editor::remove(section & part, std::size_t position)
     }
     // A second entry of that name may now be the first one.
     part.entries.drop();
+    part.ascending = false;
 }
 
 /// The line end of a line. Only the last line of the file can have none; then it gets that of the

@@ -76,6 +76,8 @@ private:
         std::vector<line> lines{}; // in the order of creation; `next` gives the order in the file
         std::size_t last = none;
         std::size_t last_entry = 0; // the head when there is no entry
+        std::size_t last_found = 0; // the head at first; a valid position while `ascending`
+        bool ascending = true; // the entries' names, without regard to case, so none occurs twice
         index entries{};
     };
 
@@ -85,6 +87,7 @@ private:
     bool set_value(line & entry, std::string_view value) noexcept;
     bool add_entry(section * part, std::string_view section_name, line added);
     std::size_t find_line(section & part, std::string_view name);
+    static bool is_behind_last_entry(section const & part, std::string_view name) noexcept;
     static void insert(section & part, line added);
     void remove(section & part, std::size_t position);
     std::string_view line_end_of(section const & part, std::size_t position) const noexcept;
