@@ -10,11 +10,9 @@
 #include <map>
 #include <memory>
 #include <optional>
-#include <set>
 #include <sstream>
 #include <string>
 #include <string_view>
-#include <thread>
 #include <tuple>
 #include <unordered_map>
 #include <variant>
@@ -55,23 +53,17 @@ int collects(std::vector<std::string> names)
 {
     std::map<std::string, std::vector<int>, std::less<>> numbers;
     std::unordered_map<std::string_view, std::size_t> sizes;
-    std::set<std::unique_ptr<int>> pointers;
-    pointers.insert(std::make_unique<int>(5));
     std::sort(names.begin(), names.end());
     for (auto const & name : names) {
         numbers[name].push_back(static_cast<int>(name.size()));
         sizes[name] = std::hash<std::string_view>()(name);
     }
-    auto const found = numbers.find("x"sv);
     std::variant<int, std::string> either = "x"s;
-    either = 5;
     std::shared_ptr<std::string> const shared = std::make_shared<std::string>("x");
     bool const same
         = shared == nullptr || *shared == "x" || either == std::variant<int, std::string>(5);
-    std::jthread([&] { names.clear(); }).join();
-    auto const start = std::chrono::steady_clock::now();
-    bool const late = std::chrono::steady_clock::now() - start > 5ms;
-    return found == numbers.end() || same || late ? std::min(5, static_cast<int>(names.size())) : 0;
+    bool const late = std::chrono::steady_clock::now() - std::chrono::steady_clock::now() > 5ms;
+    return numbers.find("x"sv) == numbers.end() || same || late ? std::min(5, 6) : 0;
 }
 
 template <typename left, typename right>
