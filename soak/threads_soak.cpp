@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: MIT
 // Long runs over the ends of threads and of the library.
-//     soak_threads ends [ROUNDS [HOGS [PLUG-IN]]]     terminations in twenty situations, beside
-//                                                     HOGS processes that spin
+//     soak_threads ends [ROUNDS [HOGS [PLUG-IN [BUT]]]]
+//                                                     terminations in twenty situations, beside
+//                                                     HOGS processes that spin; none in situations
+//                                                     whose names have BUT in them
 //     soak_threads plug-ins CYCLES PLUG-IN...         load, use and unload (tests/platform/plug_in.cpp)
 // One line a situation; the exit status is 0 when everything held.
 #include "zel/platform/last_error.h"
@@ -134,6 +136,18 @@ situation const situations[] = {
          });
      },
      false},
+    {"sorting that fails",
+     [] {
+         int numbers[] = {30, 10, 20, 50, 40, 0, 92, 81, 90};
+         try {
+             std::qsort(numbers, 9, sizeof(int), [](void const * a, void const * b) {
+                 int const difference = *static_cast<int const *>(a) - *static_cast<int const *>(b);
+                 return difference == 2 ? throw difference : difference; // 92 and 90, late
+             });
+         } catch (int) {
+         }
+     },
+     true},
     {"reading numbers",
      [] {
          int x = 0;
@@ -266,15 +280,15 @@ bool end_threads(situation const & work, int rounds)
     std::printf("%-22s %6d ends  median %7.3f ms  worst %8.3f ms  %6.2f KiB a victim  %td fds\n",
                 work.name, rounds, spans[spans.size() / 2], spans.back(), a_victim, left);
     std::fflush(stdout);
-    // An open file is the victim's own.
-    bool const is_flat = (work.has_heap || a_victim < 0.5) && (work.has_heap || left == 0);
+    // An open file is the victim's own. In a short run a page more would be too much.
+    bool const is_flat = work.has_heap || ((rounds < 200 || a_victim < 0.5) && left == 0);
     if (!is_flat || tasks != 1) {
         std::printf("%s: not flat, %td threads\n", work.name, tasks);
     }
     return is_flat && tasks == 1;
 }
 
-bool end_all(int rounds, int hogs)
+bool end_all(int rounds, int hogs, char const * left_out)
 {
     std::vector<pid_t> spinning;
     for (int i = 0; i < hogs; ++i) {
@@ -290,7 +304,9 @@ bool end_all(int rounds, int hogs)
     std::setvbuf(unbuffered, nullptr, _IONBF, 0);
     bool good = ::pipe(pipe_ends) == 0;
     for (situation const & each : situations) {
-        good = end_threads(each, rounds / int(std::size(situations)) + 1) && good;
+        if (left_out == nullptr || std::strstr(each.name, left_out) == nullptr) {
+            good = end_threads(each, rounds / int(std::size(situations)) + 1) && good;
+        }
     }
     for (pid_t const each : spinning) {
         ::kill(each, SIGKILL);
@@ -351,5 +367,5 @@ int main(int argc, char ** argv)
         return good ? 0 : 1;
     }
     plug_in = argc > 4 ? argv[4] : nullptr;
-    return end_all(count, argc > 3 ? std::atoi(argv[3]) : 0) ? 0 : 1;
+    return end_all(count, argc > 3 ? std::atoi(argv[3]) : 0, argc > 5 ? argv[5] : nullptr) ? 0 : 1;
 }

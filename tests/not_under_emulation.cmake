@@ -19,7 +19,7 @@ set(CTEST_CUSTOM_TESTS_IGNORE
     named_mutex.belongs_to_the_thread_and_not_to_the_child_of_a_fork
     terminated_threads.leave_the_waiters_and_abandon_what_they_own
     threads.work_in_a_forked_child
-    threads.have_abandoned_what_they_owned_when_their_end_is_told
+    thread_stops.hold_a_thread_wherever_it_is_and_end_it_there
     over/suspended_waiters.leave_no_other_asleep_beside_a_free_object/named_event
     over/suspended_waiters.leave_no_other_asleep_beside_a_free_object/named_semaphore
     over/suspended_waiters.leave_no_other_asleep_beside_a_free_object/named_mutex
@@ -37,9 +37,6 @@ set(CTEST_CUSTOM_TESTS_IGNORE
     examples.shared_counter
     # MADV_WIPEONFORK does nothing, so a child repeats its parent's random bytes:
     uid.never_repeats_in_eight_threads_of_two_processes
-    # Signals mostly come in front of a system call, where a loop of writes looks like one long sleep
-    # and is ended with the stream's lock:
-    work/thread_stops_during.end_a_thread_at_once_and_leave_no_lock/a_stream
     # Not within their time limits, or a limit of the process that the emulator shares:
     thread_stops.meet_a_start_and_an_end
     thread_stops.meet_an_end_and_the_closing_of_the_handle
