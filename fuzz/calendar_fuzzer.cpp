@@ -135,6 +135,20 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const * data, std::size_t siz
             require((left - span).to_100nanosecs() == right.to_100nanosecs());
         }
     }
+    timer const any(static_cast<std::int32_t>(ticks), static_cast<signed char>(ticks >> 32),
+                    static_cast<signed char>(ticks >> 40), static_cast<signed char>(ticks >> 48),
+                    static_cast<std::int16_t>(ticks >> 45));
+    std::int64_t const seconds
+        = ((any.get_days() * 24LL + any.get_hours()) * 60 + any.get_minutes()) * 60
+        + any.get_seconds();
+    require(any.to_int64()
+            == (std::int64_t{static_cast<std::int32_t>(seconds)} * 1000 + any.get_milliseconds())
+                * 10'000); // its seconds wrap
+    char text[96];
+    std::snprintf(text, sizeof text, "%d days, %d hours, %d minutes, %d.%.3d seconds",
+                  any.get_days(), any.get_hours(), any.get_minutes(), any.get_seconds(),
+                  any.get_milliseconds());
+    require(any.to_string() == text);
     require(left.to_string().size() >= 30 && left.to_string().size() < 64);
     return 0;
 }

@@ -90,8 +90,46 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const * data, std::size_t siz
     grown.inflate(cut(dx), cut(dy));
     require(grown
             == rect(cut(a.left - dx), cut(a.top - dy), cut(a.right + dx), cut(a.bottom + dy)));
+    auto const changed = [&](auto change) {
+        rect result = a;
+        change(result);
+        return result;
+    };
+    point const p(cut(dx), cut(dy));
+    zel::size const z(cut(dx), cut(dy));
+    rect const out = b,
+               wider(cut(std::int64_t{a.left} - b.left), cut(std::int64_t{a.top} - b.top),
+                     cut(std::int64_t{a.right} + b.right), cut(std::int64_t{a.bottom} + b.bottom));
+    for (rect const & each : {changed([&](rect & r) { r.inflate(z); }),
+                              changed([&](rect & r) { r += rect(z.cx, z.cy, z.cx, z.cy); })}) {
+        require(each == grown);
+    }
+    for (rect const & each :
+         {changed([&](rect & r) { r += out; }), changed([&](rect & r) { r.inflate(out); }),
+          changed([&](rect & r) { r.inflate(b.left, b.top, b.right, b.bottom); })}) {
+        require(each == wider);
+    }
+    rect back = wider;
+    back -= out;
+    require(back == a);
+    back = wider;
+    back.deflate(out);
+    require(back == a);
+    back = wider;
+    back.deflate(b.left, b.top, b.right, b.bottom);
+    require(back == a);
+    back = grown;
+    back.deflate(z);
+    require(back == a);
     grown.deflate(cut(dx), cut(dy));
     require(grown == a);
+    for (rect const & each :
+         {changed([&](rect & r) { r.offset(p); }), changed([&](rect & r) { r.offset(z); }),
+          changed([&](rect & r) { r += p; }), changed([&](rect & r) { r += z; }), a + p, a + z}) {
+        require(each == moved && each - p == a && each - z == a);
+        require(changed([&](rect & r) { (r = each) -= p; }) == a);
+        require(changed([&](rect & r) { (r = each) -= z; }) == a);
+    }
     require(a.get_width() == cut(std::int64_t{a.right} - a.left));
     require(
         a.get_center()

@@ -123,9 +123,26 @@ std::uint32_t hash(std::string const & text, std::size_t count)
     return sum + (sum << 15);
 }
 
+std::string word(std::string const & text, unsigned int index, std::string const & delimiters)
+{
+    std::size_t at = 0;
+    for (;; --index) {
+        while (at < text.size() && in(delimiters, text[at])) {
+            ++at;
+        }
+        std::size_t const start = at;
+        while (at < text.size() && !in(delimiters, text[at])) {
+            ++at;
+        }
+        if (index == 0 || at == text.size()) {
+            return index == 0 ? text.substr(start, at - start) : std::string();
+        }
+    }
+}
+
 void step(zel::string & text, std::string & model, input & from)
 {
-    unsigned int const operation = from.number() % 16, a = from.number(), b = from.number();
+    unsigned int const operation = from.number() % 20, a = from.number(), b = from.number();
     std::string const other = from.text();
     std::string const c_other = other.substr(0, other.find('\0'));
     bool const is_inside = a <= model.size();
@@ -221,6 +238,73 @@ void step(zel::string & text, std::string & model, input & from)
                     == zel::string(exists ? fields[a] : ""));
         break;
     }
+    case 15: {
+        std::string const start = model.substr(0, model.find('\0'));
+        std::string members = other; // one behind a NUL counts too
+        std::erase(members, '\0');
+        require(text.word(static_cast<std::int32_t>(a % 8), zel::string(other))
+                == zel::string(word(start, a % 8, members)));
+        require(text.word(-1, zel::string(other)).empty());
+        break;
+    }
+    case 16:
+        text.trim_left(other.c_str());
+        while (!model.empty() && in(other, model.front())) {
+            model.erase(0, 1);
+        }
+        break;
+    case 17:
+        text.trim_right(other.c_str());
+        while (!model.empty() && in(other, model.back())) {
+            model.pop_back();
+        }
+        break;
+    case 18: { // of a range, in every form
+        std::size_t const from_other = std::min<std::size_t>(b % 4, other.size());
+        std::size_t const from_c = std::min<std::size_t>(b % 4, c_other.size());
+        auto const count = static_cast<unsigned int>(b);
+        bool refuses = false;
+        zel::string const before = text;
+        try {
+            switch (b % 5) {
+            case 0:
+                text.replace(a, count, zel::string(other));
+                break;
+            case 1:
+                text.replace(a, count, zel::string(other), static_cast<unsigned int>(from_other),
+                             3U);
+                break;
+            case 2:
+                text.replace(a, count, count, 'c');
+                break;
+            case 3:
+                text.replace(a, count, c_other.c_str());
+                break;
+            default:
+                text.replace(a, count, c_other.c_str(), static_cast<unsigned int>(from_c));
+            }
+        } catch (std::out_of_range const &) {
+            refuses = true;
+        }
+        require(refuses == !is_inside && (!refuses || text == before));
+        if (is_inside) {
+            std::string const with[] = {other, other.substr(from_other, 3), std::string(b, 'c'),
+                                        c_other, c_other.substr(0, from_c)};
+            zel::string iterated = before;
+            auto const first = iterated.cbegin() + static_cast<std::ptrdiff_t>(a);
+            auto const last
+                = first + static_cast<std::ptrdiff_t>(std::min<std::size_t>(b, model.size() - a));
+            zel::string const replacement(with[b % 5]);
+            if (b % 2 == 0) {
+                iterated.replace(first, last, replacement);
+            } else {
+                iterated.replace(first, last, replacement.cbegin(), replacement.cend());
+            }
+            model.replace(a, b, with[b % 5]);
+            require(iterated == zel::string(model));
+        }
+        break;
+    }
     default:
         text.format("%s%5u|%-3u", text.c_str(), a, b);
         model = model.substr(0, model.find('\0'));
@@ -244,7 +328,7 @@ template <typename Call> bool refused(Call const & call)
 
 void step(zel::buffer & bytes, std::string & model, input & from)
 {
-    unsigned int const operation = from.number() % 8, a = from.number(), b = from.number();
+    unsigned int const operation = from.number() % 9, a = from.number(), b = from.number();
     std::string const other = from.text();
     auto const * const source = reinterpret_cast<unsigned char const *>(other.data());
     auto const count = static_cast<std::uint32_t>(other.size());
@@ -290,6 +374,25 @@ void step(zel::buffer & bytes, std::string & model, input & from)
         bytes.resize(a, static_cast<unsigned char>(b));
         model.resize(a, static_cast<char>(b));
         break;
+    case 7: { // the shorter one is the lesser, of two of one size the one with the greater bytes
+        zel::buffer copy(source, count);
+        std::string known = other;
+        if (a % 2 == 0) { // of one size, and much alike
+            copy = bytes;
+            known = model;
+            if (size != 0) {
+                known[b % size] = static_cast<char>(a);
+                unsigned char const byte = static_cast<unsigned char>(a);
+                copy.write(static_cast<std::uint32_t>(b % size), &byte, 1);
+            }
+        }
+        int const order
+            = size != known.size() ? (size < known.size() ? -1 : 1) : known.compare(model);
+        require((bytes < copy) == (order < 0) && (bytes <= copy) == (order <= 0));
+        require((bytes > copy) == (order > 0) && (bytes >= copy) == (order >= 0));
+        require((bytes == copy) == (order == 0) && (bytes != copy) == (order != 0));
+        break;
+    }
     default:
         bytes += bytes;
         model += model.substr(0, 2000);

@@ -58,6 +58,7 @@ TEST_F(ini_file, reads_the_first_bytes_of_what_there_is_or_else_of_the_default)
     EXPECT_EQ(store.read_int("s", "n", 99), 1); // 127 of them
     EXPECT_EQ(store.read_int("s", "m", 99), 7);
     EXPECT_FALSE(store.read_bool("s", "t", true)); // 63 of them
+    EXPECT_FALSE(store.read_bool("s", "k", false));
     string const text(2000, 'x');
     EXPECT_EQ(store.read_string("s", "k", text), text.left(1023));
     EXPECT_EQ(store.read_string("s", "k", "  as given\t"), "  as given\t");

@@ -3,7 +3,6 @@
 
 #include "tests/support/raised.h"
 #include "zel/core/exception.h"
-#include <compare>
 #include <cstdint>
 #include <functional>
 #include <gtest/gtest.h>
@@ -21,21 +20,6 @@ buffer make(bytes const & content)
 }
 
 bytes content(buffer const & b) { return bytes(b.data(), b.data() + b.size()); }
-
-TEST(buffer, orders_by_size_and_then_downwards)
-{
-    bytes const ascending[] = {{}, {9}, {2}, {1}, {2, 0}, {1, 200}, {1, 2}, {1, 2, 3}};
-    for (auto const & left : ascending) {
-        for (auto const & right : ascending) {
-            auto const order = &left <=> &right;
-            buffer const a = make(left);
-            buffer const b = make(right);
-            EXPECT_TRUE((a < b) == (order < 0) && (a <= b) == (order <= 0));
-            EXPECT_TRUE((a > b) == (order > 0) && (a >= b) == (order >= 0));
-            EXPECT_TRUE((a == b) == (order == 0) && (a != b) == (order != 0));
-        }
-    }
-}
 
 TEST(buffer, owns_no_block_while_empty)
 {

@@ -19,8 +19,6 @@ using zel::auto_ptr;
 using zel::time;
 using zel::timer;
 
-constexpr std::int64_t day_ticks = 864'000'000'000;
-
 time date(unsigned year, unsigned month, unsigned day, unsigned char hour = 0,
           unsigned char minute = 0, unsigned char second = 0, std::uint16_t milliseconds = 0)
 {
@@ -161,26 +159,10 @@ TEST(time, reports_that_a_user_may_not_set_the_clock)
 
 TEST(timer, counts_its_fields_as_they_stand)
 {
-    // clang-format off
-    struct { timer span; std::int64_t ticks; char const * text; } const rows[] = {
-        {timer(), 0, "0 days, 0 hours, 0 minutes, 0.000 seconds"},
-        {timer(2, 3, 4, 5, 6), 1'838'450'060'000, "2 days, 3 hours, 4 minutes, 5.006 seconds"},
-        {timer(0, 24), day_ticks, "0 days, 24 hours, 0 minutes, 0.000 seconds"},
-        {timer(1), day_ticks, "1 days, 0 hours, 0 minutes, 0.000 seconds"},
-        {timer(-1, 22), -72'000'000'000, "-1 days, 22 hours, 0 minutes, 0.000 seconds"},
-        {timer(0, 0, 0, 0, -5), -50'000, "0 days, 0 hours, 0 minutes, 0.-005 seconds"},
-        {timer(24855, 3, 14, 7), 21'474'836'470'000'000,
-         "24855 days, 3 hours, 14 minutes, 7.000 seconds"},
-        {timer(24855, 3, 14, 8), -21'474'836'480'000'000, // 32 bits of seconds wrap
-         "24855 days, 3 hours, 14 minutes, 8.000 seconds"},
-        {timer(INT32_MIN, -128, -128, -128, INT16_MIN), -4'686'407'680'000, // all wrap
-         "-2147483648 days, -128 hours, -128 minutes, -128.-32768 seconds"},
-    };
-    // clang-format on
-    for (auto const & row : rows) {
-        EXPECT_EQ(row.span.to_int64(), row.ticks) << row.text;
-        EXPECT_EQ(written(row.span), row.text);
-    }
+    EXPECT_EQ(written(timer(2, 3, 4, 5, 6)), "2 days, 3 hours, 4 minutes, 5.006 seconds");
+    EXPECT_EQ(timer(2, 3, 4, 5, 6).to_int64(), 1'838'450'060'000);
+    EXPECT_EQ(timer(24855, 3, 14, 8).to_int64(), -21'474'836'480'000'000); // 32 bits wrap
+    EXPECT_EQ(timer(0, 24).to_int64(), timer(1).to_int64());
 }
 
 } // namespace
