@@ -19,6 +19,8 @@ struct named_mutex_room {
 };
 static_assert(offsetof(named_mutex_room, memory) == 0); // named_handles_linux.h relies on it
 static_assert(sizeof(named_mutex_room) <= sizeof(handle_slot::room));
+// In the cache line of the slot's state, which waiting threads do not change.
+static_assert(offsetof(handle_slot, room) + offsetof(named_mutex_room, lane) < 64);
 
 inline robust_mutex & lane_in(handle_slot & slot) noexcept
 {

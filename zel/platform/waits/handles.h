@@ -59,14 +59,15 @@ enum class handle_kind : std::uint32_t {
 
 struct alignas(128) handle_slot {
     atomic<std::uint64_t> state; // tag and word, as above
-    /// High half: the tag while the handle is alive. Low half: the number of references, one for
-    /// the handle and one for each pin.
-    atomic<std::uint64_t> references;
     atomic<std::uint32_t> access; // rights of the handle
-    atomic<std::uint32_t> next_free; // used by the list of free slots
     std::uint32_t number; // of this slot; never changes
     /// The object. Members that are read without a pin are atomic, because the slot may be reused.
     alignas(8) std::byte room[96];
+    atomic<std::uint32_t> next_free; // used by the list of free slots
+    /// High half: the tag while the handle is alive. Low half: the number of references, one for
+    /// the handle and one for each pin. Not in the cache line of the state: a thread that waits
+    /// changes it, and the state is what the owner of a mutex needs.
+    atomic<std::uint64_t> references;
 };
 static_assert(sizeof(handle_slot) == 128);
 static_assert(std::endian::native == std::endian::little); // the word is the state's first half
