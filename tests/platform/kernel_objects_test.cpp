@@ -251,6 +251,7 @@ TEST(unnamed_objects, are_the_childs_own_after_a_fork)
     critical_section section;
     initialize_critical_section(section);
     enter_critical_section(section);
+    std::thread([&] { leave_critical_section(section); }).join(); // not its own
     EXPECT_TRUE(holds_in_child([&] {
         // Both mutexes belong to the parent's threads, and the waiter is not here.
         bool const is_new = !release_mutex(mutex) && last_error() == 288U
@@ -258,8 +259,9 @@ TEST(unnamed_objects, are_the_childs_own_after_a_fork)
             && set_event(event) && event.wait(0) == wait_object_0 && event.wait(1) == wait_timeout
             && release_semaphore(semaphore, 3, nullptr) && semaphore.wait(0) == wait_object_0;
         leave_critical_section(section); // the child's one thread holds it
-        return is_new && try_enter_critical_section(section);
+        return is_new && section.state.load() == 0;
     }));
+    EXPECT_NE(section.state.load(), 0U) << "the parent still holds it";
     leave_critical_section(section);
     EXPECT_EQ(semaphore.wait(0), wait_timeout);
     EXPECT_TRUE(release_mutex(mutex)) << "the parent still owns it";
@@ -271,81 +273,37 @@ TEST(unnamed_objects, are_the_childs_own_after_a_fork)
     release_mutex(theirs);
 }
 
-TEST(critical_section, excludes_and_counts)
-{
-    time_limit const seconds(20);
-    critical_section section;
-    initialize_critical_section(section);
-    enter_critical_section(section);
-    EXPECT_TRUE(try_enter_critical_section(section));
-    std::thread([&] {
-        EXPECT_FALSE(try_enter_critical_section(section));
-        leave_critical_section(section); // not its own
-    }).join();
-    leave_critical_section(section);
-    sleeper waiter([&] {
-        enter_critical_section(section);
-        leave_critical_section(section);
-    });
-    leave_critical_section(section);
-    (*waiter).join();
-    EXPECT_TRUE(try_enter_critical_section(section));
-    leave_critical_section(section);
-    delete_critical_section(section);
-}
-
 // What a wake-up is raced against a suspension over: one unit, which whoever takes it gives back.
 struct contended {
     char const * kind;
     void * (*create)(char const * name); // the caller has the unit
-    bool (*give)(void *);
-    bool (*take)(void *, std::uint32_t milliseconds);
 };
 
-void * make_event(char const * name) { return create_event(false, false, name); }
-void * make_semaphore(char const * name) { return create_semaphore(0, 2, name); }
-void * make_mutex(char const * name) { return create_mutex(true, name); }
-bool release_one(void * semaphore) { return release_semaphore(semaphore, 1, nullptr); }
-bool take_object(void * object, std::uint32_t milliseconds)
-{
-    return wait_for_single_object(object, milliseconds) == wait_object_0;
-}
-
-critical_section section;
-void * make_section(char const *)
-{
-    initialize_critical_section(section);
-    enter_critical_section(section);
-    return create_event(false, false, nullptr); // a handle that can be closed
-}
-bool leave_section(void *)
-{
-    leave_critical_section(section);
-    return true;
-}
-bool take_section(void *, std::uint32_t milliseconds)
-{
-    bool const entered = try_enter_critical_section(section);
-    if (!entered && milliseconds != 0) {
-        enter_critical_section(section);
-    }
-    return entered || milliseconds != 0;
-}
-
-contended const all_contended[] = {
-    {"event", make_event, set_event, take_object},
-    {"semaphore", make_semaphore, release_one, take_object},
-    {"mutex", make_mutex, release_mutex, take_object},
-    {"section", make_section, leave_section, take_section},
-    {"named_event", make_event, set_event, take_object},
-    {"named_semaphore", make_semaphore, release_one, take_object},
-    {"named_mutex", make_mutex, release_mutex, take_object},
-};
+constexpr auto event = [](char const * name) { return create_event(false, false, name); };
+constexpr auto semaphore = [](char const * name) { return create_semaphore(0, 2, name); };
+constexpr auto mutex = [](char const * name) { return create_mutex(true, name); };
 
 class suspended_waiters : public testing::TestWithParam<contended> {
 protected:
-    bool take(std::uint32_t milliseconds) { return GetParam().take(object_, milliseconds); }
-    void give() { EXPECT_TRUE(GetParam().give(object_)); }
+    bool take(std::uint32_t milliseconds)
+    {
+        if (object_ != nullptr) {
+            return wait_for_single_object(object_, milliseconds) == wait_object_0;
+        }
+        if (milliseconds != 0) {
+            enter_critical_section(section_);
+        }
+        return milliseconds != 0 || try_enter_critical_section(section_);
+    }
+    void give()
+    {
+        if (object_ == nullptr) {
+            leave_critical_section(section_);
+        } else {
+            EXPECT_TRUE(set_event(object_) || release_semaphore(object_, 1, nullptr)
+                        || release_mutex(object_));
+        }
+    }
 
     // Takes and gives back once a round.
     static unsigned work(void * argument)
@@ -374,7 +332,8 @@ protected:
     }
 
     static constexpr std::uint32_t last_round = 0xFFFFFFFF;
-    void * object_ = nullptr;
+    critical_section section_;
+    void * object_ = nullptr; // the section in its place
     zel::atomic<std::uint32_t> round_{0};
     zel::atomic<std::uint32_t> passed_{0};
 };
@@ -385,9 +344,13 @@ TEST_P(suspended_waiters, leave_no_other_asleep_beside_a_free_object)
 {
     SKIP_IF_THREADS_CANNOT_BE_STOPPED();
     time_limit const seconds(110);
-    bool const is_named = std::string_view(GetParam().kind).starts_with("named");
-    object_ = GetParam().create(is_named ? fresh_name().c_str() : nullptr);
-    ASSERT_NE(object_, nullptr);
+    initialize_critical_section(section_);
+    enter_critical_section(section_);
+    if (GetParam().create != nullptr) {
+        bool const is_named = std::string_view(GetParam().kind).starts_with("named");
+        object_ = GetParam().create(is_named ? fresh_name().c_str() : nullptr);
+        ASSERT_NE(object_, nullptr);
+    }
     void * const victim = begin_thread(work, this, nullptr);
     std::thread other(work, this);
     std::minstd_rand random(1);
@@ -417,9 +380,14 @@ TEST_P(suspended_waiters, leave_no_other_asleep_beside_a_free_object)
     other.join();
     EXPECT_EQ(wait_for_single_object(victim, 10'000), wait_object_0);
     EXPECT_TRUE(close_handle(victim));
-    EXPECT_TRUE(close_handle(object_));
+    EXPECT_TRUE(object_ == nullptr || close_handle(object_));
 }
 
+constexpr contended all_contended[] = {
+    {"event", event},       {"semaphore", semaphore}, {"mutex", mutex},
+    {"section", nullptr},   {"named_event", event},   {"named_semaphore", semaphore},
+    {"named_mutex", mutex},
+};
 INSTANTIATE_TEST_SUITE_P(over, suspended_waiters, testing::ValuesIn(all_contended),
                          [](auto const & row) { return std::string(row.param.kind); });
 

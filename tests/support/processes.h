@@ -94,10 +94,6 @@ inline bool become_ordinary_user()
 }
 
 /// The same of an ordinary user's rights.
-template <typename Body> int as_ordinary_user(Body && body)
-{
-    return in_child([&] { return become_ordinary_user() ? body() : 254; });
-}
 template <typename Body> bool holds_for_ordinary_user(Body && body)
 {
     return holds_in_child([&] { return become_ordinary_user() && body(); });
