@@ -50,17 +50,24 @@ protected:
 // A thread of the layer that runs a function; waits for it in the end.
 class worker {
 public:
-    explicit worker(std::function<unsigned()> body, zel::atomic<std::uint32_t> * id = nullptr,
-                    void ** handle = nullptr)
+    explicit worker(std::function<unsigned()> body)
         : body_(std::move(body))
-        , handle_(begin_thread(call, this, id, handle))
     {
+        begin_thread(
+            [](void * self) {
+                current = static_cast<worker *>(self);
+                return current->body_();
+            },
+            this, &id, &handle_);
     }
     ~worker()
     {
         wait();
         EXPECT_TRUE(close_thread(handle_));
     }
+
+    static thread_local worker const * current;
+    zel::atomic<std::uint32_t> id{0};
 
     void * handle() const { return handle_; }
     std::uint32_t wait(std::uint32_t milliseconds = 20'000) const
@@ -75,11 +82,10 @@ public:
     }
 
 private:
-    static unsigned call(void * self) { return static_cast<worker *>(self)->body_(); }
-
     std::function<unsigned()> body_;
-    void * handle_;
+    void * handle_ = nullptr;
 };
+thread_local worker const * worker::current = nullptr;
 
 unsigned run_until(std::atomic<bool> const & flag)
 {
@@ -107,13 +113,10 @@ std::ptrdiff_t tasks()
 TEST_F(threads, have_handle_and_id_before_the_body_runs)
 {
     for (int i = 0; i < 500; ++i) {
-        struct {
-            zel::atomic<std::uint32_t> id{0};
-            void * handle = nullptr;
-        } its;
-        worker const thread(
-            [&] { return its.handle != nullptr && its.id == current_thread_id() ? 7u : 8u; },
-            &its.id, &its.handle);
+        worker const thread([] {
+            auto const & its = *worker::current;
+            return its.handle() != nullptr && its.id.load() == current_thread_id() ? 7u : 8u;
+        });
         ASSERT_EQ(thread.wait(), 0u);
         EXPECT_EQ(thread.exit_code(), 7u);
     }
@@ -417,13 +420,11 @@ TEST_F(thread_stops, meet_an_end_and_the_closing_of_the_handle)
 {
     for (int i = 0; i < 3'000; ++i) {
         void * const handle = begin_thread(
-            [](void * count) {
-                for (auto n = reinterpret_cast<std::intptr_t>(count) % 50 * 20; n > 0; --n) {
-                    std::atomic_signal_fence(std::memory_order_seq_cst);
-                }
+            [](void *) {
+                std::this_thread::yield();
                 return 1u;
             },
-            reinterpret_cast<void *>(std::intptr_t{i}), nullptr); // it may outlive the test
+            nullptr, nullptr);
         std::thread closer([&] { EXPECT_TRUE(close_thread(handle)); });
         std::this_thread::sleep_for(std::chrono::microseconds(i % 80));
         EXPECT_TRUE(terminate_thread(handle, 2) || last_error() == error_invalid_handle);
@@ -436,16 +437,21 @@ TEST_F(thread_stops, meet_each_other)
 {
     for (int i = 0; i < 300; ++i) {
         bool const ends = i % 2 == 1;
-        std::atomic<void *> handles[2]{};
+        std::atomic<worker const *> workers[2]{};
         auto const body = [&](int own) {
-            void * other = nullptr;
-            while ((other = handles[1 - own].load()) == nullptr) { }
-            return (ends ? terminate_thread(other, 3) : suspend_thread(other) != 1) ? 4u : 5u;
+            worker const * other = nullptr;
+            while ((other = workers[1 - own].load()) == nullptr) { }
+            if (ends) {
+                terminate_thread(other->handle(), 3);
+            } else {
+                suspend_thread(other->handle());
+            }
+            return 4u;
         };
         worker const first([&] { return body(0); });
         worker const second([&] { return body(1); });
-        handles[0].store(first.handle());
-        handles[1].store(second.handle());
+        workers[0] = &first;
+        workers[1] = &second;
         while (first.wait(1) != 0 || second.wait(1) != 0) { // each may have suspended the other
             resume_thread(first.handle());
             resume_thread(second.handle());
@@ -459,24 +465,21 @@ TEST_F(thread_stops, meet_each_other)
 TEST_F(thread_stops, are_for_the_thread_itself_too)
 {
     static std::atomic<int> state;
-    state.store(0);
-    std::atomic<void *> own{nullptr};
+    state = 0;
     worker const thread([&] {
-        while (own.load() == nullptr) { }
-        set_thread_teardown([](void *) { state.fetch_add(10); }, nullptr);
-        EXPECT_EQ(suspend_thread(own.load()), 0u);
-        state.fetch_add(1);
-        terminate_thread(own.load(), 44);
-        state.fetch_add(100);
+        set_thread_teardown([](void *) { state += 10; }, nullptr);
+        EXPECT_EQ(suspend_thread(worker::current->handle()), 0u);
+        state += 1;
+        terminate_thread(worker::current->handle(), 44);
+        state += 100;
         return 1u;
     });
-    own.store(thread.handle());
     EXPECT_EQ(thread.wait(5), 258u);
-    EXPECT_EQ(state.load(), 0);
+    EXPECT_EQ(state, 0);
     while (resume_thread(thread.handle()) == 0) { }
     EXPECT_EQ(thread.wait(), 0u);
     EXPECT_EQ(thread.exit_code(), 44u);
-    EXPECT_EQ(state.load(), 11);
+    EXPECT_EQ(state, 11);
 }
 
 bool refuses_stops(worker const & thread)
@@ -521,21 +524,18 @@ TEST_F(thread_stops, are_refused_where_the_host_has_no_room_for_the_signal)
 {
     EXPECT_TRUE(holds_in_child([] {
         rlimit const none{0, 0};
-        bool good = ::setrlimit(RLIMIT_SIGPENDING, &none) == 0;
         std::atomic<bool> runs{false};
         std::atomic<bool> go{false};
         worker const other([&] {
             runs = true;
             return run_until(go);
         });
-        good = good && becomes_true([&] { return runs.load(); }) && refuses_stops(other);
-        std::atomic<void *> own{nullptr};
-        worker const itself([&] { // which is no stranger to the host
-            while (own.load() == nullptr) { }
-            suspend_thread(own.load());
+        bool const good = becomes_true([&] { return runs.load(); })
+            && ::setrlimit(RLIMIT_SIGPENDING, &none) == 0 && refuses_stops(other);
+        worker const itself([] { // which is no stranger to the host
+            suspend_thread(worker::current->handle());
             return 7u;
         });
-        own = itself.handle();
         while (resume_thread(itself.handle()) == 0) { }
         go = true;
         return good && itself.wait() == 0 && itself.exit_code() == 7 && other.wait() == 0;

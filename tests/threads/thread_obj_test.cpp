@@ -6,11 +6,13 @@
 #include "zel/threads/process.h"
 #include "zel/threads/thread_obj_ex.h"
 
+#include "tests/support/processes.h"
 #include "tests/support/raised.h"
 #include "tests/support/sanitizers.h"
 #include "tests/support/time_limit.h"
 #include <functional>
 #include <gtest/gtest.h>
+#include <map>
 #include <stdexcept>
 #include <thread>
 #include <vector>
@@ -26,23 +28,17 @@ using namespace zel::platform;
 // Keeps what a thread reports, and raises where it is told to.
 class recorder : public zel::logger {
 public:
-    explicit recorder(bool raises)
-        : raises_(raises)
-    {
-    }
     std::vector<std::string> lines;
+    bool raises = false;
 
 protected:
     void output_buffer(log_type type, zel::string const & text, zel::string const &) override
     {
         lines.push_back(std::to_string(type) + " " + text);
-        if (raises_) {
+        if (raises) {
             throw std::runtime_error("no output");
         }
     }
-
-private:
-    bool raises_;
 };
 
 std::atomic<int> alive{0};
@@ -112,7 +108,8 @@ TEST(thread_obj, ends_with_what_its_work_returns_or_raises)
     for (auto const & row : rows) {
         for (int const logger : {0, 1, 2}) { // none, one that works, and one that raises
             SCOPED_TRACE(&row - rows);
-            zel::auto_ptr<recorder> const log(logger == 0 ? nullptr : new recorder(logger == 2));
+            zel::auto_ptr<recorder> const log(new recorder);
+            log->raises = logger == 2;
             char shown[16] = {};
             bool was_complete = false;
             task * self = nullptr;
@@ -122,7 +119,7 @@ TEST(thread_obj, ends_with_what_its_work_returns_or_raises)
                 ::pthread_getname_np(::pthread_self(), shown, sizeof shown);
                 return row.work();
             };
-            task_ptr const thread(self = new task(body, log));
+            task_ptr const thread(self = logger == 0 ? new task(body) : new task(body, log));
             thread->start();
             thread->wait();
             thread->wait(); // at once
@@ -135,11 +132,9 @@ TEST(thread_obj, ends_with_what_its_work_returns_or_raises)
             zel::string expected;
             expected.format("1 %s occured in thread (id=0x%x) '%s'!", row.report, thread->get_id(),
                             thread->get_name().c_str());
-            if (log != nullptr) {
-                EXPECT_EQ(log->lines,
-                          std::vector<std::string>(row.report != nullptr ? 1 : 0, expected));
-                EXPECT_EQ(log->get_error_counter(), log->lines.size());
-            }
+            bool const is_told = row.report != nullptr && logger != 0;
+            EXPECT_EQ(log->lines, std::vector<std::string>(is_told ? 1 : 0, expected));
+            EXPECT_EQ(log->get_error_counter(), log->lines.size());
         }
     }
 }
@@ -158,34 +153,31 @@ TEST(thread_obj, keeps_itself_while_it_runs)
     }
 }
 
-// Starts threads until the host has no room for one more.
-void fail_to_start()
-{
-    ::rlimit const none{1, 1};
-    ::setrlimit(RLIMIT_AS, &none);
-    for (int i = 0; i < 1000; ++i) { // the first may get stacks that the runtime has kept
-        task * const thread = new task([] { return ::pause() == 0 ? 1U : 0U; });
-        if (message_raised<zel::kernel_obj::exception>([&] { thread->start(); })
-            == "Zel Kernel Exception: Failed To Create Object thread_obj::start()") {
-            ::_exit(thread->ref_count() == 0 && thread->get_handle() == nullptr ? 7 : 1);
-        }
-    }
-}
-
 TEST(thread_obj, a_failed_start_takes_nothing)
 {
     if (under_address_sanitizer || under_thread_sanitizer) {
         GTEST_SKIP() << "the sanitizer cannot live in so little memory";
     }
-    time_limit const limit(20);
-    EXPECT_EXIT(fail_to_start(), testing::ExitedWithCode(7), "");
+    auto const fails_to_start = [] {
+        ::rlimit const none{1, 1};
+        ::setrlimit(RLIMIT_AS, &none);
+        for (int i = 0; i < 1000; ++i) { // the first may get stacks that the runtime has kept
+            task * const thread = new task([] { return ::pause() == 0 ? 1U : 0U; });
+            if (message_raised<zel::kernel_obj::exception>([&] { thread->start(); })
+                == "Zel Kernel Exception: Failed To Create Object thread_obj::start()") {
+                return thread->ref_count() == 0 && thread->get_handle() == nullptr;
+            }
+        }
+        return false;
+    };
+    EXPECT_TRUE(holds_in_child(fails_to_start));
 }
 
 TEST(thread_obj, can_be_suspended_and_cut_off)
 {
     SKIP_IF_THREADS_CANNOT_BE_STOPPED();
     time_limit const limit(20);
-    zel::auto_ptr<recorder> const log(new recorder(false));
+    zel::auto_ptr<recorder> const log(new recorder);
     std::atomic<bool> runs{false};
     auto const body = [&] {
         for (runs = true; runs;) { }
@@ -208,38 +200,15 @@ TEST(thread_obj, can_be_suspended_and_cut_off)
     delete thread; // by hand: nothing else can any more
 }
 
-// A thread that runs until it is told to end.
-struct gate {
-    zel::event end;
-    task_of<zel::thread_obj_ex> thread{[this] { return end.lock(infinite) ? 0U : 1U; }};
-
-    void close()
-    {
-        end.set();
-        thread.wait();
-    }
-};
-
-gate * outer = nullptr;
-gate * inner = nullptr;
-zel::event * inner_has_ended = nullptr;
-std::vector<unsigned int> seen;
-
 enum : unsigned int { plain = 0x0400, nests, ends_inner, raises, ends };
+std::vector<unsigned int> seen;
+std::map<unsigned int, std::function<void()>> handlers;
 
-std::intptr_t on_message(window_handle window, unsigned int message, std::uintptr_t, std::intptr_t)
+std::intptr_t on_message(window_handle, unsigned int message, std::uintptr_t, std::intptr_t)
 {
     seen.push_back(message);
-    if (message == nests) {
-        post_message(window, ends_inner, 0, 0);
-        inner->thread.wait_msg_loop();
-    } else if (message == ends_inner) {
-        inner->close();
-        inner_has_ended->set();
-    } else if (message == raises) {
-        throw std::runtime_error("from the procedure");
-    } else if (message == ends) {
-        outer->close();
+    if (handlers.contains(message)) {
+        handlers[message]();
     }
     return 0;
 }
@@ -247,33 +216,45 @@ std::intptr_t on_message(window_handle window, unsigned int message, std::uintpt
 TEST(thread_obj_ex, serves_the_queue_until_the_thread_has_ended)
 {
     time_limit const limit(20);
-    gate first; // on the stack: no thread holds it
-    gate second;
-    outer = &first;
-    inner = &second;
-    EXPECT_THROW(first.thread.wait_msg_loop(), zel::kernel_obj::exception);
-    first.thread.start();
-    second.thread.start();
-    EXPECT_EQ(first.thread.ref_count(), 0U);
     window_handle const window = create_window(on_message, true);
-    EXPECT_TRUE(post_message(window, raises, 0, 0));
-    EXPECT_THROW(first.thread.wait_msg_loop(), std::runtime_error);
-
-    EXPECT_TRUE(post_message(window, nests, 0, 0));
-    EXPECT_TRUE(post_message(nullptr, plain, 0, 0)); // nobody's: taken and dropped
-    post_quit_message(0); // is taken and ends nothing
-    zel::event has_ended;
-    inner_has_ended = &has_ended;
-    std::thread poster([=, &has_ended] { // behind what is nested, however long that takes
-        has_ended.lock(infinite);
+    zel::event inner_may_end;
+    zel::event inner_has_ended;
+    zel::event outer_may_end;
+    // On the stack: no thread holds them.
+    task_of<zel::thread_obj_ex> inner([&] { return inner_may_end.lock(infinite) ? 0U : 1U; });
+    task_of<zel::thread_obj_ex> outer([&] {
+        inner_has_ended.lock(infinite);
         for (unsigned int const message : {plain, ends, plain}) {
             EXPECT_TRUE(post_message(window, message, 0, 0));
         }
+        return outer_may_end.lock(infinite) ? 0U : 1U;
     });
-    first.thread.wait_msg_loop();
-    poster.join();
+    handlers[raises] = [] { throw std::runtime_error("from the procedure"); };
+    handlers[nests] = [&] {
+        post_message(window, ends_inner, 0, 0);
+        inner.wait_msg_loop();
+        inner_has_ended.set();
+    };
+    handlers[ends_inner] = [&] {
+        inner_may_end.set();
+        inner.wait();
+    };
+    handlers[ends] = [&] {
+        outer_may_end.set();
+        outer.wait();
+    };
+    EXPECT_THROW(outer.wait_msg_loop(), zel::kernel_obj::exception);
+    inner.start();
+    outer.start();
+    EXPECT_EQ(outer.ref_count(), 0U);
+    EXPECT_TRUE(post_message(window, raises, 0, 0));
+    EXPECT_THROW(outer.wait_msg_loop(), std::runtime_error);
+    EXPECT_TRUE(post_message(window, nests, 0, 0));
+    EXPECT_TRUE(post_message(nullptr, plain, 0, 0)); // nobody's: taken and dropped
+    post_quit_message(0); // is taken and ends nothing
+    outer.wait_msg_loop();
     EXPECT_EQ(seen, (std::vector<unsigned int>{raises, nests, ends_inner, plain, ends}));
-    first.thread.wait_msg_loop(); // has ended: at once, with a message left
+    outer.wait_msg_loop(); // has ended: at once, with a message left
     tagMSG left{};
     EXPECT_TRUE(peek_message(left, window, plain, plain, peek_remove));
     EXPECT_TRUE(destroy_window(window));
