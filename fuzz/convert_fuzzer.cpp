@@ -121,5 +121,10 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const * data, std::size_t siz
     check_unsigned<std::uint32_t>(text, convert::stringToUInt32);
     check_unsigned<std::uint64_t>(text, convert::stringToUInt64);
     check_double(text);
+    std::size_t const start = text.size() / 3, count = text.size() % 5 + 1; // of a piece
+    check_signed<std::int64_t>(text.substr(start, count), [&](char const *) {
+        return convert::getIntFromString(text.c_str(), static_cast<std::int32_t>(start),
+                                         static_cast<std::int32_t>(start + count));
+    });
     return 0;
 }

@@ -147,9 +147,7 @@ TEST(convert_pieces, may_end_where_memory_ends)
 TEST(convert_pieces, are_cut_from_a_text)
 {
     std::string const long_text = std::string(254, '0') + "12";
-    EXPECT_EQ(convert::getIntFromString("a12b", 1, 3), 12);
     EXPECT_EQ(convert::getIntFromString("a12", 1, -1), 12);
-    EXPECT_EQ(convert::getIntFromString("a12", 1, 30), 12);
     EXPECT_EQ(convert::getIntFromString("x", 1, 1), 0);
     EXPECT_EQ(convert::getIntFromString(long_text.c_str(), 0, -1), 1);
     EXPECT_EQ(convert::getIntFromString(long_text.c_str(), 0, 256), 1);
