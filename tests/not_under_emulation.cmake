@@ -7,17 +7,21 @@ set(CTEST_CUSTOM_TESTS_IGNORE
     event.lets_one_through_or_everyone
     mutex.belongs_to_a_thread_and_tells_once_that_it_has_died
     semaphore.counts_its_units
-    unnamed_mutex.shares_the_hosts_list_with_the_c_librarys_locks
+    of/mutexes.share_the_hosts_list_with_the_c_librarys_locks/unnamed
+    of/mutexes.share_the_hosts_list_with_the_c_librarys_locks/named
+    of/mutexes.belong_to_one_thread_as_often_as_it_takes_them/named
+    of/mutexes.tell_one_waiter_that_their_owner_ended/named
+    of/mutexes.stay_owned_when_their_owner_closes_its_handle/named
+    of/mutexes.are_abandoned_by_a_terminated_thread_which_waits_for_nothing_any_more/named
+    of/waitables.let_through_whom_they_should/named
+    of/waitables.count_and_refuse_what_passes_the_maximum/named
+    of/waitables.lose_and_make_no_unit_nor_a_wake_up/named
     named_objects.are_one_object_in_all_processes
     named_objects.last_as_long_as_anybody_holds_them
     named_objects.take_any_name_and_refuse_what_is_none
     named_objects.refuse_what_the_handle_has_no_right_to
-    named_objects.are_given_back_by_exec
     named_objects.do_not_trust_what_somebody_else_put_there
-    named_objects.survive_the_death_of_their_users
-    named_mutex.stays_owned_when_its_handle_is_closed
-    named_mutex.belongs_to_the_thread_and_not_to_the_child_of_a_fork
-    terminated_threads.leave_the_waiters_and_abandon_what_they_own
+    named_objects.of_the_dead_are_taken_away_by_whoever_meets_one
     threads.work_in_a_forked_child
     thread_stops.hold_a_thread_wherever_it_is_and_end_it_there
     over/suspended_waiters.leave_no_other_asleep_beside_a_free_object/named_event

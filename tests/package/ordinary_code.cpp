@@ -8,7 +8,6 @@
 #include <filesystem>
 #include <iostream>
 #include <map>
-#include <memory>
 #include <optional>
 #include <sstream>
 #include <string>
@@ -27,20 +26,19 @@ using namespace std::literals;
 bool compares(std::string_view view, std::string const & text, char const * plain)
 {
     std::optional<std::string_view> maybe = view;
-    std::pair<std::string_view, int> const pair{view, 1};
-    bool result = view == "x" || "x" == view || view != "x" || "x" != view || view < "x"
-        || "x" < view || view <= plain || plain >= view || view > text || text > view;
-    result = result || text == "x" || "x" == text || text < plain || plain < text || text == view;
-    result = result || maybe == "x" || maybe != view || pair == std::pair{"x"sv, 1};
+    std::variant<int, std::string> either = text;
+    bool result = view == "x" || "x" == view || view != "x" || view < "x" || "x" < view
+        || view <= plain || plain >= view || view > text || text > view || text == view;
+    result = result || text == "x" || "x" == text || text < plain || plain < text;
+    result = result || maybe == "x" || maybe != view || either == std::variant<int, std::string>(5);
     result = result || (view <=> "x"sv) == 0 || (text <=> plain) < 0;
-    return result || std::filesystem::path(text) == view
-        || std::tuple(text, 1) < std::tuple("x"s, 2);
+    return result || std::filesystem::path(text) == view || std::pair{view, 1} < std::pair{"x"sv, 1}
+    || std::tuple(text, 1) < std::tuple("x"s, 2);
 }
 
 std::string joins(std::string text, std::string_view view, char const * plain)
 {
-    text = text + "x" + plain + 'c' + std::string(view) + std::to_string(5);
-    text = "x" + std::move(text);
+    text = "x" + std::move(text) + "x" + plain + 'c' + std::string(view) + std::to_string(5);
     text = 'c' + text;
     text += view;
     text += plain;
@@ -49,7 +47,7 @@ std::string joins(std::string text, std::string_view view, char const * plain)
     return out.str() + text;
 }
 
-int collects(std::vector<std::string> names)
+std::size_t collects(std::vector<std::string> names)
 {
     std::map<std::string, std::vector<int>, std::less<>> numbers;
     std::unordered_map<std::string_view, std::size_t> sizes;
@@ -58,12 +56,8 @@ int collects(std::vector<std::string> names)
         numbers[name].push_back(static_cast<int>(name.size()));
         sizes[name] = std::hash<std::string_view>()(name);
     }
-    std::variant<int, std::string> either = "x"s;
-    std::shared_ptr<std::string> const shared = std::make_shared<std::string>("x");
-    bool const same
-        = shared == nullptr || *shared == "x" || either == std::variant<int, std::string>(5);
     bool const late = std::chrono::steady_clock::now() - std::chrono::steady_clock::now() > 5ms;
-    return numbers.find("x"sv) == numbers.end() || same || late ? std::min(5, 6) : 0;
+    return numbers.find("x"sv) == numbers.end() || late ? std::min(sizes.size(), names.size()) : 0;
 }
 
 template <typename left, typename right>
