@@ -11,6 +11,7 @@ struct processor_features {
     bool folds_128; ///< PCLMULQDQ and SSE4.1
     bool folds_512; ///< VPCLMULQDQ and AVX-512F beside those
     bool avx2;
+    bool avx512_bytes; ///< AVX-512BW: 64 bytes with a mask bit for each
 };
 
 // Not __builtin_cpu_supports: it links a function of the compiler's run-time library that runs when
@@ -32,8 +33,10 @@ struct processor_features {
     constexpr unsigned int all_of_ymm = 0x06; // the XMM half and the other one
     constexpr unsigned int all_of_zmm = 0xE6; // XMM, YMM, masks and both parts of ZMM
     found.avx2 = (ebx & bit_AVX2) != 0 && (saved & all_of_ymm) == all_of_ymm;
-    found.folds_512 = found.folds_128 && (ebx & bit_AVX512F) != 0 && (ecx & bit_VPCLMULQDQ) != 0
-        && (saved & all_of_zmm) == all_of_zmm;
+    bool const has_zmm = (saved & all_of_zmm) == all_of_zmm;
+    found.avx512_bytes = (ebx & bit_AVX512F) != 0 && (ebx & bit_AVX512BW) != 0 && has_zmm;
+    found.folds_512
+        = found.folds_128 && (ebx & bit_AVX512F) != 0 && (ecx & bit_VPCLMULQDQ) != 0 && has_zmm;
     return found;
 }
 

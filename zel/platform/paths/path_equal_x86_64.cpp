@@ -5,6 +5,7 @@
 #include "zel/base/processor_features_x86_64.h"
 #include "zel/platform/paths/max_path.h"
 #include "zel/platform/paths/path_blocks.h"
+#include <cstdint>
 #include <immintrin.h>
 
 namespace zel::platform {
@@ -38,6 +39,29 @@ using path_blocks::shift;
     }
 }
 
+/// The same with registers of 64 bytes, which hold most paths.
+[[gnu::target("avx512bw")]] bool equal_by_64(char const * first, char const * second) noexcept
+{
+    constexpr unsigned int size = sizeof(__m512i);
+    constexpr unsigned int last = max_path - size; // overlaps bytes that are known to be equal
+    __m512i const case_bits = _mm512_set1_epi8(case_bit);
+    for (unsigned int i = 0;; i += size) {
+        i = i < last ? i : last;
+        __m512i const a = _mm512_loadu_si512(first + i);
+        __m512i const b = _mm512_loadu_si512(second + i);
+        __m512i const from_a
+            = _mm512_sub_epi8(_mm512_or_si512(a, case_bits), _mm512_set1_epi8('a'));
+        __mmask64 const letter = _mm512_cmplt_epu8_mask(from_a, _mm512_set1_epi8('z' - 'a' + 1));
+        __m512i const ignored = _mm512_maskz_mov_epi8(letter, case_bits);
+        __m512i const difference = (a ^ b) & ~ignored;
+        std::uint64_t const same = _mm512_testn_epi8_mask(difference, difference);
+        std::uint64_t const stop = ~same | _mm512_testn_epi8_mask(a, a);
+        if (stop != 0) [[likely]] {
+            return (stop & (0 - stop) & same) != 0; // the lowest bit that stops the loop
+        }
+    }
+}
+
 using equality = bool (*)(char const *, char const *) noexcept;
 
 bool find_fastest(char const * first, char const * second) noexcept;
@@ -47,7 +71,10 @@ constinit atomic<equality> equal_by_fastest = find_fastest;
 
 [[gnu::cold]] bool find_fastest(char const * first, char const * second) noexcept
 {
-    equality const best = find_processor_features().avx2 ? equal_by_32 : path_blocks::equal_by_16;
+    processor_features const found = find_processor_features();
+    equality const best = found.avx512_bytes ? equal_by_64
+        : found.avx2                         ? equal_by_32
+                                             : path_blocks::equal_by_16;
     equal_by_fastest.store(best, std::memory_order_relaxed);
     return best(first, second);
 }
