@@ -3,7 +3,8 @@
 
 #include "zel/platform/host/failure.h"
 #include <cerrno>
-#include <cstdio>
+#include <charconv>
+#include <iterator>
 
 #include <fcntl.h>
 #include <sys/mman.h>
@@ -81,7 +82,9 @@ named_file::~named_file()
 
 bool named_file::map(int file) noexcept
 {
-    void * const memory = ::mmap(nullptr, size_, PROT_READ | PROT_WRITE, MAP_SHARED, file, 0);
+    // All pages exist. To enter them all at once takes less than a fault for each.
+    void * const memory
+        = ::mmap(nullptr, size_, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_POPULATE, file, 0);
     if (memory == MAP_FAILED) {
         return fail_in_shared_memory(errno);
     }
@@ -110,8 +113,11 @@ bool named_file::make(user_folder const & folder, std::uint64_t mark, std::strin
                       std::uint32_t kind, std::size_t size) noexcept
 {
     static constinit atomic<std::uint32_t> count{0};
-    std::snprintf(made_as_, sizeof made_as_, "new-%llx-%x", static_cast<unsigned long long>(mark),
-                  count.fetch_add(1, std::memory_order_relaxed));
+    char * const end = std::end(made_as_) - 1;
+    char * at = made_as_ + std::string_view("new-").copy(made_as_, 4);
+    at = std::to_chars(at, end, mark, 16).ptr;
+    *at++ = '-';
+    *std::to_chars(at, end, count.fetch_add(1, std::memory_order_relaxed), 16).ptr = '\0';
     descriptor file;
     struct stat facts;
     if (!folder.make_file(made_as_, file, facts)) {

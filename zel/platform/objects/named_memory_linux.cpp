@@ -245,7 +245,7 @@ void leave_named_memory(named_memory const & memory) noexcept
         holders.leave(mark, memory.entry, has_forked_children());
     }
     user_folder folder;
-    if (holders.close_if_dead(mark, life_of_process) && folder.open(false)) {
+    if (holders.close_if_dead(mark, life_of_process) && folder.open_to_remove()) {
         file.remove_name(folder, file_name(memory.file).text);
     }
     file.forget();

@@ -4,7 +4,9 @@
 #include "zel/platform/host/failure.h"
 #include "zel/platform/host/same_file_linux.h"
 #include <cerrno>
-#include <cstdio>
+#include <charconv>
+#include <iterator>
+#include <string_view>
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -12,18 +14,32 @@
 namespace zel::platform {
 namespace {
 
-constexpr char const * shared_memory = "/dev/shm";
-
 bool fail_for(std::uint32_t error, char const * reason)
 {
     set_last_error(error, reason);
     return false;
 }
 
-bool is_users_alone(struct stat const & facts)
+bool is_alone_of(::uid_t user, struct stat const & facts)
 {
-    return facts.st_uid == ::geteuid() && (facts.st_mode & 077) == 0;
+    return facts.st_uid == user && (facts.st_mode & 077) == 0;
 }
+
+/// The path of a user's folder.
+class folder_path {
+public:
+    explicit folder_path(::uid_t user) noexcept
+    {
+        *std::to_chars(text_ + prefix.copy(text_, prefix.size()), std::end(text_), user).ptr = '\0';
+    }
+    char const * c_str() const noexcept { return text_; }
+
+private:
+    static constexpr std::string_view prefix = "/dev/shm/zel-";
+    char text_[prefix.size() + 11];
+};
+
+constexpr int folder_flags = O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
 
 } // namespace
 
@@ -47,18 +63,17 @@ bool fail_in_shared_memory(int host_error) noexcept
 
 bool user_folder::open(bool create) noexcept
 {
-    char path[64];
-    std::snprintf(path, sizeof path, "%s/zel-%u", shared_memory,
-                  static_cast<unsigned>(::geteuid()));
+    ::uid_t const user = ::geteuid();
+    folder_path const path(user);
     // Try a few times: another process may be removing the folder meanwhile.
     for (int i = 0; i < 8; ++i) {
-        folder_ = descriptor(::open(path, O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+        folder_ = descriptor(::open(path.c_str(), folder_flags));
         if (folder_.is_open()) {
             struct stat facts;
             if (::fstat(folder_.get(), &facts) != 0) {
                 return fail_in_shared_memory(errno);
             }
-            return is_users_alone(facts)
+            return is_alone_of(user, facts)
                 || fail_for(error_access_denied, "the folder in shared memory is not the user's");
         }
         if (errno != ENOENT) {
@@ -67,13 +82,19 @@ bool user_folder::open(bool create) noexcept
         if (!create) {
             return fail(error_file_not_found);
         }
-        if (::mkdir(path, 0700) == 0) {
-            ::chmod(path, 0700); // the umask may have cleared bits
+        if (::mkdir(path.c_str(), 0700) == 0) {
+            ::chmod(path.c_str(), 0700); // the umask may have cleared bits
         } else if (errno != EEXIST) {
             return fail_in_shared_memory(errno);
         }
     }
     return fail_in_shared_memory(ENOENT);
+}
+
+bool user_folder::open_to_remove() noexcept
+{
+    folder_ = descriptor(::open(folder_path(::geteuid()).c_str(), folder_flags));
+    return folder_.is_open();
 }
 
 user_folder::found user_folder::open_file(char const * name, descriptor & file,
@@ -91,7 +112,7 @@ user_folder::found user_folder::open_file(char const * name, descriptor & file,
         fail_in_shared_memory(errno);
         return found::error;
     }
-    if (!S_ISREG(facts.st_mode) || !is_users_alone(facts) || facts.st_nlink > 1) {
+    if (!S_ISREG(facts.st_mode) || !is_alone_of(::geteuid(), facts) || facts.st_nlink > 1) {
         fail_for(error_access_denied, "the file in shared memory is not the user's alone");
         return found::error;
     }

@@ -18,6 +18,9 @@ public:
     /// \returns false; with last error 2 when the folder is missing and `create` is false.
     bool open(bool create) noexcept;
 
+    /// Opens the folder, whoever it belongs to, to remove a name for which `leads_to` is true.
+    bool open_to_remove() noexcept;
+
     int get() const noexcept { return folder_.get(); }
 
     enum class found { nothing, file, error };
