@@ -187,12 +187,54 @@ def draw(run, path):
         file.write("\n".join(out) + "\n")
 
 
+def draw_growth(run, path):
+    """One line a job, both scales logarithmic: a job whose cost an item does not grow is level."""
+    families = growth_of(run["jobs"])
+    sizes = [size for row in families.values() for size in row] or [1, 10]
+    times = [time for row in families.values() for time in row.values()] or [1, 10]
+    left, width, top, height = 60, 420, 30, 400
+    low, high = math.floor(math.log10(min(times))), math.ceil(math.log10(max(times)))
+    first, last = math.log10(min(sizes)), math.log10(max(sizes))
+
+    def x(size):
+        return left + width * (math.log10(size) - first) / max(last - first, 1)
+
+    def y(time):
+        return top + height * (high - math.log10(time)) / max(high - low, 1)
+
+    total = max(top + height + 30, top + 16 * len(families) + 30)
+    out = [f'<svg xmlns="http://www.w3.org/2000/svg" viewBox="0 0 {left + width + 330} {total}" '
+           'font-family="sans-serif" font-size="11">',
+           '<rect width="100%" height="100%" fill="white"/>',
+           f'<text x="{left}" y="14">nanoseconds an item by the number of items; '
+           f'{escape(run["date"])}, {escape(run["machine"])}</text>']
+    for power in range(low, high + 1):
+        at = y(10 ** power)
+        out.append(f'<line x1="{left}" x2="{left + width}" y1="{at:.1f}" y2="{at:.1f}" '
+                   f'stroke="#ddd"/><text x="{left - 6}" y="{at + 4:.1f}" text-anchor="end">'
+                   f'{10.0 ** power:g}</text>')
+    for size in sorted({10 ** round(math.log10(size)) for size in sizes}):
+        out.append(f'<text x="{x(size):.1f}" y="{top + height + 16}" text-anchor="middle">'
+                   f'{size:,}</text>')
+    # The names stand in the order in which the lines end, so that they hardly cross.
+    order = sorted(families.items(), key=lambda each: y(each[1][max(each[1])]))
+    for i, (family, row) in enumerate(order):
+        colour = f"hsl({360 * i // len(order)},60%,38%)"
+        points = " ".join(f"{x(size):.1f},{y(time):.1f}" for size, time in sorted(row.items()))
+        out.append(f'<polyline points="{points}" fill="none" stroke="{colour}" stroke-width="2"/>'
+                   f'<text x="{left + width + 12}" y="{top + 10 + 16 * i}" fill="{colour}">'
+                   f'{escape(family)}</text>')
+    with open(path, "w") as file:
+        file.write("\n".join(out + ["</svg>"]) + "\n")
+
+
 def main():
     parser = argparse.ArgumentParser()
     parser.add_argument("--machine", default="")
     parser.add_argument("--json")
     parser.add_argument("--compare")
     parser.add_argument("--plot")
+    parser.add_argument("--plot-growth")
     parser.add_argument("results", nargs="*")
     arguments = parser.parse_args()
     run = {"date": datetime.date.today().isoformat(), "machine": arguments.machine,
@@ -208,6 +250,8 @@ def main():
             json.dump(run, file, indent=1)
     if arguments.plot:
         draw(run, arguments.plot)
+    if arguments.plot_growth:
+        draw_growth(run, arguments.plot_growth)
 
 
 main()

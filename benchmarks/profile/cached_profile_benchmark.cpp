@@ -223,7 +223,7 @@ void write_new_with_maps(benchmark::State & state, bool sections)
     state.SetItemsProcessed(state.iterations() * state.range(0));
 }
 
-#define SIZES Arg(1'000)->Arg(10'000)->Arg(100'000)->Arg(300'000)
+#define SIZES RangeMultiplier(10)->Range(1'000, 1'000'000)
 BENCHMARK_CAPTURE(write_new_with_zel, , false)->Name("cached write of new entries/zel")->SIZES;
 BENCHMARK_CAPTURE(write_new_with_maps, , false)
     ->Name("cached write of new entries/two std::map")
@@ -275,13 +275,13 @@ void commit_all_with_glib(benchmark::State & state)
 
 BENCHMARK(commit_all_with_zel)
     ->Name("commit of all entries/zel")
-    ->Arg(1'000)
-    ->Arg(100'000)
+    ->RangeMultiplier(10)
+    ->Range(1'000, 100'000)
     ->UseRealTime();
 BENCHMARK(commit_all_with_glib)
     ->Name("commit of all entries/GKeyFile")
-    ->Arg(1'000)
-    ->Arg(100'000)
+    ->RangeMultiplier(10)
+    ->Range(1'000, 100'000)
     ->UseRealTime();
 
 } // namespace

@@ -22,6 +22,7 @@
 #include <thread>
 #include <vector>
 
+#include <fcntl.h>
 #include <linux/futex.h>
 #include <pthread.h>
 #include <semaphore.h>
@@ -212,7 +213,7 @@ template <typename Lock> void contended(benchmark::State & state)
         fight<Lock>(count, times);
     }
     state.SetItemsProcessed(state.iterations() * count * times);
-    state.counters["system_calls"]
+    state.counters["calls"]
         = count_system_calls([&] { fight<Lock>(count, 1000); }) / (count * 1000);
 }
 
@@ -240,7 +241,51 @@ template <typename Flag> void ping_pong(benchmark::State & state)
         play<Flag>(times);
     }
     state.SetItemsProcessed(state.iterations() * times);
-    state.counters["system_calls"] = count_system_calls([] { play<Flag>(1000); }) / 1000;
+    state.counters["calls"] = count_system_calls([] { play<Flag>(1000); }) / 1000;
+}
+
+/// \name A name that is made and removed again, among others that stay
+/// @{
+struct zel_name {
+    explicit zel_name(std::string const & name)
+        : flag(false, false, name.c_str())
+    {
+    }
+    zel::event flag;
+};
+struct posix_name {
+    explicit posix_name(std::string const & name)
+        : file('/' + name)
+        , units(::sem_open(file.c_str(), O_CREAT | O_EXCL, 0600, 0))
+    {
+    }
+    ~posix_name()
+    {
+        ::sem_close(units);
+        ::sem_unlink(file.c_str());
+    }
+    std::string file;
+    sem_t * units;
+};
+/// @}
+
+template <typename Name> void create_and_close(benchmark::State & state)
+{
+    std::vector<std::unique_ptr<Name>> others;
+    for (std::int64_t i = 0; i < state.range(0); ++i) {
+        others.push_back(std::make_unique<Name>(fresh_name() + ", " + std::to_string(i)));
+    }
+    std::string const name = fresh_name();
+    for (auto _ : state) {
+        Name const made(name);
+        benchmark::DoNotOptimize(&made);
+    }
+    state.counters["calls"] = count_system_calls([&] {
+                                  for (int i = 0; i < 1000; ++i) {
+                                      Name const made(name);
+                                  }
+                              })
+        / 1000;
 }
 
 // What lets one of many through that wait; they have all fallen asleep again before the next.
@@ -326,6 +371,12 @@ BENCHMARK(one_of_many<bare_wake>)
     ->Arg(100)
     ->Arg(500)
     ->UseManualTime();
+
+BENCHMARK(create_and_close<zel_name>)->Name("named object among others/zel")->Arg(0)->Arg(5000);
+BENCHMARK(create_and_close<posix_name>)
+    ->Name("named object among others/sem_open")
+    ->Arg(0)
+    ->Arg(5000);
 
 BENCHMARK(ping_pong<zel_event>)->Name("ping_pong/event/zel")->UseRealTime();
 BENCHMARK(ping_pong<poco_event>)->Name("ping_pong/event/poco")->UseRealTime();
