@@ -29,7 +29,8 @@ TEST(path, has_the_text_that_a_plain_reading_gives)
         std::string const one = text + std::string(random() % 262, 's');
         std::string other = one + "s";
         char & byte = other[random() % other.size()];
-        byte = static_cast<char>(random() % 3 == 0 ? random() : byte ^ 1 << random() % 6);
+        int const flipped = byte ^ 1 << random() % 6;
+        byte = static_cast<char>(random() % 3 == 0 ? static_cast<int>(random() % 256) : flipped);
         return one + "\n" + other.substr(0, one.size());
     });
     path const root("", "");
