@@ -231,6 +231,11 @@ TEST(handles_of_objects, are_refused_where_they_do_not_belong)
         EXPECT_EQ(last_error(), 6U);
     }
     EXPECT_FALSE(release_mutex(event) || release_semaphore(event, 1, nullptr));
+    void * const old = create_event(false, false, nullptr);
+    EXPECT_TRUE(close_handle(old));
+    object const later(create_event(false, false, nullptr)); // in the same slot
+    EXPECT_EQ(slot_of(later), slot_of(old));
+    EXPECT_FALSE(set_event(old) || close_handle(old));
     EXPECT_EQ(event.wait(0), wait_object_0);
 }
 
