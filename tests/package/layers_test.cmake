@@ -35,8 +35,8 @@ set(may_profile base ${layer} core text files log)
 set(may_. base ${layer} core text naming values files log threads profile)
 
 set(longest 450)
-# The one file that names a processor and is neutral all the same, with a portable form beside it.
-set(with_a_portable_form "base/block16.h")
+# The files that name a processor and are neutral all the same, with a portable form beside it.
+set(with_a_portable_form "base/block16.h" "base/full_barrier.h")
 set(processor_names "_mm[0-9]*_[a-z]|__m(128|256|512)|__builtin_ia32|__x86_64__|__SSE|__aarch64__|__ARM")
 # What the name of a file says that is not neutral.
 set(of_a_machine "_(linux|x86_64|aarch64)")

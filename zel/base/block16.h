@@ -3,7 +3,7 @@
 
 /// `zel::block16`: 16 bytes in one operation, in the form that suits the processor. All forms have
 /// the operations of `block16_portable`. To add a form, add a header beside those two and a branch
-/// here; no other neutral file tests for the processor.
+/// here; no other neutral file but full_barrier.h tests for the processor.
 /// \code
 ///     std::uint32_t const hits = equal(block16::load(text), block16::filled('\n')).sign_bits();
 /// \endcode

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "zel/base/full_barrier.h"
 #include "zel/core/object.h"
 #include <atomic>
 #include <cstdint>
@@ -23,7 +24,12 @@ public:
 
     /// Takes a reference.
     /// \returns the count after it.
-    std::uint32_t inc_ref() noexcept { return count_.fetch_add(1) + 1; }
+    std::uint32_t inc_ref() noexcept
+    {
+        std::uint32_t const before = count_.fetch_add(1);
+        complete_full_barrier();
+        return before + 1;
+    }
 
     /// Gives a reference back, and deletes the object if it was the last. If the count was 0,
     /// nothing is deleted and the count wraps to 0xFFFFFFFF.
@@ -32,6 +38,7 @@ public:
     std::uint32_t dec_ref() noexcept
     {
         std::uint32_t const left = count_.fetch_sub(1) - 1;
+        complete_full_barrier();
         if (left == 0) {
             delete this;
         }
@@ -44,7 +51,11 @@ public:
 
     /// Takes an `inc_ref` back and never deletes, whatever the count is then: for a step that
     /// failed, or for a reference that another count has taken over.
-    void undo_inc_ref() noexcept { count_.fetch_sub(1); }
+    void undo_inc_ref() noexcept
+    {
+        count_.fetch_sub(1);
+        complete_full_barrier();
+    }
 
 private:
     std::atomic<std::uint32_t> count_{0};
