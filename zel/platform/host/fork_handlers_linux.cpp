@@ -16,7 +16,9 @@ constinit atomic<fork_handlers const *> handlers_of[fork_places]{};
 
 // The low half has one bit for each place whose handlers are called. The high half counts the forks
 // that are between their first and their last handler. While it is not 0 the bits do not change,
-// except by a forking thread itself, which may add some.
+// except by a forking thread itself, which may add some. The exchange that sets a bit (release)
+// pairs with the acquire at the beginning of a fork, which reads `handlers_of`; the end of a fork
+// (release) pairs with the acquire of that exchange.
 constinit atomic<std::uint32_t> state{0};
 constexpr std::uint32_t one_fork = 0x10000;
 static_assert(fork_places <= 16);

@@ -27,7 +27,8 @@ constinit thread_local supply of_this_thread{};
 constinit atomic<std::uint32_t> processes{0};
 
 // A page that the kernel fills with zeros in a forked child, whatever call made the child;
-// pthread_atfork would miss a plain clone(2). Null until the first use; `no_mark` if the kernel is
+// pthread_atfork would miss a plain clone(2). The exchange that stores its address (release) pairs
+// with the acquire in this_process. Null until the first use; `no_mark` if the kernel is
 // older than Linux 4.14, which cannot do this.
 constinit atomic<atomic<std::uint32_t> *> mark_of_process{nullptr};
 constinit atomic<std::uint32_t> no_mark{0};

@@ -23,8 +23,9 @@
 ///   succeeds, and that one reports the mutex as abandoned.
 /// - `crossed` is set before the first owner of a second lane exists. An owner of lane 0 checks it
 ///   after it has taken the lane. A holder of another lane checks once whether lane 0 has an owner
-///   from before; that owner has to leave, or to state through `bias` that it competes for `holder`
-///   like all others.
+///   from before. Both the stores and the loads of these two words are sequentially consistent: one
+///   of the two threads sees the other. That owner has to leave, or to state through `bias` that it
+///   competes for `holder` like all others.
 /// - A thread that waits for another lane never sleeps longer than `between_looks`, because the
 ///   kernel reports an owner's end only within a lane. So an owner's end is reported at once in its
 ///   own namespace, and some milliseconds later in others.

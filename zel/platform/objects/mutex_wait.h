@@ -17,6 +17,9 @@
 /// - No thread sleeps unless `waiters_flag` is set. A thread that has slept takes the mutex with
 ///   the flag set, because others may still sleep. So as long as a thread sleeps, an owner that
 ///   releases the mutex finds the flag, or a thread is awake that will set it again.
+/// - Every change that takes the mutex acquires, and every one by which its owner makes it free
+///   releases. The changes between them are exchanges too, so they do not break that pair. The
+///   other words are relaxed: only the owner uses them, or they are hints.
 /// - One release wakes one thread. A woken thread takes the mutex, or sets the flag and sleeps
 ///   again, or is told to stop and wakes the next one.
 /// - A thread that has not slept may take a free mutex ahead of the sleepers; this gives the best

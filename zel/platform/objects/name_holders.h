@@ -18,7 +18,8 @@
 /// - A process that joins writes its entry first and then moves the gate. A process that closes the
 ///   gate reads it, checks all entries, and closes it in one step if it has not moved. So if a join
 ///   and a closing overlap, one of them fails and tries again: a block is closed only when no
-///   process holds it, and no process holds a closed block.
+///   process holds it, and no process holds a closed block. This and the order of two processes
+///   that leave at once need all steps on entries and gate to be sequentially consistent.
 /// - A closed block stays closed. Only the process that closed it removes the file's name, as long
 ///   as that process lives. So a name that leads to a closed block leads to it until its closer has
 ///   removed the name, and the closer never removes the name of another block.

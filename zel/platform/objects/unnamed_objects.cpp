@@ -54,8 +54,9 @@ struct waiter_queue {
         (one.next == nullptr ? last : one.next->previous) = one.previous;
     }
 
-    // The waiter and its stack may be gone as soon as `granted` is set. The wake needs only the
-    // address, and another thread that sleeps on that address by then tolerates a false wake-up.
+    // The release pairs with the acquire in wait_in_queue. The waiter and its stack may be gone as
+    // soon as `granted` is set. The wake needs only the address, and another thread that sleeps on
+    // that address by then tolerates a false wake-up.
     void grant_first() noexcept
     {
         waiter & one = *first;

@@ -37,6 +37,9 @@ inline bool take_free_unit(handle_slot & slot, void * handle, std::uint64_t stat
 inline bool put_down(handle_slot & slot, void * handle, std::uint32_t count,
                      std::uint32_t maximum) noexcept
 {
+    // The release pairs with the acquire of the thread that takes the unit. It also keeps the
+    // caller's load of `maximum` before the exchange: had the load read what the slot's next user
+    // wrote, the handle would have ended before, and the exchange would fail.
     std::uint64_t state = slot.state.load(std::memory_order_relaxed);
     std::uint64_t const after = word_of(state) + std::uint64_t{count};
     return is_alive(state, handle) && after <= maximum

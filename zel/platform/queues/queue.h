@@ -34,7 +34,8 @@ inline window_name name_of(window_handle handle) noexcept
 /// whether the thread still lives. When the thread has ended, the next new thread gets the queue.
 ///
 /// Only the owner changes the windows; it reads them without the lock, other threads with it.
-/// Everything else except the atomic word is protected by the lock.
+/// Everything else except the atomic word is protected by the lock. That word is relaxed: it is set
+/// to 1 with the lock held, and whoever sees another value takes the lock next.
 struct alignas(64) queue {
     brief_lock lock;
     /// 1 while the owner sleeps for a message or is about to. The thread that sets it to 0 wakes

@@ -34,6 +34,8 @@ struct queue_group {
 
 constexpr std::size_t group_limit = 65'536 / queue_group::size; // a queue's number has 16 bits
 
+// The release that stores a group or an owner pairs with the acquire of a search. What a search has
+// found is checked again with the queue's lock held.
 constinit queue_group first_group{0};
 constinit atomic<queue_group *> groups[group_limit]{&first_group};
 constinit brief_lock groups_lock; // held to make a group or to take a free queue

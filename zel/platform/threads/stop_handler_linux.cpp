@@ -8,6 +8,9 @@
 // Inside `uninterrupted` the handler only interrupts a sleep; when the thread leaves
 // `uninterrupted`, it stops by sending the signal to itself.
 //
+// The sender changes `control` before it sends. The host's delivery of a signal orders the two: the
+// handler sees the change, in whatever order this processor makes its loads.
+//
 // A thread that is to be terminated while it may hold a lock of the C library continues, and the
 // signal is sent again, until it has left the library or its grace period is over.
 

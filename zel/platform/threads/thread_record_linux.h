@@ -42,6 +42,11 @@ enum start_state : std::uint32_t {
 
 /// The record of a thread that begin_thread started; it is the object in the slot of the thread's
 /// handle. The thread itself has a reference to the slot until it has ended.
+///
+/// `start`, `control` and `end` carry the other members: what is stored before a step on one of
+/// them (release) is visible to a thread that has seen that step (acquire). So `settled` shows `id`
+/// and `thread`, `end_wanted` shows `wanted_code`, `gone` shows `teardown`, and `ended` shows
+/// `exit_code`.
 struct thread_record {
     atomic<std::uint32_t> control;
     atomic<std::uint32_t> end;

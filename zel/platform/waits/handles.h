@@ -29,6 +29,10 @@
 ///   reference in one step. So a pinned slot is not reused, even if the handle is closed meanwhile.
 /// - `retire` first prevents new pins, then makes the fast paths fail. Of several callers one
 ///   succeeds.
+/// - A thread that sees a handle alive in `state` or `references` with acquire sees the object as
+///   `publish` stored it (release). What a thread did with the object before its `unpin` (release)
+///   is visible to the thread that drops the last reference, and through the list of free slots to
+///   the slot's next user.
 /// - `publish` increments the generation: a handle of an earlier use equals one of a later use only
 ///   after 2^28 uses of the slot.
 ///
@@ -162,8 +166,8 @@ bool pin(handle_slot & slot, void * handle) noexcept;
 /// \returns true when this was the last reference: the caller cleans up and calls `free_slot`.
 bool unpin(handle_slot & slot) noexcept;
 
-/// Ends the handle. The word stays as it was, beside a tag that no handle has. The step is
-/// sequentially consistent with the caller's next loads.
+/// Ends the handle. The word stays as it was, beside a tag that no handle has. The steps are
+/// sequentially consistent.
 /// \param left  the kind in that tag.
 /// \param word  receives the word, in the one call that ended the handle.
 /// \returns true for the one caller that ended the handle; false for all others and when it was not

@@ -48,6 +48,8 @@ std::uint64_t next_top(std::uint64_t top, std::uint32_t first)
     return ((top & ~word_mask) + (word_mask + 1)) | first;
 }
 
+// The acquire pairs with the release in free_slot. It need not see another thread's pop: then the
+// exchange fails.
 handle_slot * pop()
 {
     std::uint64_t top = free_slots.load(std::memory_order_acquire);
