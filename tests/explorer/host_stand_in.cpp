@@ -7,9 +7,105 @@
 #include "zel/platform/objects/process_life_linux.h"
 #include "zel/platform/objects/robust_list_linux.h"
 #include "zel/platform/threads/threads.h"
-#include "zel/platform/waits/address_wait.h"
 #include "zel/platform/waits/this_thread_linux.h"
+#include <algorithm>
 #include <utility>
+
+namespace zel::explorer {
+
+using namespace zel::platform;
+
+bool old_kernel = false;
+
+void wake_up(int thread, wake_reason reason) noexcept
+{
+    std::uint8_t * const end = now.sleepers + now.sleeping;
+    now.sleeping = static_cast<int>(
+        std::remove(now.sleepers, end, static_cast<std::uint8_t>(thread)) - now.sleepers);
+    now.threads[thread].where = condition::ready;
+    now.threads[thread].reason = reason;
+}
+
+namespace {
+
+// For what is a part of a step.
+std::atomic<std::uint32_t> & plain(atomic<std::uint32_t> & word) { return word; }
+
+int wake_sleepers(void const * word, int count, bool shared)
+{
+    int woken = 0;
+    for (int i = 0; i < now.sleeping && woken < count;) {
+        int const thread = now.sleepers[i];
+        if (now.threads[thread].word == word && now.threads[thread].shared == shared) {
+            wake_up(thread, wake_reason::woken);
+            ++woken;
+        } else {
+            ++i;
+        }
+    }
+    return woken;
+}
+
+wake_reason sleep(atomic<std::uint32_t> const & word, std::uint32_t expected, std::int64_t until,
+                  bool shared, bool interruptible)
+{
+    thread_state & self = *running();
+    do {
+        before_step("sleeps on", &word, sizeof word, "kernel", 0);
+        if (interruptible && self.told) {
+            return wake_reason::interrupted;
+        }
+        if (plain(const_cast<atomic<std::uint32_t> &>(word)) != expected) {
+            return wake_reason::changed;
+        }
+        self.word = &word;
+        self.shared = shared;
+        self.limited = until >= 0;
+        self.interruptible = interruptible;
+        self.where = condition::asleep;
+        now.sleepers[now.sleeping++] = static_cast<std::uint8_t>(now.current);
+        if (interruptible) { // the others are brief locks
+            fell_asleep();
+        }
+        leave();
+    } while (self.reason == restarted);
+    return self.reason;
+}
+
+void look_at(std::uintptr_t entry, bool announced)
+{
+    auto & word = *reinterpret_cast<atomic<std::uint32_t> *>((entry & ~1UL) - 32);
+    before_step("the kernel looks at", &word, sizeof word, "kernel", 0);
+    std::uint32_t const value = plain(word);
+    bool const leaves_it = (value & thread_mask) == host_number();
+    if (announced && (old_kernel ? value : value & thread_mask) == 0) {
+        wake_address(word, 1, true);
+    } else if (leaves_it) {
+        plain(word) = (value & waiters_flag) | owner_died;
+        if ((value & waiters_flag) != 0) {
+            wake_address(word, 1, true);
+        }
+    }
+}
+
+} // namespace
+
+void die() noexcept
+{
+    std::uintptr_t const * const list = running()->list;
+    for (std::uintptr_t entry = list[0]; entry != reinterpret_cast<std::uintptr_t>(list);) {
+        std::uintptr_t const next = *reinterpret_cast<std::uintptr_t *>(entry & ~1UL);
+        if (entry != list[2]) {
+            look_at(entry, false);
+        }
+        entry = next;
+    }
+    if (list[2] != 0) {
+        look_at(list[2], true);
+    }
+}
+
+} // namespace zel::explorer
 
 namespace zel::platform {
 
@@ -79,32 +175,26 @@ std::int64_t moment_after(std::uint32_t milliseconds) noexcept
 bool wait_on_address(atomic<std::uint32_t> const & word, std::uint32_t expected, std::int64_t until,
                      bool shared) noexcept
 {
-    return explorer::sleep(&word, expected, until >= 0, shared, false) != timed_out;
-}
-
-int wake_address(atomic<std::uint32_t> const & word, int count, bool shared) noexcept
-{
-    return wake(&word, count, shared);
-}
-
-void store_and_wake_all(atomic<std::uint32_t> & word, std::uint32_t value, bool shared) noexcept
-{
-    explorer::store_and_wake_all(&word, value, shared);
+    return explorer::sleep(word, expected, until, shared, false) != wake_reason::timed_out;
 }
 
 wake_reason wait_interruptibly(atomic<std::uint32_t> const & word, std::uint32_t expected,
                                std::int64_t until, bool shared) noexcept
 {
-    switch (explorer::sleep(&word, expected, until >= 0, shared, true)) {
-    case woken:
-        return wake_reason::woken;
-    case timed_out:
-        return wake_reason::timed_out;
-    case interrupted:
-        return wake_reason::interrupted;
-    default:
-        return wake_reason::changed;
-    }
+    return explorer::sleep(word, expected, until, shared, true);
+}
+
+int wake_address(atomic<std::uint32_t> const & word, int count, bool shared) noexcept
+{
+    before_step("wakes those on", &word, sizeof word, "kernel", 0);
+    return wake_sleepers(&word, count, shared);
+}
+
+void store_and_wake_all(atomic<std::uint32_t> & word, std::uint32_t value, bool shared) noexcept
+{
+    before_step("stores and wakes those on", &word, sizeof word, "kernel", 0);
+    plain(word) = value;
+    wake_sleepers(&word, most_threads, shared);
 }
 
 } // namespace zel::platform

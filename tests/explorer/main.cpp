@@ -6,7 +6,7 @@
 // long for that, in schedules that are drawn for so many seconds together. --only picks scenarios
 // by name. A failure prints the schedule and the arguments that show it again, and ends the program
 // with 1.
-#include "tests/explorer/scenarios.h"
+#include "tests/explorer/scenario.h"
 #include <cstdio>
 #include <cstdlib>
 #include <map>
@@ -28,25 +28,23 @@ int main(int argc, char ** argv)
     old_kernel = arguments.contains("--old-kernel");
 
     std::vector<entry> entries;
-    add_waitables(entries);
-    add_mutexes(entries);
+    add_kernel_objects(entries);
     add_names_and_handles(entries);
     add_messages(entries);
     std::erase_if(entries, [&](entry const & one) {
         bool const fits = !schedule.empty() || one.is_long == (seconds > 0);
         return !fits || !std::regex_search(one.name, only);
     });
-    figures sum;
     for (entry & one : entries) {
         bounds & limits = one.limits;
         std::sscanf(arguments["--bounds"].c_str(), "%d,%d,%d", &limits.disturbances, &limits.kills,
                     &limits.stops);
-        bool const fine = !schedule.empty() ? replay(one, schedule)
-            : seconds > 0
-            ? run_at_random(one, seconds / static_cast<double>(entries.size()), seed, sum)
-            : exhaust(one, sum);
-        if (!fine || !schedule.empty()) {
-            return fine ? 0 : 1;
+        if (!schedule.empty()) {
+            return replay(one, schedule) ? 0 : 1;
+        }
+        if (seconds > 0 ? !run_at_random(one, seconds / static_cast<double>(entries.size()), seed)
+                        : !exhaust(one)) {
+            return 1;
         }
     }
     auto const wide = [](std::uint64_t number) { return static_cast<unsigned long long>(number); };

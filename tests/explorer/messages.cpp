@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // A message queue: its owner, those who post, and the owner's end.
-#include "tests/explorer/scenarios.h"
+#include "tests/explorer/scenario.h"
 #include "zel/platform/kernel_objects.h"
 #include "zel/platform/queues/queue.h"
 #include <cstddef>
@@ -22,18 +22,17 @@ public:
         : scenario(what)
         , has_end_(what.programs.size() > 3 && what.programs[2] == "x")
     {
-        begin_in({});
     }
     void begin() override
     {
-        now = this;
+        one = this;
         owner.store(owner_number);
     }
     // Posts are undisturbed as a whole, and so is everything that the queue's lock surrounds.
     bool dies_anywhere() const override { return false; }
     bool end_may_come() const { return has_end_ && !is_dead(2); }
 
-    static messages * now; // only one is run at a time, always in the same place
+    static messages * one; // only one is run at a time, always in the same place
     queue its;
     atomic<std::uint32_t> owner{0};
     atomic<std::uint32_t> ended{0};
@@ -107,7 +106,7 @@ private:
     std::uintptr_t taken_[most_threads]{}; // messages of each sender
 };
 
-messages * messages::now = nullptr;
+messages * messages::one = nullptr;
 
 void add_messages(std::vector<entry> & entries)
 {
@@ -131,12 +130,12 @@ namespace zel::platform {
 
 using explorer::messages;
 
-queue * own_queue() noexcept { return &messages::now->its; }
-queue * queue_of(window_name) noexcept { return &messages::now->its; }
-atomic<std::uint32_t> & owner_of(queue const &) noexcept { return messages::now->owner; }
+queue * own_queue() noexcept { return &messages::one->its; }
+queue * queue_of(window_name) noexcept { return &messages::one->its; }
+atomic<std::uint32_t> & owner_of(queue const &) noexcept { return messages::one->owner; }
 queue * queue_of_thread(std::uint32_t number) noexcept
 {
-    return messages::now->owner.load() == number ? &messages::now->its : nullptr;
+    return messages::one->owner.load() == number ? &messages::one->its : nullptr;
 }
 void update_descriptor(queue &) noexcept { }
 void reap_threads() noexcept { }
@@ -148,13 +147,13 @@ std::uint32_t wait_for_thread_or_change(void *, atomic<std::uint32_t> const & wo
 {
     for (;;) {
         uninterrupted const guard;
-        if (messages::now->ended.load() != 0) {
+        if (messages::one->ended.load() != 0) {
             return 0;
         }
         if (word.load() != expected) {
             return 1;
         }
-        explorer::sleep(&word, expected, messages::now->end_may_come(), false, true);
+        wait_interruptibly(word, expected, messages::one->end_may_come() ? 1 : -1, false);
         stop_if_told();
     }
 }
@@ -165,21 +164,21 @@ std::uint32_t wait_for_thread_or_change(void *, atomic<std::uint32_t> const & wo
 void * operator new(std::size_t size, std::nothrow_t const &) noexcept
 {
     using zel::explorer::messages;
-    if (zel::explorer::running() == nullptr || messages::now == nullptr) {
+    if (zel::explorer::running() == nullptr || messages::one == nullptr) {
         return std::malloc(size);
     }
-    if (messages::now->room_is_used || size > sizeof messages::room) {
+    if (messages::one->room_is_used || size > sizeof messages::room) {
         return nullptr;
     }
-    messages::now->room_is_used = true;
-    return messages::now->room;
+    messages::one->room_is_used = true;
+    return messages::one->room;
 }
 
 void operator delete(void * block) noexcept
 {
     using zel::explorer::messages;
-    if (messages::now != nullptr && block == static_cast<void *>(messages::now->room)) {
-        messages::now->room_is_used = false;
+    if (messages::one != nullptr && block == static_cast<void *>(messages::one->room)) {
+        messages::one->room_is_used = false;
     } else {
         std::free(block);
     }

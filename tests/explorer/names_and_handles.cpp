@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // Who holds a name, and the life of handles.
-#include "tests/explorer/scenarios.h"
+#include "tests/explorer/scenario.h"
 #include "zel/platform/objects/name_holders.h"
 #include "zel/platform/waits/handles.h"
 
@@ -9,16 +9,14 @@ namespace {
 
 using namespace zel::platform;
 
-// Each thread is a process: 'j' joins, 'l' leaves if it has joined, 'c' looks whether nobody is left,
-// as a creation does. The first has made the file.
+// 'j' joins, 'l' leaves if it has joined, 'c' looks whether nobody is left, as a creation does. The
+// first thread has made the file. Each is a process, or all are one, which is not killed then.
 class names : public scenario {
 public:
-    explicit names(entry const & what)
-        : scenario(what)
+    names(entry const & what, bool are_one)
+        : scenario(what, {.given = {1}})
+        , are_one_(are_one)
     {
-        state first;
-        first.given[0] = 1;
-        begin_in(first);
     }
     void begin() override
     {
@@ -27,7 +25,10 @@ public:
     }
 
 private:
-    static std::uint64_t mark_of(int thread) { return 2 * static_cast<std::uint64_t>(thread) + 2; }
+    std::uint64_t mark_of(int thread) const
+    {
+        return are_one_ ? 2 : 2 * static_cast<std::uint64_t>(thread) + 2;
+    }
     name_holders holders() { return {gate_, entries_, 3}; }
     static std::uint32_t life(std::uint64_t mark)
     {
@@ -48,13 +49,11 @@ private:
             if (it.join(mark_of(thread), life, place) != name_holders::join_result::joined) {
                 return refused;
             }
-            places_[thread] = place;
-            ++joined_[thread];
+            places_[thread][joined_[thread]++] = place;
             return done;
         }
         if (operation == 'l') {
-            --joined_[thread];
-            it.leave(mark_of(thread), places_[thread], false);
+            it.leave(mark_of(thread), places_[thread][--joined_[thread]], false);
         }
         return it.close_if_dead(mark_of(thread), life) ? done : refused;
     }
@@ -62,18 +61,18 @@ private:
     // `given` has what each holds. A leave looks afterwards whether it was the last.
     void take_effect(state s, int thread, char operation) override
     {
-        std::int8_t & held = s.given[static_cast<std::size_t>(thread)];
-        bool const has_left = s.what[static_cast<std::size_t>(thread)] == partly;
+        std::int8_t & held = s.given[thread];
+        auto const is_none = [](std::int8_t count) { return count == 0; };
         if (operation == 'k') {
             held = 0;
             add(s.with(thread, done));
         } else if (operation == 'j') {
             held = static_cast<std::int8_t>(held + (s.closed != 0 ? 0 : 1));
             add(s.with(thread, s.closed != 0 ? refused : done));
-        } else if (operation == 'l' && !has_left) {
+        } else if (operation == 'l' && s.what[thread] != partly) {
             --held;
             add(s.with(thread, partly));
-        } else if (s.closed != 0 || s.given != decltype(s.given){}) {
+        } else if (s.closed != 0 || !std::all_of(s.given, s.given + most_threads, is_none)) {
             add(s.with(thread, refused));
         } else {
             s.closed = 1;
@@ -83,79 +82,93 @@ private:
 
     atomic<std::uint64_t> gate_{0};
     atomic<std::uint64_t> entries_[3]{};
-    std::uint32_t places_[most_threads] = {};
+    std::uint32_t places_[most_threads][4] = {};
     int joined_[most_threads] = {1};
+    bool are_one_;
     static names * explored_; // always in the same place
 };
 names * names::explored_ = nullptr;
 
-// 'p' pins the first handle, looks and unpins, 'c' closes it, 'o' opens another one, 'a' looks at
-// what is left.
+// 'p' pins the first handle, looks and unpins, 'c' closes it; 'o' opens another one, 'x' closes it
+// again; 'a' looks at what is left. Two slots are free at first.
 class handles : public scenario {
 public:
-    explicit handles(entry const & what)
-        : scenario(what)
-    {
-        begin_in({});
-    }
+    using scenario::scenario;
     void begin() override
     {
         handle_blocks[0].store(slots_);
-        first_ = publish(*take_slot(), handle_kind::semaphore, 7, 0);
+        handle_slot & one = take();
+        handle_slot & other = take();
+        first_ = publish(take(), handle_kind::semaphore, 7, 0);
+        give_back(one);
+        give_back(other);
     }
     bool dies_anywhere() const override { return false; }
 
 private:
-    void free_if_last(handle_slot & slot)
+    handle_slot & take()
     {
-        if (unpin(slot)) {
-            ++freed_;
-            free_slot(slot);
+        handle_slot & slot = *take_slot();
+        if (std::exchange(is_used_[slot.number], true)) {
+            fail("a slot in use is given out");
         }
+        return slot;
     }
 
-    progress call(int, char operation) override
+    void give_back(handle_slot & slot)
     {
-        handle_slot & slot = *slot_of(first_);
+        if (!std::exchange(is_used_[slot.number], false)) {
+            fail("freed twice");
+        }
+        free_slot(slot);
+    }
+
+    progress close(void * handle)
+    {
         std::uint32_t word = 0;
+        if (!retire(*slot_of(handle), handle, word)) {
+            return refused;
+        }
+        if (unpin(*slot_of(handle))) {
+            give_back(*slot_of(handle));
+        }
+        return done;
+    }
+
+    progress call(int thread, char operation) override
+    {
+        handle_slot & first = *slot_of(first_);
+        std::uint32_t const used = used_slots();
         switch (operation) {
         case 'p':
-            if (!pin(slot, first_)) {
+            if (!pin(first, first_)) {
                 return refused;
             }
-            ++pins_;
-            if (word_of(slot.state.load()) != 7) {
+            if (word_of(first.state.load()) != 7) {
                 fail("the slot has changed hands under a pin");
             }
-            --pins_;
-            free_if_last(slot);
+            if (unpin(first)) {
+                give_back(first);
+            }
             return done;
         case 'c':
-            if (!retire(slot, first_, word)) {
-                return refused;
-            }
-            is_closed_ = true;
-            free_if_last(slot);
-            return done;
-        case 'o': {
-            handle_slot * const mine = take_slot();
-            if (mine == &slot && (pins_ != 0 || freed_ == 0)) {
-                fail("a slot in use is given out");
-            }
-            void * const handle = publish(*mine, handle_kind::mutex, 9, 0);
-            if (handle == first_ || pin(*mine, first_)) {
+            return close(first_);
+        case 'x':
+            return close(own_[thread]);
+        case 'o':
+            own_[thread] = publish(take(), handle_kind::semaphore, 9, 0);
+            if (own_[thread] == first_) {
                 fail("an old handle lives again");
             }
             return done;
-        }
         default:
-            if (freed_ != (is_closed_ ? 1 : 0)) {
-                fail("freed not once");
+            for (std::uint32_t i = 0; i < used; ++i) {
+                if (!is_used_[i]) {
+                    take();
+                }
             }
-            handle_slot const * const one = take_slot();
-            handle_slot const * const other = take_slot();
-            if (one == other || (freed_ == 0 && (one == slots_ || other == slots_))) {
-                fail("a slot is given out twice");
+            if (used_slots() != used) {
+                fail("a free slot is lost");
             }
             return done;
         }
@@ -168,34 +181,30 @@ private:
         add(s.with(thread, fails ? refused : done));
     }
 
-    handle_slot slots_[6]{};
+    handle_slot slots_[12]{};
+    bool is_used_[12]{};
     void * first_ = nullptr;
-    int pins_ = 0;
-    bool is_closed_ = false;
-    int freed_ = 0;
+    void * own_[most_threads]{};
 };
-
-template <class Scenario>
-void add_all(std::vector<entry> & entries, char const * who,
-             std::initializer_list<char const *> first, std::initializer_list<char const *> others,
-             char const * audit, bounds limits)
-{
-    for (char const * const a : first) {
-        for (char const * const b : others) {
-            add<Scenario>(entries, who, {a, b}, audit, limits, false);
-            for (char const * const c : others) {
-                add<Scenario>(entries, who, {a, b, c}, audit, limits, false);
-            }
-        }
-    }
-}
 
 } // namespace
 
 void add_names_and_handles(std::vector<entry> & entries)
 {
-    add_all<names>(entries, "names", {"l", "", "jll"}, {"jl", "c", "jjll"}, "c", {3, 1, 0});
-    add_all<handles>(entries, "handles", {"c", "p"}, {"c", "p", "o", "co", "pc"}, "a", {3, 0, 0});
+    auto const add_names = [&](std::vector<std::string> programs) {
+        if (programs.size() == 3 && programs[1] == "jjll") {
+            return; // minutes
+        }
+        programs[0] += "l";
+        add<names>(entries, "names", programs, "c", {3, 1, 0}, false, false);
+        add<names>(entries, "names of one process", programs, "c", {3, 0, 0}, false, true);
+    };
+    for_each_group({"", "jl", "c", "jjll"}, false, add_names);
+    auto const add_handles = [&](std::vector<std::string> const & programs) {
+        bounds const limits{programs.size() == 2 ? 3 : 2, 0, 0};
+        add<handles>(entries, "handles", programs, "a", limits, false);
+    };
+    for_each_group({"c", "p", "co", "ox", "oox"}, false, add_handles);
 }
 
 } // namespace zel::explorer
