@@ -26,13 +26,13 @@ if(RUN_CLANG_TIDY)
 endif()
 
 # The counts of preset coverage as a table.
-find_program(GCOV gcov)
-if(GCOV)
+find_program(GCOVR gcovr)
+if(GCOVR)
   add_custom_target(
     coverage
-    COMMAND ${CMAKE_COMMAND} -DBUILD=${PROJECT_BINARY_DIR} -DGCOV=${GCOV} -P
-            ${CMAKE_CURRENT_LIST_DIR}/coverage.cmake
-    COMMENT "Lines of the library that the tests have run"
+    COMMAND ${CMAKE_COMMAND} -DSOURCE=${PROJECT_SOURCE_DIR} -DBUILD=${PROJECT_BINARY_DIR}
+            -DGCOVR=${GCOVR} -DLEAST=95 -P ${CMAKE_CURRENT_LIST_DIR}/coverage.cmake
+    COMMENT "Lines and branches of the library that the tests have run"
     VERBATIM)
 endif()
 

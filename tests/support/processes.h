@@ -11,7 +11,6 @@
 #include <utility>
 
 // The counts of preset coverage, which `_exit` would drop; null in all other builds.
-extern "C" [[gnu::weak]] void __gcov_reset();
 extern "C" [[gnu::weak]] void __gcov_dump();
 
 /// A forked process that runs `body` and nothing else of the program: a number is its exit status, a
@@ -23,9 +22,6 @@ public:
         : id_(::fork())
     {
         if (id_ == 0) {
-            if (&__gcov_reset != nullptr) {
-                __gcov_reset();
-            }
             auto const told = body();
             int const status = std::same_as<decltype(told), bool const> ? !told : told;
             if (&__gcov_dump != nullptr) {
