@@ -20,11 +20,15 @@ void before_step(char const * what, void const * word, std::size_t size, char co
         return base::name(value, how);                                                             \
     }
 #define ZEL_STEP_FROM_EXPECTED(name)                                                               \
-    bool name(T & expected, T value, order how = order::seq_cst, order otherwise = order::seq_cst, \
-              ZEL_HERE) noexcept                                                                   \
+    bool name(T & expected, T value, order how, order otherwise, ZEL_HERE) noexcept                \
     {                                                                                              \
         before_step(#name, this, sizeof(T), file, line);                                           \
         return base::name(expected, value, how, otherwise);                                        \
+    }                                                                                              \
+    bool name(T & expected, T value, order how = order::seq_cst, ZEL_HERE) noexcept                \
+    {                                                                                              \
+        before_step(#name, this, sizeof(T), file, line);                                           \
+        return base::name(expected, value, how);                                                   \
     }
 
 template <class T> class atomic : public std::atomic<T> {
