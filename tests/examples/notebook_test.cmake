@@ -75,6 +75,8 @@ file(WRITE ${work}/kill.sh [[
 program=$1 pages=$2
 rm -f in
 mkfifo in
+: >first.log # or what an earlier run has said would count
+: >third.log
 says() {
     for _ in $(seq 400); do grep -q "$2" "$1" && return; sleep 0.05; done
     echo "$1 never said: $2"
