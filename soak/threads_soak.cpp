@@ -303,11 +303,14 @@ bool end_all(int rounds, int hogs, char const * left_out)
     buffered = std::fopen("/dev/null", "w");
     std::setvbuf(unbuffered, nullptr, _IONBF, 0);
     bool good = ::pipe(pipe_ends) == 0;
+    int tried = 0;
     for (situation const & each : situations) {
         if (left_out == nullptr || std::strstr(each.name, left_out) == nullptr) {
             good = end_threads(each, rounds / int(std::size(situations)) + 1) && good;
+            ++tried;
         }
     }
+    good = good && tried > 0; // an empty word leaves everything out
     for (pid_t const each : spinning) {
         ::kill(each, SIGKILL);
         ::waitpid(each, nullptr, 0);
